@@ -1,0 +1,23 @@
+# veyra_folder(NAME SOURCES ... LINK ...): one folder of src/ or lab/ as one static library. LINK lists exactly
+# the folders and system libraries that it may use, so that a wrong arrow does not link.
+function(veyra_folder name)
+    cmake_parse_arguments(FOLDER "" "" "SOURCES;LINK" ${ARGN})
+    add_library(${name} STATIC ${FOLDER_SOURCES})
+    target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/..)
+    target_link_libraries(${name} PUBLIC project_options ${FOLDER_LINK} PRIVATE project_warnings)
+    if(CMAKE_CURRENT_SOURCE_DIR MATCHES "^${PROJECT_SOURCE_DIR}/src/")
+        target_link_libraries(${name} PRIVATE project_coverage)
+    endif()
+endfunction()
+
+# split_symbols(TARGET): ships the executable stripped, in the build folder's root, with its symbols kept beside it in
+# TARGET.exe.debug, which debuggers find by the link in the executable.
+function(split_symbols target)
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+    add_custom_command(TARGET ${target} POST_BUILD
+        WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
+        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${target}.exe ${target}.exe.debug
+        COMMAND ${CMAKE_OBJCOPY} --strip-all ${target}.exe
+        COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${target}.exe.debug ${target}.exe
+        VERBATIM)
+endfunction()

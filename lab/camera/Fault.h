@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+
+namespace lab {
+
+// One thing that a scenario makes go wrong. It strikes the `count` requests (or firmware commands) of its
+// kind that follow the first `skip` of them; count 0 means every one from there on. Each fault counts by
+// itself, and only what reaches the camera in the mode in which it understands the request.
+struct Fault {
+    enum class Where {
+        Detach,
+        Dnload,
+        Upload,
+        GetStatus,
+        ClrStatus,
+        GetState,
+        Abort,
+        CommandWrite,  // the extension unit's SET
+        CommandRead,   // the extension unit's GET
+    };
+    // Stall, Timeout and Unplug go with every `where`; a request that they strike has no other effect, and
+    // where several strike at once the first in the list decides. The others change the answer to a request
+    // that the device carries out, go only with the places named, and never strike elsewhere.
+    enum class What {
+        Stall,    // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
+        Timeout,  // nothing answers
+        Unplug,   // the camera leaves the bus before it answers, and stays away
+        Status,   // GETSTATUS answers with bStatus = value
+        State,    // GETSTATUS or GETSTATE answers with bState = value
+        ShortReply,  // UPLOAD, GETSTATUS, GETSTATE, CommandRead: the data stage ends after `value` bytes
+        WrongEcho,   // CommandRead: the firmware reply's opcode echo is `value`
+    };
+    Where where = Where::GetStatus;
+    What what = What::Stall;
+    unsigned skip = 0;
+    unsigned count = 1;
+    std::uint32_t value = 0;
+    bool setsError = true;
+};
+
+}  // namespace lab

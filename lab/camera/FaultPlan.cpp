@@ -1,0 +1,50 @@
+#include "lab/camera/FaultPlan.h"
+
+namespace lab {
+namespace {
+
+bool GoesWith(Fault::What what, Fault::Where where) {
+    switch (what) {
+        case Fault::What::Stall:
+        case Fault::What::Timeout:
+        case Fault::What::Unplug:
+            return true;
+        case Fault::What::Status:
+            return where == Fault::Where::GetStatus;
+        case Fault::What::State:
+            return where == Fault::Where::GetStatus || where == Fault::Where::GetState;
+        case Fault::What::ShortReply:
+            return where == Fault::Where::Upload || where == Fault::Where::GetStatus ||
+                   where == Fault::Where::GetState || where == Fault::Where::CommandRead;
+        case Fault::What::WrongEcho:
+            return where == Fault::Where::CommandRead;
+    }
+    return false;
+}
+
+}  // namespace
+
+FaultPlan::FaultPlan(const std::vector<Fault>& faults) {
+    for (const Fault& fault : faults) {
+        if (GoesWith(fault.what, fault.where)) {
+            entries_.push_back(Entry{.fault = fault});
+        }
+    }
+}
+
+std::vector<Fault> FaultPlan::Strike(Fault::Where where) {
+    std::vector<Fault> striking;
+    for (Entry& entry : entries_) {
+        if (entry.fault.where != where) {
+            continue;
+        }
+        const std::uint64_t number = entry.seen++;
+        const std::uint64_t end = std::uint64_t{entry.fault.skip} + entry.fault.count;
+        if (number >= entry.fault.skip && (entry.fault.count == 0 || number < end)) {
+            striking.push_back(entry.fault);
+        }
+    }
+    return striking;
+}
+
+}  // namespace lab

@@ -1,0 +1,278 @@
+#include "lab/camera/VirtualCamera.h"
+
+#include "lab/camera/DfuDescriptors.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace lab {
+namespace {
+
+std::optional<Fault::Where> PlaceOf(std::uint8_t request) {
+    switch (DfuRequest{request}) {
+        case DfuRequest::Detach:
+            return Fault::Where::Detach;
+        case DfuRequest::Dnload:
+            return Fault::Where::Dnload;
+        case DfuRequest::Upload:
+            return Fault::Where::Upload;
+        case DfuRequest::GetStatus:
+            return Fault::Where::GetStatus;
+        case DfuRequest::ClrStatus:
+            return Fault::Where::ClrStatus;
+        case DfuRequest::GetState:
+            return Fault::Where::GetState;
+        case DfuRequest::Abort:
+            return Fault::Where::Abort;
+    }
+    return std::nullopt;
+}
+
+void Put(std::vector<std::uint8_t>& reply, std::size_t offset, std::uint32_t value) {
+    if (offset < reply.size()) {
+        reply[offset] = static_cast<std::uint8_t>(value & 0xFF);
+    }
+}
+
+// Changes an answer as the faults ask.
+void Distort(std::vector<std::uint8_t>& reply, const std::vector<Fault>& faults) {
+    constexpr std::size_t kStateInStatus = 4;
+    for (const Fault& fault : faults) {
+        switch (fault.what) {
+            case Fault::What::Status:
+                Put(reply, 0, fault.value);
+                break;
+            case Fault::What::State:
+                Put(reply, fault.where == Fault::Where::GetStatus ? kStateInStatus : 0, fault.value);
+                break;
+            case Fault::What::ShortReply:
+                reply.resize(std::min<std::size_t>(reply.size(), fault.value));
+                break;
+            case Fault::What::WrongEcho:
+                for (std::size_t byte = 0; byte < 4; ++byte) {
+                    Put(reply, byte, fault.value >> (8 * byte));
+                }
+                break;
+            case Fault::What::Stall:
+            case Fault::What::Timeout:
+            case Fault::What::Unplug:
+                break;
+        }
+    }
+}
+
+TransferResult Deliver(const std::vector<std::uint8_t>& reply, std::span<std::uint8_t> buffer) {
+    const std::size_t length = std::min(reply.size(), buffer.size());
+    std::copy_n(reply.begin(), length, buffer.begin());
+    return {.end = TransferEnd::Ok, .transferred = length};
+}
+
+}  // namespace
+
+VirtualCamera::VirtualCamera(CameraSettings settings)
+    : settings_(std::move(settings)), faults_(settings_.faults), bootLoader_(settings_) {}
+
+void VirtualCamera::Plug(std::uint64_t nowMs) {
+    Advance(nowMs);
+    if (!isPlugged_) {
+        isPlugged_ = true;
+        Enumerate();
+    }
+}
+
+void VirtualCamera::Unplug() {
+    bootLoader_.LosePower();
+    mode_ = BusMode::Absent;
+    isPlugged_ = false;
+    isDfuRequested_ = false;
+    busDeadline_.reset();
+}
+
+void VirtualCamera::Advance(std::uint64_t nowMs) {
+    for (std::optional<std::uint64_t> due = NextDeadline(); due && *due <= nowMs; due = NextDeadline()) {
+        switch (mode_) {
+            case BusMode::Running:
+                LeaveBus(*due);
+                break;
+            case BusMode::Absent:
+                Enumerate();
+                break;
+            case BusMode::Dfu:
+                bootLoader_.Advance(*due);
+                if (bootLoader_.WantsReset()) {
+                    LeaveBus(*due);
+                }
+                break;
+        }
+    }
+}
+
+std::optional<std::uint64_t> VirtualCamera::NextDeadline() const {
+    return mode_ == BusMode::Dfu ? bootLoader_.NextDeadline() : busDeadline_;
+}
+
+BusMode VirtualCamera::Mode() const {
+    return mode_;
+}
+
+DfuState VirtualCamera::State() const {
+    return mode_ == BusMode::Dfu ? bootLoader_.State() : DfuState::AppIdle;
+}
+
+DfuStatus VirtualCamera::Status() const {
+    return mode_ == BusMode::Dfu ? bootLoader_.Status() : DfuStatus::Ok;
+}
+
+const std::vector<std::uint8_t>& VirtualCamera::Flash() const {
+    return bootLoader_.Flash().Bytes();
+}
+
+std::string VirtualCamera::Version() const {
+    return bootLoader_.Flash().VersionText();
+}
+
+const CameraSettings& VirtualCamera::Settings() const {
+    return settings_;
+}
+
+TransferResult VirtualCamera::WriteCommand(std::span<const std::uint8_t> frame, std::uint64_t nowMs) {
+    Advance(nowMs);
+    if (const auto reason = WhyNoCommand()) {
+        return {.end = *reason};
+    }
+    if (const auto obstruction = Obstruct(faults_.Strike(Fault::Where::CommandWrite))) {
+        return {.end = *obstruction};
+    }
+    switch (extensionUnit_.Write(frame, bootLoader_.Flash())) {
+        case ExtensionUnit::Outcome::Refused:
+            return {.end = TransferEnd::Stall};
+        case ExtensionUnit::Outcome::SwitchToDfu:
+            isDfuRequested_ = true;
+            busDeadline_ = busDeadline_.value_or(nowMs + settings_.detachMs);
+            break;
+        case ExtensionUnit::Outcome::Done:
+            break;
+    }
+    return {.end = TransferEnd::Ok, .transferred = frame.size()};
+}
+
+TransferResult VirtualCamera::ReadReply(std::span<std::uint8_t> reply, std::uint64_t nowMs) {
+    Advance(nowMs);
+    if (const auto reason = WhyNoCommand()) {
+        return {.end = *reason};
+    }
+    const std::vector<Fault> faults = faults_.Strike(Fault::Where::CommandRead);
+    if (const auto obstruction = Obstruct(faults)) {
+        return {.end = *obstruction};
+    }
+    std::vector<std::uint8_t> answer = extensionUnit_.Reply();
+    Distort(answer, faults);
+    return Deliver(answer, reply);
+}
+
+TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data,
+                                              std::uint64_t nowMs) {
+    Advance(nowMs);
+    if (mode_ == BusMode::Absent) {
+        return {.end = TransferEnd::Disconnected};
+    }
+    if (mode_ == BusMode::Running || !IsForDfuInterface(setup)) {
+        return {.end = TransferEnd::Stall};
+    }
+    const std::optional<Fault::Where> place = PlaceOf(setup.request);
+    const std::vector<Fault> faults = place ? faults_.Strike(*place) : std::vector<Fault>{};
+    if (const auto obstruction = Obstruct(faults)) {
+        return {.end = *obstruction};
+    }
+    const std::span<std::uint8_t> stage = data.first(std::min<std::size_t>(data.size(), setup.length));
+    DfuAnswer answer = bootLoader_.Handle(setup, stage, nowMs);
+    if (bootLoader_.WantsReset()) {
+        LeaveBus(nowMs);
+    }
+    if (answer.end != TransferEnd::Ok) {
+        return {.end = answer.end};
+    }
+    Distort(answer.reply, faults);
+    const TransferResult delivered = Deliver(answer.reply, stage);
+    return {.end = TransferEnd::Ok, .transferred = answer.taken + delivered.transferred};
+}
+
+std::vector<std::uint8_t> VirtualCamera::DeviceDescriptor() const {
+    return MakeDeviceDescriptor(kVendorId, kDfuProductId);
+}
+
+std::vector<std::uint8_t> VirtualCamera::ConfigurationDescriptor() const {
+    if (!settings_.configurationDescriptor.empty()) {
+        return settings_.configurationDescriptor;
+    }
+    return MakeConfigurationDescriptor(settings_.transferSize,
+                                       TraitsOf(settings_.personality).isManifestationTolerant);
+}
+
+std::vector<std::array<std::uint8_t, 9>> VirtualCamera::Interfaces() const {
+    return FindInterfaces(ConfigurationDescriptor());
+}
+
+unsigned VirtualCamera::BlockNumberGaps() const {
+    return bootLoader_.BlockNumberGaps();
+}
+
+void VirtualCamera::LeaveBus(std::uint64_t nowMs) {
+    mode_ = BusMode::Absent;
+    busDeadline_ = nowMs + settings_.enumerateMs;
+}
+
+void VirtualCamera::Enumerate() {
+    busDeadline_.reset();
+    if (isDfuRequested_ || !bootLoader_.Flash().IsValid()) {
+        mode_ = BusMode::Dfu;
+        bootLoader_.Start();
+    } else {
+        mode_ = BusMode::Running;
+        extensionUnit_.Restart();
+    }
+    isDfuRequested_ = false;
+}
+
+std::optional<TransferEnd> VirtualCamera::WhyNoCommand() const {
+    if (mode_ == BusMode::Absent) {
+        return TransferEnd::Disconnected;
+    }
+    if (mode_ == BusMode::Dfu || !settings_.hasExtensionUnit) {
+        return TransferEnd::Stall;
+    }
+    return std::nullopt;
+}
+
+bool VirtualCamera::IsForDfuInterface(const SetupPacket& setup) const {
+    constexpr std::uint8_t kTypeAndRecipient = 0x7F;
+    constexpr std::uint8_t kClassToInterface = 0x21;
+    const std::optional<std::uint8_t> number = FindDfuInterface(ConfigurationDescriptor());
+    return (setup.requestType & kTypeAndRecipient) == kClassToInterface && number && setup.index == *number;
+}
+
+// The first fault that keeps the request from being carried out decides how it ends.
+std::optional<TransferEnd> VirtualCamera::Obstruct(const std::vector<Fault>& faults) {
+    for (const Fault& fault : faults) {
+        switch (fault.what) {
+            case Fault::What::Stall:
+                if (mode_ == BusMode::Dfu && fault.setsError) {
+                    bootLoader_.Fail(DfuStatus::ErrStalledPkt);
+                }
+                return TransferEnd::Stall;
+            case Fault::What::Timeout:
+                return TransferEnd::Timeout;
+            case Fault::What::Unplug:
+                Unplug();
+                return TransferEnd::Disconnected;
+            case Fault::What::Status:
+            case Fault::What::State:
+            case Fault::What::ShortReply:
+            case Fault::What::WrongEcho:
+                break;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace lab

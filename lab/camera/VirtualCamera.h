@@ -1,0 +1,112 @@
+#pragma once
+
+#include "lab/camera/BootLoader.h"
+#include "lab/camera/CameraSettings.h"
+#include "lab/camera/DfuTypes.h"
+#include "lab/camera/ExtensionUnit.h"
+#include "lab/camera/FaultPlan.h"
+#include "lab/camera/FlashMemory.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// Where the camera is on the bus.
+enum class BusMode {
+    Absent,   // not on the bus: unplugged, or between two enumerations
+    Running,  // a UVC camera with its firmware extension unit
+    Dfu,      // a USB device whose one interesting interface is of class 0xFE
+};
+
+// The camera that the laboratory puts on the bus: its running mode with the firmware command protocol, its
+// DFU mode with the state machine of the USB DFU 1.1 standard, and its flash memory. No platform in it.
+//
+// Time is the caller's: every call that can depend on it takes `nowMs`, milliseconds on any clock that never
+// runs backwards. Nothing happens by itself; Advance() makes what is due happen. Not thread-safe: the owner
+// locks.
+class VirtualCamera {
+  public:
+    // The firmware command frame and the control that is read back.
+    static constexpr std::size_t kFrameSize = ExtensionUnit::kFrameSize;
+    // The device information block.
+    static constexpr std::size_t kInfoBlockSize = ExtensionUnit::kInfoBlockSize;
+    // Where the four version bytes are in the flash.
+    static constexpr std::size_t kVersionOffset = FlashMemory::kVersionOffset;
+    // What UPLOAD in dfuIDLE answers, see Personality::Kv400.
+    static constexpr std::size_t kStatusBlockSize = BootLoader::kStatusBlockSize;
+    static constexpr std::uint16_t kVendorId = 0x2F1A;
+    static constexpr std::uint16_t kRunningProductId = 0x7E00;
+    static constexpr std::uint16_t kDfuProductId = 0x7E01;
+
+    explicit VirtualCamera(CameraSettings settings);
+
+    // Puts the camera on the bus in running mode, or takes it off, at once; plugging in what is plugged in,
+    // even between two enumerations, does nothing. Unplugging in DFU mode with a download under way leaves a
+    // flash that is partly written: the camera then comes back in DFU mode (state dfuERROR, status
+    // errFIRMWARE) when it is plugged in again, as a boot loader without a valid image does.
+    void Plug(std::uint64_t nowMs);
+    void Unplug();
+
+    // Makes everything happen that is due by nowMs: leaving the bus after the DFU-mode command, coming back,
+    // a block written, manifestation over, the self-reset.
+    void Advance(std::uint64_t nowMs);
+    // When Advance has something to do next; empty when nothing is pending.
+    [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const;
+
+    [[nodiscard]] BusMode Mode() const;
+    // As of the last call with a time. Outside DFU mode: appIDLE and OK.
+    [[nodiscard]] DfuState State() const;
+    [[nodiscard]] DfuStatus Status() const;
+    [[nodiscard]] const std::vector<std::uint8_t>& Flash() const;
+    // The version text of what is in the flash: "5.10.2.0".
+    [[nodiscard]] std::string Version() const;
+    [[nodiscard]] const CameraSettings& Settings() const;
+
+    // Running mode: writes a command frame to the extension unit's control, and reads the control back. Stall
+    // when the camera is in DFU mode or has no extension unit, Disconnected when it is not on the bus.
+    // `reply` gets at most its size; `transferred` says how much.
+    TransferResult WriteCommand(std::span<const std::uint8_t> frame, std::uint64_t nowMs);
+    TransferResult ReadReply(std::span<std::uint8_t> reply, std::uint64_t nowMs);
+
+    // DFU mode: one control transfer on the default pipe. For a device-to-host request `data` is filled, else
+    // read; data.size() is at least setup.length. In running mode, and for what is no class request to the
+    // DFU interface (wIndex holds its number), Stall without any other effect; Disconnected when the camera
+    // is not on the bus.
+    TransferResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data,
+                                   std::uint64_t nowMs);
+
+    // Descriptors of DFU mode, whole.
+    [[nodiscard]] std::vector<std::uint8_t> DeviceDescriptor() const;
+    [[nodiscard]] std::vector<std::uint8_t> ConfigurationDescriptor() const;
+    // The interface descriptors (9 bytes each) of the configuration descriptor in force, in their order.
+    [[nodiscard]] std::vector<std::array<std::uint8_t, 9>> Interfaces() const;
+
+    // Block numbers of accepted DNLOAD requests, the closing empty one included, that did not follow their
+    // predecessor in the same download by one (modulo 65,536). Counted over the camera's life.
+    [[nodiscard]] unsigned BlockNumberGaps() const;
+
+  private:
+    void LeaveBus(std::uint64_t nowMs);
+    void Enumerate();
+    [[nodiscard]] std::optional<TransferEnd> WhyNoCommand() const;
+    [[nodiscard]] bool IsForDfuInterface(const SetupPacket& setup) const;
+    std::optional<TransferEnd> Obstruct(const std::vector<Fault>& faults);
+
+    CameraSettings settings_;
+    FaultPlan faults_;
+    ExtensionUnit extensionUnit_;
+    BootLoader bootLoader_;
+    BusMode mode_ = BusMode::Absent;
+    bool isPlugged_ = false;
+    bool isDfuRequested_ = false;  // the next enumeration is that of DFU mode
+    // When the camera leaves the bus (running mode), or is back on it (absent).
+    std::optional<std::uint64_t> busDeadline_;
+};
+
+}  // namespace lab

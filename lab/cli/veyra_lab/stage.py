@@ -1,0 +1,124 @@
+"""Sets the stage in the Windows machine for a scenario, and takes everything away again."""
+
+import shutil
+from contextlib import ExitStack
+from dataclasses import dataclass
+from pathlib import Path
+
+from .machine import SERVICES_KEY, Machine, registry_string
+from .peer import TOAST, Peer
+from .scenario import Scenario
+
+SERVICE = "VeyraCameraDfuService"
+UPDATE_MODE_KEY = rf"{SERVICES_KEY}\VeyraCameraDFU"
+SENSOR_CLASS = "{24e552d7-6523-47f7-a647-d3465bf1f5ca}"
+SENSOR_CLASS_KEY = rf"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Control\DeviceClasses\{SENSOR_CLASS}"
+INSTANCE_KEY = rf"{SENSOR_CLASS_KEY}\##?#USB#VID_2F1A&PID_7E00&MI_00#6&1&0&0000#{SENSOR_CLASS}"
+_LABORATORY_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraLaboratory"
+_APP_DEFAULTS_KEY = r"HKEY_CURRENT_USER\Software\Wine\AppDefaults"
+_NOTIFICATIONS_KEY = (
+    r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings\Morrow.Veyra.DFUToastCntl"
+)
+_FOLDER = r"C:\VeyraLab"
+EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
+_RIG = rf"{_FOLDER}\winusb.dll"
+_TOAST_SERVER = r"C:\windows\system32\VeyraCameraToastCntl.exe"
+_IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
+
+
+@dataclass(frozen=True)
+class Programs:
+    """The three programs of a build folder that a run needs."""
+
+    service: Path
+    rig: Path
+    toast_server: Path
+
+    @staticmethod
+    def of(build_folder: Path) -> "Programs":
+        """Where the build leaves them."""
+        return Programs(
+            service=build_folder / f"{SERVICE}.exe",
+            rig=build_folder / "lab" / "rig" / "winusb.dll",
+            toast_server=build_folder / "lab" / "toast" / "VeyraCameraToastCntl.exe",
+        )
+
+
+class Stage:
+    """What a machine with a camera's software package looks like, made and unmade."""
+
+    def __init__(self, machine: Machine, programs: Programs, scenario: Scenario) -> None:
+        self._machine = machine
+        self._programs = programs
+        self._scenario = scenario
+
+    def set(self, port: int) -> None:
+        """Copies the files and writes the registry. Whatever a run that was killed has left is taken away first."""
+        if self._machine.file(_FOLDER).exists():
+            self.clear(None)
+        self._machine.file(_FOLDER).mkdir()
+        shutil.copyfile(self._programs.service, self._machine.file(EXECUTABLE))
+        shutil.copyfile(self._programs.rig, self._machine.file(_RIG))
+        if self._scenario.toast_server:
+            shutil.copyfile(self._programs.toast_server, self._machine.file(_TOAST_SERVER))
+        self._machine.file(_IMAGE).write_bytes(self._scenario.image)
+        self._machine.change_registry(self._keys(port))
+
+    def remove_driver(self) -> None:
+        """What the removal of the camera's driver package does to the registry."""
+        self._machine.change_registry({}, removed=[INSTANCE_KEY])
+
+    def clear(self, peer: Peer | None) -> None:
+        """Takes away everything that set() and the programs have left, also half-way through a run. A step that fails
+        keeps none of the later ones from being done."""
+        with ExitStack() as steps:
+            steps.callback(self._remove_files)
+            steps.callback(self._remove_keys)
+            steps.callback(self._unregister_toast_server)
+            if peer is not None:
+                steps.callback(peer.dismiss, TOAST, seconds=5)
+            self._remove_service()
+
+    def _keys(self, port: int) -> dict[str, dict[str, str | None]]:
+        keys: dict[str, dict[str, str | None]] = {
+            _LABORATORY_KEY: {"Port": f"dword:{port:08x}"},
+            rf"{_APP_DEFAULTS_KEY}\{SERVICE}.exe\DllOverrides": {"winusb": registry_string("native")},
+            rf"{INSTANCE_KEY}\#GLOBAL\Device Parameters": {
+                "FSSensorGroupName": registry_string("Morrow KV400 Cameras")
+            },
+        }
+        if self._scenario.update_mode is not None:
+            keys[UPDATE_MODE_KEY] = {"DFUAutoMode": registry_string(self._scenario.update_mode)}
+        return keys
+
+    def _remove_service(self) -> None:
+        if self._machine.service_state(SERVICE) is None:
+            return
+        self._machine.run("sc", "stop", SERVICE)
+        if self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=3) != "STOPPED":
+            # It is in the middle of a download, and nobody waits for that any more.
+            self._machine.run("taskkill", "/F", "/IM", f"{SERVICE}.exe")
+            self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=5)
+        self._machine.run("sc", "delete", SERVICE)
+        self._machine.wait_for_service_state(SERVICE, None, seconds=5)
+
+    def _unregister_toast_server(self) -> None:
+        if self._machine.file(_TOAST_SERVER).exists():
+            self._machine.run(_TOAST_SERVER, "/UnregServer")
+
+    def _remove_keys(self) -> None:
+        self._machine.change_registry(
+            {},
+            removed=[
+                SENSOR_CLASS_KEY,
+                UPDATE_MODE_KEY,
+                _LABORATORY_KEY,
+                rf"{_APP_DEFAULTS_KEY}\{SERVICE}.exe",
+                _NOTIFICATIONS_KEY,
+            ],
+        )
+
+    def _remove_files(self) -> None:
+        for path in (_TOAST_SERVER, _IMAGE):
+            self._machine.file(path).unlink(missing_ok=True)
+        shutil.rmtree(self._machine.file(_FOLDER), ignore_errors=True)

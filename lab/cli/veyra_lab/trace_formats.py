@@ -1,0 +1,82 @@
+"""Texts of the service's numbered trace messages, read from the trace-format files."""
+
+import re
+from collections.abc import Iterable, Sequence
+from dataclasses import dataclass, field
+from pathlib import Path
+
+SERVICE_BASE_TRACES = "{D3A7CCDD-8055-340B-3A0C-14F1E4FB3339}"
+UPDATE_SERVICE_TRACES = "{FBFBAA6B-FCBC-3745-AC1C-E104C7B6CDA1}"
+SCOPE_TRACES = "{5B0FDCD3-A0E5-3094-0EFF-D5D1628796F4}"
+
+_GROUP = re.compile(r"^([0-9a-fA-F]{8}(?:-[0-9a-fA-F]{4}){3}-[0-9a-fA-F]{12})\s")
+_MESSAGE = re.compile(r'^#typev\s+\S+\s+(\d+)\s+"(.*)"\s*//')
+_ARGUMENT = re.compile(r"^\S+,\s+(Item\w+)\s+--\s+(\d+)$")
+_PLACE = re.compile(r"%(\d+)(?:![^!]*!)?")
+_FIRST_ARGUMENT = 10
+
+
+@dataclass
+class TraceMessage:
+    """One message of a group. The text has %10, %11... where its arguments go."""
+
+    text: str
+    arguments: list[str] = field(default_factory=list)
+
+
+class TraceFormats:
+    """Every message of every trace-format file of a folder, by group and number."""
+
+    def __init__(self, folder: Path) -> None:
+        self._messages: dict[tuple[str, int], TraceMessage] = {}
+        for path in sorted(folder.glob("*.tmf")):
+            self._read(path.read_text(encoding="utf-8").splitlines())
+
+    def message(self, group: str, number: int) -> TraceMessage | None:
+        """The message, or None when no file describes it. The group is GUID text in any case, braces or not."""
+        return self._messages.get((_plain_guid(group), number))
+
+    def text(self, group: str, number: int, arguments: Sequence[str]) -> str | None:
+        """The message in words, or None when no file describes it. Arguments are hexadecimal texts of their bytes."""
+        message = self.message(group, number)
+        if message is None:
+            return None
+
+        def filled(place: re.Match[str]) -> str:
+            index = int(place[1])
+            if index < _FIRST_ARGUMENT:
+                return ""
+            position = index - _FIRST_ARGUMENT
+            if position >= len(arguments) or position >= len(message.arguments):
+                return "(missing)"
+            return _argument_text(message.arguments[position], bytes.fromhex(arguments[position]))
+
+        return _PLACE.sub(filled, message.text)
+
+    def _read(self, lines: Iterable[str]) -> None:
+        group = ""
+        message: TraceMessage | None = None
+        for line in (line.strip() for line in lines):
+            if match := _MESSAGE.match(line):
+                message = TraceMessage(match[2])
+                self._messages[(group, int(match[1]))] = message
+            elif (match := _ARGUMENT.match(line)) and message is not None:
+                message.arguments.append(match[1])
+            elif match := _GROUP.match(line):
+                group = _plain_guid(match[1])
+
+
+def _plain_guid(text: str) -> str:
+    return text.strip("{}").lower()
+
+
+def _argument_text(kind: str, content: bytes) -> str:
+    if kind == "ItemString":
+        return content.split(b"\0", 1)[0].decode("latin-1")
+    if kind == "ItemHRESULT":
+        return f"0x{int.from_bytes(content, 'little'):08x}"
+    if kind == "ItemLong":
+        return str(int.from_bytes(content, "little", signed=True))
+    if kind == "ItemULong":
+        return str(int.from_bytes(content, "little"))
+    return content.hex()

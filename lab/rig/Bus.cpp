@@ -1,0 +1,385 @@
+#include "lab/rig/Bus.h"
+
+#include <dbt.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "lab/rig/HexText.h"
+#include "lab/rig/InterfaceClasses.h"
+#include "lab/rig/TransferErrors.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+std::array<std::uint8_t, 8> SetupBytes(const SetupPacket& setup) {
+    const auto low = [](std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); };
+    const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };
+    return {setup.requestType, setup.request,     low(setup.value),  high(setup.value),
+            low(setup.index),  high(setup.index), low(setup.length), high(setup.length)};
+}
+
+bool IsDeviceToHost(const SetupPacket& setup) {
+    return (setup.requestType & 0x80) != 0;
+}
+
+// Little-endian; 0 where the bytes end.
+std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t offset, std::size_t width) {
+    std::uint32_t number = 0;
+    for (std::size_t index = 0; index < width && offset + index < bytes.size(); ++index) {
+        number |= std::uint32_t{bytes[offset + index]} << (8 * index);
+    }
+    return number;
+}
+
+const char* ModeText(BusMode mode) {
+    switch (mode) {
+        case BusMode::Absent:
+            return "absent";
+        case BusMode::Running:
+            return "running";
+        case BusMode::Dfu:
+            return "dfu";
+    }
+    return "absent";
+}
+
+}  // namespace
+
+Bus::Bus(const Stage& stage, Recorder record, Listener listener, QuietTest listenerIsQuiet)
+    : record_(std::move(record)),
+      listener_(std::move(listener)),
+      listenerIsQuiet_(std::move(listenerIsQuiet)),
+      transferTime_(stage.transferTime) {
+    for (std::size_t camera = 0; camera < stage.cameras.size(); ++camera) {
+        places_.push_back({VirtualCamera(stage.cameras[camera]), DeviceLinks(camera)});
+    }
+    thread_ = std::thread(&Bus::Run, this);
+}
+
+Bus::~Bus() {
+    {
+        const std::lock_guard lock(mutex_);
+        ending_ = true;
+        changed_.notify_all();
+    }
+    thread_.join();
+}
+
+void Bus::Plug(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
+        throw std::runtime_error("the camera is on the bus, or on its way back to it");
+    }
+    place.camera.Plug(NowMs());
+    NoteChange(camera, "plugged");
+}
+
+void Bus::Unplug(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    if (place.mode == BusMode::Absent && !place.camera.NextDeadline()) {
+        throw std::runtime_error("the camera is not on the bus");
+    }
+    const bool wasBetweenModes = place.mode == BusMode::Absent;
+    place.camera.Unplug();
+    NoteChange(camera);
+    if (wasBetweenModes) {
+        RecordCamera(camera, "unplugged");
+    }
+    changed_.notify_all();
+}
+
+json Bus::State(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    const Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    return {{"mode", ModeText(place.mode)},
+            {"dfu_state", static_cast<unsigned>(place.camera.State())},
+            {"dfu_status", static_cast<unsigned>(place.camera.Status())},
+            {"version", place.camera.Version()},
+            {"flash_bytes", place.camera.Flash().size()},
+            {"block_number_gaps", place.camera.BlockNumberGaps()}};
+}
+
+std::vector<std::uint8_t> Bus::Flash(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    return At(camera).camera.Flash();
+}
+
+void Bus::Announce(InterfaceEvent event) {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(event));
+    changed_.notify_all();
+}
+
+void Bus::WhenSettled(std::function<void()> settled) {
+    const std::lock_guard lock(mutex_);
+    settled_.push_back(std::move(settled));
+    changed_.notify_all();
+}
+
+void Bus::Wake() {
+    const std::lock_guard lock(mutex_);
+    changed_.notify_all();
+}
+
+std::vector<std::wstring> Bus::PresentLinks(const GUID& interfaceClass) {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::wstring> links;
+    for (const Place& place : places_) {
+        if (place.mode == BusMode::Dfu && interfaceClass == kUsbDeviceClass) {
+            links.push_back(place.links.DfuUsb());
+        } else if (place.mode == BusMode::Running && interfaceClass == kUsbDeviceClass) {
+            links.push_back(place.links.RunningUsb());
+        } else if (place.mode == BusMode::Running && interfaceClass == kSensorCameraClass) {
+            links.push_back(place.links.SensorCamera());
+        } else if (place.mode == BusMode::Running && interfaceClass == kVideoCameraClass) {
+            links.push_back(place.links.VideoCamera());
+        }
+    }
+    return links;
+}
+
+std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::wstring> links;
+    for (const Place& place : places_) {
+        if (place.mode == BusMode::Running) {
+            links.push_back(kind == SourceKind::SensorCamera ? place.links.SensorCamera()
+                                                             : place.links.Capture());
+        }
+    }
+    return links;
+}
+
+std::optional<Presence> Bus::FindSource(std::wstring_view link) {
+    const std::lock_guard lock(mutex_);
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        const Place& place = places_[camera];
+        const bool matches = SameLink(link, place.links.SensorCamera()) ||
+                             SameLink(link, place.links.VideoCamera()) ||
+                             SameLink(link, place.links.Capture());
+        if (matches && place.mode == BusMode::Running) {
+            return Presence{camera, place.stay};
+        }
+    }
+    return std::nullopt;
+}
+
+bool Bus::HasExtensionUnit(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    const Place* const place = Present(presence, BusMode::Running);
+    return place != nullptr && place->camera.Settings().hasExtensionUnit;
+}
+
+std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
+    const std::lock_guard lock(mutex_);
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        const Place& place = places_[camera];
+        if (place.mode == BusMode::Dfu && SameLink(link, place.links.DfuUsb())) {
+            return Presence{camera, place.stay};
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<DfuDescriptors> Bus::Descriptors(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    const Place* const place = Present(presence, BusMode::Dfu);
+    if (place == nullptr) {
+        return std::nullopt;
+    }
+    return DfuDescriptors{place->camera.DeviceDescriptor(), place->camera.ConfigurationDescriptor(),
+                          place->camera.Interfaces()};
+}
+
+TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::uint8_t> frame) {
+    transferTime_.Spend();
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Running)) {
+        result = place->camera.WriteCommand(frame, NowMs());
+    }
+    record_({{"event", "firmware-command"},
+             {"length", Number(frame, 0, 2)},
+             {"magic", Number(frame, 2, 2)},
+             {"opcode", Number(frame, 4, 4)},
+             {"parameters",
+              {Number(frame, 8, 4), Number(frame, 12, 4), Number(frame, 16, 4), Number(frame, 20, 4)}},
+             {"result", PropertyResult(result.end)}});
+    NoteChange(presence.camera);
+    return result;
+}
+
+TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> reply) {
+    transferTime_.Spend();
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Running)) {
+        result = place->camera.ReadReply(reply, NowMs());
+    }
+    record_({{"event", "firmware-reply"},
+             {"opcode", Number(reply.first(result.transferred), 0, 4)},
+             {"bytes", result.transferred},
+             {"result", PropertyResult(result.end)}});
+    NoteChange(presence.camera);
+    return result;
+}
+
+TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& setup,
+                                    std::span<std::uint8_t> data) {
+    transferTime_.Spend();
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Dfu)) {
+        result = place->camera.ControlTransfer(setup, data, NowMs());
+    }
+    json event{{"event", "transfer"},
+               {"setup", SpacedHexText(SetupBytes(setup))},
+               {"length", data.size()},
+               {"transferred", result.transferred},
+               {"ok", result.end == TransferEnd::Ok},
+               {"error", WinUsbError(result.end)}};
+    if (IsDeviceToHost(setup)) {
+        event["data"] = HexText(data.first(result.transferred));
+    }
+    record_(event);
+    NoteChange(presence.camera);
+    return result;
+}
+
+std::uint64_t Bus::NowMs() const {
+    const auto since = std::chrono::steady_clock::now() - begin_;
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+}
+
+Bus::Place& Bus::At(std::size_t camera) {
+    if (camera >= places_.size()) {
+        throw std::runtime_error("there is no camera " + std::to_string(camera));
+    }
+    return places_[camera];
+}
+
+Bus::Place* Bus::Present(const Presence& presence, BusMode mode) {
+    AdvanceOne(presence.camera, NowMs());
+    Place& place = places_[presence.camera];
+    return place.stay == presence.stay && place.mode == mode ? &place : nullptr;
+}
+
+void Bus::AdvanceAll() {
+    const std::uint64_t nowMs = NowMs();
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        AdvanceOne(camera, nowMs);
+    }
+}
+
+// Step by step, so that a camera that left and came back while the bus thread slept is seen to do both.
+void Bus::AdvanceOne(std::size_t camera, std::uint64_t nowMs) {
+    VirtualCamera& device = places_[camera].camera;
+    std::optional<std::uint64_t> previous;
+    for (auto due = device.NextDeadline(); due && *due <= nowMs && due != previous;
+         previous = due, due = device.NextDeadline()) {
+        device.Advance(*due);
+        NoteChange(camera);
+    }
+    device.Advance(nowMs);
+    NoteChange(camera);
+}
+
+void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
+    Place& place = places_[camera];
+    const BusMode mode = place.camera.Mode();
+    if (mode == place.mode) {
+        changed_.notify_all();
+        return;
+    }
+    if (place.mode != BusMode::Absent) {
+        RecordCamera(camera, place.camera.NextDeadline() || mode != BusMode::Absent ? "left" : "unplugged");
+        QueueRemoval(place);
+    }
+    place.mode = mode;
+    if (mode != BusMode::Absent) {
+        ++place.stay;
+        const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
+        RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
+        QueueArrival(place);
+    }
+    changed_.notify_all();
+}
+
+void Bus::QueueArrival(const Place& place) {
+    if (place.mode == BusMode::Dfu) {
+        waiting_.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.DfuUsb()});
+        return;
+    }
+    waiting_.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.RunningUsb()});
+    waiting_.push_back({DBT_DEVICEARRIVAL, kSensorCameraClass, place.links.SensorCamera()});
+    waiting_.push_back({DBT_DEVICEARRIVAL, kVideoCameraClass, place.links.VideoCamera()});
+}
+
+void Bus::QueueRemoval(const Place& place) {
+    if (place.mode == BusMode::Dfu) {
+        waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.DfuUsb()});
+        return;
+    }
+    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.RunningUsb()});
+    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kSensorCameraClass, place.links.SensorCamera()});
+    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kVideoCameraClass, place.links.VideoCamera()});
+}
+
+void Bus::RecordCamera(std::size_t camera, const char* change) {
+    record_({{"event", "camera"},
+             {"camera", camera},
+             {"change", change},
+             {"version", places_[camera].camera.Version()}});
+}
+
+std::optional<std::uint64_t> Bus::NextDeadline() const {
+    std::optional<std::uint64_t> next;
+    for (const Place& place : places_) {
+        const auto due = place.camera.NextDeadline();
+        if (due && (!next || *due < *next)) {
+            next = due;
+        }
+    }
+    return next;
+}
+
+void Bus::AnswerWhenSettled() {
+    if (settled_.empty() || NextDeadline() || !listenerIsQuiet_()) {
+        return;
+    }
+    for (const auto& settled : std::exchange(settled_, {})) {
+        settled();
+    }
+}
+
+void Bus::Run() {
+    std::unique_lock lock(mutex_);
+    while (!ending_) {
+        AdvanceAll();
+        if (!waiting_.empty()) {
+            const auto events = std::exchange(waiting_, {});
+            lock.unlock();
+            std::ranges::for_each(events, listener_);
+            lock.lock();
+            continue;
+        }
+        AnswerWhenSettled();
+        if (const auto due = NextDeadline()) {
+            const auto wait = std::chrono::milliseconds(std::max(*due, NowMs() + 1));
+            changed_.wait_until(lock, begin_ + wait);
+        } else {
+            changed_.wait(lock);
+        }
+    }
+}
+
+}  // namespace lab::rig

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace lab::rig {
+
+// The symbolic links of one camera's device interfaces, as Windows writes them.
+class DeviceLinks {
+  public:
+    explicit DeviceLinks(std::size_t camera);
+
+    // Running: the USB device, and the three ways in which its video function shows.
+    [[nodiscard]] const std::wstring& RunningUsb() const { return runningUsb_; }
+    [[nodiscard]] const std::wstring& SensorCamera() const { return sensorCamera_; }
+    [[nodiscard]] const std::wstring& VideoCamera() const { return videoCamera_; }
+    [[nodiscard]] const std::wstring& Capture() const { return capture_; }
+    // In DFU mode: one interface, the USB device; in upper case where Windows writes it so.
+    [[nodiscard]] const std::wstring& DfuUsb() const { return dfuUsb_; }
+
+  private:
+    std::wstring runningUsb_;
+    std::wstring sensorCamera_;
+    std::wstring videoCamera_;
+    std::wstring capture_;
+    std::wstring dfuUsb_;
+};
+
+// Links are compared without regard to case.
+[[nodiscard]] bool SameLink(std::wstring_view left, std::wstring_view right);
+
+}  // namespace lab::rig

@@ -1,0 +1,16 @@
+#include <windows.h>
+
+#include "lab/rig/Redirects.h"
+
+BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        lab::rig::RedirectServiceControl();
+        lab::rig::RedirectDiagnostics();
+        lab::rig::RedirectTracing();
+        lab::rig::RedirectConfigurationManager();
+        lab::rig::RedirectMediaFoundation();
+        lab::rig::RedirectDeviceFiles();
+        lab::rig::RedirectProcesses();
+    }
+    return TRUE;
+}

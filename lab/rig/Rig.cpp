@@ -1,0 +1,81 @@
+#include "lab/rig/Rig.h"
+
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "lab/rig/LastErrorKeeper.h"
+#include "lab/rig/RigCommands.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+constinit std::once_flag connectOnce;
+constinit std::atomic<Rig*> connectedRig{nullptr};
+
+}  // namespace
+
+Rig* Rig::Get() {
+    const LastErrorKeeper keeper;
+    // Released on purpose: the product's static objects still call the platform while the process ends.
+    std::call_once(connectOnce, [] { connectedRig = Connect().release(); });
+    return connectedRig;
+}
+
+Rig* Rig::IfConnected() {
+    return connectedRig;
+}
+
+std::unique_ptr<Rig> Rig::Connect() {
+    auto wire = Wire::Connect("rig");
+    if (wire == nullptr) {
+        return nullptr;
+    }
+    try {
+        const Stage stage = Stage::FromJson(wire->Stage());
+        return std::make_unique<Rig>(std::move(wire), stage);
+    } catch (const std::exception& error) {
+        wire->Send(RefusedEvent("stage", error.what()));
+        return nullptr;
+    }
+}
+
+Rig::Rig(std::unique_ptr<Wire> wire, const Stage& stage)
+    : wire_(std::move(wire)),
+      stage_(stage),
+      watchers_([this](const json& event) { Record(event); }),
+      controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); }),
+      bus_(
+          stage_, [this](const json& event) { Record(event); },
+          [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),
+      devices_(bus_, [this](const json& event) { Record(event); }) {
+    // The play goes on without an audience: when the connection closes, nothing is recorded any more.
+    wire_->Start([this](const json& command) { Obey(command); }, [] {});
+}
+
+void Rig::Record(const json& event) {
+    const LastErrorKeeper keeper;
+    wire_->Send(event);
+}
+
+void Rig::Announce(const InterfaceEvent& event) {
+    if (event.tellsWatchers) {
+        watchers_.Notify(event);
+    }
+    controls_.Queue(event);
+}
+
+void Rig::Obey(const json& command) {
+    const auto name = command.at("command").get<std::string>();
+    if (name == "settle") {
+        bus_.WhenSettled([this] { Record(DoneEvent("settle")); });
+        return;
+    }
+    Record(CarryOut(bus_, name, command));
+}
+
+}  // namespace lab::rig

@@ -1,0 +1,69 @@
+#include "lab/rig/RigCommands.h"
+
+#include <filesystem>
+#include <fstream>
+#include <span>
+#include <stdexcept>
+
+#include "lab/rig/GuidText.h"
+#include "lab/wire/Utf8.h"
+#include "lab/wire/Wire.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+bool IsCount(const json& value) {
+    return value.is_number_integer() && value.get<std::int64_t>() >= 0;
+}
+
+std::size_t CameraOf(const json& command) {
+    const json& camera = command.at("camera");
+    if (!IsCount(camera)) {
+        throw std::runtime_error("there is no camera " + camera.dump());
+    }
+    return camera.get<std::size_t>();
+}
+
+void SaveTo(const std::filesystem::path& path, std::span<const std::uint8_t> bytes) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) {
+        throw std::runtime_error("cannot write " + Utf8(path.wstring()));
+    }
+}
+
+InterfaceEvent EventOf(const json& command) {
+    const auto interfaceClass = GuidFromText(command.at("class").get<std::string>());
+    const json& type = command.at("type");
+    if (!interfaceClass || !IsCount(type) || type.get<std::uint64_t>() > 0xFFFFFFFF) {
+        throw std::runtime_error("a device event has a type and a class with braces");
+    }
+    return {type.get<DWORD>(), *interfaceClass, WideFromUtf8(command.at("link").get<std::string>()), false};
+}
+
+}  // namespace
+
+json CarryOut(Bus& bus, const std::string& name, const json& command) {
+    json answer = DoneEvent(name);
+    if (name == "plug") {
+        bus.Plug(CameraOf(command));
+    } else if (name == "unplug") {
+        bus.Unplug(CameraOf(command));
+    } else if (name == "state") {
+        answer.update(bus.State(CameraOf(command)));
+    } else if (name == "save-flash") {
+        const auto flash = bus.Flash(CameraOf(command));
+        SaveTo(WideFromUtf8(command.at("path").get<std::string>()), flash);
+        answer["bytes"] = flash.size();
+    } else if (name == "deliver") {
+        bus.Announce(EventOf(command));
+    } else {
+        throw std::runtime_error("there is no such command");
+    }
+    return answer;
+}
+
+}  // namespace lab::rig

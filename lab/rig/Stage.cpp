@@ -1,0 +1,190 @@
+#include "lab/rig/Stage.h"
+
+#include <array>
+#include <charconv>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "lab/rig/HexText.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+[[noreturn]] void Refuse(const std::string& field, const json& value) {
+    throw std::runtime_error("the stage's " + field + " cannot be " + value.dump());
+}
+
+template <typename Number>
+Number ToNumber(const std::string& field, const json& value) {
+    if (!value.is_number_unsigned() ||
+        value.get<std::uint64_t>() > std::uint64_t{std::numeric_limits<Number>::max()}) {
+        Refuse(field, value);
+    }
+    return value.get<Number>();
+}
+
+template <typename Choice, std::size_t Count>
+Choice ToChoice(const std::string& field, const json& value,
+                const std::array<std::pair<std::string_view, Choice>, Count>& choices) {
+    for (const auto& [text, choice] : choices) {
+        if (value == text) {
+            return choice;
+        }
+    }
+    Refuse(field, value);
+}
+
+constexpr std::array<std::pair<std::string_view, Personality>, 4> kPersonalities{{
+    {"kv400", Personality::Kv400},
+    {"strict", Personality::Strict},
+    {"lenient", Personality::Lenient},
+    {"synchronous", Personality::Synchronous},
+}};
+
+constexpr std::array<std::pair<std::string_view, Fault::Where>, 9> kWheres{{
+    {"DETACH", Fault::Where::Detach},
+    {"DNLOAD", Fault::Where::Dnload},
+    {"UPLOAD", Fault::Where::Upload},
+    {"GETSTATUS", Fault::Where::GetStatus},
+    {"CLRSTATUS", Fault::Where::ClrStatus},
+    {"GETSTATE", Fault::Where::GetState},
+    {"ABORT", Fault::Where::Abort},
+    {"COMMAND-WRITE", Fault::Where::CommandWrite},
+    {"COMMAND-READ", Fault::Where::CommandRead},
+}};
+
+constexpr std::array<std::pair<std::string_view, Fault::What>, 7> kWhats{{
+    {"stall", Fault::What::Stall},
+    {"timeout", Fault::What::Timeout},
+    {"unplug", Fault::What::Unplug},
+    {"status", Fault::What::Status},
+    {"state", Fault::What::State},
+    {"short", Fault::What::ShortReply},
+    {"echo", Fault::What::WrongEcho},
+}};
+
+std::array<std::uint8_t, 4> ToVersion(const json& value) {
+    const auto text = value.get<std::string>();
+    std::array<std::uint8_t, 4> version{};
+    const char* position = text.data();
+    const char* const end = position + text.size();
+    for (std::size_t index = 0; index < version.size(); ++index) {
+        if (index != 0 && (position == end || *position++ != '.')) {
+            Refuse("version", value);
+        }
+        const auto [next, error] = std::from_chars(position, end, version[index]);
+        if (error != std::errc{}) {
+            Refuse("version", value);
+        }
+        position = next;
+    }
+    if (position != end) {
+        Refuse("version", value);
+    }
+    return version;
+}
+
+std::vector<std::uint8_t> ToBytes(const std::string& field, const json& value) {
+    auto bytes = BytesFromHex(value.get<std::string>());
+    if (!bytes) {
+        Refuse(field, value);
+    }
+    return *std::move(bytes);
+}
+
+Fault ToFault(const json& fields) {
+    Fault fault;
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "where") {
+            fault.where = ToChoice(field, value, kWheres);
+        } else if (field == "what") {
+            fault.what = ToChoice(field, value, kWhats);
+        } else if (field == "skip") {
+            fault.skip = ToNumber<unsigned>(field, value);
+        } else if (field == "count") {
+            fault.count = ToNumber<unsigned>(field, value);
+        } else if (field == "value") {
+            fault.value = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "sets_error") {
+            fault.setsError = value.get<bool>();
+        } else {
+            throw std::runtime_error("a fault has no field " + field);
+        }
+    }
+    return fault;
+}
+
+std::vector<Fault> ToFaults(const json& list) {
+    std::vector<Fault> faults;
+    for (const json& fields : list) {
+        faults.push_back(ToFault(fields));
+    }
+    return faults;
+}
+
+CameraSettings ToCamera(const json& fields) {
+    CameraSettings camera;
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "version") {
+            camera.version = ToVersion(value);
+        } else if (field == "personality") {
+            camera.personality = ToChoice(field, value, kPersonalities);
+        } else if (field == "transfer_size") {
+            camera.transferSize = ToNumber<std::uint16_t>(field, value);
+        } else if (field == "block_ms") {
+            camera.blockMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "manifest_ms") {
+            camera.manifestMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "reset_ms") {
+            camera.resetMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "detach_ms") {
+            camera.detachMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "enumerate_ms") {
+            camera.enumerateMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "faults") {
+            camera.faults = ToFaults(value);
+        } else if (field == "configuration_descriptor") {
+            camera.configurationDescriptor = ToBytes(field, value);
+        } else if (field == "has_extension_unit") {
+            camera.hasExtensionUnit = value.get<bool>();
+        } else {
+            throw std::runtime_error("a camera has no field " + field);
+        }
+    }
+    return camera;
+}
+
+std::optional<Stage::TraceSession> ToTraceSession(const json& value) {
+    if (value.is_null()) {
+        return std::nullopt;
+    }
+    return Stage::TraceSession{ToNumber<std::uint8_t>("trace level", value.at("level")),
+                               ToNumber<std::uint32_t>("trace flags", value.at("flags"))};
+}
+
+}  // namespace
+
+Stage Stage::FromJson(const json& fields) {
+    Stage stage;
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "trace") {
+            stage.trace = ToTraceSession(value);
+        } else if (field == "transfer_us") {
+            stage.transferTime = std::chrono::microseconds(ToNumber<std::uint32_t>(field, value));
+        } else if (field == "cameras") {
+            for (const json& camera : value) {
+                stage.cameras.push_back(ToCamera(camera));
+            }
+        } else if (field != "reply") {
+            throw std::runtime_error("the stage has no field " + field);
+        }
+    }
+    return stage;
+}
+
+}  // namespace lab::rig

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "lab/camera/VirtualCamera.h"
+
+namespace lab::rig {
+
+// What the command-line program sets before the play begins.
+struct Stage {
+    struct TraceSession {
+        std::uint8_t level = 0;
+        std::uint32_t flags = 0;
+    };
+    std::optional<TraceSession> trace;
+    std::chrono::microseconds transferTime{0};
+    std::vector<CameraSettings> cameras;
+
+    // Throws std::runtime_error or a JSON exception, with a text that names the field, for a stage that says
+    // something unknown or impossible: a scenario with a slip of the pen must not look like one that passed.
+    [[nodiscard]] static Stage FromJson(const nlohmann::json& json);
+};
+
+}  // namespace lab::rig

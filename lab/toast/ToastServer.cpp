@@ -1,0 +1,84 @@
+#include "lab/toast/ToastServer.h"
+
+#include "lab/wire/Wire.h"
+
+#include <memory>
+#include <utility>
+
+#include "VeyraCameraToast.h"
+#include "lab/toast/LaboratoryCommands.h"
+#include "lab/toast/ServerParts.h"
+#include "lab/toast/ToastControllerFactory.h"
+#include "lab/toast/ToastTypeLibrary.h"
+#include "lab/toast/UserResponder.h"
+
+namespace lab::toast {
+namespace {
+
+using Microsoft::WRL::ComPtr;
+
+constexpr std::chrono::seconds kResponderPatience{2};
+constexpr UINT kCrashExitCode = 3;
+
+std::unique_ptr<Wire> OpenWire(const std::shared_ptr<ServerParts>& parts, LaboratoryCommands& commands) {
+    std::unique_ptr<Wire> wire = Wire::Connect("toast");
+    if (wire != nullptr) {
+        parts->reports.Open(*wire);
+        wire->Start([&commands](const nlohmann::json& command) { commands.CarryOut(command); },
+                    [parts] { parts->lifetime->LeaveNow(); });
+    }
+    return wire;
+}
+
+HRESULT OfferClassUntilUnused(const std::shared_ptr<ServerParts>& parts) {
+    const ComPtr<IClassFactory> factory(new ToastControllerFactory(parts));
+    DWORD registration = 0;
+    const HRESULT result = CoRegisterClassObject(__uuidof(ToastCntr), factory.Get(), CLSCTX_LOCAL_SERVER,
+                                                 REGCLS_MULTIPLEUSE, &registration);
+    if (FAILED(result)) {
+        return result;
+    }
+    parts->lifetime->WaitUntilUnused();
+    const HRESULT revoked = CoRevokeClassObject(registration);
+    if (parts->crashing) {
+        TerminateProcess(GetCurrentProcess(), kCrashExitCode);
+    }
+    parts->lifetime->WaitUntilReleased();
+    return revoked;
+}
+
+HRESULT Serve() {
+    ComPtr<ITypeInfo> typeInfo;
+    const HRESULT loaded = LoadToastTypeInfo(&typeInfo);
+    if (FAILED(loaded)) {
+        return loaded;
+    }
+    const auto parts = std::make_shared<ServerParts>(std::move(typeInfo));
+    UserResponder responder(parts);
+    LaboratoryCommands commands(parts, responder);
+    const std::unique_ptr<Wire> wire = OpenWire(parts, commands);
+
+    const HRESULT result = OfferClassUntilUnused(parts);
+
+    if (!responder.StopWithin(kResponderPatience)) {
+        // A client is stuck in its sink: its thread cannot be joined, and the class is revoked already.
+        TerminateProcess(GetCurrentProcess(), 0);
+    }
+    parts->reports.Close();
+    parts->sinks.RemoveAll();
+    return result;
+}
+
+}  // namespace
+
+HRESULT RunToastServer() {
+    const HRESULT initialised = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (FAILED(initialised)) {
+        return initialised;
+    }
+    const HRESULT result = Serve();
+    CoUninitialize();
+    return result;
+}
+
+}  // namespace lab::toast

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "tests/support/ImportRedirect.h"
+
+#include <windows.h>
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Records what the program does with events of a name, and hands every call on to Windows. Handles are
+// numbered in the order in which they were created. What the program leaves open, the journal closes when it
+// goes.
+class EventJournal {
+  public:
+    EventJournal();
+    ~EventJournal();
+
+    EventJournal(const EventJournal&) = delete;
+    EventJournal& operator=(const EventJournal&) = delete;
+
+    // One line a call, in order:
+    //   CreateEventW(no security, manual reset, not signalled, name)
+    //   SetEvent(0)
+    //   ResetEvent(0)
+    //   CloseHandle(0)
+    [[nodiscard]] std::vector<std::string> Calls() const;
+    void ForgetCalls();
+    // Runs at each call that is recorded, just before Windows is called.
+    void OnCall(std::function<void(const std::string& call)> action) { onCall_ = std::move(action); }
+
+    // The handle with the number; null when so many were not created.
+    [[nodiscard]] HANDLE Handle(std::size_t number) const;
+    [[nodiscard]] std::size_t Created() const;
+    [[nodiscard]] bool IsOpen(std::size_t number) const;
+
+    // CreateEventW of named events fails from now on.
+    void RefuseEvents() { refusesEvents_ = true; }
+
+  private:
+    struct Event {
+        HANDLE handle;
+        bool isOpen;
+    };
+
+    static HANDLE WINAPI RedirectedCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manualReset,
+                                               BOOL signalled, LPCWSTR name);
+    static BOOL WINAPI RedirectedSetEvent(HANDLE event);
+    static BOOL WINAPI RedirectedResetEvent(HANDLE event);
+    static BOOL WINAPI RedirectedCloseHandle(HANDLE handle);
+
+    void Record(const std::string& call);
+    void RecordOn(const char* function, HANDLE handle, bool closes);
+
+    static EventJournal* current_;
+
+    mutable std::mutex lock_;
+    std::vector<Event> events_;
+    std::vector<std::string> calls_;
+    std::function<void(const std::string&)> onCall_;
+    bool refusesEvents_ = false;
+    test_support::ImportRedirect createEvent_;
+    test_support::ImportRedirect setEvent_;
+    test_support::ImportRedirect resetEvent_;
+    test_support::ImportRedirect closeHandle_;
+};

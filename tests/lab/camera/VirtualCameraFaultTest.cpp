@@ -1,0 +1,323 @@
+#include "tests/lab/camera/CameraDriver.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace lab::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Where = Fault::Where;
+using What = Fault::What;
+
+CameraSettings With(std::vector<Fault> faults, Personality personality = Personality::Kv400) {
+    CameraSettings settings;
+    settings.personality = personality;
+    settings.faults = std::move(faults);
+    return settings;
+}
+
+CameraDriver InDfuMode(std::vector<Fault> faults) {
+    CameraDriver driver(With(std::move(faults)));
+    driver.EnterDfuMode();
+    return driver;
+}
+
+CameraDriver Running(std::vector<Fault> faults) {
+    CameraDriver driver(With(std::move(faults)));
+    driver.camera.Plug(driver.nowMs);
+    return driver;
+}
+
+// A DFU request that a device in dfuIDLE (in dfuERROR for CLRSTATUS) accepts.
+struct Place {
+    const char* name;
+    Where where;
+    DfuRequest request;
+    std::size_t length;
+    DfuState in;
+};
+
+class FaultPlace : public testing::TestWithParam<Place> {
+  protected:
+    static CameraDriver Bring(What what, bool setsError = true) {
+        CameraDriver driver(With({{.where = GetParam().where, .what = what, .setsError = setsError}}));
+        driver.Reach(GetParam().in);
+        EXPECT_EQ(driver.camera.State(), GetParam().in);
+        return driver;
+    }
+
+    static TransferEnd Ask(CameraDriver& driver) {
+        Bytes data(GetParam().length);
+        return driver.Request(GetParam().request, 0, data).end;
+    }
+};
+
+TEST_P(FaultPlace, StallLeadsToTheErrorState) {
+    CameraDriver driver = Bring(What::Stall);
+    EXPECT_EQ(Ask(driver), TransferEnd::Stall);
+    EXPECT_EQ(driver.camera.State(), DfuState::Error);
+    EXPECT_EQ(driver.camera.Status(),
+              GetParam().in == DfuState::Error ? DfuStatus::ErrFirmware : DfuStatus::ErrStalledPkt);
+}
+
+TEST_P(FaultPlace, StallThatSetsNoErrorChangesNothing) {
+    CameraDriver driver = Bring(What::Stall, false);
+    EXPECT_EQ(Ask(driver), TransferEnd::Stall);
+    EXPECT_EQ(driver.camera.State(), GetParam().in);
+    EXPECT_EQ(Ask(driver), TransferEnd::Ok);
+}
+
+TEST_P(FaultPlace, TimeoutChangesNothing) {
+    CameraDriver driver = Bring(What::Timeout);
+    EXPECT_EQ(Ask(driver), TransferEnd::Timeout);
+    EXPECT_EQ(driver.camera.State(), GetParam().in);
+    EXPECT_EQ(Ask(driver), TransferEnd::Ok);
+}
+
+TEST_P(FaultPlace, UnplugTakesTheCameraOffTheBusForGood) {
+    CameraDriver driver = Bring(What::Unplug);
+    EXPECT_EQ(Ask(driver), TransferEnd::Disconnected);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+    driver.Pass(100'000);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_NE(driver.camera.Mode(), BusMode::Absent);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, FaultPlace,
+    testing::Values(Place{"Detach", Where::Detach, DfuRequest::Detach, 0, DfuState::DfuIdle},
+                    Place{"Dnload", Where::Dnload, DfuRequest::Dnload, 64, DfuState::DfuIdle},
+                    Place{"Upload", Where::Upload, DfuRequest::Upload, 68, DfuState::DfuIdle},
+                    Place{"GetStatus", Where::GetStatus, DfuRequest::GetStatus, 6, DfuState::DfuIdle},
+                    Place{"ClrStatus", Where::ClrStatus, DfuRequest::ClrStatus, 0, DfuState::Error},
+                    Place{"GetState", Where::GetState, DfuRequest::GetState, 1, DfuState::DfuIdle},
+                    Place{"Abort", Where::Abort, DfuRequest::Abort, 0, DfuState::DfuIdle}),
+    [](const testing::TestParamInfo<Place>& instance) { return std::string(instance.param.name); });
+
+TEST(Fault, StatusIsAnsweredWithoutTheDeviceHavingIt) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::Status, .value = 0x03}});
+    const StatusReply reply = driver.GetStatus();
+    EXPECT_EQ(reply.end, TransferEnd::Ok);
+    EXPECT_EQ(reply.status, DfuStatus::ErrWrite);
+    EXPECT_EQ(reply.state, DfuState::DfuIdle);
+    EXPECT_EQ(driver.camera.Status(), DfuStatus::Ok);
+    EXPECT_EQ(driver.GetStatus().status, DfuStatus::Ok);
+}
+
+TEST(Fault, StateIsAnsweredToGetStatusWhileTheDeviceGoesOn) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::State, .value = 4}});
+    driver.Dnload(0, Bytes(8));
+    const StatusReply reply = driver.GetStatus();
+    EXPECT_EQ(reply.status, DfuStatus::Ok);
+    EXPECT_EQ(reply.state, DfuState::DnBusy);
+    EXPECT_EQ(driver.camera.State(), DfuState::DnloadIdle);
+}
+
+TEST(Fault, StateIsAnsweredToGetState) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetState, .what = What::State, .value = 10}});
+    EXPECT_EQ(driver.GetState(), DfuState::Error);
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+}
+
+TEST(Fault, StatusAndStateMayStrikeTogether) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::Status, .value = 0x0E},
+                                     {.where = Where::GetStatus, .what = What::State, .value = 10}});
+    const StatusReply reply = driver.GetStatus();
+    EXPECT_EQ(reply.status, DfuStatus::ErrUnknown);
+    EXPECT_EQ(reply.state, DfuState::Error);
+}
+
+TEST(Fault, ShortReplyLeavesTheRestOfTheBufferAlone) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::ShortReply, .value = 2},
+                                     {.where = Where::GetState, .what = What::ShortReply, .value = 0},
+                                     {.where = Where::Upload, .what = What::ShortReply, .value = 5}});
+    Bytes data(6, 0xAA);
+    const TransferResult result = driver.Request(DfuRequest::GetStatus, 0, data);
+    EXPECT_EQ(result.end, TransferEnd::Ok);
+    EXPECT_EQ(result.transferred, 2U);
+    EXPECT_EQ(data, (Bytes{0, 0, 0xAA, 0xAA, 0xAA, 0xAA}));
+    EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+    EXPECT_EQ(driver.Upload(68).size(), 5U);
+}
+
+TEST(Fault, ShortReplyLongerThanTheAnswerChangesNothing) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::ShortReply, .value = 500}});
+    EXPECT_EQ(driver.GetStatus().transferred, 6U);
+}
+
+TEST(Fault, AnswerOfARefusedRequestIsNotChanged) {
+    CameraDriver driver(With({{.where = Where::GetStatus, .what = What::State, .count = 0, .value = 8}},
+                             Personality::Strict));
+    driver.Reach(DfuState::Manifest);
+    ASSERT_EQ(driver.camera.State(), DfuState::Manifest);
+
+    const StatusReply reply = driver.GetStatus();
+
+    EXPECT_EQ(reply.end, TransferEnd::Stall);
+    EXPECT_EQ(reply.transferred, 0U);
+    EXPECT_EQ(reply.state, DfuState{0xEE});
+}
+
+TEST(Fault, SkipsAndCountsTheRequestsOfItsKind) {
+    CameraDriver driver =
+        InDfuMode({{.where = Where::GetState, .what = What::State, .skip = 2, .count = 3, .value = 10}});
+    const std::vector<DfuState> expected{DfuState::DfuIdle, DfuState::DfuIdle, DfuState::Error,
+                                         DfuState::Error,   DfuState::Error,   DfuState::DfuIdle};
+    for (std::size_t number = 0; number < expected.size(); ++number) {
+        driver.GetStatus();
+        EXPECT_EQ(driver.GetState(), expected[number]) << number;
+    }
+}
+
+TEST(Fault, CountOfZeroNeverEnds) {
+    CameraDriver driver =
+        InDfuMode({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0}});
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+    for (int number = 0; number < 50; ++number) {
+        EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+    }
+}
+
+TEST(Fault, LargestSkipAndCountDoNotWrap) {
+    CameraDriver driver =
+        InDfuMode({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0xFFFF'FFFF}});
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+    EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+}
+
+TEST(Fault, EachCountsByItself) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetState, .what = What::Timeout},
+                                     {.where = Where::GetState, .what = What::State, .skip = 1, .value = 7}});
+    EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+    EXPECT_EQ(driver.GetState(), DfuState::Manifest);
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+}
+
+TEST(Fault, FirstOfSeveralObstructionsDecides) {
+    CameraDriver driver = InDfuMode(
+        {{.where = Where::Abort, .what = What::Timeout}, {.where = Where::Abort, .what = What::Unplug}});
+    EXPECT_EQ(driver.Request(DfuRequest::Abort).end, TransferEnd::Timeout);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
+}
+
+TEST(Fault, RequestsThatDoNotReachTheCameraAreNotCounted) {
+    CameraDriver driver(With({{.where = Where::GetState, .what = What::Timeout}}));
+    driver.GetState();
+    driver.camera.Plug(driver.nowMs);
+    driver.GetState();
+    driver.EnterDfuMode();
+    EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+}
+
+TEST(Fault, CombinationsWithoutMeaningNeverStrike) {
+    CameraDriver driver = InDfuMode({{.where = Where::Upload, .what = What::Status, .value = 3},
+                                     {.where = Where::Upload, .what = What::State, .value = 3},
+                                     {.where = Where::Dnload, .what = What::ShortReply, .value = 1},
+                                     {.where = Where::GetState, .what = What::Status, .value = 3},
+                                     {.where = Where::GetStatus, .what = What::WrongEcho, .value = 3}});
+    const Bytes untouched = [] {
+        CameraDriver other(Personality::Kv400);
+        other.EnterDfuMode();
+        return other.Upload(68);
+    }();
+    EXPECT_EQ(driver.Upload(68), untouched);
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+    EXPECT_EQ(driver.GetStatus().status, DfuStatus::Ok);
+    EXPECT_EQ(driver.Dnload(0, Bytes(8)).transferred, 8U);
+}
+
+TEST(Fault, UnplugInTheMiddleOfADownloadLeavesNoFirmwareThatRuns) {
+    CameraDriver driver = InDfuMode({{.where = Where::Dnload, .what = What::Unplug, .skip = 2}});
+    EXPECT_FALSE(driver.Download(MakeImage(5000)));
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+
+    driver.camera.Plug(driver.nowMs);
+
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
+    EXPECT_EQ(driver.camera.Status(), DfuStatus::ErrFirmware);
+    const Bytes sent = MakeImage(2048);
+    EXPECT_TRUE(std::equal(sent.begin(), sent.end(), driver.camera.Flash().begin()));
+}
+
+TEST(Fault, BlockThatTimedOutIsNotInTheFlash) {
+    CameraDriver driver = InDfuMode({{.where = Where::Dnload, .what = What::Timeout, .skip = 1}});
+    driver.Dnload(0, Bytes(8, 1));
+    driver.GetStatus();
+    EXPECT_EQ(driver.Dnload(1, Bytes(8, 2)).end, TransferEnd::Timeout);
+    driver.Dnload(2, {});
+    ASSERT_TRUE(driver.Await(DfuState::ManifestWaitReset));
+    EXPECT_EQ(driver.camera.Flash(), Bytes(8, 1));
+    EXPECT_EQ(driver.camera.BlockNumberGaps(), 1U);
+}
+
+TEST(Fault, StatusThatTimedOutDoesNotCountForTheSelfReset) {
+    CameraDriver driver(With({{.where = Where::GetStatus, .what = What::Timeout, .skip = 2}}));
+    driver.Reach(DfuState::ManifestWaitReset);
+    EXPECT_EQ(driver.GetStatus().end, TransferEnd::Timeout);
+    EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
+}
+
+TEST(Fault, CommandWriteMayStallOrTimeOut) {
+    CameraDriver driver = Running({{.where = Where::CommandWrite, .what = What::Stall, .skip = 1},
+                                   {.where = Where::CommandWrite, .what = What::Timeout, .skip = 2}});
+    EXPECT_EQ(driver.Command(0x55).end, TransferEnd::Ok);
+    EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Stall);
+    EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Timeout);
+    EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
+    EXPECT_EQ(driver.Reply(), (Bytes{0x55, 0, 0, 0}));
+}
+
+TEST(Fault, CommandWriteMayUnplug) {
+    CameraDriver driver = Running({{.where = Where::CommandWrite, .what = What::Unplug}});
+    EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Disconnected);
+    driver.Pass(100'000);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
+}
+
+TEST(Fault, CommandReadMayStallTimeOutOrUnplug) {
+    CameraDriver driver = Running({{.where = Where::CommandRead, .what = What::Stall},
+                                   {.where = Where::CommandRead, .what = What::Timeout, .skip = 1},
+                                   {.where = Where::CommandRead, .what = What::Unplug, .skip = 3}});
+    Bytes reply(1024);
+    EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Stall);
+    EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Timeout);
+    EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Ok);
+    EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Disconnected);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+}
+
+TEST(Fault, CommandReadMayBeShort) {
+    CameraDriver driver = Running({{.where = Where::CommandRead, .what = What::ShortReply, .value = 233}});
+    driver.Command(0x10);
+    EXPECT_EQ(driver.Reply().size(), 233U);
+    EXPECT_EQ(driver.Reply().size(), 234U);
+}
+
+TEST(Fault, CommandReadMayEchoAnotherOpcode) {
+    CameraDriver driver =
+        Running({{.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
+    driver.Command(0x10);
+    const Bytes wrong = driver.Reply();
+    ASSERT_EQ(wrong.size(), 234U);
+    EXPECT_EQ(Bytes(wrong.begin(), wrong.begin() + 4), (Bytes{0x78, 0x56, 0x34, 0x12}));
+    EXPECT_EQ(driver.Reply()[0], 0x10);
+}
+
+TEST(Fault, WrongEchoOfAReplyThatIsShorterChangesWhatIsThere) {
+    CameraDriver driver =
+        Running({{.where = Where::CommandRead, .what = What::ShortReply, .value = 2},
+                 {.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
+    driver.Command(0x10);
+    EXPECT_EQ(driver.Reply(), (Bytes{0x78, 0x56}));
+}
+
+}  // namespace
+}  // namespace lab::test

@@ -1,0 +1,70 @@
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "lab/rig/InterfaceClasses.h"
+#include "lab/rig/RigCommands.h"
+#include "lab/wire/Utf8.h"
+#include "tests/lab/rig/BusFixture.h"
+
+using namespace lab::rig;
+using nlohmann::json;
+
+namespace {
+
+class RigCommandsTest : public BusFixture {
+  protected:
+    json Do(const json& command) { return CarryOut(*bus_, command.at("command"), command); }
+};
+
+}  // namespace
+
+TEST_F(RigCommandsTest, PlugsTellsAndUnplugs) {
+    Begin({QuickCamera()});
+    EXPECT_EQ(Do({{"command", "plug"}, {"camera", 0}}),
+              (json{{"event", "done"}, {"command", "plug"}, {"ok", true}}));
+    const json state = Do({{"command", "state"}, {"camera", 0}});
+    EXPECT_EQ(state.at("ok"), true);
+    EXPECT_EQ(state.at("mode"), "running");
+    EXPECT_EQ(Do({{"command", "unplug"}, {"camera", 0}}).at("ok"), true);
+}
+
+TEST_F(RigCommandsTest, SavesTheFlash) {
+    Begin({QuickCamera()});
+    const auto path = std::filesystem::temp_directory_path() / "veyra-rig-commands-flash.bin";
+    const json answer = Do({{"command", "save-flash"}, {"camera", 0}, {"path", lab::Utf8(path.wstring())}});
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<char> saved{std::istreambuf_iterator<char>(file), {}};
+    file.close();
+    std::filesystem::remove(path);
+    const auto flash = bus_->Flash(0);
+    EXPECT_EQ(answer.at("bytes"), flash.size());
+    EXPECT_TRUE(
+        std::ranges::equal(saved, flash, {}, [](char byte) { return static_cast<std::uint8_t>(byte); }));
+    EXPECT_THROW(Do({{"command", "save-flash"}, {"camera", 0}, {"path", "Q:\\nowhere\\flash.bin"}}),
+                 std::runtime_error);
+}
+
+TEST_F(RigCommandsTest, DeliversAMadeUpEventToTheServiceOnly) {
+    Begin({});
+    Do({{"command", "deliver"},
+        {"type", 0x8000},
+        {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
+        {"link", "any \xC3\xA9"}});
+    ASSERT_TRUE(Settle());
+    const auto announced = TakeAnnounced();
+    ASSERT_EQ(announced.size(), 1U);
+    EXPECT_EQ(announced[0].type, 0x8000U);
+    EXPECT_TRUE(announced[0].interfaceClass == kUsbDeviceClass);
+    EXPECT_EQ(announced[0].link, L"any \u00E9");
+    EXPECT_FALSE(announced[0].tellsWatchers);
+}
+
+TEST_F(RigCommandsTest, RefusesWhatItDoesNotUnderstand) {
+    Begin({QuickCamera()});
+    EXPECT_THROW(Do({{"command", "dance"}}), std::exception);
+    EXPECT_THROW(Do({{"command", "plug"}}), std::exception);
+    EXPECT_THROW(Do({{"command", "plug"}, {"camera", -1}}), std::exception);
+    EXPECT_THROW(Do({{"command", "deliver"}, {"type", 1}, {"class", "none"}, {"link", ""}}), std::exception);
+}

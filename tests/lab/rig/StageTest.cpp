@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+
+#include "lab/rig/Stage.h"
+
+using lab::rig::Stage;
+using nlohmann::json;
+
+TEST(Stage, SaysNothingUnlessAsked) {
+    const Stage stage = Stage::FromJson({{"reply", "stage"}});
+    EXPECT_FALSE(stage.trace.has_value());
+    EXPECT_EQ(stage.transferTime.count(), 0);
+    EXPECT_TRUE(stage.cameras.empty());
+    EXPECT_FALSE(Stage::FromJson({{"trace", nullptr}}).trace.has_value());
+}
+
+TEST(Stage, TakesEveryField) {
+    const Stage stage = Stage::FromJson(json::parse(R"({
+        "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250,
+        "cameras": [{"version": "1.2.11.255", "personality": "strict", "transfer_size": 65535, "block_ms": 1,
+            "manifest_ms": 2, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
+            "configuration_descriptor": "09 02aB", "has_extension_unit": false,
+            "faults": [{"where": "COMMAND-READ", "what": "echo", "skip": 6, "count": 7, "value": 4294967295,
+                        "sets_error": false}]}]})"));
+    ASSERT_TRUE(stage.trace.has_value());
+    EXPECT_EQ(stage.trace->level, 8);
+    EXPECT_EQ(stage.trace->flags, 0xFFFFFFFFU);
+    EXPECT_EQ(stage.transferTime.count(), 250);
+    ASSERT_EQ(stage.cameras.size(), 1U);
+    const auto& camera = stage.cameras[0];
+    EXPECT_EQ(camera.version, (std::array<std::uint8_t, 4>{1, 2, 11, 255}));
+    EXPECT_EQ(camera.personality, lab::Personality::Strict);
+    EXPECT_EQ(camera.transferSize, 65535);
+    EXPECT_EQ(camera.blockMs, 1U);
+    EXPECT_EQ(camera.manifestMs, 2U);
+    EXPECT_EQ(camera.resetMs, 3U);
+    EXPECT_EQ(camera.detachMs, 4U);
+    EXPECT_EQ(camera.enumerateMs, 5U);
+    EXPECT_EQ(camera.configurationDescriptor, (std::vector<std::uint8_t>{0x09, 0x02, 0xAB}));
+    EXPECT_FALSE(camera.hasExtensionUnit);
+    ASSERT_EQ(camera.faults.size(), 1U);
+    EXPECT_EQ(camera.faults[0].where, lab::Fault::Where::CommandRead);
+    EXPECT_EQ(camera.faults[0].what, lab::Fault::What::WrongEcho);
+    EXPECT_EQ(camera.faults[0].skip, 6U);
+    EXPECT_EQ(camera.faults[0].count, 7U);
+    EXPECT_EQ(camera.faults[0].value, 0xFFFFFFFFU);
+    EXPECT_FALSE(camera.faults[0].setsError);
+}
+
+// A scenario with a slip of the pen must not run as if it had said nothing.
+TEST(Stage, RefusesWhatItDoesNotUnderstand) {
+    for (const char* text :
+         {R"({"camera": []})", R"({"transfer_us": -1})", R"({"trace": {"level": 256, "flags": 0}})",
+          R"({"trace": {"level": 1}})", R"({"cameras": [{"versoin": "1.2.3.4"}]})",
+          R"({"cameras": [{"version": "1.2.3"}]})", R"({"cameras": [{"version": "1.2.3.256"}]})",
+          R"({"cameras": [{"version": "1.2.3.4.5"}]})", R"({"cameras": [{"version": 5}]})",
+          R"({"cameras": [{"personality": "kind"}]})", R"({"cameras": [{"transfer_size": 65536}]})",
+          R"({"cameras": [{"block_ms": "1"}]})", R"({"cameras": [{"configuration_descriptor": "0"}]})",
+          R"({"cameras": [{"configuration_descriptor": "zz"}]})",
+          R"({"cameras": [{"has_extension_unit": 1}]})",
+          R"({"cameras": [{"faults": [{"where": "NOWHERE"}]}]})",
+          R"({"cameras": [{"faults": [{"what": "?"}]}]})", R"({"cameras": [{"faults": [{"when": 1}]}]})"}) {
+        EXPECT_THROW((void)Stage::FromJson(json::parse(text)), std::exception) << text;
+    }
+}

@@ -1,0 +1,401 @@
+#include "tests/lab/toast/ToastServerFixture.h"
+
+#include <olectl.h>
+#include <oleauto.h>
+
+#include "tests/lab/toast/RecordingSink.h"
+
+namespace {
+
+using Microsoft::WRL::ComPtr;
+using nlohmann::json;
+using namespace std::chrono_literals;
+
+// A text argument that frees itself.
+class Text {
+  public:
+    explicit Text(const wchar_t* text) : text_(SysAllocString(text)) {}
+    ~Text() { SysFreeString(text_); }
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+    operator BSTR() const { return text_; }
+
+  private:
+    BSTR text_;
+};
+
+json PromptCall(const char* method, json texts) {
+    return {{"event", "prompt-call"}, {"method", method}, {"texts", std::move(texts)}};
+}
+
+json Done(const char* command) {
+    return {{"event", "done"}, {"command", command}, {"ok", true}};
+}
+
+json Refused(const char* command, const char* why) {
+    return {{"event", "done"}, {"command", command}, {"ok", false}, {"why", why}};
+}
+
+json Respond(LONG code) {
+    return {{"command", "respond"}, {"code", code}};
+}
+
+json Answer(LONG code, int sinks) {
+    return {{"event", "answer"}, {"code", code}, {"sinks", sinks}, {"result", 0}};
+}
+
+class ToastServer : public ToastServerFixture {
+  protected:
+    void ExpectEvent(const json& event) { EXPECT_EQ(wire_->NextEvent(), event); }
+
+    // Advises the sink and takes the event that tells so.
+    DWORD Advise(IConnectionPoint& events, RecordingSink& sink) {
+        DWORD cookie = 0;
+        EXPECT_EQ(events.Advise(&sink, &cookie), S_OK);
+        ExpectEvent({{"event", "advised"}, {"cookie", cookie}});
+        return cookie;
+    }
+
+    void Unadvise(IConnectionPoint& events, DWORD cookie) {
+        EXPECT_EQ(events.Unadvise(cookie), S_OK);
+        ExpectEvent({{"event", "unadvised"}, {"cookie", cookie}});
+    }
+};
+
+TEST_F(ToastServer, ReportsTheThreeCallsWithTheirTexts) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    EXPECT_EQ(controller->ShowUpdatePrompt(Text(L"5.10.2.0"), Text(L"5.10.3.0")), S_OK);
+    EXPECT_EQ(controller->NotifyProgress(Text(L"start:118")), S_OK);
+    EXPECT_EQ(controller->NotifyProgress(Text(L"1")), S_OK);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    ExpectEvent(PromptCall("ShowUpdatePrompt", {"5.10.2.0", "5.10.3.0"}));
+    ExpectEvent(PromptCall("NotifyProgress", json::array({"start:118"})));
+    ExpectEvent(PromptCall("NotifyProgress", json::array({"1"})));
+    ExpectEvent(PromptCall("NotifyComplete", json::array()));
+}
+
+TEST_F(ToastServer, TakesAbsentAndForeignTexts) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    EXPECT_EQ(controller->ShowUpdatePrompt(nullptr, Text(L"\u00FC\u20AC")), S_OK);
+    ExpectEvent(PromptCall("ShowUpdatePrompt", {"", "\xC3\xBC\xE2\x82\xAC"}));
+}
+
+TEST_F(ToastServer, TakesCallsByNameThroughItsTypeLibrary) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    wchar_t name[] = L"NotifyProgress";
+    LPOLESTR names = name;
+    DISPID id = 0;
+    ASSERT_EQ(controller->GetIDsOfNames(GUID{}, &names, 1, LOCALE_USER_DEFAULT, &id), S_OK);
+    const Text status(L"7");
+    VARIANTARG argument;
+    V_VT(&argument) = VT_BSTR;
+    V_BSTR(&argument) = status;
+    DISPPARAMS parameters{&argument, nullptr, 1, 0};
+    EXPECT_EQ(controller->Invoke(id, GUID{}, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr,
+                                 nullptr, nullptr),
+              S_OK);
+    ExpectEvent(PromptCall("NotifyProgress", json::array({"7"})));
+}
+
+TEST_F(ToastServer, FiresUserRespondAtTheAdvisedSink) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    const DWORD cookie = Advise(*events.Get(), sink);
+    wire_->Send(Respond(1));
+    const auto call = sink.NextCall();
+    ASSERT_TRUE(call.has_value());
+    EXPECT_EQ(call->id, 1);
+    EXPECT_EQ(call->flags, DISPATCH_METHOD);
+    EXPECT_EQ(call->arguments, 1u);
+    EXPECT_EQ(call->type, VT_I4);
+    EXPECT_EQ(call->code, 1);
+    EXPECT_NE(call->thread, GetCurrentThreadId());
+    ExpectEvent(Answer(1, 1));
+    ExpectEvent(Done("respond"));
+    Unadvise(*events.Get(), cookie);
+}
+
+TEST_F(ToastServer, FiresEveryCodeInOrder) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    const DWORD cookie = Advise(*events.Get(), sink);
+    for (const LONG code : {0L, 2L, -1L, 0x7FFFFFFFL}) {
+        wire_->Send(Respond(code));
+    }
+    for (const LONG code : {0L, 2L, -1L, 0x7FFFFFFFL}) {
+        const auto call = sink.NextCall();
+        ASSERT_TRUE(call.has_value());
+        EXPECT_EQ(call->code, code);
+        ExpectEvent(Answer(code, 1));
+        ExpectEvent(Done("respond"));
+    }
+    Unadvise(*events.Get(), cookie);
+}
+
+// The second sink knows IDispatch alone; the third is advised at another object of the server.
+TEST_F(ToastServer, FiresAtTheSinksOfAllItsObjects) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    ComPtr<IToastCntr> other;
+    ASSERT_EQ(
+        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
+        S_OK);
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    const ComPtr<IConnectionPoint> otherEvents = EventsOf(*other.Get());
+    RecordingSink first;
+    RecordingSink second(RecordingSink::Answers::kOnlyDispatch);
+    RecordingSink third;
+    const DWORD firstCookie = Advise(*events.Get(), first);
+    const DWORD secondCookie = Advise(*events.Get(), second);
+    const DWORD thirdCookie = Advise(*otherEvents.Get(), third);
+    wire_->Send(Respond(1));
+    EXPECT_TRUE(first.NextCall().has_value());
+    EXPECT_TRUE(second.NextCall().has_value());
+    EXPECT_TRUE(third.NextCall().has_value());
+    ExpectEvent(Answer(1, 3));
+    ExpectEvent(Done("respond"));
+    Unadvise(*events.Get(), firstCookie);
+    Unadvise(*events.Get(), secondCookie);
+    Unadvise(*otherEvents.Get(), thirdCookie);
+}
+
+// The service calls back while it handles the answer.
+TEST_F(ToastServer, TakesCallsFromInsideTheEvent) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    sink.WhenCalled([&] { EXPECT_EQ(controller->NotifyProgress(Text(L"start:0")), S_OK); });
+    const DWORD cookie = Advise(*events.Get(), sink);
+    wire_->Send(Respond(1));
+    EXPECT_TRUE(sink.NextCall().has_value());
+    ExpectEvent(PromptCall("NotifyProgress", json::array({"start:0"})));
+    ExpectEvent(Answer(1, 1));
+    ExpectEvent(Done("respond"));
+    Unadvise(*events.Get(), cookie);
+}
+
+TEST_F(ToastServer, RefusesToRespondWhenNobodyListens) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    Unadvise(*events.Get(), Advise(*events.Get(), sink));
+    wire_->Send(Respond(1));
+    ExpectEvent(Answer(1, 0));
+    ExpectEvent(Refused("respond", "no sink is advised"));
+    EXPECT_FALSE(sink.NextCall(0ms).has_value());
+}
+
+TEST_F(ToastServer, ForgetsTheSinksOfAReleasedObject) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    ComPtr<IToastCntr> other;
+    ASSERT_EQ(
+        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
+        S_OK);
+    RecordingSink sink;
+    Advise(*EventsOf(*other.Get()).Get(), sink);
+    other.Reset();
+    wire_->Send(Respond(1));
+    ExpectEvent(Answer(1, 0));
+    ExpectEvent(Refused("respond", "no sink is advised"));
+}
+
+TEST_F(ToastServer, RefusesASinkThatIsNoDispatch) {
+    const ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink(RecordingSink::Answers::kOnlyUnknown);
+    DWORD cookie = 9;
+    EXPECT_EQ(events->Advise(&sink, &cookie), CONNECT_E_CANNOTCONNECT);
+}
+
+TEST_F(ToastServer, RefusesTheCookieOfAnotherObject) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    ComPtr<IToastCntr> other;
+    ASSERT_EQ(
+        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
+        S_OK);
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    const DWORD cookie = Advise(*events.Get(), sink);
+    EXPECT_EQ(EventsOf(*other.Get())->Unadvise(cookie), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(events->Unadvise(cookie + 1), CONNECT_E_NOCONNECTION);
+    Unadvise(*events.Get(), cookie);
+}
+
+TEST_F(ToastServer, HasOneConnectionPoint) {
+    const ComPtr<IToastCntr> controller = Activate();
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(controller.As(&container), S_OK);
+    ComPtr<IConnectionPoint> none;
+    EXPECT_EQ(container->FindConnectionPoint(__uuidof(IToastCntr), &none), CONNECT_E_NOCONNECTION);
+    ComPtr<IEnumConnectionPoints> enumerator;
+    ASSERT_EQ(container->EnumConnectionPoints(&enumerator), S_OK);
+    ComPtr<IConnectionPoint> point;
+    ULONG fetched = 0;
+    ASSERT_EQ(enumerator->Next(1, &point, &fetched), S_OK);
+    IID events{};
+    EXPECT_EQ(point->GetConnectionInterface(&events), S_OK);
+    EXPECT_EQ(events, __uuidof(IToastCntrEvents));
+    EXPECT_EQ(enumerator->Skip(1), S_FALSE);
+}
+
+TEST_F(ToastServer, FailsTheMethodThatTheScenarioNames) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", E_FAIL}});
+    ExpectEvent(Done("fail"));
+    EXPECT_EQ(controller->NotifyProgress(Text(L"1")), E_FAIL);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    ExpectEvent(PromptCall("NotifyProgress", json::array({"1"})));
+    ExpectEvent(PromptCall("NotifyComplete", json::array()));
+    wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", 0}});
+    ExpectEvent(Done("fail"));
+    EXPECT_EQ(controller->NotifyProgress(Text(L"2")), S_OK);
+}
+
+TEST_F(ToastServer, RefusesCommandsItCannotCarryOut) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    wire_->Send({{"command", "fail"}, {"method", "Shout"}, {"hresult", E_FAIL}});
+    ExpectEvent(Refused("fail", "no such method"));
+    wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", "E_FAIL"}});
+    ExpectEvent(Refused("fail", "hresult is no 32-bit number"));
+    wire_->Send({{"command", "respond"}, {"code", 4294967296}});
+    ExpectEvent(Refused("respond", "code is no 32-bit number"));
+    wire_->Send({{"command", "respond"}});
+    ExpectEvent(Refused("respond", "code is no 32-bit number"));
+    wire_->Send({{"command", "dance"}});
+    ExpectEvent(Refused("dance", "no such command"));
+    wire_->Send({{"command", 7}});
+    ExpectEvent(Refused("", "no such command"));
+}
+
+TEST_F(ToastServer, DiesWhenTheScenarioWantsACrash) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const win32::UniqueKernelHandle process = ServerProcess();
+    ASSERT_TRUE(process);
+    wire_->Send({{"command", "die"}});
+    ExpectEvent(Done("die"));
+    EXPECT_EQ(ExitCodeWithin(process, 10s), 3u);
+    EXPECT_LT(controller->NotifyComplete(), 0);
+}
+
+// Follows the crash: a server that was killed must not spoil the next activation.
+TEST_F(ToastServer, ComesBackAfterACrash) {
+    OpenWire();
+    const ComPtr<IToastCntr> crashed = Activate();
+    const win32::UniqueKernelHandle process = ServerProcess();
+    wire_->Send({{"command", "die"}});
+    ASSERT_TRUE(ExitCodeWithin(process, 10s).has_value());
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+}
+
+TEST_F(ToastServer, LeavesAfterTheLastReleaseAndNotBefore) {
+    ComPtr<IToastCntr> controller = Activate();
+    const win32::UniqueKernelHandle process = ServerProcess();
+    ASSERT_TRUE(process);
+    EXPECT_EQ(ExitCodeWithin(process, 3s), std::nullopt);
+    controller.Reset();
+    EXPECT_EQ(ExitCodeWithin(process, 1s), std::nullopt);
+    EXPECT_EQ(ExitCodeWithin(process, 10s), 0u);
+}
+
+TEST_F(ToastServer, IsFoundByAClientThatComesStraightBack) {
+    Activate().Reset();
+    const DWORD id = GetProcessId(ServerProcess().Get());
+    const ComPtr<IToastCntr> controller = Activate();
+    const win32::UniqueKernelHandle process = ServerProcess();
+    EXPECT_EQ(GetProcessId(process.Get()), id);
+    EXPECT_EQ(ExitCodeWithin(process, 3s), std::nullopt);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+}
+
+TEST_F(ToastServer, StartsAgainForAClientThatComesLater) {
+    Activate().Reset();
+    ASSERT_EQ(ExitCodeWithin(ServerProcess(), 10s), 0u);
+    EXPECT_EQ(Activate()->NotifyComplete(), S_OK);
+}
+
+TEST_F(ToastServer, StaysWhileItIsLocked) {
+    ComPtr<IClassFactory> factory;
+    ASSERT_EQ(CoGetClassObject(__uuidof(ToastCntr), CLSCTX_LOCAL_SERVER, nullptr, __uuidof(IClassFactory),
+                               &factory),
+              S_OK);
+    const HRESULT locked = factory->LockServer(TRUE);
+    Activate().Reset();
+    if (locked == E_NOTIMPL) {
+        GTEST_SKIP() << "this system's proxy of IClassFactory does not carry LockServer to the server";
+    }
+    ASSERT_EQ(locked, S_OK);
+    const win32::UniqueKernelHandle process = ServerProcess();
+    EXPECT_EQ(ExitCodeWithin(process, 3s), std::nullopt);
+    EXPECT_EQ(factory->LockServer(FALSE), S_OK);
+    EXPECT_EQ(ExitCodeWithin(process, 10s), 0u);
+}
+
+TEST_F(ToastServer, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    RecordingSink sink;
+    Advise(*EventsOf(*controller.Get()).Get(), sink);
+    const win32::UniqueKernelHandle process = ServerProcess();
+    wire_->Close();
+    EXPECT_EQ(ExitCodeWithin(process, 2s), 0u);
+    EXPECT_LT(controller->NotifyComplete(), 0);
+}
+
+// A sink that does not return must not keep the server: its class would stay behind. The sink is stuck until
+// the test's process ends, so what it touches lives as long.
+TEST_F(ToastServer, LeavesAlthoughASinkDoesNotReturn) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    const win32::UniqueKernelHandle entered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    static RecordingSink sink;
+    sink.WhenCalled([event = entered.Get()] {
+        SetEvent(event);
+        Sleep(INFINITE);
+    });
+    Advise(*EventsOf(*controller.Get()).Get(), sink);
+    wire_->Send(Respond(1));
+    ASSERT_EQ(WaitForSingleObject(entered.Get(), 10'000), WAIT_OBJECT_0);
+    const win32::UniqueKernelHandle process = ServerProcess();
+    wire_->Close();
+    EXPECT_EQ(ExitCodeWithin(process, 10s), 0u);
+}
+
+TEST_F(ToastServer, WorksWithoutALaboratoryAndNeverAnswers) {
+    ComPtr<IToastCntr> controller = Activate();
+    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+    RecordingSink sink;
+    DWORD cookie = 0;
+    ASSERT_EQ(events->Advise(&sink, &cookie), S_OK);
+    EXPECT_EQ(controller->ShowUpdatePrompt(Text(L"5.10.2.0"), Text(L"5.10.3.0")), S_OK);
+    EXPECT_EQ(controller->NotifyProgress(Text(L"start:3")), S_OK);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    EXPECT_FALSE(sink.NextCall(1s).has_value());
+    EXPECT_EQ(events->Unadvise(cookie), S_OK);
+}
+
+// The port of a laboratory that is gone is as good as none.
+TEST_F(ToastServer, WorksWhenNobodyListensAtThePort) {
+    const DWORD deadPort = 1;
+    ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VeyraLaboratory", L"Port", REG_DWORD, &deadPort,
+                              sizeof deadPort),
+              ERROR_SUCCESS);
+    EXPECT_EQ(Activate()->NotifyComplete(), S_OK);
+}
+
+}  // namespace

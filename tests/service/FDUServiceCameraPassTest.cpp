@@ -1,0 +1,543 @@
+#include "service/FDUService.h"
+
+#include "tests/service/FDUServiceStage.h"
+
+#include <gtest/gtest.h>
+
+#include <dbt.h>
+
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Texts = std::vector<std::wstring>;
+using test_support::FakeCamera;
+using test_support::FakeFirmware;
+using test_support::kUpdateServiceGroup;
+
+const std::wstring kLink =
+    L"\\\\?\\usb#vid_2f1a&pid_0400&mi_00#7&1a2b3c&0&0000#{e5323777-f976-4f5b-9b55-b94699c46e44}\\global";
+const std::wstring kOtherLink =
+    L"\\\\?\\usb#vid_2f1a&pid_0400&mi_00#7&9f9f9f&0&0000#{e5323777-f976-4f5b-9b55-b94699c46e44}\\global";
+const std::wstring kCaptureLink =
+    L"\\\\?\\usb#vid_2f1a&pid_0400&mi_00#7&1a2b3c&0&0000#{65e8773d-8f56-11d0-a3b9-00a0c9223196}\\global";
+
+constexpr LONG kAccepted = 1;
+
+// An interface event's record, as long as it says.
+class Arrival {
+  public:
+    explicit Arrival(const std::wstring& link) : Arrival(link, link.size() + 1) {}
+    // A record that ends after so many characters of the link and whatever follows it.
+    Arrival(const std::wstring& link, std::size_t characters)
+        : storage_((kNameOffset + (link.size() + 1) * sizeof(wchar_t)) / sizeof(DWORD) + 1) {
+        std::memcpy(reinterpret_cast<char*>(storage_.data()) + kNameOffset, link.c_str(),
+                    (link.size() + 1) * sizeof(wchar_t));
+        SetSize(static_cast<DWORD>(kNameOffset + characters * sizeof(wchar_t)));
+        storage_[1] = DBT_DEVTYP_DEVICEINTERFACE;
+    }
+
+    void SetSize(DWORD size) { storage_[0] = size; }
+    [[nodiscard]] const DEV_BROADCAST_DEVICEINTERFACE_W& Record() const {
+        return *reinterpret_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*>(storage_.data());
+    }
+
+  private:
+    static constexpr std::size_t kNameOffset = 28;
+    std::vector<DWORD> storage_;
+};
+
+// An image of 402 bytes whose version is at its end.
+std::vector<std::uint8_t> Image(std::uint8_t first, std::uint8_t second, std::uint8_t third,
+                                std::uint8_t fourth) {
+    std::vector<std::uint8_t> bytes(402, 0xEE);
+    bytes[398] = fourth;
+    bytes[399] = third;
+    bytes[400] = second;
+    bytes[401] = first;
+    return bytes;
+}
+
+class FDUServiceCameraPass : public FDUServiceStage {
+  protected:
+    FakeCamera& PlugCamera(const std::wstring& link = kLink) {
+        FakeCamera& camera = cameras_.AddCamera(link);
+        camera.Firmware().SetVersion(5, 10, 2, 0);
+        return camera;
+    }
+    HRESULT Arrive(const std::wstring& link = kLink) {
+        return Service().OnCameraArrival(Arrival(link).Record());
+    }
+
+    [[nodiscard]] std::size_t Prompts() const { return toast_.CallsOf("ShowUpdatePrompt").size(); }
+    // Whether the user's acceptance reaches this camera.
+    bool IsPending(FakeCamera& camera) {
+        const std::size_t before = camera.Firmware().Commands().size();
+        EXPECT_EQ(toast_.FireUserRespond(kAccepted), S_OK);
+        return camera.Firmware().Commands().size() > before;
+    }
+};
+
+TEST_F(FDUServiceCameraPass, AsksTheUserWhenTheVersionsDiffer) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    ASSERT_EQ(toast_.Calls().size(), 1u);
+    EXPECT_EQ(toast_.Calls()[0].method, "ShowUpdatePrompt");
+    EXPECT_EQ(toast_.Calls()[0].texts, (Texts{L"5.10.2.0", L"5.10.3.0"}));
+}
+
+TEST_F(FDUServiceCameraPass, SendsTheCameraIntoDfuModeWhenTheUserAccepts) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive();
+    const auto before = camera.Firmware().Commands().size();
+    EXPECT_EQ(toast_.FireUserRespond(kAccepted), S_OK);
+    const auto commands = camera.Firmware().Commands();
+    ASSERT_EQ(commands.size(), before + 1);
+    EXPECT_EQ(commands.back().opcode, 0x1Eu);
+    EXPECT_EQ(commands.back().parameters, (std::array<std::uint32_t, 4>{1, 0, 0, 0}));
+}
+
+TEST_F(FDUServiceCameraPass, LeavesTheCameraAloneWhenTheUserDeclines) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive();
+    const auto before = camera.Firmware().Commands().size();
+    for (const LONG answer : {0, 2, -1}) {
+        EXPECT_EQ(toast_.FireUserRespond(answer), S_OK);
+    }
+    EXPECT_EQ(camera.Firmware().Commands().size(), before);
+}
+
+TEST_F(FDUServiceCameraPass, AsksForOlderFirmwareToo) {
+    PlugCamera().Firmware().SetVersion(6, 0, 0, 0);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+TEST_F(FDUServiceCameraPass, TracesBothVersions) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Service();
+    traces_.Forget();
+    Arrive();
+    EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 27}));
+    EXPECT_EQ(TracedText(23), std::string("5.10.2.0", 9));
+    EXPECT_EQ(TracedText(27), std::string("5.10.3.0", 9));
+}
+
+TEST_F(FDUServiceCameraPass, TracesTheVersionsAsInformation) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    traces_.EnableSession(3);
+    Arrive();
+    EXPECT_TRUE(TraceNumbers().empty());
+    traces_.EnableSession(4);
+    Arrive();
+    EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 27}));
+}
+
+TEST_F(FDUServiceCameraPass, DoesNothingForTheImagesOwnVersion) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 2, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_FALSE(IsPending(camera));
+}
+
+struct OtherMode {
+    const char* name;
+    std::optional<std::wstring> text;
+};
+
+class FDUServiceCameraPassInOtherMode : public FDUServiceCameraPass,
+                                        public testing::WithParamInterface<OtherMode> {};
+
+TEST_P(FDUServiceCameraPassInOtherMode, DoesNothing) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    if (GetParam().text) {
+        SetUpdateMode(*GetParam().text);
+    } else {
+        RemoveUpdateMode();
+    }
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), 1058);
+    EXPECT_TRUE(cameras_.Journal().Lines().empty());
+    EXPECT_TRUE(folders_.WindowsQueries().empty());
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_TRUE(TraceNumbers().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, FDUServiceCameraPassInOtherMode,
+                         testing::Values(OtherMode{"Disabled", L"Disabled"}, OtherMode{"Auto", L"Auto"},
+                                         OtherMode{"None", std::nullopt},
+                                         OtherMode{"OtherCase", L"service controlled"},
+                                         OtherMode{"Longer", L"Service Controlled2"}),
+                         [](const auto& mode) { return mode.param.name; });
+
+TEST_F(FDUServiceCameraPass, DoesNothingWithoutCameras) {
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(folders_.WindowsQueries().empty());
+    EXPECT_TRUE(toast_.Calls().empty());
+}
+
+TEST_F(FDUServiceCameraPass, DoesNothingForACameraThatIsNotListed) {
+    FakeCamera& other = PlugCamera(kOtherLink);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(folders_.WindowsQueries().empty());
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_TRUE(TraceNumbers().empty());
+    EXPECT_FALSE(IsPending(other));
+}
+
+TEST_F(FDUServiceCameraPass, FindsTheCameraByItsLinkWithoutRegardToCase) {
+    PlugCamera(L"\\\\?\\USB#Vid_2F1A&pid_0400#abc#{e5323777}\\Global");
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(L"\\\\?\\usb#VID_2f1a&PID_0400#ABC#{E5323777}\\global"), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+TEST_F(FDUServiceCameraPass, ComparesTheWholeLink) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(kLink + L"2"), 0);
+    EXPECT_EQ(Arrive(kLink.substr(0, kLink.size() - 1)), 0);
+    EXPECT_EQ(Arrive(L""), 0);
+    EXPECT_EQ(Prompts(), 0u);
+}
+
+// The single-byte folding changes no character beyond a byte.
+TEST_F(FDUServiceCameraPass, ComparesCharactersBeyondAByteAsTheyAre) {
+    PlugCamera(L"\\\\?\\usb#\x0430");
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(L"\\\\?\\usb#\x0410"), 0);
+    EXPECT_EQ(Prompts(), 0u);
+    EXPECT_EQ(Arrive(L"\\\\?\\usb#\xFFFF"), 0);
+    EXPECT_EQ(Prompts(), 0u);
+    EXPECT_EQ(Arrive(L"\\\\?\\usb#\x0430"), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+TEST_F(FDUServiceCameraPass, ReadsNoLinkBeyondTheEndOfItsRecord) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    const Arrival cut(kLink, kLink.size() - 1);
+    EXPECT_EQ(Service().OnCameraArrival(cut.Record()), 0);
+    EXPECT_EQ(Prompts(), 0u);
+    const Arrival unterminated(kLink + L"2", kLink.size());
+    EXPECT_EQ(Service().OnCameraArrival(unterminated.Record()), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+TEST_F(FDUServiceCameraPass, ReadsNoLinkFromARecordThatIsTooShort) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrival arrival(kLink);
+    for (const DWORD size : {0u, 4u, 27u, 28u, 29u}) {
+        arrival.SetSize(size);
+        EXPECT_EQ(Service().OnCameraArrival(arrival.Record()), 0) << size;
+    }
+    EXPECT_EQ(Prompts(), 0u);
+}
+
+TEST_F(FDUServiceCameraPass, SkipsACameraWithoutTheExtensionUnit) {
+    cameras_.AddPlainCamera(kLink);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_TRUE(TraceNumbers().empty());
+}
+
+TEST_F(FDUServiceCameraPass, SkipsTheCameraUnderTheLinkOfTheCaptureCategory) {
+    PlugCamera(kCaptureLink);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(kCaptureLink), 0);
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_TRUE(folders_.WindowsQueries().empty());
+}
+
+TEST_F(FDUServiceCameraPass, AsksOnceForACameraThatIsListedTwice) {
+    PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+TEST_F(FDUServiceCameraPass, FindsTheCameraBehindOthers) {
+    FakeCamera& other = PlugCamera(kOtherLink);
+    other.Firmware().SetVersion(1, 1, 1, 1);
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    ASSERT_EQ(Prompts(), 1u);
+    EXPECT_EQ(toast_.Calls()[0].texts.at(0), L"5.10.2.0");
+    EXPECT_FALSE(IsPending(other));
+    EXPECT_TRUE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, NeverAsksForACameraOfUnknownVersion) {
+    FakeCamera& camera = PlugCamera();
+    camera.Firmware().SetVersion(0, 0, 0, 0);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), static_cast<HRESULT>(0x80004005));
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{22});
+    EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 22).at(0).arguments.empty());
+    EXPECT_TRUE(folders_.WindowsQueries().empty());
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_FALSE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, TracesAnUnknownVersionAsCritical) {
+    PlugCamera().Firmware().SetVersion(0, 0, 0, 0);
+    Service();
+    traces_.Forget();
+    traces_.EnableSession(0);
+    Arrive();
+    EXPECT_TRUE(TraceNumbers().empty());
+    traces_.EnableSession(1);
+    Arrive();
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{22});
+}
+
+TEST_F(FDUServiceCameraPass, NeverAsksForACameraThatDoesNotAnswer) {
+    PlugCamera().Firmware().SetReadResult(E_FAIL);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), static_cast<HRESULT>(0x80004005));
+    EXPECT_TRUE(toast_.Calls().empty());
+}
+
+TEST_F(FDUServiceCameraPass, DoesNothingWithoutAnImage) {
+    FakeCamera& camera = PlugCamera();
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 25}));
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_FALSE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, DoesNothingWithAnImageThatIsTooShort) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(std::vector<std::uint8_t>(401, 9));
+    Service();
+    traces_.Forget();
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 26}));
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_FALSE(IsPending(camera));
+}
+
+// The image of the other pass is no substitute.
+TEST_F(FDUServiceCameraPass, DoesNotLookForTheImageInTheSystemDirectory) {
+    PlugCamera();
+    folders_.WriteDownloadedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_TRUE(folders_.SystemQueries().empty());
+}
+
+TEST_F(FDUServiceCameraPass, AsksWithAnEmptyVersionWhenTheWindowsDirectoryCannotBeTold) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    folders_.FailWindowsDirectory(ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Arrive(), 0);
+    ASSERT_EQ(Prompts(), 1u);
+    EXPECT_EQ(toast_.Calls()[0].texts, (Texts{L"5.10.2.0", L""}));
+    EXPECT_TRUE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, WaitsForTheAnswerThoughThePromptFailed) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    toast_.results["ShowUpdatePrompt"] = E_FAIL;
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, MakesTheCameraPendingOnlyAfterThePrompt) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    bool pendingDuringPrompt = true;
+    toast_.whileCalled = [&](const test_support::FakeToastServer::Call&) {
+        pendingDuringPrompt = IsPending(camera);
+    };
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_FALSE(pendingDuringPrompt);
+    EXPECT_TRUE(IsPending(camera));
+}
+
+TEST_F(FDUServiceCameraPass, GivesAnEarlierPromptsAnswerToTheNewerCamera) {
+    FakeCamera& first = PlugCamera();
+    FakeCamera& second = PlugCamera(kOtherLink);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(kLink), 0);
+    EXPECT_EQ(Arrive(kOtherLink), 0);
+    EXPECT_EQ(Prompts(), 2u);
+    EXPECT_FALSE(IsPending(first));
+    EXPECT_TRUE(IsPending(second));
+}
+
+TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraForANewerOne) {
+    FakeCamera& first = PlugCamera();
+    FakeCamera& second = PlugCamera(kOtherLink);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive(kLink);
+    EXPECT_GT(first.References(), 0);
+    Arrive(kOtherLink);
+    EXPECT_EQ(first.References(), 0);
+    EXPECT_GT(second.References(), 0);
+    service_.reset();
+    EXPECT_EQ(second.References(), 0);
+}
+
+TEST_F(FDUServiceCameraPass, KeepsThePendingCameraThroughPassesThatEndEarlier) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive();
+    Arrive(kOtherLink);
+    folders_.WriteVersionedImage(Image(5, 10, 2, 0));
+    Arrive();
+    SetUpdateMode(L"Auto");
+    Arrive();
+    EXPECT_TRUE(IsPending(camera));
+    EXPECT_TRUE(IsPending(camera)) << "an answer does not clear it";
+}
+
+TEST_F(FDUServiceCameraPass, HoldsNoCameraThatIsNotPending) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 2, 0));
+    Arrive();
+    EXPECT_EQ(camera.References(), 0);
+    EXPECT_EQ(cameras_.References(), 0);
+}
+
+TEST_F(FDUServiceCameraPass, AsksNobodyWithoutAPromptClient) {
+    activation_.creationResult = E_FAIL;
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_TRUE(toast_.Calls().empty());
+    EXPECT_GT(camera.References(), 0) << "it is the pending camera all the same";
+    service_.reset();
+    EXPECT_EQ(camera.References(), 0);
+}
+
+class FDUServiceImageVersion : public FDUServiceStage {
+  protected:
+    FDUServiceImageVersion() {
+        Service();
+        traces_.Forget();
+    }
+    HRESULT Read() { return FDUService::ReadImageVersion(text_); }
+
+    std::wstring text_ = L"untouched";
+};
+
+TEST_F(FDUServiceImageVersion, IsTheFourBytesAtOffset398TheLastFirst) {
+    std::vector<std::uint8_t> image(1000, 0xEE);
+    image[398] = 0x05;
+    image[399] = 0x0B;
+    image[400] = 0x02;
+    image[401] = 0x01;
+    folders_.WriteVersionedImage(image);
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(text_, L"1.2.11.5");
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{27});
+    EXPECT_EQ(TracedText(27), std::string("1.2.11.5", 9));
+}
+
+TEST_F(FDUServiceImageVersion, IsUnsigned) {
+    folders_.WriteVersionedImage(Image(255, 128, 200, 255));
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(text_, L"255.128.200.255");
+}
+
+// A byte that a text stream would change or stop at is a byte like any other.
+TEST_F(FDUServiceImageVersion, IsReadAsBytes) {
+    std::vector<std::uint8_t> image = Image(0x1A, 0x0D, 0x0A, 0x00);
+    image[0] = 0x1A;
+    image[10] = 0x0D;
+    image[11] = 0x0A;
+    folders_.WriteVersionedImage(image);
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(text_, L"26.13.10.0");
+}
+
+TEST_F(FDUServiceImageVersion, AsksForTheWindowsDirectoryWithRoomFor520Characters) {
+    Read();
+    ASSERT_EQ(folders_.WindowsQueries().size(), 1u);
+    EXPECT_TRUE(folders_.WindowsQueries()[0].hasBuffer);
+    EXPECT_EQ(folders_.WindowsQueries()[0].capacity, 520u);
+}
+
+TEST_F(FDUServiceImageVersion, IsThePositiveErrorWithoutAWindowsDirectory) {
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    folders_.FailWindowsDirectory(ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Read(), 5);
+    EXPECT_EQ(text_, L"untouched");
+    EXPECT_TRUE(TraceNumbers().empty());
+}
+
+TEST_F(FDUServiceImageVersion, FailsWithoutAnImage) {
+    EXPECT_EQ(Read(), static_cast<HRESULT>(0x80004005));
+    EXPECT_EQ(text_, L"untouched");
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{25});
+    EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 25).at(0).arguments.empty());
+}
+
+class FDUServiceShortImage : public FDUServiceImageVersion,
+                             public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(FDUServiceShortImage, HasNoVersion) {
+    folders_.WriteVersionedImage(std::vector<std::uint8_t>(GetParam(), 7));
+    EXPECT_EQ(Read(), static_cast<HRESULT>(0x80004005));
+    EXPECT_EQ(text_, L"untouched");
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{26});
+    EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 26).at(0).arguments.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, FDUServiceShortImage, testing::Values(0, 1, 397, 398, 399, 401));
+
+TEST_F(FDUServiceImageVersion, HasFailuresThatAreCritical) {
+    traces_.EnableSession(0);
+    Read();
+    folders_.WriteVersionedImage({});
+    Read();
+    EXPECT_TRUE(TraceNumbers().empty());
+    traces_.EnableSession(1);
+    Read();
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{26});
+}
+
+TEST_F(FDUServiceImageVersion, HasAMissingFileThatIsCritical) {
+    traces_.EnableSession(1);
+    Read();
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{25});
+}
+
+TEST_F(FDUServiceImageVersion, IsTracedAsInformation) {
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    traces_.EnableSession(3);
+    Read();
+    EXPECT_TRUE(TraceNumbers().empty());
+    traces_.EnableSession(4);
+    Read();
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{27});
+}
+
+}  // namespace

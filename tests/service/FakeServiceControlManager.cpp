@@ -1,0 +1,191 @@
+#include "tests/service/FakeServiceControlManager.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string_view>
+
+namespace {
+
+int managerObject = 0;
+int serviceObject = 0;
+
+SC_HANDLE ManagerHandle() {
+    return reinterpret_cast<SC_HANDLE>(&managerObject);
+}
+
+SC_HANDLE ServiceHandle() {
+    return reinterpret_cast<SC_HANDLE>(&serviceObject);
+}
+
+std::string NameOf(SC_HANDLE handle) {
+    if (handle == ManagerHandle()) {
+        return "manager";
+    }
+    return handle == ServiceHandle() ? "service" : "an unknown handle";
+}
+
+std::string Narrow(const wchar_t* text) {
+    if (text == nullptr) {
+        return "null";
+    }
+    std::string narrow;
+    for (const wchar_t character : std::wstring_view(text)) {
+        narrow.push_back(static_cast<char>(character));
+    }
+    return narrow;
+}
+
+std::string Hex(DWORD value) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), "0x%lX", value);
+    return text.data();
+}
+
+// Gives the handle, or null with the error as the last error.
+SC_HANDLE Answer(DWORD error, SC_HANDLE handle) {
+    SetLastError(error);
+    return error == ERROR_SUCCESS ? handle : nullptr;
+}
+
+BOOL Answer(DWORD error) {
+    SetLastError(error);
+    return error == ERROR_SUCCESS ? TRUE : FALSE;
+}
+
+}  // namespace
+
+FakeServiceControlManager* FakeServiceControlManager::current_ = nullptr;
+
+FakeServiceControlManager::FakeServiceControlManager()
+    : getModuleFileName_("GetModuleFileNameW", OnGetModuleFileName),
+      openManager_("OpenSCManagerW", OnOpenManager),
+      createService_("CreateServiceW", OnCreateService),
+      openService_("OpenServiceW", OnOpenService),
+      controlService_("ControlService", OnControlService),
+      queryServiceStatus_("QueryServiceStatus", OnQueryServiceStatus),
+      deleteService_("DeleteService", OnDeleteService),
+      closeServiceHandle_("CloseServiceHandle", OnCloseServiceHandle),
+      startDispatcher_("StartServiceCtrlDispatcherW", OnStartDispatcher),
+      sleep_("Sleep", OnSleep) {
+    current_ = this;
+}
+
+FakeServiceControlManager::~FakeServiceControlManager() {
+    current_ = nullptr;
+}
+
+void FakeServiceControlManager::Watch(const std::function<void()>& program) {
+    console_.emplace();
+    program();
+    TakePrinted();
+    errors_ += console_->Errors();
+    console_.reset();
+}
+
+std::string FakeServiceControlManager::Printed() const {
+    std::string printed;
+    for (const std::string& line : transcript_) {
+        if (line.starts_with("> ")) {
+            printed += line.substr(2);
+        }
+    }
+    return printed;
+}
+
+void FakeServiceControlManager::TakePrinted() {
+    const std::string printed = console_->TakeOutput();
+    if (!printed.empty()) {
+        transcript_.push_back("> " + printed);
+    }
+}
+
+void FakeServiceControlManager::Record(const std::string& line) {
+    TakePrinted();
+    transcript_.push_back(line);
+}
+
+DWORD WINAPI FakeServiceControlManager::OnGetModuleFileName(HMODULE module, wchar_t* path, DWORD capacity) {
+    FakeServiceControlManager& fake = *current_;
+    fake.Record(std::string("GetModuleFileNameW(") + (module == nullptr ? "null" : "a module") + ", " +
+                std::to_string(capacity) + ")");
+    const std::wstring_view text = fake.modulePath;
+    std::copy_n(text.data(), std::min<std::size_t>(text.size(), capacity), path);
+    SetLastError(fake.modulePathError);
+    return fake.modulePathLength >= 0 ? static_cast<DWORD>(fake.modulePathLength)
+                                      : static_cast<DWORD>(text.size());
+}
+
+SC_HANDLE WINAPI FakeServiceControlManager::OnOpenManager(const wchar_t* machine, const wchar_t* database,
+                                                          DWORD access) {
+    current_->Record("OpenSCManagerW(" + Narrow(machine) + ", " + Narrow(database) + ", " + Hex(access) +
+                     ")");
+    return Answer(current_->openManagerError, ManagerHandle());
+}
+
+SC_HANDLE WINAPI FakeServiceControlManager::OnCreateService(
+    SC_HANDLE manager, const wchar_t* name, const wchar_t* displayName, DWORD access, DWORD type,
+    DWORD startType, DWORD errorControl, const wchar_t* path, const wchar_t* loadOrderGroup, DWORD* tag,
+    const wchar_t* dependencies, const wchar_t* account, const wchar_t* password) {
+    const bool isEmptyList = dependencies != nullptr && dependencies[0] == L'\0' && dependencies[1] == L'\0';
+    current_->Record("CreateServiceW(" + NameOf(manager) + ", " + Narrow(name) + ", " + Narrow(displayName) +
+                     ", " + Hex(access) + ", " + Hex(type) + ", " + Hex(startType) + ", " +
+                     Hex(errorControl) + ", " + Narrow(path) + ", " + Narrow(loadOrderGroup) + ", " +
+                     (tag == nullptr ? "null" : "a tag") + ", " +
+                     (isEmptyList ? "an empty list" : "another list") + ", " + Narrow(account) + ", " +
+                     Narrow(password) + ")");
+    return Answer(current_->createServiceError, ServiceHandle());
+}
+
+SC_HANDLE WINAPI FakeServiceControlManager::OnOpenService(SC_HANDLE manager, const wchar_t* name,
+                                                          DWORD access) {
+    current_->Record("OpenServiceW(" + NameOf(manager) + ", " + Narrow(name) + ", " + Hex(access) + ")");
+    return Answer(current_->openServiceError, ServiceHandle());
+}
+
+BOOL WINAPI FakeServiceControlManager::OnControlService(SC_HANDLE service, DWORD control,
+                                                        SERVICE_STATUS* status) {
+    current_->Record("ControlService(" + NameOf(service) + ", " + std::to_string(control) + ")");
+    status->dwCurrentState = current_->stateAfterStop;
+    return Answer(current_->stopError);
+}
+
+BOOL WINAPI FakeServiceControlManager::OnQueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) {
+    FakeServiceControlManager& fake = *current_;
+    fake.Record("QueryServiceStatus(" + NameOf(service) + ")");
+    if (fake.statesToTell.empty()) {
+        return Answer(ERROR_ACCESS_DENIED);
+    }
+    status->dwCurrentState = fake.statesToTell.front();
+    fake.statesToTell.pop_front();
+    return TRUE;
+}
+
+BOOL WINAPI FakeServiceControlManager::OnDeleteService(SC_HANDLE service) {
+    current_->Record("DeleteService(" + NameOf(service) + ")");
+    return Answer(current_->deleteServiceError);
+}
+
+// Leaves another last error behind, as a careless call would.
+BOOL WINAPI FakeServiceControlManager::OnCloseServiceHandle(SC_HANDLE handle) {
+    current_->Record("CloseServiceHandle(" + NameOf(handle) + ")");
+    SetLastError(ERROR_INVALID_HANDLE);
+    return TRUE;
+}
+
+BOOL WINAPI FakeServiceControlManager::OnStartDispatcher(const SERVICE_TABLE_ENTRYW* table) {
+    FakeServiceControlManager& fake = *current_;
+    fake.Record("StartServiceCtrlDispatcherW");
+    if (fake.onDispatch) {
+        fake.onDispatch(table);
+    }
+    return Answer(fake.dispatcherError);
+}
+
+void WINAPI FakeServiceControlManager::OnSleep(DWORD milliseconds) {
+    if (milliseconds == 0) {
+        current_->sleep_.Original<decltype(::Sleep)>()(0);  // the thread library yields in this way
+        return;
+    }
+    current_->Record("Sleep(" + std::to_string(milliseconds) + ")");
+}

@@ -1,0 +1,114 @@
+#include "tests/service/FakeServiceLife.h"
+
+#include <algorithm>
+
+namespace {
+
+const HANDLE kEventSource = reinterpret_cast<HANDLE>(0x1E1);
+
+}  // namespace
+
+FakeServiceLife* FakeServiceLife::current_ = nullptr;
+
+FakeServiceLife::FakeServiceLife()
+    : registerEventSource_("RegisterEventSourceW", OnRegisterEventSource),
+      reportEvent_("ReportEventW", OnReportEvent),
+      deregisterEventSource_("DeregisterEventSource", OnDeregisterEventSource),
+      queue_("QueueUserWorkItem", OnQueue),
+      wait_("WaitForSingleObject", OnWait),
+      createEvent_("CreateEventW", OnCreateEvent),
+      closeHandle_("CloseHandle", OnCloseHandle) {
+    current_ = this;
+}
+
+FakeServiceLife::~FakeServiceLife() {
+    current_ = nullptr;
+}
+
+void FakeServiceLife::RunWorkItem() {
+    const WorkItem item = workItems.at(0);
+    workItems.erase(workItems.begin());
+    item.function(item.context);
+}
+
+void FakeServiceLife::Report(const std::string& function) const {
+    if (report) {
+        report(function);
+    }
+}
+
+HANDLE WINAPI FakeServiceLife::OnRegisterEventSource(const wchar_t* server, const wchar_t* source) {
+    current_->openSource_ = source;
+    current_->openSourceHasServer_ = server != nullptr;
+    return kEventSource;
+}
+
+BOOL WINAPI FakeServiceLife::OnReportEvent(HANDLE log, WORD type, WORD category, DWORD id, void* user,
+                                           WORD stringCount, DWORD dataSize, const wchar_t** strings,
+                                           void* data) {
+    if (log != kEventSource) {
+        return FALSE;
+    }
+    current_->eventLog.push_back({current_->openSource_, current_->openSourceHasServer_, type, category, id,
+                                  user, dataSize, data,
+                                  std::vector<std::wstring>(strings, strings + stringCount)});
+    current_->Report("ReportEventW");
+    return TRUE;
+}
+
+BOOL WINAPI FakeServiceLife::OnDeregisterEventSource(HANDLE log) {
+    current_->closedEventSources += log == kEventSource ? 1 : 0;
+    return TRUE;
+}
+
+BOOL WINAPI FakeServiceLife::OnQueue(LPTHREAD_START_ROUTINE function, void* context, ULONG flags) {
+    current_->Report("QueueUserWorkItem");
+    if (current_->queueError != 0) {
+        SetLastError(current_->queueError);
+        return FALSE;
+    }
+    current_->workItems.push_back({function, context, flags});
+    return TRUE;
+}
+
+DWORD WINAPI FakeServiceLife::OnWait(HANDLE object, DWORD milliseconds) {
+    // The locks and threads of the C++ library wait without time-out too.
+    const auto& own = current_->unnamedEvents;
+    if (milliseconds != INFINITE || std::find(own.begin(), own.end(), object) == own.end()) {
+        return current_->wait_.Original<decltype(WaitForSingleObject)>()(object, milliseconds);
+    }
+    current_->waits.push_back({object, milliseconds});
+    current_->Report("WaitForSingleObject");
+    if (current_->waitError != 0) {
+        SetLastError(current_->waitError);
+        return WAIT_FAILED;
+    }
+    current_->RunWorkItem();
+    return current_->wait_.Original<decltype(WaitForSingleObject)>()(object, 0);
+}
+
+HANDLE WINAPI FakeServiceLife::OnCreateEvent(SECURITY_ATTRIBUTES* security, BOOL manualReset,
+                                             BOOL initialState, const wchar_t* name) {
+    if (name != nullptr) {
+        return current_->createEvent_.Original<decltype(CreateEventW)>()(security, manualReset, initialState,
+                                                                         name);
+    }
+    current_->Report("CreateEventW");
+    if (current_->createEventError != 0) {
+        SetLastError(current_->createEventError);
+        return nullptr;
+    }
+    const HANDLE event =
+        current_->createEvent_.Original<decltype(CreateEventW)>()(security, manualReset, initialState, name);
+    current_->unnamedEvents.push_back(event);
+    return event;
+}
+
+BOOL WINAPI FakeServiceLife::OnCloseHandle(HANDLE handle) {
+    auto& own = current_->unnamedEvents;
+    if (GetCurrentThreadId() == current_->ownThread_ &&
+        std::find(own.begin(), own.end(), handle) != own.end()) {
+        current_->closedUnnamedEvents.push_back(handle);
+    }
+    return current_->closeHandle_.Original<decltype(CloseHandle)>()(handle);
+}

@@ -1,0 +1,99 @@
+"""What the system tests share: where things are, one machine for all of them, and how a run is judged."""
+
+import os
+import random
+import subprocess
+import unittest
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import dataclass
+from io import StringIO
+from pathlib import Path
+
+from veyra_lab.expectations import judge
+from veyra_lab.laboratory import Laboratory
+from veyra_lab.machine import Machine
+from veyra_lab.peer import Event, Peer
+from veyra_lab.record import Record
+from veyra_lab.scenario import Scenario
+from veyra_lab.screen import Screen
+from veyra_lab.stage import Programs, Stage
+
+CHECKOUT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("VEYRA_BUILD_FOLDER", CHECKOUT / "build" / "windows-release"))
+PREFIX = BUILD / "wine-system"
+DEMO_PREFIX = CHECKOUT / "build" / "wine"
+
+
+def random_image(test: unittest.TestCase, size: int) -> bytes:
+    """An image that no test has seen before; its seed is printed so that a failure can be repeated."""
+    seed = int(os.environ.get("VEYRA_TEST_SEED", random.SystemRandom().randrange(1 << 32)))
+    print(f"{test.id()}: VEYRA_TEST_SEED={seed}", flush=True)
+    return random.Random(seed).randbytes(size)
+
+
+def run_scenario(scenario: Scenario, prefix: Path = PREFIX) -> Record:
+    """Goes the whole road in the tests' machine."""
+    return Laboratory(prefix, Programs.of(BUILD), CHECKOUT / "trace").run(scenario, Screen(StringIO()))
+
+
+def complaints(record: Record) -> list[str]:
+    """What did not hold, in words."""
+    return [f"{verdict.name}: {verdict.complaint}" for verdict in judge(record) if not verdict.held]
+
+
+def run_demo(*options: str, timeout: float = 600) -> subprocess.CompletedProcess[str]:
+    """The demo as a person starts it, with its output in a pipe."""
+    return subprocess.run(
+        [str(CHECKOUT / "scripts" / "demo"), *options],
+        capture_output=True,
+        text=True,
+        timeout=timeout,
+        check=False,
+        stdin=subprocess.DEVNULL,
+    )
+
+
+def processes_of(prefix: Path) -> list[str]:
+    """Command lines of all processes that belong to a prefix: programs and the server itself."""
+    wanted = f"WINEPREFIX={prefix}".encode()
+    found = []
+    for process in Path("/proc").glob("[0-9]*"):
+        try:
+            if wanted in (process / "environ").read_bytes().split(b"\0"):
+                found.append((process / "cmdline").read_bytes().replace(b"\0", b" ").decode("utf-8", "replace"))
+        except OSError:
+            continue
+    return found
+
+
+@dataclass(frozen=True)
+class Bench:
+    """A machine with its stage set, for tests that do their own steps."""
+
+    machine: Machine
+    peer: Peer
+    stage: Stage
+
+    def wait_for_state(self, state: int, since: int = 0) -> Event:
+        """Waits for the service's own report of a state."""
+        return self.peer.follow(
+            lambda event: event["event"] == "service-status" and event["words"][1] == state,
+            f"the report of state {state}",
+            since=since,
+            quiet=20,
+        )
+
+
+@contextmanager
+def bench(scenario: Scenario | None = None) -> Iterator[Bench]:
+    """Sets the stage and takes it away again."""
+    scenario = scenario or Scenario()
+    with Peer(scenario.stage(), lambda event: None, lambda event: None) as peer, Machine(PREFIX) as machine:
+        machine.forget_crashes()
+        stage = Stage(machine, Programs.of(BUILD), scenario)
+        try:
+            stage.set(peer.port)
+            yield Bench(machine, peer, stage)
+        finally:
+            stage.clear(peer)

@@ -1,0 +1,242 @@
+"""The laboratory's own parts, without a machine: what it prints, what it reads, what it makes of the wire."""
+
+import io
+import json
+import os
+import pty
+import socket
+import unittest
+from dataclasses import replace
+
+from support import CHECKOUT, complaints, random_image, run_scenario
+from veyra_lab.image import default_image, version_of, with_version
+from veyra_lab.peer import RIG, TOAST, Event, Peer, PeerError
+from veyra_lab.record import ENTER_DFU_MODE, Record
+from veyra_lab.scenario import Scenario
+from veyra_lab.screen import Screen
+from veyra_lab.trace_formats import SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES, TraceFormats
+
+
+class FakeProcess:
+    """A process at the other end of the wire, played by the test."""
+
+    def __init__(self, peer: Peer, source: str, pid: int) -> None:
+        self._socket = socket.create_connection(("127.0.0.1", peer.port), timeout=5)
+        self._stream = self._socket.makefile("rw", encoding="utf-8")
+        self.say({"event": "hello", "source": source, "pid": pid, "command_line": "x.exe"})
+        self.stage = self.hear()
+
+    def say(self, line: Event) -> None:
+        self._stream.write(json.dumps(line) + "\n")
+        self._stream.flush()
+
+    def say_raw(self, text: str) -> None:
+        self._stream.write(text)
+        self._stream.flush()
+
+    def hear(self) -> Event:
+        return json.loads(self._stream.readline())
+
+    def leave(self) -> None:
+        self._stream.close()
+        self._socket.close()
+
+
+class Wire(unittest.TestCase):
+    def setUp(self) -> None:
+        self.seen: list[Event] = []
+        self.peer = Peer({"cameras": []}, lambda event: None, self.seen.append)
+        self.enterContext(self.peer)
+
+    def follow(self, name: str) -> Event:
+        return self.peer.follow(lambda event: event["event"] == name, name, since=0, quiet=5)
+
+    def process(self, source: str, pid: int) -> FakeProcess:
+        process = FakeProcess(self.peer, source, pid)
+        self.addCleanup(process.leave)
+        return process
+
+    def test_wire_gives_the_stage_to_the_rig_alone(self) -> None:
+        self.assertEqual(self.process(RIG, 1).stage, {"reply": "stage", "cameras": []})
+        self.assertEqual(self.process(TOAST, 2).stage, {"reply": "stage"})
+
+    def test_wire_records_who_said_what_in_order(self) -> None:
+        rig = self.process(RIG, 7)
+        for number in range(100):
+            rig.say({"event": "number", "number": number})
+        self.peer.follow(lambda event: event.get("number") == 99, "the last", since=0, quiet=5)
+        numbers = [event for event in self.peer.events() if event["event"] == "number"]
+        self.assertEqual([event["number"] for event in numbers], list(range(100)))
+        self.assertTrue(all(event["source"] == RIG and event["pid"] == 7 and event["t"] >= 0 for event in numbers))
+        self.assertEqual(self.seen, self.peer.events())
+
+    def test_wire_takes_lines_that_come_in_pieces(self) -> None:
+        rig = self.process(RIG, 1)
+        rig.say_raw('{"event":"ha')
+        rig.say_raw('lf"}\n{"event":"whole"}\n')
+        self.follow("half")
+        self.follow("whole")
+
+    def test_wire_ends_the_run_at_a_line_that_is_no_event(self) -> None:
+        for line in ("garbage\n", "[]\n", "{}\n", "\n"):
+            with self.subTest(line=line), Peer({}, lambda event: None, lambda event: None) as peer:
+                rig = FakeProcess(peer, RIG, 1)
+                rig.say_raw(line)
+                with self.assertRaisesRegex(PeerError, "no event"):
+                    peer.follow(lambda event: False, "anything", since=0, quiet=5)
+                rig.leave()
+
+    def test_wire_ends_the_run_at_a_refused_stage(self) -> None:
+        self.process(RIG, 1).say({"event": "done", "command": "stage", "ok": False, "why": "no such fault"})
+        with self.assertRaisesRegex(PeerError, "no such fault"):
+            self.peer.follow(lambda event: False, "anything", since=0, quiet=5)
+
+    def test_wire_tells_why_a_command_failed(self) -> None:
+        with self.assertRaisesRegex(PeerError, "no rig is connected"):
+            self.peer.command(RIG, "plug")
+        rig = self.process(RIG, 1)
+        rig.say({"event": "done", "command": "other", "ok": True})
+        self.follow("done")
+        with self.assertRaisesRegex(PeerError, "nothing happened"):
+            self.peer.command(RIG, "plug", quiet=0.1, camera=0)
+        self.assertEqual(rig.hear(), {"command": "plug", "camera": 0})
+        rig.leave()
+        self.follow("gone")
+        with self.assertRaisesRegex(PeerError, "no rig is connected"):
+            self.peer.command(RIG, "plug")
+
+    def test_wire_dismisses_a_server_and_waits_for_its_end(self) -> None:
+        server = self.process(TOAST, 3)
+        self.assertFalse(self.peer.dismiss(TOAST, seconds=0.1))
+        server.leave()
+        self.assertTrue(self.peer.dismiss(TOAST, seconds=5))
+
+
+class Texts(unittest.TestCase):
+    def test_traces_have_a_text_for_every_number(self) -> None:
+        formats = TraceFormats(CHECKOUT / "trace")
+        numbers = {
+            SERVICE_BASE_TRACES: range(10, 18),
+            UPDATE_SERVICE_TRACES: [10, 11, 12, *range(18, 28)],
+            "{5b0fdcd3-a0e5-3094-0eff-d5d1628796f4}": [12],
+            "{86e9d1b4-5f2a-4c37-b81e-20a7934df65c}": [10, 11],
+            "{1fc2a5f0-3b7d-4e0c-9a54-6d0b8ec14793}": [10],
+        }
+        missing = [(group, n) for group, some in numbers.items() for n in some if formats.message(group, n) is None]
+        self.assertEqual(missing, [])
+        self.assertIsNone(formats.text(UPDATE_SERVICE_TRACES, 17, []))
+
+    def test_traces_show_their_arguments(self) -> None:
+        formats = TraceFormats(CHECKOUT / "trace")
+        version = b"5.10.2.0\0".hex()
+        text = formats.text(UPDATE_SERVICE_TRACES, 23, [version])
+        self.assertEqual(text, "The camera's firmware version is 5.10.2.0")
+        self.assertIn("0x80070005", formats.text(UPDATE_SERVICE_TRACES, 11, ["05000780"]) or "")
+        self.assertIn("error 1053", formats.text(SERVICE_BASE_TRACES, 14, ["1d040000"]) or "")
+        self.assertIn("(missing)", formats.text(SERVICE_BASE_TRACES, 14, []) or "")
+
+    def test_images_carry_their_version_where_the_camera_looks(self) -> None:
+        self.assertEqual(version_of(default_image()), "5.10.3.0")
+        self.assertEqual(default_image()[398:402], bytes([0, 3, 10, 5]))
+        self.assertEqual(len(default_image()), 256 * 1024)
+        image = random_image(self, 402)
+        self.assertEqual(version_of(with_version(image, "1.2.11.5")), "1.2.11.5")
+        self.assertEqual(with_version(image, "1.2.11.5")[:398], image[:398])
+
+    def test_screen_prints_plain_lines_into_a_pipe(self) -> None:
+        stream = io.StringIO()
+        screen = Screen(stream)
+        for block in range(1, 257):
+            screen.progress(block, 256)
+        self.assertEqual(len(stream.getvalue().splitlines()), 10)
+        self.assertTrue(stream.getvalue().endswith("100 %: block 256 of 256\n"))
+        self.assertNotIn("\r", stream.getvalue())
+
+    def test_screen_draws_a_bar_on_a_terminal(self) -> None:
+        controller, terminal = pty.openpty()
+        with os.fdopen(terminal, "w") as stream:
+            screen = Screen(stream)
+            screen.progress(1, 2)
+            screen.progress(2, 2)
+            screen.note("after")
+            drawn = ""
+            while "after" not in drawn:
+                drawn += os.read(controller, 10_000).decode()
+        os.close(controller)
+        self.assertRegex(drawn, r"\r    \[#+\.+\]  50 %  block 1 of 2\r    \[#+\] 100 %  block 2 of 2\r\n    after")
+
+
+def last(record: Record, name: str) -> int:
+    """Where the last event of a kind stands that does not come from the service's installer."""
+    return max(
+        position
+        for position, event in enumerate(record.events)
+        if event["event"] == name and (event["source"] != RIG or event["pid"] == record.service_pid)
+    )
+
+
+def changed(record: Record, name: str, **fields: object) -> Record:
+    """The record with some fields of the last event of a kind changed."""
+    events = list(record.events)
+    position = last(record, name)
+    events[position] = {**events[position], **fields}
+    return replace(record, events=events)
+
+
+def without(record: Record, name: str) -> Record:
+    """The record without the last event of a kind."""
+    position = last(record, name)
+    return replace(record, events=record.events[:position] + record.events[position + 1 :])
+
+
+class Judgement(unittest.TestCase):
+    def test_judgement_notices_whatever_goes_wrong(self) -> None:
+        """An expectation is worth something only when it can fail: a good record, spoiled in many ways."""
+        good = run_scenario(Scenario(image=with_version(random_image(self, 5000), "9.8.7.6")))
+        self.assertEqual(complaints(good), [])
+        assert good.before is not None and good.after is not None
+        early = next(event for event in good.events if event["event"] == "firmware-command")
+        spoiled = {
+            "installing says": replace(good, install_text="VeyraCameraDfuService is installed.\n\n"),
+            "is configured": replace(good, service_key={**good.service_key, "Start": ("REG_DWORD", "0x2")}),
+            "reports its states": changed(good, "service-status", words=[16, 1, 5, 0, 0, 3, 0]),
+            "notice of the start": without(good, "event-log"),
+            "every interface class": changed(good, "notification-registered", flags=1),
+            "handled with result 0": changed(good, "handled", result=1),
+            "asked once": changed(good, "prompt-call", method="ShowUpdatePrompt", texts=["1.1.1.1", "9.8.7.6"]),
+            "before the answer": replace(
+                good,
+                events=[{**early, "opcode": ENTER_DFU_MODE, "pid": good.service_pid}, *good.events],
+                answered_at=(good.answered_at or 0) + 1,
+            ),
+            "answer reaches": changed(good, "answer", sinks=0),
+            "by one command": changed(good, "firmware-command", opcode=ENTER_DFU_MODE, parameters=[0, 0, 0, 0]),
+            "in the order of the download": changed(good, "transfer", setup="a1 03 00 00 00 00 05 00"),
+            # The last one is a GETSTATUS, of which there may be any number; the one before the polls is not.
+            "number of transfers": replace(
+                good, events=[e for e in good.events if e.get("setup") != "21 01 00 00 00 00 00 04"]
+            ),
+            "every transfer succeeds": replace(
+                good, events=[{**e, "ok": False} if e["event"] == "transfer" else e for e in good.events]
+            ),
+            "block by block": changed(good, "prompt-call", method="NotifyProgress", texts=["5"]),
+            "end of the download": without(good, "prompt-call"),
+            "flash equals": replace(good, flash=good.flash[:-1] + bytes([good.flash[-1] ^ 1])),
+            "no block is lost": replace(good, after=replace(good.after, block_number_gaps=1)),
+            "trace tells": changed(good, "trace", group=UPDATE_SERVICE_TRACES, number=25),
+            "has its words": changed(good, "trace", text=None),
+            "only once the driver": replace(good, driver_removed_at=len(good.events)),
+            "service it knows": changed(good, "command-run", command="sc stop VeyraCameraDfuService"),
+            "within two seconds": replace(good, stop_seconds=2.1),
+            "process ends": replace(good, process_left=False),
+            "removing says": replace(good, state_after_removal="STOPPED"),
+            "no process crashed": replace(good, crashes=["process-32-64"]),
+            "gone to its end": replace(good, broken_off="the rig went away"),
+        }
+        for name, record in spoiled.items():
+            with self.subTest(name):
+                self.assertTrue(any(name in complaint for complaint in complaints(record)), complaints(record))
+
+
+if __name__ == "__main__":
+    unittest.main()
