@@ -7,15 +7,14 @@
 MonitorStage* MonitorStage::current_ = nullptr;
 
 MonitorStage::MonitorStage()
-    : sleep_("Sleep", OnSleep),
+    : reachable_(current_, this),
+      sleep_("Sleep", OnSleep),
       createEvent_("CreateEventW", OnCreateEvent),
       arm_("RegNotifyChangeKeyValue", OnArm),
       wait_("WaitForSingleObject", OnWait),
       closeHandle_("CloseHandle", OnCloseHandle),
       closeKey_("RegCloseKey", OnCloseKey),
-      system_("system", OnSystem) {
-    current_ = this;
-}
+      system_("system", OnSystem) {}
 
 MonitorStage::~MonitorStage() {
     // The monitor leaves the event of a watch that could not be armed open; it is not the next test's.
@@ -24,7 +23,6 @@ MonitorStage::~MonitorStage() {
             closeHandle_.Original<decltype(CloseHandle)>()(creation.event);
         }
     }
-    current_ = nullptr;
 }
 
 std::vector<std::string> MonitorStage::CommandLines() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/Reachable.h"
 
 #include <windows.h>
 
@@ -98,6 +99,7 @@ class MonitorStage {
     std::vector<Command> commands_;
     std::vector<std::string> closes_;
 
+    test_support::Reachable<MonitorStage> reachable_;
     test_support::ImportRedirect sleep_;
     test_support::ImportRedirect createEvent_;
     test_support::ImportRedirect arm_;

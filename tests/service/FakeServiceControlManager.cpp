@@ -182,9 +182,10 @@ BOOL WINAPI FakeServiceControlManager::OnStartDispatcher(const SERVICE_TABLE_ENT
     return Answer(fake.dispatcherError);
 }
 
+// The thread library yields by Sleep(0), on any thread and at any time: also on one that ends only now.
 void WINAPI FakeServiceControlManager::OnSleep(DWORD milliseconds) {
     if (milliseconds == 0) {
-        current_->sleep_.Original<decltype(::Sleep)>()(0);  // the thread library yields in this way
+        SwitchToThread();
         return;
     }
     current_->Record("Sleep(" + std::to_string(milliseconds) + ")");

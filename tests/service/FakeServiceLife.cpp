@@ -11,19 +11,16 @@ const HANDLE kEventSource = reinterpret_cast<HANDLE>(0x1E1);
 FakeServiceLife* FakeServiceLife::current_ = nullptr;
 
 FakeServiceLife::FakeServiceLife()
-    : registerEventSource_("RegisterEventSourceW", OnRegisterEventSource),
+    : reachable_(current_, this),
+      registerEventSource_("RegisterEventSourceW", OnRegisterEventSource),
       reportEvent_("ReportEventW", OnReportEvent),
       deregisterEventSource_("DeregisterEventSource", OnDeregisterEventSource),
       queue_("QueueUserWorkItem", OnQueue),
       wait_("WaitForSingleObject", OnWait),
       createEvent_("CreateEventW", OnCreateEvent),
-      closeHandle_("CloseHandle", OnCloseHandle) {
-    current_ = this;
-}
+      closeHandle_("CloseHandle", OnCloseHandle) {}
 
-FakeServiceLife::~FakeServiceLife() {
-    current_ = nullptr;
-}
+FakeServiceLife::~FakeServiceLife() = default;
 
 void FakeServiceLife::RunWorkItem() {
     const WorkItem item = workItems.at(0);
@@ -72,9 +69,11 @@ BOOL WINAPI FakeServiceLife::OnQueue(LPTHREAD_START_ROUTINE function, void* cont
 }
 
 DWORD WINAPI FakeServiceLife::OnWait(HANDLE object, DWORD milliseconds) {
-    // The locks and threads of the C++ library wait without time-out too.
+    // The locks and threads of the C++ library wait without time-out too, and so does a thread that the test
+    // framework starts at the first failure, on a handle that may have been an event's.
     const auto& own = current_->unnamedEvents;
-    if (milliseconds != INFINITE || std::find(own.begin(), own.end(), object) == own.end()) {
+    if (GetCurrentThreadId() != current_->ownThread_ || milliseconds != INFINITE ||
+        std::find(own.begin(), own.end(), object) == own.end()) {
         return current_->wait_.Original<decltype(WaitForSingleObject)>()(object, milliseconds);
     }
     current_->waits.push_back({object, milliseconds});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/Reachable.h"
 
 #include <windows.h>
 
@@ -75,6 +76,7 @@ class FakeServiceLife {
     std::wstring openSource_;
     bool openSourceHasServer_ = false;
     DWORD ownThread_ = GetCurrentThreadId();
+    test_support::Reachable<FakeServiceLife> reachable_;
     test_support::ImportRedirect registerEventSource_;
     test_support::ImportRedirect reportEvent_;
     test_support::ImportRedirect deregisterEventSource_;

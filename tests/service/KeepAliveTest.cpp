@@ -1,13 +1,18 @@
 #include "service/KeepAlive.h"
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/Reachable.h"
 #include "win32/Win32Error.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
+#include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -34,14 +39,13 @@ class KeepAliveCalls {
     };
 
     KeepAliveCalls()
-        : createEvent_("CreateEventW", OnCreateEvent),
+        : reachable_(current_, this),
+          createEvent_("CreateEventW", OnCreateEvent),
           queueWorkItem_("QueueUserWorkItem", OnQueueWorkItem),
           waitForSingleObject_("WaitForSingleObject", OnWait),
           closeHandle_("CloseHandle", OnCloseHandle),
-          sleep_("Sleep", OnSleep) {
-        current_ = this;
-    }
-    ~KeepAliveCalls() { current_ = nullptr; }
+          sleep_("Sleep", OnSleep) {}
+    ~KeepAliveCalls() = default;
 
     KeepAliveCalls(const KeepAliveCalls&) = delete;
     KeepAliveCalls& operator=(const KeepAliveCalls&) = delete;
@@ -87,39 +91,84 @@ class KeepAliveCalls {
                                       : TRUE;
     }
 
+    // The thread library waits and closes handles too, also on a thread of an earlier test that ends only
+    // now.
+    [[nodiscard]] bool IsOwnThread() const { return GetCurrentThreadId() == ownThread_; }
+
     static DWORD WINAPI OnWait(HANDLE object, DWORD milliseconds) {
-        current_->waits.push_back({object, milliseconds});
+        if (current_->IsOwnThread()) {
+            current_->waits.push_back({object, milliseconds});
+        }
         if (current_->waitError != ERROR_SUCCESS) {
             SetLastError(current_->waitError);
             return WAIT_FAILED;
         }
-        return current_->waitForSingleObject_.Original<decltype(::WaitForSingleObject)>()(object,
-                                                                                          milliseconds);
+        // What would wait for ever fails its test instead.
+        const DWORD limit = current_->IsOwnThread() ? std::min(milliseconds, kPatienceMs) : milliseconds;
+        return current_->waitForSingleObject_.Original<decltype(::WaitForSingleObject)>()(object, limit);
     }
 
     static BOOL WINAPI OnCloseHandle(HANDLE handle) {
-        current_->closed.push_back(handle);
+        if (current_->IsOwnThread()) {
+            current_->closed.push_back(handle);
+        }
         return current_->closeHandle_.Original<decltype(::CloseHandle)>()(handle);
     }
 
     static void WINAPI OnSleep(DWORD milliseconds) {
         if (milliseconds == 0) {
-            current_->sleep_.Original<decltype(::Sleep)>()(0);  // the thread library yields in this way
+            SwitchToThread();  // the thread library yields in this way
             return;
         }
         current_->sleeps.push_back(milliseconds);
+        if (current_->IsOwnThread() && current_->sleeps.size() > kMostSleeps) {
+            throw std::runtime_error("the work item does not end");
+        }
         if (current_->onSleep) {
             current_->onSleep();
         }
     }
 
+    static constexpr DWORD kPatienceMs = 10000;
+    static constexpr std::size_t kMostSleeps = 1000;
     static inline KeepAliveCalls* current_ = nullptr;
 
+    DWORD ownThread_ = GetCurrentThreadId();
+    test_support::Reachable<KeepAliveCalls> reachable_;
     test_support::ImportRedirect createEvent_;
     test_support::ImportRedirect queueWorkItem_;
     test_support::ImportRedirect waitForSingleObject_;
     test_support::ImportRedirect closeHandle_;
     test_support::ImportRedirect sleep_;
+};
+
+// Two threads that keep the processors busy, so that a test's own threads are interrupted at changing places.
+class BackgroundLoad {
+  public:
+    BackgroundLoad() = default;
+    ~BackgroundLoad() {
+        isOver_ = true;
+        first_.join();
+        second_.join();
+    }
+
+    BackgroundLoad(const BackgroundLoad&) = delete;
+    BackgroundLoad& operator=(const BackgroundLoad&) = delete;
+
+  private:
+    void Work() {
+        while (!isOver_) {
+            for (int step = 0; step < 1000; ++step) {
+                ++steps_;
+            }
+            SwitchToThread();
+        }
+    }
+
+    std::atomic<bool> isOver_{false};
+    std::atomic<unsigned> steps_{0};
+    std::thread first_{[this] { Work(); }};
+    std::thread second_{[this] { Work(); }};
 };
 
 class KeepAliveTest : public testing::Test {
@@ -177,6 +226,7 @@ TEST_F(KeepAliveTest, QueuesOneLongWorkItem) {
     KeepAlive::Start(keepAlive);
     ASSERT_EQ(calls_.items.size(), 1U);
     EXPECT_EQ(calls_.items[0].flags, 0x10U);
+    ASSERT_EQ(keepAlive.use_count(), 2) << "the item has a share of its own";
     EXPECT_TRUE(calls_.sleeps.empty());  // nothing of it runs on the caller's thread
     keepAlive->RequestStop();
     RunItem();
@@ -276,6 +326,26 @@ TEST_F(KeepAliveTest, EndsInTheThreadPoolWhenAnotherThreadRequestsTheStop) {
     keepAlive->RequestStop();
     keepAlive->WaitUntilFinished();
     YieldUntil([&] { return keepAlive.use_count() == 1; });  // the item has let go
+}
+
+// Wherever the item is when the stop comes: not begun, about to look, or asleep.
+TEST_F(KeepAliveTest, EndsAtEveryStopWhereverTheItemIs) {
+    constexpr int kStops = 500;
+    calls_.queueForReal = true;
+    calls_.onSleep = [] { SwitchToThread(); };
+    const BackgroundLoad load;
+    for (int stop = 0; stop < kStops; ++stop) {
+        const auto keepAlive = std::make_shared<KeepAlive>();
+        KeepAlive::Start(keepAlive);
+        for (int pause = 0; pause < stop % 4; ++pause) {
+            SwitchToThread();
+        }
+        keepAlive->RequestStop();
+        keepAlive->WaitUntilFinished();
+        ASSERT_TRUE(calls_.IsSignalled(calls_.events.back().handle)) << "stop " << stop;
+        ASSERT_NO_FATAL_FAILURE(YieldUntil([&] { return keepAlive.use_count() == 1; })) << "stop " << stop;
+    }
+    EXPECT_EQ(calls_.items.size(), static_cast<std::size_t>(kStops));
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ FakeClock::FakeClock(Threads threads)
     : threads_(threads),
       ownThread_(GetCurrentThreadId()),
       now_(kStart),
-      reachable_(this),
+      reachable_(current_, this),
       sleep_("Sleep", &RedirectedSleep),
       getTickCount64_("GetTickCount64", &RedirectedGetTickCount64),
       waitForSingleObject_("WaitForSingleObject", &RedirectedWaitForSingleObject) {}

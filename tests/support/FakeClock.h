@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/Reachable.h"
 
 #include <windows.h>
 
@@ -69,21 +70,13 @@ class FakeClock {
 
     static FakeClock* current_;
 
-    // Outlives the redirects, through which other threads may reach the clock at any time.
-    struct Reachable {
-        explicit Reachable(FakeClock* clock) { current_ = clock; }
-        ~Reachable() { current_ = nullptr; }
-        Reachable(const Reachable&) = delete;
-        Reachable& operator=(const Reachable&) = delete;
-    };
-
     Threads threads_;
     DWORD ownThread_;
     mutable std::mutex lock_;
     ULONGLONG now_;
     std::multimap<ULONGLONG, std::function<void()>> actions_;
     std::vector<Call> calls_;
-    Reachable reachable_;
+    Reachable<FakeClock> reachable_;
     ImportRedirect sleep_;
     ImportRedirect getTickCount64_;
     ImportRedirect waitForSingleObject_;

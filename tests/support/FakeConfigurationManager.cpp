@@ -74,27 +74,24 @@ std::optional<DWORD> FakeConfigurationManager::Fire(CM_NOTIFY_ACTION action, con
 
 std::optional<DWORD> FakeConfigurationManager::FireRecord(CM_NOTIFY_ACTION action,
                                                           CM_NOTIFY_EVENT_DATA* record, DWORD size) {
-    std::vector<const Registration*> active;
+    std::vector<Registration*> active;
     {
         const std::scoped_lock guard(lock_);
-        ++callbacksRunning_;
-        for (const Registration& registration : registrations_) {
+        for (Registration& registration : registrations_) {
             if (registration.isRegistered) {
+                ++registration.callbacksRunning;
                 active.push_back(&registration);
             }
         }
     }
     std::optional<DWORD> answer;
-    for (const Registration* registration : active) {
-        answer =
-            registration->callback(reinterpret_cast<HCMNOTIFICATION>(const_cast<Registration*>(registration)),
-                                   registration->context, action, record, size);
-    }
-    {
+    for (Registration* registration : active) {
+        answer = registration->callback(reinterpret_cast<HCMNOTIFICATION>(registration),
+                                        registration->context, action, record, size);
         const std::scoped_lock guard(lock_);
-        --callbacksRunning_;
+        --registration->callbacksRunning;
+        callbackEnded_.notify_all();
     }
-    noCallbackRuns_.notify_all();
     return answer;
 }
 
@@ -168,7 +165,7 @@ CONFIGRET WINAPI FakeConfigurationManager::RegisterNotification(CM_NOTIFY_FILTER
     if (manager.registrationResult_ != CR_SUCCESS) {
         return manager.registrationResult_;
     }
-    manager.registrations_.push_back(Registration{*filter, context, callback, true});
+    manager.registrations_.push_back(Registration{*filter, context, callback, true, 0});
     *registration = reinterpret_cast<HCMNOTIFICATION>(&manager.registrations_.back());
     return CR_SUCCESS;
 }
@@ -179,12 +176,13 @@ CONFIGRET WINAPI FakeConfigurationManager::UnregisterNotification(HCMNOTIFICATIO
         manager.beforeUnregistration_();
     }
     std::unique_lock guard(manager.lock_);
-    manager.noCallbackRuns_.wait(guard, [&manager] { return manager.callbacksRunning_ == 0; });
     std::size_t number = 0;
     for (Registration& each : manager.registrations_) {
         if (reinterpret_cast<HCMNOTIFICATION>(&each) == registration) {
-            manager.calls_.push_back(Text("CM_Unregister_Notification(registration ", number, ")"));
+            // No callback begins from here on; the running ones are waited for.
             const bool wasRegistered = std::exchange(each.isRegistered, false);
+            manager.callbackEnded_.wait(guard, [&each] { return each.callbacksRunning == 0; });
+            manager.calls_.push_back(Text("CM_Unregister_Notification(registration ", number, ")"));
             return wasRegistered ? CR_SUCCESS : CR_INVALID_DATA;
         }
         ++number;

@@ -29,6 +29,7 @@ class FakeConfigurationManager {
         void* context;
         PCM_NOTIFY_CALLBACK callback;
         bool isRegistered;
+        int callbacksRunning;
     };
 
     FakeConfigurationManager();
@@ -87,8 +88,7 @@ class FakeConfigurationManager {
     static FakeConfigurationManager* current_;
 
     mutable std::mutex lock_;
-    std::condition_variable noCallbackRuns_;
-    int callbacksRunning_ = 0;
+    std::condition_variable callbackEnded_;
     std::vector<std::wstring> present_;
     std::list<Registration> registrations_;
     std::vector<std::string> calls_;

@@ -1,10 +1,11 @@
-"""What the system tests share: where things are, one machine for all of them, and how a run is judged."""
+"""What the system tests share: where things are, a machine that stays booted, and how a run is judged."""
 
+import atexit
 import os
 import random
 import subprocess
 import unittest
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
 from io import StringIO
@@ -21,8 +22,30 @@ from veyra_lab.stage import Programs, Stage
 
 CHECKOUT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("VEYRA_BUILD_FOLDER", CHECKOUT / "build" / "windows-release"))
-PREFIX = BUILD / "wine-system"
+PREFIX = BUILD / f"wine-system-{os.environ.get('VEYRA_TEST_MACHINE', '0')}"
 DEMO_PREFIX = CHECKOUT / "build" / "wine"
+
+_booted: list[Machine] = []
+
+
+def slow(test: Callable[..., None]) -> Callable[..., None]:
+    """Marks a test that takes a minute or more, or needs what only scripts/test --all installs."""
+    test.slow = True  # type: ignore[attr-defined]
+    return test
+
+
+def the_machine() -> Machine:
+    """The machine of this process, booted when first asked for. The tests share it and leave it as they found it."""
+    if not _booted:
+        _booted.append(Machine(PREFIX).__enter__())
+    return _booted[0]
+
+
+@atexit.register
+def discard_the_machine() -> None:
+    """Shuts it down; the next one to ask boots it anew. For the end, and after a test that may have left it astray."""
+    while _booted:
+        _booted.pop().__exit__(None, None, None)
 
 
 def random_image(test: unittest.TestCase, size: int) -> bytes:
@@ -32,9 +55,10 @@ def random_image(test: unittest.TestCase, size: int) -> bytes:
     return random.Random(seed).randbytes(size)
 
 
-def run_scenario(scenario: Scenario, prefix: Path = PREFIX) -> Record:
-    """Goes the whole road in the tests' machine."""
-    return Laboratory(prefix, Programs.of(BUILD), CHECKOUT / "trace").run(scenario, Screen(StringIO()))
+def run_scenario(scenario: Scenario, machine: Machine | None = None) -> Record:
+    """Goes the whole road, in the tests' own machine if no other is given."""
+    laboratory = Laboratory(machine or the_machine(), Programs.of(BUILD), CHECKOUT / "trace")
+    return laboratory.run(scenario, Screen(StringIO()))
 
 
 def complaints(record: Record) -> list[str]:
@@ -89,7 +113,8 @@ class Bench:
 def bench(scenario: Scenario | None = None) -> Iterator[Bench]:
     """Sets the stage and takes it away again."""
     scenario = scenario or Scenario()
-    with Peer(scenario.stage(), lambda event: None, lambda event: None) as peer, Machine(PREFIX) as machine:
+    machine = the_machine()
+    with Peer(scenario.stage(), lambda event: None, lambda event: None) as peer:
         machine.forget_crashes()
         stage = Stage(machine, Programs.of(BUILD), scenario)
         try:

@@ -11,6 +11,9 @@ from pathlib import Path
 from support import CHECKOUT, DEMO_PREFIX, processes_of, random_image, run_demo
 from veyra_lab.image import default_image, version_of
 
+# Two demos of one checkout would share one machine.
+ONE_AT_A_TIME = True
+
 
 def sha256(content: bytes) -> str:
     return hashlib.sha256(content).hexdigest()

@@ -41,7 +41,8 @@ class MachineState(unittest.TestCase):
             with Machine(prefix):
                 pass
             files, registry = files_of(prefix), registry_of(prefix)
-            self.assertEqual(complaints(run_scenario(Scenario(), prefix)), [])
+            with Machine(prefix) as machine:
+                self.assertEqual(complaints(run_scenario(Scenario(), machine)), [])
             self.assertEqual(processes_of(prefix), [])
             self.assertEqual(files_of(prefix) ^ files, set())
             after = registry_of(prefix)

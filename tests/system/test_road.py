@@ -2,7 +2,7 @@
 
 import unittest
 
-from support import complaints, random_image, run_scenario
+from support import complaints, random_image, run_scenario, slow
 from veyra_lab.image import with_version
 from veyra_lab.scenario import Foreseen, Scenario
 
@@ -36,6 +36,7 @@ class Road(unittest.TestCase):
     def test_updates_with_eight_mebibytes(self) -> None:
         self.check(Scenario(image=random_image(self, 8 << 20), transfer_size=4096), Foreseen.UPDATED)
 
+    @slow
     def test_updates_past_the_last_block_number(self) -> None:
         # 65,537 blocks: the number of the last one is 0 again.
         self.check(Scenario(image=random_image(self, 128 * 65_536 + 1), transfer_size=128), Foreseen.UPDATED)

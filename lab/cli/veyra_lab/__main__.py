@@ -14,7 +14,7 @@ from typing import NoReturn
 from .expectations import Verdict, judge
 from .image import read_image, sha256
 from .laboratory import Laboratory
-from .machine import MachineError
+from .machine import Machine, MachineError
 from .options import Options, parse
 from .peer import PeerError
 from .record import Record
@@ -91,8 +91,11 @@ def _call_setup(*arguments: str) -> None:
 
 def _show(options: Options, screen: Screen) -> int:
     scenario = _scenario(options)
-    laboratory = Laboratory(_BUILD / "wine", Programs.of(_BUILD / _PRESET), _CHECKOUT / "trace")
-    record = laboratory.run(scenario, screen, options.transcript)
+    machine = Machine(_BUILD / "wine")
+    screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
+    with machine:
+        laboratory = Laboratory(machine, Programs.of(_BUILD / _PRESET), _CHECKOUT / "trace")
+        record = laboratory.run(scenario, screen, options.transcript)
     verdicts = [*judge(record), *_outcome(record)]
     failed = [verdict for verdict in verdicts if not verdict.held]
     screen.step(f"{len(verdicts) - len(failed)} of {len(verdicts)} expectations held")

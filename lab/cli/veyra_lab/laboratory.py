@@ -1,4 +1,4 @@
-"""One run from beginning to end: the machine booted, the stage set, the road gone, everything taken away again."""
+"""One run from beginning to end: the stage set, the road gone, everything taken away again."""
 
 import signal
 from collections.abc import Iterator
@@ -19,28 +19,26 @@ _ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
 
 class Laboratory:
-    """A machine of its own, and the programs to run in it."""
+    """A booted machine, and the programs to run in it. Any number of runs may follow one another."""
 
-    def __init__(self, prefix: Path, programs: Programs, trace_formats: Path) -> None:
-        self._prefix = prefix
+    def __init__(self, machine: Machine, programs: Programs, trace_formats: Path) -> None:
+        self._machine = machine
         self._programs = programs
         self._formats = TraceFormats(trace_formats)
 
     def run(self, scenario: Scenario, screen: Screen, transcript: Path | None = None) -> Record:
-        """Carries the scenario out. However it ends, nothing is left running and the machine is as it was before."""
-        machine = Machine(self._prefix)
+        """Carries the scenario out. However it ends, no program of it is left running and the machine is as it was
+        before."""
         with Peer(scenario.stage(), self._add_words, Narrator(screen, scenario), transcript) as peer:
-            screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
-            with machine:
-                machine.forget_crashes()
-                stage = Stage(machine, self._programs, scenario)
-                try:
-                    stage.set(peer.port)
-                    return Road(scenario, machine, peer, stage).walk()
-                finally:
-                    with _undisturbed():
-                        screen.step("Cleaning up")
-                        stage.clear(peer)
+            self._machine.forget_crashes()
+            stage = Stage(self._machine, self._programs, scenario)
+            try:
+                stage.set(peer.port)
+                return Road(scenario, self._machine, peer, stage).walk()
+            finally:
+                with _undisturbed():
+                    screen.step("Cleaning up")
+                    stage.clear(peer)
 
     def _add_words(self, event: Event) -> None:
         if event["event"] == "trace":

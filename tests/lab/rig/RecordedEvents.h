@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -34,14 +35,11 @@ class RecordedEvents {
 
     // Whether there were that many events of the name within ten seconds.
     [[nodiscard]] bool WaitFor(const std::string& name, std::size_t count) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (Named(name).size() < count) {
-            std::unique_lock lock(mutex_);
-            if (changed_.wait_until(lock, end) == std::cv_status::timeout) {
-                return false;
-            }
-        }
-        return true;
+        const auto isOfThatName = [&](const nlohmann::json& event) { return event.at("event") == name; };
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(10), [&] {
+            return static_cast<std::size_t>(std::ranges::count_if(events_, isOfThatName)) >= count;
+        });
     }
 
   private:
