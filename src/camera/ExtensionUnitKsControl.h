@@ -23,6 +23,7 @@ class ExtensionUnitKsControl final : public IKsControl {
     // when no node answers.
     HRESULT Attach(Microsoft::WRL::ComPtr<IMFMediaSource> mediaSource);
 
+    // E_NOINTERFACE for all but IUnknown and IKsControl, E_POINTER for a null `object`.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;

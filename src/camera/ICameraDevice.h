@@ -18,6 +18,7 @@ class ICameraDevice : public DfuLogger {
     ICameraDevice& operator=(const ICameraDevice&) = delete;
     virtual ~ICameraDevice() = default;
 
+    // Whether the service may update the camera through this object.
     [[nodiscard]] virtual bool IsUpdatable() const = 0;
 
     // Carries out one whole update with the image behind the path, which may stand in double quotes: sets the
@@ -34,6 +35,7 @@ class ICameraDevice : public DfuLogger {
     virtual HRESULT SetDfuModeAuto() = 0;
     virtual HRESULT SetDfuModeServiceControlled() = 0;
 
+    // The name to show, and the device-interface link as the system gave it; "Unknown" before Open.
     [[nodiscard]] virtual std::wstring GetFriendlyName() const = 0;
     [[nodiscard]] virtual std::wstring GetSymbolicLink() const = 0;
 

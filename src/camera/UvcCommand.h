@@ -6,7 +6,8 @@
 
 #include <span>
 
-// One control of an extension unit, written and read through a kernel-streaming property interface.
+// One control of an extension unit, written and read through a kernel-streaming property interface, of which
+// it holds a reference. Used by one thread at a time.
 class UvcCommand {
   public:
     // `propertySet` is the extension unit's GUID, `propertyId` the control's selector.
@@ -17,10 +18,10 @@ class UvcCommand {
     UvcCommand& operator=(const UvcCommand&) = delete;
 
   protected:
-    // Writes the control. The property call's HRESULT, unchanged.
+    // Writes all of `data` to the control. The property call's HRESULT, unchanged.
     [[nodiscard]] HRESULT Set(std::span<BYTE> data);
-    // Reads the control into `data`; `bytesReturned` is what the driver reports. The property call's HRESULT,
-    // unchanged.
+    // Reads the control into `data`; `bytesReturned` is what the driver reports, not checked against the size
+    // of `data`. The property call's HRESULT, unchanged.
     [[nodiscard]] HRESULT Get(std::span<BYTE> data, ULONG& bytesReturned);
 
   private:

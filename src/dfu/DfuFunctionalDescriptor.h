@@ -13,8 +13,8 @@ struct DfuFunctionalDescriptor {
     std::uint8_t bLength;
     std::uint8_t bDescriptorType;
     std::uint8_t bmAttributes;
-    std::uint16_t wDetachTimeOut;
-    std::uint16_t wTransferSize;
+    std::uint16_t wDetachTimeOut;  // ms
+    std::uint16_t wTransferSize;   // bytes, of one control transfer
     std::uint16_t bcdDFUVersion;
 };
 #pragma pack(pop)

@@ -19,6 +19,7 @@ class TraceScope {
     [[nodiscard]] static std::optional<TraceScope> EnterWhenTraced(const char* functionName,
                                                                    const void* object);
 
+    // The traced object, not owned.
     [[nodiscard]] const void* Object() const { return object_; }
 
   private:

@@ -18,7 +18,8 @@
 // object: this is deliberate.
 class DeviceInterfaceWatcher {
   public:
-    // `name` names the two events; vendor and product, in any case, make the first filter.
+    // `name` names the two events; vendor and product, in any case, make the first filter. A refused event or
+    // registration is no failure: nothing is signalled or heard of then.
     DeviceInterfaceWatcher(std::wstring name, std::wstring_view vendor, std::wstring_view product);
     ~DeviceInterfaceWatcher();
 

@@ -27,7 +27,7 @@ enum class InterfaceKind : std::int32_t {
 // One matching device that is present.
 struct DeviceEntry {
     std::wstring symbolicLink;  // folded
-    std::wstring instancePart;
+    std::wstring instancePart;  // as ExtractInstancePart gives it
     InterfaceKind interfaceKind;
 };
 

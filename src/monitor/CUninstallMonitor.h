@@ -27,7 +27,8 @@ class CUninstallMonitor {
     CUninstallMonitor& operator=(const CUninstallMonitor&) = delete;
 
     // A camera interface was removed: scans, and either watches on or stops and deletes the service. Sleeps
-    // one second first when no watch is running; the lock is held all the while.
+    // one second first when no watch is running; the lock is held all the while. Raises std::system_error
+    // when a thread cannot be started.
     void Check();
 
     // A device has arrived: stops watching. Waits for a Check in progress.

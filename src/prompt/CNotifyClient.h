@@ -8,7 +8,7 @@
 
 // The calls to the toast controller: turns the service's texts into BSTRs. Every operation returns whether
 // the server's HRESULT was not negative, and raises the COM error 0x8007000E when there is no memory for a
-// BSTR.
+// BSTR. Used by the thread of the passes alone.
 class CNotifyClient {
   public:
     // Shares the server's pointer, which must not be null.

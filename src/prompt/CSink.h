@@ -15,6 +15,7 @@ class CSink final : public CCmdTarget {
     // Called when the user has accepted the update, on a thread of COM, perhaps on several at a time.
     using AcceptHandler = std::function<void()>;
 
+    // `onAccepted` must not be empty.
     explicit CSink(AcceptHandler onAccepted);
     // Ends the connection to the server, and waits for an answer being handled.
     ~CSink() override;

@@ -16,7 +16,8 @@ inline constexpr IID kIidToastCntr{
 inline constexpr IID kIidToastCntrEvents{
     0xBAE9D3F9, 0xD047, 0x4A89, {0xB5, 0xAD, 0x86, 0x2D, 0x8A, 0x2B, 0x29, 0xD0}};
 
-// The server's dual interface; the slots behind those of IDispatch are in this order.
+// The server's dual interface; the slots behind those of IDispatch are in this order. The BSTRs stay the
+// caller's. Each answers the server's HRESULT, or COM's when the server is gone.
 struct IToastCntr : public IDispatch {
     // Asks the user whether to update a camera from the first version text to the second one.
     virtual HRESULT STDMETHODCALLTYPE ShowUpdatePrompt(BSTR cameraVersion, BSTR imageVersion) = 0;

@@ -17,17 +17,18 @@ class DFUServiceBase {
     DFUServiceBase& operator=(const DFUServiceBase&) = delete;
     virtual ~DFUServiceBase();
 
-    // What a concrete service does on each transition; the base does nothing. Failures are raised:
-    // win32::Win32Error with the code to report, or anything else.
+    // What a concrete service does on each transition; the base does nothing. `argc` and `argv` are those of
+    // ServiceMain. Failures are raised: win32::Win32Error with the code to report, or anything else.
     virtual void OnStart(DWORD argc, wchar_t** argv);
     virtual void OnStop();
     virtual void OnPause();
     virtual void OnContinue();
     virtual void OnShutdown();
 
-    // A USB device interface has arrived. The result is ignored.
+    // A USB device interface has arrived. The result, and what is raised, is ignored.
     virtual HRESULT OnUsbDeviceArrival() = 0;
-    // A camera interface has arrived; the record's dbcc_name is its symbolic link. The result is ignored.
+    // A camera interface has arrived; the record's dbcc_name is its symbolic link, dbcc_size the record's
+    // size in bytes. The record lives as long as the call. The result, and what is raised, is ignored.
     virtual HRESULT OnCameraArrival(const DEV_BROADCAST_DEVICEINTERFACE_W& broadcast) = 0;
 
     // The process's service, which ServiceMain runs. Not owned; to be set before the dispatcher is started.
@@ -50,11 +51,13 @@ class DFUServiceBase {
     void Continue();
     void Shutdown();
 
-    // Reports a state and exit code with wait hint 0. SERVICE_RUNNING and SERVICE_STOPPED carry check-point
-    // 0, every other state, SERVICE_PAUSED among them, the next value of the one counter of the process.
+    // Reports a SERVICE_... state and a Win32 exit code, 0 for none, with wait hint 0. SERVICE_RUNNING and
+    // SERVICE_STOPPED carry check-point 0, every other state, SERVICE_PAUSED among them, the next value of
+    // the one counter of the process.
     void ReportStatus(DWORD state, DWORD win32ExitCode);
 
-    // Writes one event-log record; when the event log cannot be had, nothing is written.
+    // Writes one record of an EVENTLOG_... type to the event log, under the service's name; when the log
+    // cannot be had, nothing is written.
     void WriteEventLogEntry(const wchar_t* message, WORD type) const;
 
   protected:

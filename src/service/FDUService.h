@@ -31,17 +31,19 @@ class FDUService final : public DFUServiceBase {
     FDUService();
     ~FDUService() override;
 
-    // Queues the keep-alive work item, and nothing else: passes run on device events only.
+    // Notes the start in the event log and queues the keep-alive work item: passes run on device events only.
+    // Raises win32::Win32Error when the item cannot be queued.
     void OnStart(DWORD argc, wchar_t** argv) override;
-    // Waits for the work item's end, up to one second.
+    // Waits for the work item's end, up to one second, and leaves COM. Raises win32::Win32Error when the wait
+    // fails.
     void OnStop() override;
 
     // The DFU-mode pass. 1058 when the update mode forbids it; E_NOINTERFACE when no device in DFU mode came
     // within 100 ms or it has no endpoint; 0x80070006 when it cannot be opened; otherwise the result of the
-    // download.
+    // download. Raises _com_error (0x8007000E) when there is no memory for a text to the user.
     HRESULT OnUsbDeviceArrival() override;
     // The camera pass. 1058 when the update mode forbids it; E_FAIL when the camera's version is unknown;
-    // otherwise 0.
+    // otherwise 0, whether or not anybody was asked. Raises as OnUsbDeviceArrival does.
     HRESULT OnCameraArrival(const DEV_BROADCAST_DEVICEINTERFACE_W& broadcast) override;
 
     // The version text of the image file: its four bytes at offset 398. E_FAIL when it cannot be read; the

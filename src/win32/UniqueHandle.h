@@ -7,7 +7,7 @@
 namespace win32 {
 
 // Owns one handle of the kind that Traits describes (its type, its empty value, how it is closed) and closes
-// it once.
+// it once; what the close answers is ignored. Used by one thread at a time.
 template <typename Traits>
 class UniqueHandle {
   public:
@@ -26,7 +26,9 @@ class UniqueHandle {
     UniqueHandle& operator=(const UniqueHandle&) = delete;
     ~UniqueHandle() { Reset(); }
 
+    // The handle, still owned.
     [[nodiscard]] Handle Get() const { return handle_; }
+    // Whether there is one.
     [[nodiscard]] explicit operator bool() const { return handle_ != Traits::Empty(); }
 
     // Closes what is held and takes over `handle`.

@@ -12,6 +12,7 @@ class Win32Error : public std::exception {
   public:
     explicit Win32Error(DWORD code) : code_(code) {}
 
+    // The Win32 error.
     [[nodiscard]] DWORD Code() const { return code_; }
     [[nodiscard]] const char* what() const noexcept override;
 

@@ -8,13 +8,13 @@ import socket
 import unittest
 from dataclasses import replace
 
-from support import CHECKOUT, complaints, random_image, run_scenario
+from support import complaints, random_image, run_scenario
 from veyra_lab.image import default_image, version_of, with_version
 from veyra_lab.peer import RIG, TOAST, Event, Peer, PeerError
 from veyra_lab.record import ENTER_DFU_MODE, Record
 from veyra_lab.scenario import Scenario
 from veyra_lab.screen import Screen
-from veyra_lab.trace_formats import SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES, TraceFormats
+from veyra_lab.trace_formats import UPDATE_SERVICE_TRACES
 
 
 class FakeProcess:
@@ -113,28 +113,6 @@ class Wire(unittest.TestCase):
 
 
 class Texts(unittest.TestCase):
-    def test_traces_have_a_text_for_every_number(self) -> None:
-        formats = TraceFormats(CHECKOUT / "trace")
-        numbers = {
-            SERVICE_BASE_TRACES: range(10, 18),
-            UPDATE_SERVICE_TRACES: [10, 11, 12, *range(18, 28)],
-            "{5b0fdcd3-a0e5-3094-0eff-d5d1628796f4}": [12],
-            "{86e9d1b4-5f2a-4c37-b81e-20a7934df65c}": [10, 11],
-            "{1fc2a5f0-3b7d-4e0c-9a54-6d0b8ec14793}": [10],
-        }
-        missing = [(group, n) for group, some in numbers.items() for n in some if formats.message(group, n) is None]
-        self.assertEqual(missing, [])
-        self.assertIsNone(formats.text(UPDATE_SERVICE_TRACES, 17, []))
-
-    def test_traces_show_their_arguments(self) -> None:
-        formats = TraceFormats(CHECKOUT / "trace")
-        version = b"5.10.2.0\0".hex()
-        text = formats.text(UPDATE_SERVICE_TRACES, 23, [version])
-        self.assertEqual(text, "The camera's firmware version is 5.10.2.0")
-        self.assertIn("0x80070005", formats.text(UPDATE_SERVICE_TRACES, 11, ["05000780"]) or "")
-        self.assertIn("error 1053", formats.text(SERVICE_BASE_TRACES, 14, ["1d040000"]) or "")
-        self.assertIn("(missing)", formats.text(SERVICE_BASE_TRACES, 14, []) or "")
-
     def test_images_carry_their_version_where_the_camera_looks(self) -> None:
         self.assertEqual(version_of(default_image()), "5.10.3.0")
         self.assertEqual(default_image()[398:402], bytes([0, 3, 10, 5]))
