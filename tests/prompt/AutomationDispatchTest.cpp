@@ -4,6 +4,7 @@
 
 #include <oleauto.h>
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <new>
@@ -262,6 +263,25 @@ TEST_F(AutomationDispatchTest, CallsSeveralAtATime) {
     });
     EXPECT_EQ(Invoke(Number(1)).status, S_OK);
     EXPECT_EQ(inner, S_OK);
+}
+
+// The object's lock is made by its first user, and there may be two of them.
+TEST_F(AutomationDispatchTest, TakesItsFirstTwoCallsAtATime) {
+    constexpr int kObjects = 150;
+    for (int object = 0; object < kObjects; ++object) {
+        dispatch_ = Target::Make([](LONG value) { return value; });
+        std::atomic<int> ready{0};
+        const auto call = [this, &ready] {
+            ++ready;
+            while (ready < 2) {
+                SwitchToThread();
+            }
+            return Invoke(Number(1)).status;
+        };
+        auto other = std::async(std::launch::async, call);
+        EXPECT_EQ(call(), S_OK);
+        EXPECT_EQ(other.get(), S_OK);
+    }
 }
 
 }  // namespace

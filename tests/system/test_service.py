@@ -1,9 +1,10 @@
 """The executable's command line and the service's start and stop, step by step."""
 
 import unittest
+from concurrent.futures import ThreadPoolExecutor, TimeoutError
 
-from support import Bench, bench
-from veyra_lab.machine import SERVICES_KEY
+from support import BUILD, Bench, bench
+from veyra_lab.machine import SERVICES_KEY, windows_path
 from veyra_lab.peer import RIG
 from veyra_lab.stage import EXECUTABLE, SERVICE
 
@@ -74,6 +75,23 @@ class Service(unittest.TestCase):
                 r"VeyraCameraDfuService is removed\.\n\Z",
             )
             self.assertIsNone(on.machine.wait_for_service_state(SERVICE, None, seconds=5))
+
+    def test_goes_on_waiting_for_a_service_that_stays_in_stop_pending(self) -> None:
+        with bench() as on, ThreadPoolExecutor() as beside:
+            stubborn = windows_path(BUILD / "tests" / "system" / "stubborn_service.exe")
+            on.machine.demand("sc", "create", SERVICE, "binPath=", stubborn)
+            on.machine.demand("sc", "start", SERVICE)
+            removal = beside.submit(on.machine.run, EXECUTABLE, "-remove")
+            with self.assertRaises(TimeoutError):
+                removal.result(timeout=6)
+            self.assertEqual(on.machine.service_state(SERVICE), "STOP_PENDING")
+            on.machine.demand(stubborn, "release")
+            self.assertRegex(
+                removal.result(timeout=30).text,
+                r"\AStopping VeyraCameraDfuService\.\.{3,}\n"
+                r"VeyraCameraDfuService is stopped\.\n"
+                r"VeyraCameraDfuService is removed\.\n\Z",
+            )
 
     def test_says_nothing_to_a_switch_that_it_does_not_know(self) -> None:
         with bench() as on:
