@@ -17,7 +17,11 @@ Microsoft::WRL::ComPtr<AutomationDispatch> AutomationDispatch::Create(CCmdTarget
 
 AutomationDispatch::AutomationDispatch(CCmdTarget::DispatchMap dispatchMap,
                                        CCmdTarget::InterfaceMap interfaceMap)
-    : dispatchMap_(std::move(dispatchMap)), interfaceMap_(std::move(interfaceMap)) {}
+    : dispatchMap_(std::move(dispatchMap)), interfaceMap_(std::move(interfaceMap)) {
+    // winpthreads sets a shared lock up at its first use, and fails the second of two threads that make that
+    // use at the same time.
+    const std::shared_lock firstUse(lock_);
+}
 
 void AutomationDispatch::Disconnect() {
     const std::unique_lock guard(lock_);

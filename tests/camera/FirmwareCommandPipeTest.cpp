@@ -209,19 +209,19 @@ TEST_F(FirmwareCommandPipeSendCommand, Refuses1001BytesOfDataBeforeAnythingIsWri
     EXPECT_TRUE(control_.Calls().empty());
 }
 
+TEST_F(FirmwareCommandPipeSendCommand, DoesNotRefuseALengthWithoutData) {
+    EXPECT_EQ(pipe_.SendCommand(0x1E, nullptr, 0x12345, 0, 0, 0, 0), S_OK);
+
+    const auto frame = Written();
+    EXPECT_EQ(frame[0] | (frame[1] << 8), 0x2359);
+}
+
 TEST_F(FirmwareCommandPipeSendCommand, CountsTheDataLengthEvenWithoutData) {
     EXPECT_EQ(pipe_.SendCommand(0x1E, nullptr, 5, 0, 0, 0, 0), S_OK);
 
     const auto frame = Written();
     EXPECT_EQ(frame[0] | (frame[1] << 8), 25);
     EXPECT_TRUE(std::all_of(frame.begin() + 24, frame.end(), [](BYTE byte) { return byte == 0; }));
-}
-
-TEST_F(FirmwareCommandPipeSendCommand, DoesNotRefuseALengthWithoutData) {
-    EXPECT_EQ(pipe_.SendCommand(0x1E, nullptr, 0x12345, 0, 0, 0, 0), S_OK);
-
-    const auto frame = Written();
-    EXPECT_EQ(frame[0] | (frame[1] << 8), 0x2359);
 }
 
 TEST_F(FirmwareCommandPipeSendCommand, CopiesNothingForALengthOf0) {

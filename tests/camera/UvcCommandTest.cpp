@@ -6,6 +6,7 @@
 
 #include <array>
 #include <memory>
+#include <type_traits>
 
 namespace {
 
@@ -97,6 +98,7 @@ TEST(UvcCommand, HoldsOneReferenceAndReleasesItInItsVirtualDestructor) {
     FakeKsControl control;
     std::unique_ptr<UvcCommand> command = std::make_unique<OpenUvcCommand>(&control, kSet, 1);
     EXPECT_EQ(control.References(), 1);
+    EXPECT_TRUE(std::has_virtual_destructor_v<UvcCommand>);
 
     command.reset();
 

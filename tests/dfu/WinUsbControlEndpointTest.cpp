@@ -73,6 +73,14 @@ TEST_F(WinUsbControlEndpointTest, WritesTheInterfaceNumberZeroExtendedIntoTheCal
     EXPECT_EQ(packet_.Length, 0x0006);
 }
 
+// The packet's own length is what the device is told; the transfer has the length of the buffer.
+TEST_F(WinUsbControlEndpointTest, TransfersTheLengthItIsGivenWhateverThePacketSays) {
+    packet_ = {0xA1, 0x02, 0x1234, 0, 6};
+    EXPECT_EQ(endpoint_->Transfer(packet_, buffer_.data(), 4), S_OK);
+    EXPECT_EQ(bus_.Calls(),
+              (Calls{"WinUsb_ControlTransfer(main, A1 02 1234 0003 0006, 4 bytes, no overlapped)"}));
+}
+
 TEST_F(WinUsbControlEndpointTest, PassesANullBufferOn) {
     packet_ = {0x21, 0x00, 0x03E8, 0, 0};
     EXPECT_EQ(endpoint_->Transfer(packet_, nullptr, 0), S_OK);

@@ -1,6 +1,7 @@
 #include "dfu/WinUsbDfuConnection.h"
 
 #include "tests/support/FakeUsbBus.h"
+#include "tests/support/ImportRedirect.h"
 
 #include <gtest/gtest.h>
 
@@ -55,6 +56,16 @@ TEST_F(WinUsbDfuConnectionTest, OpensADeviceWhoseMainInterfaceIsTheDfuInterface)
     EXPECT_EQ(bus_.Calls(),
               (Calls{kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kReadConfiguration,
                      "WinUsb_SetCurrentAlternateSetting(main, setting 0)"}));
+}
+
+TEST_F(WinUsbDfuConnectionTest, OpensADeviceWhoseTransferSizeIsZero) {
+    const std::wstring link = kLink + L"zero";
+    bus_.Add(link, 0);
+    WinUsbDfuConnection connection(link);
+    EXPECT_TRUE(connection.IsOpened());
+    const auto endpoint = connection.AcquireEndpoint();
+    ASSERT_NE(endpoint, nullptr);
+    EXPECT_EQ(endpoint->GetMaxTransferSize(), 0U);
 }
 
 // Freeing the selected handle as well would leave no valid one for the transfers.
@@ -143,6 +154,41 @@ TEST_F(WinUsbDfuConnectionTest, GoesOnAfterAShortDeviceDescriptorWithLastErrorZe
     EXPECT_TRUE(connection.IsOpened());
 }
 
+// A driver that tells, for a read of this size, of one byte more than there was room for.
+class OverlongDescriptor {
+  public:
+    explicit OverlongDescriptor(ULONG size) : size_(size) { current_ = this; }
+    ~OverlongDescriptor() { current_ = nullptr; }
+
+    OverlongDescriptor(const OverlongDescriptor&) = delete;
+    OverlongDescriptor& operator=(const OverlongDescriptor&) = delete;
+
+  private:
+    static BOOL WINAPI OnGet(WINUSB_INTERFACE_HANDLE handle, UCHAR type, UCHAR index, USHORT language,
+                             UCHAR* buffer, ULONG size, ULONG* transferred) {
+        const BOOL result = current_->get_.Original<decltype(WinUsb_GetDescriptor)>()(
+            handle, type, index, language, buffer, size, transferred);
+        if (size == current_->size_) {
+            ++*transferred;
+            SetLastError(ERROR_INVALID_DATA);
+        }
+        return result;
+    }
+
+    static inline OverlongDescriptor* current_ = nullptr;
+
+    ULONG size_;
+    test_support::ImportRedirect get_{"WinUsb_GetDescriptor", OnGet};
+};
+
+TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenADescriptorIsToldToBeLongerThanItIs) {
+    for (const ULONG size : {18UL, 9UL}) {
+        const OverlongDescriptor overlong(size);
+        const WinUsbDfuConnection connection(kLink);
+        EXPECT_FALSE(connection.IsOpened()) << size << " bytes";
+    }
+}
+
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheConfigurationHeaderIsNotRead) {
     bus_.Fail("WinUsb_GetDescriptor", ERROR_GEN_FAILURE, 1);
     ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kFreeMain, kCloseFile});
@@ -163,6 +209,14 @@ TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheQueryOfTheMainInterfaceFails) 
     bus_.Fail("WinUsb_QueryInterfaceSettings", ERROR_NO_MORE_ITEMS);
     ExpectFailedOpening(
         {kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kFreeMain, kCloseFile});
+}
+
+// A query that fails with last error 0 tells of no interface: neither of its own nor of another connection's.
+TEST_F(WinUsbDfuConnectionTest, TakesNoInterfaceOverFromAnEarlierConnection) {
+    EXPECT_TRUE(WinUsbDfuConnection(kLink).IsOpened());
+    device_.SetInterfaces({{0, 0, 0x0E}});
+    bus_.Fail("WinUsb_QueryInterfaceSettings", ERROR_SUCCESS);
+    EXPECT_FALSE(WinUsbDfuConnection(kLink).IsOpened());
 }
 
 TEST_F(WinUsbDfuConnectionTest, FreesAnAssociatedInterfaceWhoseQueryFails) {

@@ -14,6 +14,7 @@
 #include <ostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -127,6 +128,15 @@ TEST_F(DeviceInterfaceWatcherTest, DoesNotReportARegistrationThatFails) {
     EXPECT_EQ(manager_.ActiveRegistrations(), 0U);
 }
 
+TEST_F(DeviceInterfaceWatcherTest, EndsNoRegistrationThatWasRefused) {
+    manager_.RefuseRegistrations(CR_FAILURE);
+    int ended = 0;
+    manager_.BeforeEachUnregistration([&ended] { ++ended; });
+    Watcher();
+    watcher_.reset();
+    EXPECT_EQ(ended, 0);
+}
+
 TEST_F(DeviceInterfaceWatcherTest, ResetsAndClosesTheArrivalEventBeforeItUnregisters) {
     Watcher();
     events_.ForgetCalls();
@@ -171,6 +181,14 @@ TEST_F(DeviceInterfaceWatcherTest, KeepsItsListWithoutEvents) {
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
     manager_.Unplug(kFirst);
     EXPECT_EQ(LinksOf(Watcher()), Links{});
+}
+
+// A wait that fails tells no more than one that times out.
+TEST_F(DeviceInterfaceWatcherTest, WaitForDeviceFindsNothingWithoutEvents) {
+    events_.RefuseEvents();
+    manager_.SetPresent({kFirst});
+    EXPECT_EQ(Watcher().WaitForDevice(100, kFirst), 2U);
+    EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
 }
 
 // ---- Filters
@@ -549,43 +567,66 @@ TEST_F(DeviceInterfaceWatcherTest, WaitForDeviceDoesNotFindADeviceThatIsOnlyStil
 
 // ---- Threads
 
-// Wherever the callback's thread is, the list and the events stay whole.
-TEST_F(DeviceInterfaceWatcherTest, TakesNotificationsOfAnotherThreadWhileItIsUsed) {
+// What two threads of the configuration manager tell about one device, again and again until its end.
+class Notifications {
+  public:
+    Notifications(FakeConfigurationManager& manager, std::wstring link)
+        : manager_(manager), link_(std::move(link)) {}
+    ~Notifications() { End(); }
+
+    Notifications(const Notifications&) = delete;
+    Notifications& operator=(const Notifications&) = delete;
+
+    // Each thread's last word is a removal.
+    void End() {
+        isOver_ = true;
+        for (std::thread* const thread : {&first_, &second_}) {
+            if (thread->joinable()) {
+                thread->join();
+            }
+        }
+    }
+
+  private:
+    void Notify() {
+        while (!isOver_) {
+            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, link_);
+            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, link_);
+        }
+    }
+
+    FakeConfigurationManager& manager_;
+    std::wstring link_;
+    std::atomic<bool> isOver_{false};
+    std::thread first_{[this] { Notify(); }};
+    std::thread second_{[this] { Notify(); }};
+};
+
+// Wherever the callback's threads are, the list and the events stay whole.
+TEST_F(DeviceInterfaceWatcherTest, TakesNotificationsOfOtherThreadsWhileItIsUsed) {
     Watcher();
     manager_.SetPresent({kSecond});
-    std::atomic<bool> isDone = false;
-    std::thread notifications([&] {
-        while (!isDone) {
-            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, kFirst);
-            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, kFirst);
-        }
-    });
-    for (int count = 0; count < 200; ++count) {
+    Notifications notifications(manager_, kFirst);
+    for (int count = 0; count < 300; ++count) {
         Watcher().Refresh();
         Watcher().AddFilter(L"vid_0000", L"pid_0000");
         for (const DeviceEntry& device : Watcher().Devices()) {
             ASSERT_TRUE(device.symbolicLink == kFirst || device.symbolicLink == kSecond);
         }
+        ASSERT_EQ(LinksOf(Watcher()).front(), kSecond) << "refresh " << count;
     }
-    isDone = true;
-    notifications.join();
+    notifications.End();
     EXPECT_EQ(LinksOf(Watcher()), (Links{kSecond}));
+    EXPECT_TRUE(IsSignalled());
 }
 
 TEST_F(DeviceInterfaceWatcherTest, MayBeDestroyedWhileNotificationsComeIn) {
-    std::atomic<bool> isDone = false;
-    std::thread notifications([&] {
-        while (!isDone) {
-            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, kFirst);
-            manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, kFirst);
-        }
-    });
-    for (int count = 0; count < 50; ++count) {
+    Notifications notifications(manager_, kFirst);
+    for (int count = 0; count < 200; ++count) {
         Watcher().Refresh();
         watcher_.reset();
     }
-    isDone = true;
-    notifications.join();
+    notifications.End();
     EXPECT_EQ(manager_.ActiveRegistrations(), 0U);
 }
 

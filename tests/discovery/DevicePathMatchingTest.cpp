@@ -88,6 +88,7 @@ TEST(MatchesFilters, FindsThePatternAnywhereInTheLink) {
 }
 
 TEST(MatchesFilters, NeedsTheWholePrefix) {
+    EXPECT_FALSE(MatchesFilters(L"\\?\\usb#vid_2f1a&pid_7e01#1#" + kClass, kBothProducts));
     EXPECT_FALSE(MatchesFilters(L"usb#vid_2f1a&pid_7e01#1#" + kClass, kBothProducts));
     EXPECT_FALSE(MatchesFilters(L"\\\\.\\usb#vid_2f1a&pid_7e01#1#" + kClass, kBothProducts));
     EXPECT_FALSE(MatchesFilters(L"\\\\?\\hid#vid_2f1a&pid_7e01#1#" + kClass, kBothProducts));
@@ -209,6 +210,8 @@ INSTANTIATE_TEST_SUITE_P(
                     KindCase{L"mi_x2#", 0}, KindCase{L"mi_zz#", 0}, KindCase{L"mi_ 2#", 1},
                     KindCase{L"mi_+4#", 2}, KindCase{L"mi_-2#", 4}, KindCase{L"mi_-0#", 0},
                     KindCase{L"mi_2.#", 1}, KindCase{L"mi_###", 0},
+                    // in decimal alone
+                    KindCase{L"mi_0a#", 0}, KindCase{L"mi_2f#", 1}, KindCase{L"mi_e4#", 0},
                     // no number, or none that two characters long
                     KindCase{L"mi_0#", 4}, KindCase{L"mi_000#", 4}, KindCase{L"mi_00", 4},
                     KindCase{L"mi_", 4}, KindCase{L"mi_0\n#", 4}, KindCase{L"mi_0\u2028#", 4},

@@ -6,11 +6,13 @@
 #include "tests/monitor/RegistryCalls.h"
 #include "tests/monitor/SensorCameraInstances.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -396,6 +398,44 @@ TEST_F(CUninstallMonitorCheck, HoldsItsLockWhileItSleeps) {
     stage_.whileSleeping = nullptr;
     monitor_->Check();
     EXPECT_EQ(stage_.Sleeps().size(), 2u);
+}
+
+// Two threads whose arrivals never end, and 200 checks among them.
+TEST_F(CUninstallMonitorCheck, KeepsEveryArrivalWaitingUntilItIsOver) {
+    constexpr std::size_t kChecks = 200;
+    PlugCamera();
+    std::atomic<bool> isOver{false};
+    std::atomic<int> arrivals{0};
+    int arrivalsInOneSleep = 0;
+    stage_.whileSleeping = [&] {
+        const int before = arrivals;
+        for (int pause = 0; pause < 10; ++pause) {
+            SwitchToThread();
+        }
+        arrivalsInOneSleep = std::max(arrivalsInOneSleep, arrivals - before);
+    };
+    const auto arrive = [&] {
+        while (!isOver) {
+            monitor_->Stop();
+            ++arrivals;
+            SwitchToThread();
+        }
+    };
+    std::thread first(arrive);
+    std::thread second(arrive);
+    for (std::size_t check = 0; check < kChecks; ++check) {
+        monitor_->Stop();
+        monitor_->Check();
+    }
+    isOver = true;
+    first.join();
+    second.join();
+    EXPECT_LE(arrivalsInOneSleep, 2) << "each thread may still have counted the arrival before";
+    EXPECT_EQ(stage_.Sleeps(), std::vector<DWORD>(kChecks, 1000));
+    monitor_.reset();
+    EXPECT_EQ(stage_.EventCreations().size(), kChecks) << "each check began a watch";
+    EXPECT_EQ(stopRequests_, 0);
+    EXPECT_TRUE(stage_.Commands().empty());
 }
 
 TEST_F(CUninstallMonitorCheck, AsksTheServiceToStopBeforeItRunsTheCommands) {

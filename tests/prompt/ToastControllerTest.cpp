@@ -79,11 +79,13 @@ TEST_F(ToastController, GivesTheErrorOfTheRunAndReleasesTheServer) {
 }
 
 TEST_F(ToastController, GivesTheErrorOfTheQueryAndReleasesTheServer) {
-    server_.interfaceResult = E_NOINTERFACE;
-    IToastCntrPtr pointer;
-    EXPECT_EQ(CreateToastController(pointer), E_NOINTERFACE);
-    EXPECT_EQ(pointer.GetInterfacePtr(), nullptr);
-    EXPECT_EQ(server_.References(), 0u);
+    for (const HRESULT error : {E_NOINTERFACE, E_ACCESSDENIED}) {
+        server_.interfaceResult = error;
+        IToastCntrPtr pointer;
+        EXPECT_EQ(CreateToastController(pointer), error);
+        EXPECT_EQ(pointer.GetInterfacePtr(), nullptr);
+        EXPECT_EQ(server_.References(), 0u);
+    }
 }
 
 TEST_F(ToastController, LetsGoOfAnEarlierPointerEvenWhenItFails) {

@@ -661,6 +661,7 @@ TEST_F(DFUServiceBaseTest, GoesOnWhenThereIsNoMemoryForTheClassText) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "OnUsbDeviceArrival"), 1);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "OnCameraArrival"), 1);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), kFree), 0);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "debug \"\""), 2) << "an empty text, never a null";
     EXPECT_EQ(traces_.Messages().at(0).arguments, (Lines{"Ge", std::string("NULL\0", 5)}));
 }
 

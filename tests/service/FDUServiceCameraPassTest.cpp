@@ -6,9 +6,13 @@
 
 #include <dbt.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstring>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -405,6 +409,71 @@ TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraForANewerOne) {
     EXPECT_EQ(second.References(), 0);
 }
 
+// Cameras that answer each thread as if it were the only one: what two commands at a time would do to a real
+// camera's control is not looked at here.
+class FDUServiceAnswersDuringPasses : public FDUServiceCameraPass {
+  protected:
+    static constexpr std::size_t kAnsweringThreads = 2;
+
+    // The firmware of one camera as each answering thread sees it.
+    using Seen = std::array<FakeFirmware, kAnsweringThreads>;
+
+    FakeCamera& PlugCameraForThreads(const std::wstring& link, Seen& seen) {
+        FakeCamera& camera = PlugCamera(link);
+        camera.Nodes().back().control.SetAnswer([&camera, &seen](const test_support::KsCall& call) {
+            return answeringThread_ ? seen.at(*answeringThread_).Answer(call)
+                                    : camera.Firmware().Answer(call);
+        });
+        return camera;
+    }
+
+    // Accepts so many times for every pass that has begun, as the thread of that number.
+    void AnswerAs(std::size_t thread, int passes, int answersForEach, const std::atomic<int>& begun) {
+        answeringThread_ = thread;
+        for (int pass = 1; pass <= passes; ++pass) {
+            while (begun < pass) {
+                SwitchToThread();
+            }
+            for (int answer = 0; answer < answersForEach; ++answer) {
+                EXPECT_EQ(toast_.FireUserRespond(kAccepted), S_OK);
+            }
+        }
+    }
+
+    static std::size_t CommandsTo(const Seen& seen) {
+        return seen[0].Commands().size() + seen[1].Commands().size();
+    }
+
+    Seen first_;
+    Seen second_;
+
+  private:
+    static inline thread_local std::optional<std::size_t> answeringThread_;
+};
+
+TEST_F(FDUServiceAnswersDuringPasses, ReachAPendingCameraEachAndTheLastOneInTheEnd) {
+    constexpr int kPasses = 200;
+    constexpr int kAnswersForEach = 3;
+    FakeCamera& first = PlugCameraForThreads(kLink, first_);
+    FakeCamera& second = PlugCameraForThreads(kOtherLink, second_);
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive(kLink);
+    std::atomic<int> begun{0};
+    std::thread one([&] { AnswerAs(0, kPasses, kAnswersForEach, begun); });
+    std::thread other([&] { AnswerAs(1, kPasses, kAnswersForEach, begun); });
+    for (int pass = 1; pass <= kPasses; ++pass) {
+        begun = pass;
+        EXPECT_EQ(Arrive(pass % 2 == 0 ? kLink : kOtherLink), 0);
+    }
+    one.join();
+    other.join();
+    EXPECT_EQ(Prompts(), 1u + kPasses);
+    EXPECT_EQ(CommandsTo(first_) + CommandsTo(second_), kPasses * kAnswersForEach * kAnsweringThreads);
+    EXPECT_EQ(second.References(), 0) << "nobody holds a camera that is not pending any more";
+    EXPECT_FALSE(IsPending(second));
+    EXPECT_TRUE(IsPending(first));
+}
+
 TEST_F(FDUServiceCameraPass, KeepsThePendingCameraThroughPassesThatEndEarlier) {
     FakeCamera& camera = PlugCamera();
     folders_.WriteVersionedImage(Image(5, 10, 3, 0));
@@ -416,6 +485,27 @@ TEST_F(FDUServiceCameraPass, KeepsThePendingCameraThroughPassesThatEndEarlier) {
     Arrive();
     EXPECT_TRUE(IsPending(camera));
     EXPECT_TRUE(IsPending(camera)) << "an answer does not clear it";
+}
+
+TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraBehindItsEventAndBeforeTheRest) {
+    FakeCamera& camera = PlugCamera();
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    Arrive();
+    const HANDLE event = life_.unnamedEvents.at(0);
+    bool isEventClosed = false;
+    std::size_t registrations = 0;
+    bool isSinkConnected = false;
+    camera.Nodes().back().control.OnLastRelease([&] {
+        const auto& closed = life_.closedUnnamedEvents;
+        isEventClosed = std::find(closed.begin(), closed.end(), event) != closed.end();
+        registrations = devices_.ActiveRegistrations();
+        isSinkConnected = toast_.Sink() != nullptr;
+    });
+    service_.reset();
+    EXPECT_EQ(camera.References(), 0);
+    EXPECT_TRUE(isEventClosed);
+    EXPECT_EQ(registrations, 1u) << "the watcher";
+    EXPECT_TRUE(isSinkConnected);
 }
 
 TEST_F(FDUServiceCameraPass, HoldsNoCameraThatIsNotPending) {
@@ -476,6 +566,12 @@ TEST_F(FDUServiceImageVersion, IsReadAsBytes) {
     folders_.WriteVersionedImage(image);
     EXPECT_EQ(Read(), 0);
     EXPECT_EQ(text_, L"26.13.10.0");
+}
+
+TEST_F(FDUServiceImageVersion, IsReadFromTheImageUnderTheWindowsDirectory) {
+    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    EXPECT_EQ(Read(), 0);
+    EXPECT_EQ(folders_.OpenedFiles(), Texts{L"windows\\system32\\drivers\\KV400Firmware.bin rb"});
 }
 
 TEST_F(FDUServiceImageVersion, AsksForTheWindowsDirectoryWithRoomFor520Characters) {

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iostream>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -110,6 +112,43 @@ TEST_F(FDUServiceDfuPass, EndsAfter100MillisecondsWithoutADevice) {
     EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 18).at(0).arguments.empty());
     EXPECT_TRUE(bus_.Calls().empty());
     EXPECT_TRUE(toast_.Calls().empty());
+}
+
+// Refuses events with a name: the watcher's have one, the service's own has none.
+class RefusedNamedEvents {
+  public:
+    RefusedNamedEvents() { current_ = this; }
+    ~RefusedNamedEvents() { current_ = nullptr; }
+
+    RefusedNamedEvents(const RefusedNamedEvents&) = delete;
+    RefusedNamedEvents& operator=(const RefusedNamedEvents&) = delete;
+
+  private:
+    static HANDLE WINAPI OnCreate(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL initialState,
+                                  const wchar_t* name) {
+        if (name != nullptr) {
+            SetLastError(ERROR_INVALID_HANDLE);
+            return nullptr;
+        }
+        return current_->create_.Original<decltype(CreateEventW)>()(security, manualReset, initialState,
+                                                                    name);
+    }
+
+    static inline RefusedNamedEvents* current_ = nullptr;
+
+    test_support::ImportRedirect create_{"CreateEventW", OnCreate};
+};
+
+// Without its event the watcher has nothing to wait for: the wait fails at once.
+TEST_F(FDUServiceDfuPass, TakesAWaitThatFailsForAMissingDevice) {
+    {
+        const RefusedNamedEvents refused;
+        Service();
+    }
+    PlugDevice();
+    EXPECT_EQ(Run(), kNoInterface);
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{18});
+    EXPECT_TRUE(bus_.Calls().empty());
 }
 
 TEST_F(FDUServiceDfuPass, TakesNoOtherUsbDevice) {
@@ -240,6 +279,23 @@ TEST_F(FDUServiceDfuPass, FailsWithoutAnImageButCompletes) {
     EXPECT_EQ(Methods(), std::vector<std::string>{"NotifyComplete"});
     EXPECT_FALSE(BusSaw("WinUsb_ControlTransfer"));
     EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{19});
+}
+
+TEST_F(FDUServiceDfuPass, OpensTheImageUnderTheSystemDirectoryForItsSizeAndForTheEngine) {
+    PlugDevice();
+    folders_.WriteDownloadedImage(ImageOf(100));
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(folders_.OpenedFiles(),
+              (Texts{L"system\\drivers\\KV400Firmware.bin rb", L"system\\drivers\\KV400Firmware.bin rb"}));
+}
+
+TEST_F(FDUServiceDfuPass, LetsTheEngineLogNothing) {
+    PlugDevice();
+    std::ostringstream output;
+    std::streambuf* const standardOutput = std::cout.rdbuf(output.rdbuf());
+    EXPECT_EQ(Run(), kFail) << "there is no image";
+    std::cout.rdbuf(standardOutput);
+    EXPECT_EQ(output.str(), "");
 }
 
 // The image of the other pass is no substitute.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -51,6 +52,45 @@ TEST_F(FDUServiceLife, HasTheNameUnderWhichItIsInstalled) {
 TEST_F(FDUServiceLife, RegistersTheTraceProviderOnce) {
     Service();
     EXPECT_EQ(traces_.Registrations().size(), 1u);
+}
+
+// Notes how much was traced before the provider is registered.
+class RegistrationMoment {
+  public:
+    explicit RegistrationMoment(const test_support::TraceRecorder& traces) : traces_(traces) {
+        current_ = this;
+    }
+    ~RegistrationMoment() { current_ = nullptr; }
+
+    RegistrationMoment(const RegistrationMoment&) = delete;
+    RegistrationMoment& operator=(const RegistrationMoment&) = delete;
+
+    [[nodiscard]] std::optional<std::size_t> MessagesBefore() const { return messagesBefore_; }
+
+  private:
+    static ULONG WINAPI OnRegister(WMIDPREQUEST callback, void* context, const GUID* controlGuid,
+                                   ULONG guidCount, TRACE_GUID_REGISTRATION* guids, const wchar_t* imagePath,
+                                   const wchar_t* resourceName, TRACEHANDLE* registration) {
+        current_->messagesBefore_ = current_->traces_.Messages().size();
+        return current_->register_.Original<decltype(RegisterTraceGuidsW)>()(
+            callback, context, controlGuid, guidCount, guids, imagePath, resourceName, registration);
+    }
+
+    static inline RegistrationMoment* current_ = nullptr;
+
+    const test_support::TraceRecorder& traces_;
+    std::optional<std::size_t> messagesBefore_;
+    test_support::ImportRedirect register_{"RegisterTraceGuidsW", OnRegister};
+};
+
+TEST_F(FDUServiceLife, RegistersTheTraceProviderBeforeItTracesAnything) {
+    Service();  // from here on a session takes messages
+    service_.reset();
+    traces_.Forget();
+    const RegistrationMoment moment(traces_);
+    Service();
+    EXPECT_EQ(moment.MessagesBefore(), 0u);
+    EXPECT_FALSE(traces_.Messages().empty());
 }
 
 TEST_F(FDUServiceLife, TracesItsConstructionAsInformation) {

@@ -151,7 +151,7 @@ BOOL WINAPI FakeServiceHost::OnDeregisterEventSource(HANDLE log) {
 }
 
 void WINAPI FakeServiceHost::OnOutputDebugString(const wchar_t* text) {
-    current_->Record("debug \"" + Narrow(text) + "\"");
+    current_->Record(text != nullptr ? "debug \"" + Narrow(text) + "\"" : "debug null");
     if (current_->onDebugText) {
         current_->onDebugText(text != nullptr ? text : L"");
     }

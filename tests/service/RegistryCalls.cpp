@@ -69,7 +69,8 @@ LSTATUS WINAPI RegistryCalls::OnQueryValue(HKEY key, const wchar_t* name, DWORD*
                                            BYTE* data, DWORD* size) {
     RegistryCalls& calls = *current_;
     calls.lines_.push_back("RegQueryValueExW(" + calls.NameOf(key) + ", " + Narrow(name) + ", " +
-                           NullOrNot(reserved) + ", " + std::to_string(*size) + " bytes)");
+                           NullOrNot(reserved) + ", " + NullOrNot(type) + ", " + std::to_string(*size) +
+                           " bytes)");
     if (calls.queryResult != ERROR_SUCCESS) {
         return calls.queryResult;
     }

@@ -44,7 +44,8 @@ SystemFolders* SystemFolders::current_ = nullptr;
 SystemFolders::SystemFolders()
     : root_(NewFolder()),
       windowsDirectory_("GetWindowsDirectoryW", OnWindowsDirectory),
-      systemDirectory_("GetSystemDirectoryW", OnSystemDirectory) {
+      systemDirectory_("GetSystemDirectoryW", OnSystemDirectory),
+      openFile_("_wfopen", OnOpenFile) {
     current_ = this;
 }
 
@@ -83,4 +84,13 @@ UINT WINAPI SystemFolders::OnWindowsDirectory(wchar_t* buffer, UINT capacity) {
 UINT WINAPI SystemFolders::OnSystemDirectory(wchar_t* buffer, UINT capacity) {
     current_->systemQueries_.push_back({buffer != nullptr, capacity});
     return Answer((current_->root_ / "system").wstring(), buffer, capacity);
+}
+
+FILE* __cdecl SystemFolders::OnOpenFile(const wchar_t* path, const wchar_t* mode) {
+    const std::wstring given = path;
+    const std::wstring folder = current_->root_.wstring() + L"\\";
+    if (given.starts_with(folder) && mode[0] == L'r') {
+        current_->openedFiles_.push_back(given.substr(folder.size()) + L" " + mode);
+    }
+    return current_->openFile_.Original<decltype(OnOpenFile)>()(path, mode);
 }

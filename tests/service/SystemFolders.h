@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -35,10 +36,14 @@ class SystemFolders {
 
     [[nodiscard]] const std::vector<Query>& WindowsQueries() const { return windowsQueries_; }
     [[nodiscard]] const std::vector<Query>& SystemQueries() const { return systemQueries_; }
+    // Every file in the two that was opened for reading, in order: its path as it was given, from the folder
+    // that both are in, a blank and the mode.
+    [[nodiscard]] const std::vector<std::wstring>& OpenedFiles() const { return openedFiles_; }
 
   private:
     static UINT WINAPI OnWindowsDirectory(wchar_t* buffer, UINT capacity);
     static UINT WINAPI OnSystemDirectory(wchar_t* buffer, UINT capacity);
+    static FILE* __cdecl OnOpenFile(const wchar_t* path, const wchar_t* mode);
 
     static SystemFolders* current_;
 
@@ -47,6 +52,8 @@ class SystemFolders {
     DWORD windowsDirectoryError_ = 0;
     std::vector<Query> windowsQueries_;
     std::vector<Query> systemQueries_;
+    std::vector<std::wstring> openedFiles_;
     test_support::ImportRedirect windowsDirectory_;
     test_support::ImportRedirect systemDirectory_;
+    test_support::ImportRedirect openFile_;
 };

@@ -22,7 +22,7 @@ constexpr const wchar_t* kValue = L"DFUAutoMode";
 
 constexpr const char* kOpenLine =
     "RegOpenKeyExW(HKEY_LOCAL_MACHINE, SYSTEM\\CurrentControlSet\\Services\\VeyraCameraDFU, 0, 0x1)";
-constexpr const char* kQueryLine = "RegQueryValueExW(key, DFUAutoMode, null, 38 bytes)";
+constexpr const char* kQueryLine = "RegQueryValueExW(key, DFUAutoMode, null, null, 38 bytes)";
 constexpr const char* kCreateLine =
     "RegCreateKeyExW(HKEY_LOCAL_MACHINE, SYSTEM\\CurrentControlSet\\Services\\VeyraCameraDFU, 0, null, 0, "
     "0x20006, null, null)";
