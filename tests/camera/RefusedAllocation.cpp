@@ -1,6 +1,5 @@
 #include "tests/camera/RefusedAllocation.h"
 
-#include <cstdlib>
 #include <new>
 
 namespace {
@@ -9,9 +8,15 @@ bool isRefusing = false;
 
 }  // namespace
 
-// The library's own gives memory of malloc too, and its operator delete frees it.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return isRefusing ? nullptr : std::malloc(size == 0 ? 1 : size);
+    if (isRefusing) {
+        return nullptr;
+    }
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 RefusedAllocation::RefusedAllocation() {
