@@ -11,13 +11,14 @@ function(veyra_folder name)
 endfunction()
 
 # split_symbols(TARGET): ships the executable stripped, in the build folder's root, with its symbols kept beside it in
-# TARGET.exe.debug, which debuggers find by the link in the executable.
+# TARGET.exe.debug, which debuggers find by the link in the executable. --preserve-dates: the time in the header stays the
+# linker's, which is none.
 function(split_symbols target)
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     add_custom_command(TARGET ${target} POST_BUILD
         WORKING_DIRECTORY ${CMAKE_BINARY_DIR}
-        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${target}.exe ${target}.exe.debug
-        COMMAND ${CMAKE_OBJCOPY} --strip-all ${target}.exe
-        COMMAND ${CMAKE_OBJCOPY} --add-gnu-debuglink=${target}.exe.debug ${target}.exe
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --only-keep-debug ${target}.exe ${target}.exe.debug
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --strip-all ${target}.exe
+        COMMAND ${CMAKE_OBJCOPY} --preserve-dates --add-gnu-debuglink=${target}.exe.debug ${target}.exe
         VERBATIM)
 endfunction()

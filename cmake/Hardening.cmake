@@ -7,6 +7,11 @@ target_compile_definitions(project_options INTERFACE
 target_compile_options(project_options INTERFACE -ffunction-sections -fdata-sections -fstack-protector-strong)
 target_link_options(project_options INTERFACE -static -Wl,--gc-sections -fstack-protector-strong)
 
+# The release of the same sources has the same bytes, in whatever folder and at whatever time it is built.
+target_compile_options(project_options INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Release>>:
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build>)
+target_link_options(project_options INTERFACE -Wl,--no-insert-timestamp)
+
 option(VEYRA_CHECKED "Assertions, trapping undefined-behaviour checks, the checked C++ library" OFF)
 if(VEYRA_CHECKED)
     target_compile_options(project_options INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)

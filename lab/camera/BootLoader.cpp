@@ -12,7 +12,7 @@ BootLoader::BootLoader(const CameraSettings& settings)
       blockMs_(settings.blockMs),
       manifestMs_(settings.manifestMs),
       resetMs_(settings.resetMs),
-      flash_(settings.version) {}
+      flash_(settings.version, settings.hasTwoBanks) {}
 
 void BootLoader::Start() {
     ReturnToIdle();

@@ -10,7 +10,8 @@ namespace lab {
 
 // How the device treats requests that the USB DFU 1.1 standard does not allow in a state, and manifestation.
 enum class Personality {
-    // The KV400's own boot loader: the standard's state machine with four liberties. DETACH in a DFU state is
+    // The KV400's own: no DFU interface while it runs its firmware, and a boot loader that is the standard's
+    // state machine with four liberties. DETACH in a DFU state is
     // accepted and leaves the state alone; UPLOAD in dfuIDLE answers the 68-byte firmware status block and
     // stays in dfuIDLE; GETSTATUS and GETSTATE are answered while the device writes a block and while it
     // manifests; a device in dfuMANIFEST-WAIT-RESET answers GETSTATUS once with that state and resets itself
@@ -25,6 +26,14 @@ enum class Personality {
     // Synchronous: GETSTATUS after a block always says dfuDNLOAD-IDLE; manifestation ends in dfuIDLE
     // (bitManifestationTolerant is 1). Otherwise as Strict.
     Synchronous,
+};
+
+// A node of the running camera's topology.
+enum class TopologyNode {
+    Processing,     // no vendor's own: the video processing unit
+    Foreign,        // vendor-specific, of another unit than the firmware's: refuses its controls
+    Broken,         // vendor-specific, and cannot be instantiated
+    ExtensionUnit,  // vendor-specific: the firmware's extension unit
 };
 
 // What a scenario decides about a camera. Times are in milliseconds.
@@ -42,6 +51,11 @@ struct CameraSettings {
     // Replaces the configuration descriptor that DFU mode answers; empty: the camera's own.
     std::vector<std::uint8_t> configurationDescriptor = {};
     bool hasExtensionUnit = true;
+    // In the order of their numbers; without an extension unit its nodes are left out.
+    std::vector<TopologyNode> nodes{TopologyNode::Processing, TopologyNode::ExtensionUnit};
+    // A download goes to a second bank of the flash: a power failure loses the image, not the firmware.
+    bool hasTwoBanks = false;
+    std::uint32_t timeoutMs = 0;  // how long a host waits for a request that nothing answers
 };
 
 }  // namespace lab

@@ -5,7 +5,8 @@ namespace lab {
 DfuTraits TraitsOf(Personality personality) {
     switch (personality) {
         case Personality::Kv400:
-            return {.acceptsDetach = true,
+            return {.isRuntimeDevice = false,
+                    .acceptsDetach = true,
                     .uploadsStatusBlock = true,
                     .answersWhileWriting = true,
                     .answersWhileManifesting = true,

@@ -7,6 +7,7 @@ namespace lab {
 // In what a personality departs from the USB DFU 1.1 standard's state table, and what it makes of its
 // options.
 struct DfuTraits {
+    bool isRuntimeDevice = true;           // has a DFU interface while it runs its firmware
     bool acceptsDetach = false;            // DETACH succeeds in every state and changes nothing
     bool uploadsStatusBlock = false;       // UPLOAD in dfuIDLE answers the status block and stays there
     bool answersWhileWriting = false;      // GETSTATUS and GETSTATE succeed in dfuDNBUSY

@@ -16,19 +16,22 @@ struct Fault {
         ClrStatus,
         GetState,
         Abort,
-        CommandWrite,  // the extension unit's SET
-        CommandRead,   // the extension unit's GET
+        CommandWrite,   // the extension unit's SET
+        CommandRead,    // the extension unit's GET
+        GetDescriptor,  // DFU mode: a descriptor is read
     };
     // Stall, Timeout and Unplug go with every `where`; a request that they strike has no other effect, and
     // where several strike at once the first in the list decides. The others change the answer to a request
     // that the device carries out, go only with the places named, and never strike elsewhere.
     enum class What {
-        Stall,    // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
-        Timeout,  // nothing answers
-        Unplug,   // the camera leaves the bus before it answers, and stays away
-        Status,   // GETSTATUS answers with bStatus = value
-        State,    // GETSTATUS or GETSTATE answers with bState = value
-        ShortReply,  // UPLOAD, GETSTATUS, GETSTATE, CommandRead: the data stage ends after `value` bytes
+        Stall,     // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
+        Timeout,   // nothing answers
+        Unplug,    // the camera leaves the bus before it answers, and stays away
+        Status,    // GETSTATUS answers with bStatus = value
+        State,     // GETSTATUS or GETSTATE answers with bState = value
+        PollTime,  // GETSTATUS answers with bwPollTimeout = value
+        ShortReply,  // UPLOAD, GETSTATUS, GETSTATE, CommandRead, GetDescriptor: the data stage ends after
+                     // `value` bytes
         WrongEcho,   // CommandRead: the firmware reply's opcode echo is `value`
     };
     Where where = Where::GetStatus;

@@ -10,12 +10,14 @@ bool GoesWith(Fault::What what, Fault::Where where) {
         case Fault::What::Unplug:
             return true;
         case Fault::What::Status:
+        case Fault::What::PollTime:
             return where == Fault::Where::GetStatus;
         case Fault::What::State:
             return where == Fault::Where::GetStatus || where == Fault::Where::GetState;
         case Fault::What::ShortReply:
             return where == Fault::Where::Upload || where == Fault::Where::GetStatus ||
-                   where == Fault::Where::GetState || where == Fault::Where::CommandRead;
+                   where == Fault::Where::GetState || where == Fault::Where::CommandRead ||
+                   where == Fault::Where::GetDescriptor;
         case Fault::What::WrongEcho:
             return where == Fault::Where::CommandRead;
     }

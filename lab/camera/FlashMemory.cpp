@@ -10,7 +10,8 @@ constexpr std::size_t kInitialSize = 4096;
 
 }  // namespace
 
-FlashMemory::FlashMemory(const std::array<std::uint8_t, 4>& version) : bytes_(kInitialSize) {
+FlashMemory::FlashMemory(const std::array<std::uint8_t, 4>& version, bool hasTwoBanks)
+    : hasTwoBanks_(hasTwoBanks), bytes_(kInitialSize) {
     for (std::size_t offset = 0; offset < bytes_.size(); ++offset) {
         bytes_[offset] = static_cast<std::uint8_t>(offset * 31 + 7);
     }
@@ -58,7 +59,8 @@ void FlashMemory::DiscardImage() {
 }
 
 void FlashMemory::LosePower() {
-    if (!image_) {
+    if (!image_ || hasTwoBanks_) {
+        image_.reset();
         return;
     }
     bytes_.resize(std::max(bytes_.size(), image_->size()));

@@ -17,7 +17,8 @@ class FlashMemory {
     static constexpr std::size_t kVersionOffset = 398;
 
     // A deterministic pattern of 4096 bytes with the version (most significant number first) in it.
-    explicit FlashMemory(const std::array<std::uint8_t, 4>& version);
+    // With two banks a power failure leaves the content alone.
+    explicit FlashMemory(const std::array<std::uint8_t, 4>& version, bool hasTwoBanks = false);
 
     [[nodiscard]] const std::vector<std::uint8_t>& Bytes() const { return bytes_; }
     // Whether there is firmware that can be started.
@@ -41,6 +42,7 @@ class FlashMemory {
     void LosePower();
 
   private:
+    bool hasTwoBanks_;
     std::vector<std::uint8_t> bytes_;
     std::optional<std::vector<std::uint8_t>> image_;
     bool isValid_ = true;

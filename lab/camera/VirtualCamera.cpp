@@ -1,6 +1,7 @@
 #include "lab/camera/VirtualCamera.h"
 
 #include "lab/camera/DfuDescriptors.h"
+#include "lab/camera/DfuTraits.h"
 
 #include <algorithm>
 #include <utility>
@@ -45,6 +46,11 @@ void Distort(std::vector<std::uint8_t>& reply, const std::vector<Fault>& faults)
             case Fault::What::State:
                 Put(reply, fault.where == Fault::Where::GetStatus ? kStateInStatus : 0, fault.value);
                 break;
+            case Fault::What::PollTime:
+                for (std::size_t byte = 0; byte < 3; ++byte) {
+                    Put(reply, 1 + byte, fault.value >> (8 * byte));
+                }
+                break;
             case Fault::What::ShortReply:
                 reply.resize(std::min<std::size_t>(reply.size(), fault.value));
                 break;
@@ -88,11 +94,26 @@ void VirtualCamera::Unplug() {
     busDeadline_.reset();
 }
 
+void VirtualCamera::Reset(std::uint64_t nowMs) {
+    Advance(nowMs);
+    if (mode_ == BusMode::Absent) {
+        return;
+    }
+    const bool isDetached = State() == DfuState::AppDetach;
+    Unplug();
+    isDfuRequested_ = isDetached;
+    Plug(nowMs);
+}
+
 void VirtualCamera::Advance(std::uint64_t nowMs) {
     for (std::optional<std::uint64_t> due = NextDeadline(); due && *due <= nowMs; due = NextDeadline()) {
         switch (mode_) {
             case BusMode::Running:
-                LeaveBus(*due);
+                if (busDeadline_ == due) {
+                    LeaveBus(*due);
+                } else {
+                    runtimeInterface_.Advance();
+                }
                 break;
             case BusMode::Absent:
                 Enumerate();
@@ -108,7 +129,14 @@ void VirtualCamera::Advance(std::uint64_t nowMs) {
 }
 
 std::optional<std::uint64_t> VirtualCamera::NextDeadline() const {
-    return mode_ == BusMode::Dfu ? bootLoader_.NextDeadline() : busDeadline_;
+    if (mode_ == BusMode::Dfu) {
+        return bootLoader_.NextDeadline();
+    }
+    if (mode_ == BusMode::Running && runtimeInterface_.NextDeadline()) {
+        const std::uint64_t detached = *runtimeInterface_.NextDeadline();
+        return std::min(busDeadline_.value_or(detached), detached);
+    }
+    return busDeadline_;
 }
 
 BusMode VirtualCamera::Mode() const {
@@ -116,7 +144,15 @@ BusMode VirtualCamera::Mode() const {
 }
 
 DfuState VirtualCamera::State() const {
-    return mode_ == BusMode::Dfu ? bootLoader_.State() : DfuState::AppIdle;
+    switch (mode_) {
+        case BusMode::Dfu:
+            return bootLoader_.State();
+        case BusMode::Running:
+            return runtimeInterface_.State();
+        case BusMode::Absent:
+            break;
+    }
+    return DfuState::AppIdle;
 }
 
 DfuStatus VirtualCamera::Status() const {
@@ -176,8 +212,11 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     if (mode_ == BusMode::Absent) {
         return {.end = TransferEnd::Disconnected};
     }
-    if (mode_ == BusMode::Running || !IsForDfuInterface(setup)) {
+    if (!IsForDfuInterface(setup)) {
         return {.end = TransferEnd::Stall};
+    }
+    if (mode_ == BusMode::Running) {
+        return TransferWhenRunning(setup, data, nowMs);
     }
     const std::optional<Fault::Where> place = PlaceOf(setup.request);
     const std::vector<Fault> faults = place ? faults_.Strike(*place) : std::vector<Fault>{};
@@ -195,6 +234,29 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     Distort(answer.reply, faults);
     const TransferResult delivered = Deliver(answer.reply, stage);
     return {.end = TransferEnd::Ok, .transferred = answer.taken + delivered.transferred};
+}
+
+TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t index,
+                                             std::span<std::uint8_t> buffer, std::uint64_t nowMs) {
+    constexpr std::uint8_t kDevice = 1;
+    constexpr std::uint8_t kConfiguration = 2;
+    Advance(nowMs);
+    if (mode_ == BusMode::Absent) {
+        return {.end = TransferEnd::Disconnected};
+    }
+    if (mode_ == BusMode::Running) {
+        return {.end = TransferEnd::Stall};
+    }
+    const std::vector<Fault> faults = faults_.Strike(Fault::Where::GetDescriptor);
+    if (const auto obstruction = Obstruct(faults)) {
+        return {.end = *obstruction};
+    }
+    if (index != 0 || (type != kDevice && type != kConfiguration)) {
+        return {.end = TransferEnd::Stall};
+    }
+    std::vector<std::uint8_t> descriptor = type == kDevice ? DeviceDescriptor() : ConfigurationDescriptor();
+    Distort(descriptor, faults);
+    return Deliver(descriptor, buffer);
 }
 
 std::vector<std::uint8_t> VirtualCamera::DeviceDescriptor() const {
@@ -230,8 +292,22 @@ void VirtualCamera::Enumerate() {
     } else {
         mode_ = BusMode::Running;
         extensionUnit_.Restart();
+        runtimeInterface_.Restart();
     }
     isDfuRequested_ = false;
+}
+
+TransferResult VirtualCamera::TransferWhenRunning(const SetupPacket& setup, std::span<std::uint8_t> data,
+                                                  std::uint64_t nowMs) {
+    if (!TraitsOf(settings_.personality).isRuntimeDevice) {
+        return {.end = TransferEnd::Stall};
+    }
+    std::vector<std::uint8_t> reply;
+    const TransferEnd end = runtimeInterface_.Handle(setup, nowMs, reply);
+    if (end != TransferEnd::Ok) {
+        return {.end = end};
+    }
+    return Deliver(reply, data.first(std::min<std::size_t>(data.size(), setup.length)));
 }
 
 std::optional<TransferEnd> VirtualCamera::WhyNoCommand() const {
@@ -256,7 +332,7 @@ std::optional<TransferEnd> VirtualCamera::Obstruct(const std::vector<Fault>& fau
     for (const Fault& fault : faults) {
         switch (fault.what) {
             case Fault::What::Stall:
-                if (mode_ == BusMode::Dfu && fault.setsError) {
+                if (mode_ == BusMode::Dfu && fault.setsError && fault.where != Fault::Where::GetDescriptor) {
                     bootLoader_.Fail(DfuStatus::ErrStalledPkt);
                 }
                 return TransferEnd::Stall;
@@ -267,6 +343,7 @@ std::optional<TransferEnd> VirtualCamera::Obstruct(const std::vector<Fault>& fau
                 return TransferEnd::Disconnected;
             case Fault::What::Status:
             case Fault::What::State:
+            case Fault::What::PollTime:
             case Fault::What::ShortReply:
             case Fault::What::WrongEcho:
                 break;

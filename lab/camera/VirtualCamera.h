@@ -6,6 +6,7 @@
 #include "lab/camera/ExtensionUnit.h"
 #include "lab/camera/FaultPlan.h"
 #include "lab/camera/FlashMemory.h"
+#include "lab/camera/RuntimeInterface.h"
 
 #include <array>
 #include <cstddef>
@@ -52,6 +53,9 @@ class VirtualCamera {
     // errFIRMWARE) when it is plugged in again, as a boot loader without a valid image does.
     void Plug(std::uint64_t nowMs);
     void Unplug();
+    // The host resets the port. A camera in appDETACH comes back in DFU mode, any other as from a short power
+    // cycle; both at once. Nothing happens to a camera that is not on the bus.
+    void Reset(std::uint64_t nowMs);
 
     // Makes everything happen that is due by nowMs: leaving the bus after the DFU-mode command, coming back,
     // a block written, manifestation over, the self-reset.
@@ -60,7 +64,7 @@ class VirtualCamera {
     [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const;
 
     [[nodiscard]] BusMode Mode() const;
-    // As of the last call with a time. Outside DFU mode: appIDLE and OK.
+    // As of the last call with a time. Outside DFU mode: appIDLE or appDETACH, and OK.
     [[nodiscard]] DfuState State() const;
     [[nodiscard]] DfuStatus Status() const;
     [[nodiscard]] const std::vector<std::uint8_t>& Flash() const;
@@ -75,11 +79,17 @@ class VirtualCamera {
     TransferResult ReadReply(std::span<std::uint8_t> reply, std::uint64_t nowMs);
 
     // DFU mode: one control transfer on the default pipe. For a device-to-host request `data` is filled, else
-    // read; data.size() is at least setup.length. In running mode, and for what is no class request to the
-    // DFU interface (wIndex holds its number), Stall without any other effect; Disconnected when the camera
-    // is not on the bus.
+    // read; data.size() is at least setup.length. For what is no class request to the DFU interface (wIndex
+    // holds its number), Stall without any other effect; Disconnected when the camera is not on the bus. In
+    // running mode the requests of the standard's appIDLE and appDETACH, or Stall, see Personality::Kv400.
     TransferResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data,
                                    std::uint64_t nowMs);
+
+    // DFU mode: the host reads the device descriptor (type 1) or the configuration descriptor (type 2), as
+    // much as the buffer takes. Stall for another type or index and outside DFU mode, Disconnected when the
+    // camera is not on the bus.
+    TransferResult ReadDescriptor(std::uint8_t type, std::uint8_t index, std::span<std::uint8_t> buffer,
+                                  std::uint64_t nowMs);
 
     // Descriptors of DFU mode, whole.
     [[nodiscard]] std::vector<std::uint8_t> DeviceDescriptor() const;
@@ -94,6 +104,8 @@ class VirtualCamera {
   private:
     void LeaveBus(std::uint64_t nowMs);
     void Enumerate();
+    TransferResult TransferWhenRunning(const SetupPacket& setup, std::span<std::uint8_t> data,
+                                       std::uint64_t nowMs);
     [[nodiscard]] std::optional<TransferEnd> WhyNoCommand() const;
     [[nodiscard]] bool IsForDfuInterface(const SetupPacket& setup) const;
     std::optional<TransferEnd> Obstruct(const std::vector<Fault>& faults);
@@ -101,6 +113,7 @@ class VirtualCamera {
     CameraSettings settings_;
     FaultPlan faults_;
     ExtensionUnit extensionUnit_;
+    RuntimeInterface runtimeInterface_;
     BootLoader bootLoader_;
     BusMode mode_ = BusMode::Absent;
     bool isPlugged_ = false;

@@ -53,10 +53,9 @@ Bus::Bus(const Stage& stage, Recorder record, Listener listener, QuietTest liste
     : record_(std::move(record)),
       listener_(std::move(listener)),
       listenerIsQuiet_(std::move(listenerIsQuiet)),
-      transferTime_(stage.transferTime) {
-    for (std::size_t camera = 0; camera < stage.cameras.size(); ++camera) {
-        places_.push_back({VirtualCamera(stage.cameras[camera]), DeviceLinks(camera)});
-    }
+      transferTime_(stage.transferTime),
+      skipsWaits_(stage.skipsWaits) {
+    PlaceCameras(stage);
     thread_ = std::thread(&Bus::Run, this);
 }
 
@@ -96,11 +95,24 @@ void Bus::Unplug(std::size_t camera) {
     changed_.notify_all();
 }
 
+void Bus::Restage(const Stage& stage) {
+    const std::lock_guard lock(mutex_);
+    AdvanceAll();
+    for (const Place& place : places_) {
+        if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
+            throw std::runtime_error("a camera is on the bus, or on its way back to it");
+        }
+    }
+    places_.clear();
+    PlaceCameras(stage);
+}
+
 json Bus::State(std::size_t camera) {
     const std::lock_guard lock(mutex_);
     const Place& place = At(camera);
     AdvanceOne(camera, NowMs());
     return {{"mode", ModeText(place.mode)},
+            {"on_its_way", place.mode != BusMode::Absent || place.camera.NextDeadline().has_value()},
             {"dfu_state", static_cast<unsigned>(place.camera.State())},
             {"dfu_status", static_cast<unsigned>(place.camera.Status())},
             {"version", place.camera.Version()},
@@ -130,18 +142,46 @@ void Bus::Wake() {
     changed_.notify_all();
 }
 
+void Bus::Skip(std::uint32_t ms) {
+    const std::lock_guard lock(mutex_);
+    skipped_ += std::chrono::milliseconds(ms);
+    AdvanceAll();
+    changed_.notify_all();
+}
+
+void Bus::Freeze() {
+    const std::lock_guard lock(mutex_);
+    if (skipsWaits_ && !frozenSince_) {
+        frozenSince_ = std::chrono::steady_clock::now();
+    }
+}
+
+void Bus::Thaw() {
+    const std::lock_guard lock(mutex_);
+    if (frozenSince_) {
+        frozen_ += std::chrono::steady_clock::now() - *frozenSince_;
+        frozenSince_.reset();
+        changed_.notify_all();
+    }
+}
+
+std::uint64_t Bus::ClockMs() {
+    const std::lock_guard lock(mutex_);
+    return NowMs();
+}
+
 std::vector<std::wstring> Bus::PresentLinks(const GUID& interfaceClass) {
     const std::lock_guard lock(mutex_);
     std::vector<std::wstring> links;
     for (const Place& place : places_) {
         if (place.mode == BusMode::Dfu && interfaceClass == kUsbDeviceClass) {
-            links.push_back(place.links.DfuUsb());
+            links.push_back(Announced(place.links.DfuUsb(), place.style.announcedIn));
         } else if (place.mode == BusMode::Running && interfaceClass == kUsbDeviceClass) {
-            links.push_back(place.links.RunningUsb());
+            links.push_back(Announced(place.links.RunningUsb(), place.style.announcedIn));
         } else if (place.mode == BusMode::Running && interfaceClass == kSensorCameraClass) {
-            links.push_back(place.links.SensorCamera());
+            links.push_back(Announced(place.links.SensorCamera(), place.style.announcedIn));
         } else if (place.mode == BusMode::Running && interfaceClass == kVideoCameraClass) {
-            links.push_back(place.links.VideoCamera());
+            links.push_back(Announced(place.links.VideoCamera(), place.style.announcedIn));
         }
     }
     return links;
@@ -151,9 +191,14 @@ std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
     const std::lock_guard lock(mutex_);
     std::vector<std::wstring> links;
     for (const Place& place : places_) {
-        if (place.mode == BusMode::Running) {
-            links.push_back(kind == SourceKind::SensorCamera ? place.links.SensorCamera()
-                                                             : place.links.Capture());
+        if (place.mode != BusMode::Running) {
+            continue;
+        }
+        if (kind == SourceKind::SensorCamera || place.style.isListedTwice) {
+            links.push_back(place.links.SensorCamera());
+        }
+        if (kind == SourceKind::Capture) {
+            links.push_back(place.links.Capture());
         }
     }
     return links;
@@ -173,10 +218,17 @@ std::optional<Presence> Bus::FindSource(std::wstring_view link) {
     return std::nullopt;
 }
 
-bool Bus::HasExtensionUnit(const Presence& presence) {
+std::vector<TopologyNode> Bus::Nodes(const Presence& presence) {
     const std::lock_guard lock(mutex_);
     const Place* const place = Present(presence, BusMode::Running);
-    return place != nullptr && place->camera.Settings().hasExtensionUnit;
+    if (place == nullptr) {
+        return {};
+    }
+    auto nodes = place->camera.Settings().nodes;
+    if (!place->camera.Settings().hasExtensionUnit) {
+        std::erase(nodes, TopologyNode::ExtensionUnit);
+    }
+    return nodes;
 }
 
 std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
@@ -190,14 +242,13 @@ std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
     return std::nullopt;
 }
 
-std::optional<DfuDescriptors> Bus::Descriptors(const Presence& presence) {
+std::optional<InterfaceDescriptors> Bus::Interfaces(const Presence& presence) {
     const std::lock_guard lock(mutex_);
     const Place* const place = Present(presence, BusMode::Dfu);
     if (place == nullptr) {
         return std::nullopt;
     }
-    return DfuDescriptors{place->camera.DeviceDescriptor(), place->camera.ConfigurationDescriptor(),
-                          place->camera.Interfaces()};
+    return place->camera.Interfaces();
 }
 
 TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::uint8_t> frame) {
@@ -236,7 +287,7 @@ TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> 
 TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& setup,
                                     std::span<std::uint8_t> data) {
     transferTime_.Spend();
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     TransferResult result{TransferEnd::Disconnected, 0};
     if (Place* const place = Present(presence, BusMode::Dfu)) {
         result = place->camera.ControlTransfer(setup, data, NowMs());
@@ -252,12 +303,49 @@ TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket&
     }
     record_(event);
     NoteChange(presence.camera);
+    lock.unlock();
+    SpendTimeout(presence, result);
+    return result;
+}
+
+TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
+                                   std::span<std::uint8_t> buffer) {
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Dfu)) {
+        result = place->camera.ReadDescriptor(type, index, buffer, NowMs());
+    }
+    record_({{"event", "descriptor"},
+             {"type", type},
+             {"index", index},
+             {"length", buffer.size()},
+             {"transferred", result.transferred},
+             {"ok", result.end == TransferEnd::Ok},
+             {"error", WinUsbError(result.end)}});
+    NoteChange(presence.camera);
     return result;
 }
 
 std::uint64_t Bus::NowMs() const {
-    const auto since = std::chrono::steady_clock::now() - begin_;
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(since).count());
+    const auto passed = frozenSince_.value_or(std::chrono::steady_clock::now()) - begin_ - frozen_;
+    return static_cast<std::uint64_t>(
+        (std::chrono::duration_cast<std::chrono::milliseconds>(passed) + skipped_).count());
+}
+
+void Bus::SpendTimeout(const Presence& presence, const TransferResult& result) {
+    if (result.end != TransferEnd::Timeout) {
+        return;
+    }
+    std::uint32_t ms = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        ms = At(presence.camera).camera.Settings().timeoutMs;
+    }
+    if (skipsWaits_) {
+        Skip(ms);
+    } else {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    }
 }
 
 Bus::Place& Bus::At(std::size_t camera) {
@@ -268,9 +356,19 @@ Bus::Place& Bus::At(std::size_t camera) {
 }
 
 Bus::Place* Bus::Present(const Presence& presence, BusMode mode) {
+    if (presence.camera >= places_.size()) {
+        return nullptr;
+    }
     AdvanceOne(presence.camera, NowMs());
     Place& place = places_[presence.camera];
     return place.stay == presence.stay && place.mode == mode ? &place : nullptr;
+}
+
+void Bus::PlaceCameras(const Stage& stage) {
+    for (std::size_t camera = 0; camera < stage.cameras.size(); ++camera) {
+        const LinkStyle style = camera < stage.linkStyles.size() ? stage.linkStyles[camera] : LinkStyle{};
+        places_.push_back({VirtualCamera(stage.cameras[camera]), DeviceLinks(camera, style), style});
+    }
 }
 
 void Bus::AdvanceAll() {
@@ -294,6 +392,9 @@ void Bus::AdvanceOne(std::size_t camera, std::uint64_t nowMs) {
 }
 
 void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
+    if (camera >= places_.size()) {
+        return;
+    }
     Place& place = places_[camera];
     const BusMode mode = place.camera.Mode();
     if (mode == place.mode) {
@@ -306,7 +407,7 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
     }
     place.mode = mode;
     if (mode != BusMode::Absent) {
-        ++place.stay;
+        place.stay = ++lastStay_;
         const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
         RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
         QueueArrival(place);
@@ -316,22 +417,26 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
 
 void Bus::QueueArrival(const Place& place) {
     if (place.mode == BusMode::Dfu) {
-        waiting_.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.DfuUsb()});
+        QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.DfuUsb(), place);
         return;
     }
-    waiting_.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.RunningUsb()});
-    waiting_.push_back({DBT_DEVICEARRIVAL, kSensorCameraClass, place.links.SensorCamera()});
-    waiting_.push_back({DBT_DEVICEARRIVAL, kVideoCameraClass, place.links.VideoCamera()});
+    QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.RunningUsb(), place);
+    QueueEvent(DBT_DEVICEARRIVAL, kSensorCameraClass, place.links.SensorCamera(), place);
+    QueueEvent(DBT_DEVICEARRIVAL, kVideoCameraClass, place.links.VideoCamera(), place);
 }
 
 void Bus::QueueRemoval(const Place& place) {
     if (place.mode == BusMode::Dfu) {
-        waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.DfuUsb()});
+        QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.DfuUsb(), place);
         return;
     }
-    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.RunningUsb()});
-    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kSensorCameraClass, place.links.SensorCamera()});
-    waiting_.push_back({DBT_DEVICEREMOVECOMPLETE, kVideoCameraClass, place.links.VideoCamera()});
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.RunningUsb(), place);
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kSensorCameraClass, place.links.SensorCamera(), place);
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kVideoCameraClass, place.links.VideoCamera(), place);
+}
+
+void Bus::QueueEvent(DWORD type, const GUID& interfaceClass, const std::wstring& link, const Place& place) {
+    waiting_.push_back({type, interfaceClass, Announced(link, place.style.announcedIn)});
 }
 
 void Bus::RecordCamera(std::size_t camera, const char* change) {
@@ -373,9 +478,9 @@ void Bus::Run() {
             continue;
         }
         AnswerWhenSettled();
-        if (const auto due = NextDeadline()) {
-            const auto wait = std::chrono::milliseconds(std::max(*due, NowMs() + 1));
-            changed_.wait_until(lock, begin_ + wait);
+        const auto due = NextDeadline();
+        if (due && !frozenSince_) {
+            changed_.wait_for(lock, std::chrono::milliseconds(std::max(*due, NowMs() + 1) - NowMs()));
         } else {
             changed_.wait(lock);
         }

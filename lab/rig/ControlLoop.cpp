@@ -47,8 +47,9 @@ struct ControlLoop::Errand {
     bool isDone = false;
 };
 
-ControlLoop::ControlLoop(Recorder record, std::function<void()> onIdle)
-    : record_(std::move(record)), onIdle_(std::move(onIdle)) {}
+ControlLoop::ControlLoop(Recorder record, std::function<void()> onIdle,
+                         std::function<void(bool isHandling)> onHandling)
+    : record_(std::move(record)), onIdle_(std::move(onIdle)), onHandling_(std::move(onHandling)) {}
 
 void ControlLoop::SetHandler(LPHANDLER_FUNCTION_EX handler, void* context) {
     const std::lock_guard lock(mutex_);
@@ -106,6 +107,17 @@ void ControlLoop::CallBesideDispatcher(const std::function<void()>& call) {
     changed_.wait(lock, [&] { return errand.isDone; });
     lock.unlock();
     SetLastError(errand.lastError);
+}
+
+void ControlLoop::QueueControl(DWORD control) {
+    const auto item = std::make_shared<Item>();
+    item->control = control;
+    item->event = {{"event", "control"}, {"control", control}};
+    const std::lock_guard lock(mutex_);
+    if (!ended_ && handler_ != nullptr) {
+        queue_.push_back(item);
+        changed_.notify_all();
+    }
 }
 
 void ControlLoop::Queue(const InterfaceEvent& event) {
@@ -179,7 +191,11 @@ void ControlLoop::HandOver(Item& item) {
     item.event["thread"] = GetCurrentThreadId();
     record_(item.event);
     const auto begin = std::chrono::steady_clock::now();
+    onHandling_(true);
+    handlingThread_ = GetCurrentThreadId();
     const DWORD result = handler(item.control, item.type, item.data, context);
+    handlingThread_ = 0;
+    onHandling_(false);
     const auto taken = std::chrono::steady_clock::now() - begin;
     record_({{"event", "handled"},
              {"control", item.control},

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <dbt.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -25,7 +26,10 @@ class ControlLoop {
 
     // `onIdle` is called on the running thread, with no lock held, each time that nothing is left to hand
     // over.
-    ControlLoop(Recorder record, std::function<void()> onIdle);
+    // `onHandling` is called with true before each call of the handler and with false after it.
+    ControlLoop(
+        Recorder record, std::function<void()> onIdle,
+        std::function<void(bool isHandling)> onHandling = [](bool) {});
 
     void SetHandler(LPHANDLER_FUNCTION_EX handler, void* context);
     // What the service registered to be told: device events pass only when they match.
@@ -40,6 +44,10 @@ class ControlLoop {
     void CallBesideDispatcher(const std::function<void()>& call);
     // Queues a device event. Does nothing, as the system, when the service did not register for its class.
     void Queue(const InterfaceEvent& event);
+    // Queues a control as the system would send it, and does not wait.
+    void QueueControl(DWORD control);
+    // The calling thread is inside the service's handler.
+    [[nodiscard]] bool IsHandlingHere() const { return handlingThread_ == GetCurrentThreadId(); }
     // No event is queued and none is being handled.
     [[nodiscard]] bool IsIdle();
 
@@ -58,6 +66,8 @@ class ControlLoop {
 
     const Recorder record_;
     const std::function<void()> onIdle_;
+    const std::function<void(bool)> onHandling_;
+    std::atomic<DWORD> handlingThread_{0};  // 0 while none is in the handler
 
     std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;

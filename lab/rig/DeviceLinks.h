@@ -6,10 +6,18 @@
 
 namespace lab::rig {
 
+// How a camera's links depart from what Windows mostly writes.
+struct LinkStyle {
+    enum class Case { AsWindows, Lower, Upper, Mixed };
+    Case announcedIn = Case::AsWindows;  // in events and in the list of present interfaces
+    std::size_t length = 0;              // every link is padded to this many characters
+    bool isListedTwice = false;          // the sensor camera is among the plain capture sources too
+};
+
 // The symbolic links of one camera's device interfaces, as Windows writes them.
 class DeviceLinks {
   public:
-    explicit DeviceLinks(std::size_t camera);
+    explicit DeviceLinks(std::size_t camera, const LinkStyle& style = {});
 
     // Running: the USB device, and the three ways in which its video function shows.
     [[nodiscard]] const std::wstring& RunningUsb() const { return runningUsb_; }
@@ -26,6 +34,9 @@ class DeviceLinks {
     std::wstring capture_;
     std::wstring dfuUsb_;
 };
+
+// The link as an event writes it.
+[[nodiscard]] std::wstring Announced(std::wstring link, LinkStyle::Case style);
 
 // Links are compared without regard to case.
 [[nodiscard]] bool SameLink(std::wstring_view left, std::wstring_view right);

@@ -11,6 +11,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
         lab::rig::RedirectMediaFoundation();
         lab::rig::RedirectDeviceFiles();
         lab::rig::RedirectProcesses();
+        lab::rig::RedirectTime();
     }
     return TRUE;
 }

@@ -12,5 +12,6 @@ void RedirectConfigurationManager();
 void RedirectMediaFoundation();
 void RedirectDeviceFiles();
 void RedirectProcesses();
+void RedirectTime();
 
 }  // namespace lab::rig

@@ -48,7 +48,8 @@ Rig::Rig(std::unique_ptr<Wire> wire, const Stage& stage)
     : wire_(std::move(wire)),
       stage_(stage),
       watchers_([this](const json& event) { Record(event); }),
-      controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); }),
+      controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); },
+                [this](bool isHandling) { isHandling ? bus_.Freeze() : bus_.Thaw(); }),
       bus_(
           stage_, [this](const json& event) { Record(event); },
           [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),
@@ -73,6 +74,11 @@ void Rig::Obey(const json& command) {
     const auto name = command.at("command").get<std::string>();
     if (name == "settle") {
         bus_.WhenSettled([this] { Record(DoneEvent("settle")); });
+        return;
+    }
+    if (name == "control") {
+        controls_.QueueControl(command.at("control").get<std::uint8_t>());
+        Record(DoneEvent(name));
         return;
     }
     Record(CarryOut(bus_, name, command));

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "lab/rig/GuidText.h"
+#include "lab/rig/ProcessResources.h"
 #include "lab/wire/Utf8.h"
 #include "lab/wire/Wire.h"
 
@@ -44,6 +45,17 @@ InterfaceEvent EventOf(const json& command) {
     return {type.get<DWORD>(), *interfaceClass, WideFromUtf8(command.at("link").get<std::string>()), false};
 }
 
+void Deliver(Bus& bus, const json& command) {
+    const InterfaceEvent event = EventOf(command);
+    const json times = command.value("times", json(1));
+    if (!IsCount(times)) {
+        throw std::runtime_error("an event cannot be delivered " + times.dump() + " times");
+    }
+    for (auto left = times.get<std::uint64_t>(); left > 0; --left) {
+        bus.Announce(event);
+    }
+}
+
 }  // namespace
 
 json CarryOut(Bus& bus, const std::string& name, const json& command) {
@@ -58,8 +70,12 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
         const auto flash = bus.Flash(CameraOf(command));
         SaveTo(WideFromUtf8(command.at("path").get<std::string>()), flash);
         answer["bytes"] = flash.size();
+    } else if (name == "restage") {
+        bus.Restage(Stage::FromJson(command.at("stage")));
     } else if (name == "deliver") {
-        bus.Announce(EventOf(command));
+        Deliver(bus, command);
+    } else if (name == "resources") {
+        answer.update(ProcessResources());
     } else {
         throw std::runtime_error("there is no such command");
     }

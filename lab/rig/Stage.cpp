@@ -46,7 +46,7 @@ constexpr std::array<std::pair<std::string_view, Personality>, 4> kPersonalities
     {"synchronous", Personality::Synchronous},
 }};
 
-constexpr std::array<std::pair<std::string_view, Fault::Where>, 9> kWheres{{
+constexpr std::array<std::pair<std::string_view, Fault::Where>, 10> kWheres{{
     {"DETACH", Fault::Where::Detach},
     {"DNLOAD", Fault::Where::Dnload},
     {"UPLOAD", Fault::Where::Upload},
@@ -56,16 +56,31 @@ constexpr std::array<std::pair<std::string_view, Fault::Where>, 9> kWheres{{
     {"ABORT", Fault::Where::Abort},
     {"COMMAND-WRITE", Fault::Where::CommandWrite},
     {"COMMAND-READ", Fault::Where::CommandRead},
+    {"GET-DESCRIPTOR", Fault::Where::GetDescriptor},
 }};
 
-constexpr std::array<std::pair<std::string_view, Fault::What>, 7> kWhats{{
+constexpr std::array<std::pair<std::string_view, Fault::What>, 8> kWhats{{
     {"stall", Fault::What::Stall},
     {"timeout", Fault::What::Timeout},
     {"unplug", Fault::What::Unplug},
     {"status", Fault::What::Status},
     {"state", Fault::What::State},
+    {"poll", Fault::What::PollTime},
     {"short", Fault::What::ShortReply},
     {"echo", Fault::What::WrongEcho},
+}};
+
+constexpr std::array<std::pair<std::string_view, TopologyNode>, 4> kNodes{{
+    {"processing", TopologyNode::Processing},
+    {"foreign", TopologyNode::Foreign},
+    {"broken", TopologyNode::Broken},
+    {"extension-unit", TopologyNode::ExtensionUnit},
+}};
+
+constexpr std::array<std::pair<std::string_view, LinkStyle::Case>, 3> kLinkCases{{
+    {"lower", LinkStyle::Case::Lower},
+    {"upper", LinkStyle::Case::Upper},
+    {"mixed", LinkStyle::Case::Mixed},
 }};
 
 std::array<std::uint8_t, 4> ToVersion(const json& value) {
@@ -127,7 +142,29 @@ std::vector<Fault> ToFaults(const json& list) {
     return faults;
 }
 
-CameraSettings ToCamera(const json& fields) {
+std::vector<TopologyNode> ToNodes(const json& list) {
+    std::vector<TopologyNode> nodes;
+    for (const json& node : list) {
+        nodes.push_back(ToChoice("node", node, kNodes));
+    }
+    return nodes;
+}
+
+// False when no such field belongs to the links.
+bool ReadLinkField(LinkStyle& style, const std::string& field, const json& value) {
+    if (field == "link_case") {
+        style.announcedIn = ToChoice(field, value, kLinkCases);
+    } else if (field == "link_length") {
+        style.length = ToNumber<std::uint16_t>(field, value);
+    } else if (field == "listed_twice") {
+        style.isListedTwice = value.get<bool>();
+    } else {
+        return false;
+    }
+    return true;
+}
+
+CameraSettings ToCamera(const json& fields, LinkStyle& style) {
     CameraSettings camera;
     for (const auto& [field, value] : fields.items()) {
         if (field == "version") {
@@ -152,7 +189,13 @@ CameraSettings ToCamera(const json& fields) {
             camera.configurationDescriptor = ToBytes(field, value);
         } else if (field == "has_extension_unit") {
             camera.hasExtensionUnit = value.get<bool>();
-        } else {
+        } else if (field == "nodes") {
+            camera.nodes = ToNodes(value);
+        } else if (field == "two_banks") {
+            camera.hasTwoBanks = value.get<bool>();
+        } else if (field == "timeout_ms") {
+            camera.timeoutMs = ToNumber<std::uint32_t>(field, value);
+        } else if (!ReadLinkField(style, field, value)) {
             throw std::runtime_error("a camera has no field " + field);
         }
     }
@@ -176,9 +219,12 @@ Stage Stage::FromJson(const json& fields) {
             stage.trace = ToTraceSession(value);
         } else if (field == "transfer_us") {
             stage.transferTime = std::chrono::microseconds(ToNumber<std::uint32_t>(field, value));
+        } else if (field == "skip_waits") {
+            stage.skipsWaits = value.get<bool>();
         } else if (field == "cameras") {
             for (const json& camera : value) {
-                stage.cameras.push_back(ToCamera(camera));
+                stage.linkStyles.emplace_back();
+                stage.cameras.push_back(ToCamera(camera, stage.linkStyles.back()));
             }
         } else if (field != "reply") {
             throw std::runtime_error("the stage has no field " + field);

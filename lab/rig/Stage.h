@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/camera/VirtualCamera.h"
+#include "lab/rig/DeviceLinks.h"
 
 namespace lab::rig {
 
@@ -19,7 +20,11 @@ struct Stage {
     };
     std::optional<TraceSession> trace;
     std::chrono::microseconds transferTime{0};
+    // Sleeps of the service's control thread move the play's clock instead of passing; so do its waits that
+    // time out.
+    bool skipsWaits = false;
     std::vector<CameraSettings> cameras;
+    std::vector<LinkStyle> linkStyles;  // of the cameras, in their order; what is missing is a plain one
 
     // Throws std::runtime_error or a JSON exception, with a text that names the field, for a stage that says
     // something unknown or impossible: a scenario with a slip of the pen must not look like one that passed.

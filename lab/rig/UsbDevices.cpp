@@ -16,13 +16,11 @@ using InterfaceDescriptor = std::array<std::uint8_t, 9>;
 
 constexpr std::size_t kInterfaceNumber = 2;  // offset of bInterfaceNumber
 constexpr std::size_t kAlternateSetting = 3;
-constexpr std::uint8_t kDeviceDescriptor = 1;
-constexpr std::uint8_t kConfigurationDescriptor = 2;
 
 // The settings of each interface, in the order in which the interfaces first come up.
-std::vector<std::vector<InterfaceDescriptor>> Settings(const DfuDescriptors& descriptors) {
+std::vector<std::vector<InterfaceDescriptor>> Settings(const InterfaceDescriptors& descriptors) {
     std::vector<std::vector<InterfaceDescriptor>> interfaces;
-    for (const InterfaceDescriptor& descriptor : descriptors.interfaces) {
+    for (const InterfaceDescriptor& descriptor : descriptors) {
         const auto same = std::ranges::find_if(interfaces, [&](const auto& settings) {
             return settings.front()[kInterfaceNumber] == descriptor[kInterfaceNumber];
         });
@@ -94,28 +92,9 @@ DWORD UsbDevices::GetDescriptor(WINUSB_INTERFACE_HANDLE handle, std::uint8_t typ
     if (!opened) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto descriptors = bus_.Descriptors(opened->presence);
-    const bool known = (type == kDeviceDescriptor || type == kConfigurationDescriptor) && index == 0;
-    DWORD error = ERROR_SUCCESS;
-    transferred = 0;
-    if (!descriptors) {
-        error = WinUsbError(TransferEnd::Disconnected);
-    } else if (!known) {
-        error = WinUsbError(TransferEnd::Stall);
-    } else {
-        const auto& bytes = type == kDeviceDescriptor ? descriptors->device : descriptors->configuration;
-        const std::size_t count = std::min(bytes.size(), buffer.size());
-        std::copy_n(bytes.begin(), count, buffer.begin());
-        transferred = static_cast<ULONG>(count);
-    }
-    record_({{"event", "descriptor"},
-             {"type", type},
-             {"index", index},
-             {"length", buffer.size()},
-             {"transferred", transferred},
-             {"ok", error == ERROR_SUCCESS},
-             {"error", error}});
-    return error;
+    const TransferResult result = bus_.ReadDescriptor(opened->presence, type, index, buffer);
+    transferred = static_cast<ULONG>(result.transferred);
+    return WinUsbError(result.end);
 }
 
 DWORD UsbDevices::QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE handle, std::uint8_t alternate,
@@ -124,7 +103,7 @@ DWORD UsbDevices::QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE handle, std::ui
     if (!opened) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto descriptors = bus_.Descriptors(opened->presence);
+    const auto descriptors = bus_.Interfaces(opened->presence);
     if (!descriptors) {
         return WinUsbError(TransferEnd::Disconnected);
     }
@@ -143,7 +122,7 @@ DWORD UsbDevices::GetAssociatedInterface(WINUSB_INTERFACE_HANDLE handle, std::ui
     if (!opened) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto descriptors = bus_.Descriptors(opened->presence);
+    const auto descriptors = bus_.Interfaces(opened->presence);
     if (!descriptors) {
         return WinUsbError(TransferEnd::Disconnected);
     }
@@ -167,7 +146,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
     if (!opened) {
         return ERROR_INVALID_HANDLE;
     }
-    const auto descriptors = bus_.Descriptors(opened->presence);
+    const auto descriptors = bus_.Interfaces(opened->presence);
     DWORD error = WinUsbError(TransferEnd::Disconnected);
     std::size_t interfaceNumber = 0;
     if (descriptors) {

@@ -70,7 +70,7 @@ HRESULT VirtualExtensionUnit::KsEvent(PKSEVENT, ULONG, void*, ULONG, ULONG*) {
 }
 
 HRESULT VirtualExtensionUnit::CheckAddress(const KSP_NODE& property) const {
-    if (property.Property.Set != kUnit) {
+    if (isForeign_ || property.Property.Set != kUnit) {
         return HRESULT_FROM_WIN32(ERROR_SET_NOT_FOUND);
     }
     if (property.Property.Id != kCommandControl) {

@@ -16,8 +16,9 @@ namespace lab::rig {
 class VirtualExtensionUnit final : public IKsControl {
   public:
     // Made with one reference, the maker's.
-    VirtualExtensionUnit(Bus& bus, const Presence& presence, DWORD node)
-        : bus_(bus), presence_(presence), node_(node) {}
+    // A foreign one is another unit than the firmware's, and knows none of its controls.
+    VirtualExtensionUnit(Bus& bus, const Presence& presence, DWORD node, bool isForeign = false)
+        : bus_(bus), presence_(presence), node_(node), isForeign_(isForeign) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
@@ -41,6 +42,7 @@ class VirtualExtensionUnit final : public IKsControl {
     Bus& bus_;
     const Presence presence_;
     const DWORD node_;
+    const bool isForeign_;
 };
 
 }  // namespace lab::rig

@@ -4,7 +4,6 @@
 #include <mferror.h>
 
 #include <algorithm>
-#include <iterator>
 #include <string_view>
 
 #include "lab/rig/InterfaceClasses.h"
@@ -13,15 +12,10 @@
 namespace lab::rig {
 namespace {
 
-constexpr DWORD kProcessingUnit = 0;
-constexpr DWORD kExtensionUnit = 1;
-constexpr GUID kNodeTypes[]{
-    // KSNODETYPE_VIDEO_PROCESSING
-    {0xDFF229E5, 0xF70F, 0x11D0, {0xB9, 0x17, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96}},
-    // KSNODETYPE_DEV_SPECIFIC
-    {0x941C7AC0, 0xC559, 0x11D0, {0x8A, 0x2B, 0x00, 0xA0, 0xC9, 0x25, 0x5A, 0xC1}},
-};
-constexpr std::wstring_view kNodeNames[]{L"Video Processing", L"Device Specific"};
+// KSNODETYPE_VIDEO_PROCESSING
+constexpr GUID kProcessingType{0xDFF229E5, 0xF70F, 0x11D0, {0xB9, 0x17, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96}};
+// KSNODETYPE_DEV_SPECIFIC
+constexpr GUID kVendorType{0x941C7AC0, 0xC559, 0x11D0, {0x8A, 0x2B, 0x00, 0xA0, 0xC9, 0x25, 0x5A, 0xC1}};
 
 }  // namespace
 
@@ -117,26 +111,28 @@ HRESULT VirtualMediaSource::get_Category(DWORD index, GUID* category) {
 HRESULT VirtualMediaSource::get_NumConnections(DWORD* count) {
     const HRESULT result = Check(count, 0, 1);
     if (SUCCEEDED(result)) {
-        *count = NodeCount() - 1;
+        *count = ConnectionCount();
     }
     return result;
 }
 
 HRESULT VirtualMediaSource::get_ConnectionInfo(DWORD index, KSTOPOLOGY_CONNECTION* connection) {
-    const HRESULT result = Check(connection, index, NodeCount() - 1);
+    const HRESULT result = Check(connection, index, ConnectionCount());
     if (SUCCEEDED(result)) {
-        *connection = {kProcessingUnit, 0, kExtensionUnit, 1};
+        *connection = {index, 0, index + 1, 1};
     }
     return result;
 }
 
 // The length is in bytes, with the NUL.
 HRESULT VirtualMediaSource::get_NodeName(DWORD node, WCHAR* name, DWORD size, DWORD* nameLength) {
-    const HRESULT result = Check(nameLength, node, NodeCount());
+    const auto nodes = bus_.Nodes(presence_);
+    const HRESULT result = Check(nameLength, node, static_cast<DWORD>(nodes.size()));
     if (FAILED(result)) {
         return result;
     }
-    const std::wstring_view text = kNodeNames[node];
+    const std::wstring_view text =
+        nodes[node] == TopologyNode::Processing ? L"Video Processing" : L"Device Specific";
     *nameLength = static_cast<DWORD>((text.size() + 1) * sizeof(WCHAR));
     if (name == nullptr || size < *nameLength) {
         return HRESULT_FROM_WIN32(ERROR_MORE_DATA);
@@ -149,29 +145,32 @@ HRESULT VirtualMediaSource::get_NodeName(DWORD node, WCHAR* name, DWORD size, DW
 HRESULT VirtualMediaSource::get_NumNodes(DWORD* count) {
     const HRESULT result = Check(count, 0, 1);
     if (SUCCEEDED(result)) {
-        *count = NodeCount();
+        *count = static_cast<DWORD>(bus_.Nodes(presence_).size());
     }
     return result;
 }
 
 HRESULT VirtualMediaSource::get_NodeType(DWORD node, GUID* type) {
-    const HRESULT result = Check(type, node, NodeCount());
+    const auto nodes = bus_.Nodes(presence_);
+    const HRESULT result = Check(type, node, static_cast<DWORD>(nodes.size()));
     if (SUCCEEDED(result)) {
-        *type = kNodeTypes[node];
+        *type = nodes[node] == TopologyNode::Processing ? kProcessingType : kVendorType;
     }
     return result;
 }
 
 HRESULT VirtualMediaSource::CreateNodeInstance(DWORD node, REFIID iid, void** instance) {
-    const HRESULT result = Check(instance, node, NodeCount());
+    const auto nodes = bus_.Nodes(presence_);
+    const HRESULT result = Check(instance, node, static_cast<DWORD>(nodes.size()));
     if (FAILED(result)) {
         return result;
     }
     *instance = nullptr;
-    if (node != kExtensionUnit) {
+    if (nodes[node] != TopologyNode::ExtensionUnit && nodes[node] != TopologyNode::Foreign) {
         return E_NOINTERFACE;
     }
-    auto* const unit = new VirtualExtensionUnit(bus_, presence_, node);
+    const bool isForeign = nodes[node] == TopologyNode::Foreign;
+    auto* const unit = new VirtualExtensionUnit(bus_, presence_, node, isForeign);
     const HRESULT asked = unit->QueryInterface(iid, instance);
     unit->Release();
     return asked;
@@ -191,8 +190,10 @@ HRESULT VirtualMediaSource::Check(const void* result, DWORD index, DWORD count) 
     return index < count ? S_OK : E_INVALIDARG;
 }
 
-DWORD VirtualMediaSource::NodeCount() const {
-    return bus_.HasExtensionUnit(presence_) ? DWORD{std::size(kNodeTypes)} : 1;
+// Each node is connected with the next.
+DWORD VirtualMediaSource::ConnectionCount() const {
+    const auto nodes = bus_.Nodes(presence_).size();
+    return nodes > 1 ? static_cast<DWORD>(nodes - 1) : 0;
 }
 
 }  // namespace lab::rig

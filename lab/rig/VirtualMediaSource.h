@@ -10,7 +10,7 @@
 
 namespace lab::rig {
 
-// A running camera as Media Foundation's media source: its topology, with the extension unit as node 1. It
+// A running camera as Media Foundation's media source: its topology, its nodes as the stage lists them. It
 // streams no pictures: what belongs to streaming answers E_NOTIMPL. After Shutdown everything answers
 // MF_E_SHUTDOWN.
 class VirtualMediaSource final : public IMFMediaSource, public IKsTopologyInfo {
@@ -53,7 +53,7 @@ class VirtualMediaSource final : public IMFMediaSource, public IKsTopologyInfo {
     // For an index below `count`: S_OK; fails after Shutdown, for a null result pointer and for a higher
     // index.
     [[nodiscard]] HRESULT Check(const void* result, DWORD index, DWORD count) const;
-    [[nodiscard]] DWORD NodeCount() const;
+    [[nodiscard]] DWORD ConnectionCount() const;
 
     std::atomic<ULONG> references_{1};
     std::atomic<bool> isShutDown_{false};

@@ -39,6 +39,15 @@ void LaboratoryCommands::CarryOut(const json& command) {
         Respond(command);
     } else if (name == "fail") {
         Fail(command);
+    } else if (name == "hang") {
+        Hang(command);
+    } else if (name == "behave") {
+        parts_->failures.Clear();
+        parts_->hangs.Release();
+        parts_->reports.Done("behave");
+    } else if (name == "release") {
+        parts_->hangs.Release();
+        parts_->reports.Done("release");
     } else if (name == "die") {
         Die();
     } else {
@@ -63,6 +72,20 @@ void LaboratoryCommands::Fail(const json& command) {
         parts_->reports.Refused("fail", "no such method");
     } else {
         parts_->reports.Done("fail");
+    }
+}
+
+void LaboratoryCommands::Hang(const json& command) {
+    const LONG ms = NumberField(command, "ms").value_or(0);
+    const LONG skip = NumberField(command, "skip").value_or(0);
+    const std::string method = TextField(command, "method");
+    if (ms < 0 || skip < 0) {
+        parts_->reports.Refused("hang", "ms and skip are counts");
+    } else if (!parts_->failures.Knows(method)) {
+        parts_->reports.Refused("hang", "no such method");
+    } else {
+        parts_->hangs.Set(method, static_cast<unsigned>(skip), std::chrono::milliseconds(ms));
+        parts_->reports.Done("hang");
     }
 }
 

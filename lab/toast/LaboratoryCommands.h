@@ -19,6 +19,7 @@ class LaboratoryCommands {
 
   private:
     void Respond(const nlohmann::json& command);
+    void Hang(const nlohmann::json& command);
     void Fail(const nlohmann::json& command);
     void Die();
 

@@ -12,6 +12,18 @@ bool ScriptedFailures::Set(const std::string& method, HRESULT result) {
     return true;
 }
 
+void ScriptedFailures::Clear() {
+    const std::lock_guard lock(mutex_);
+    for (auto& [method, result] : results_) {
+        result = S_OK;
+    }
+}
+
+bool ScriptedFailures::Knows(const std::string& method) const {
+    const std::lock_guard lock(mutex_);
+    return results_.contains(method);
+}
+
 HRESULT ScriptedFailures::ResultOf(const std::string& method) const {
     const std::lock_guard lock(mutex_);
     const auto found = results_.find(method);

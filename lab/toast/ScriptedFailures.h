@@ -15,6 +15,12 @@ class ScriptedFailures {
     // name.
     [[nodiscard]] bool Set(const std::string& method, HRESULT result);
 
+    // No method fails any more.
+    void Clear();
+
+    // Whether there is a method of that name.
+    [[nodiscard]] bool Knows(const std::string& method) const;
+
     // What the method is to return.
     [[nodiscard]] HRESULT ResultOf(const std::string& method) const;
 

@@ -10,6 +10,7 @@
 #include "lab/toast/AdvisedSinks.h"
 #include "lab/toast/LaboratoryReports.h"
 #include "lab/toast/ScriptedFailures.h"
+#include "lab/toast/ScriptedHangs.h"
 #include "lab/toast/ServerLifetime.h"
 
 namespace lab::toast {
@@ -24,7 +25,9 @@ struct ServerParts {
     const std::shared_ptr<ServerLifetime> lifetime = std::make_shared<ServerLifetime>();
     AdvisedSinks sinks;
     ScriptedFailures failures;
+    ScriptedHangs hangs;
     LaboratoryReports reports;
+    std::atomic<bool> refusesActivation = false;  // no client gets an object
     std::atomic<bool> crashing = false;  // the process is to end like a crash, once its class is revoked
 };
 

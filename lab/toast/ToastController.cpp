@@ -114,6 +114,7 @@ HRESULT ToastController::Answer(const char* method, const std::vector<BSTR>& tex
         copies.emplace_back(text == nullptr ? L"" : text, SysStringLen(text));
     }
     parts_->reports.PromptCall(method, copies);
+    parts_->hangs.Pass(method);
     return parts_->failures.ResultOf(method);
 }
 

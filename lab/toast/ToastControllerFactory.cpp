@@ -43,6 +43,9 @@ STDMETHODIMP ToastControllerFactory::CreateInstance(IUnknown* outer, REFIID inte
     if (outer != nullptr) {
         return CLASS_E_NOAGGREGATION;
     }
+    if (parts_->refusesActivation) {
+        return E_ACCESSDENIED;
+    }
     return AtComBoundary([&] {
         const Microsoft::WRL::ComPtr<IToastCntr> controller(new ToastController(parts_));
         return controller->QueryInterface(interfaceId, object);

@@ -9,6 +9,7 @@
 #include "discovery/WatchedProducts.h"
 #include "prompt/ToastController.h"
 #include "prompt/ToastControllerLaunch.h"
+#include "service/ImageVersion.h"
 #include "service/UpdateModeSetting.h"
 #include "win32/HResultFromWin32.h"
 #include "win32/NarrowText.h"
@@ -49,7 +50,6 @@ constexpr DWORD kArrivalTimeoutMs = 100;
 constexpr std::size_t kFwStatusSize = 68;
 
 constexpr std::wstring_view kUnknownVersion = L"0.0.0.0";
-constexpr std::streamoff kVersionOffset = 398;  // four bytes of the image file, most significant last
 constexpr DWORD kWindowsDirectoryCapacity = 520;
 
 bool IsServiceControlled() {
@@ -240,20 +240,17 @@ HRESULT FDUService::ReadImageVersion(std::wstring& versionText) {
     }
     const std::wstring imagePath =
         std::wstring(windowsDirectory.data()) + L"\\system32\\drivers\\KV400Firmware.bin";
-    std::ifstream image(std::filesystem::path(imagePath), std::ios::binary);
-    if (!image.good() || !image.is_open()) {
-        TraceProvider::Emit(TraceLevel::Critical, kUpdateServiceTraces, kImageNotOpened);
-        return E_FAIL;
-    }
-    std::array<char, 4> bytes{};
-    image.seekg(kVersionOffset);
-    image.read(bytes.data(), bytes.size());
-    if (!image) {
-        TraceProvider::Emit(TraceLevel::Critical, kUpdateServiceTraces, kImageNotRead);
-        return E_FAIL;
-    }
     std::array<std::uint8_t, 4> version{};
-    std::copy(bytes.begin(), bytes.end(), version.begin());
+    switch (ReadImageVersionBytes(imagePath, version)) {
+        case ImageVersionRead::NotOpened:
+            TraceProvider::Emit(TraceLevel::Critical, kUpdateServiceTraces, kImageNotOpened);
+            return E_FAIL;
+        case ImageVersionRead::NotRead:
+            TraceProvider::Emit(TraceLevel::Critical, kUpdateServiceTraces, kImageNotRead);
+            return E_FAIL;
+        case ImageVersionRead::Done:
+            break;
+    }
     versionText = win32::VersionText(version);
     TraceProvider::EmitText(TraceLevel::Information, kUpdateServiceTraces, kImageVersion,
                             win32::NarrowText(versionText).c_str());

@@ -41,6 +41,11 @@ def the_machine() -> Machine:
     return _booted[0]
 
 
+def is_booted(machine: Machine) -> bool:
+    """Whether it is still the one that the_machine() gave."""
+    return machine in _booted
+
+
 @atexit.register
 def discard_the_machine() -> None:
     """Shuts it down; the next one to ask boots it anew. For the end, and after a test that may have left it astray."""

@@ -113,6 +113,8 @@ def _scenario(options: Options) -> Scenario:
         transfer_size=options.transfer_size,
         accept=options.accept,
     )
+    if options.ask is not None:
+        scenario = replace(scenario, ask=options.ask)
     return replace(scenario, transfer_us=transfer_time(scenario.blocks))
 
 

@@ -6,8 +6,9 @@ import re
 from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
-from typing import NoReturn
 
+from . import answer
+from .command_line import Parser
 from .image import SMALLEST_IMAGE
 
 DESCRIPTION = """\
@@ -18,7 +19,19 @@ removes everything again. What is missing on this machine is installed first, an
 CLOSING = """\
 The last lines say what came of it: the camera's firmware before and after, the digests of image and flash, and the
 number of control transfers. Exit status: 0 when the flash equals the image byte for byte and every expectation held,
-1 when not, 2 when the command line is wrong. With --answer decline the flash has to stay as it was instead."""
+1 when not, 2 when the command line is wrong, 130 when interrupted. When the answer is no, the flash has to stay as it
+was instead.
+
+With --answer ask, the end of the input (Ctrl-D) means no, and so does closing the window of --answer window; Ctrl-C
+ends the demo and cleans up, as at any time. The window needs a display and Debian's package python3-tk.
+
+Examples:
+  scripts/demo
+  scripts/demo --answer ask --camera-version 6.0.0.0
+  scripts/demo --transcript update.jsonl && scripts/lab report update.jsonl -o update.html"""
+
+
+_WHO_IS_ASKED = {"ask": answer.terminal, "window": answer.window}
 
 
 @dataclass(frozen=True)
@@ -29,15 +42,9 @@ class Options:
     camera_version: str
     transfer_size: int
     accept: bool
+    # Puts the service's question to a person instead; None when `accept` decides.
+    ask: answer.Ask | None
     transcript: Path | None
-
-
-class _Parser(argparse.ArgumentParser):
-    """Says what is wrong in one line instead of argparse's usage and message."""
-
-    def error(self, message: str) -> NoReturn:
-        line = " ".join(message.split())
-        self.exit(2, f"{self.prog}: {line} (--help shows the options)\n")
 
 
 def _camera_version(text: str) -> str:
@@ -81,14 +88,8 @@ def _transcript(text: str) -> Path:
     return path.resolve()
 
 
-def _parser() -> argparse.ArgumentParser:
-    parser = _Parser(
-        prog="scripts/demo",
-        description=DESCRIPTION,
-        epilog=CLOSING,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
-        allow_abbrev=False,
-    )
+def _parser() -> Parser:
+    parser = Parser(prog="scripts/demo", description=DESCRIPTION, epilog=CLOSING)
     parser.add_argument(
         "--image",
         type=_image,
@@ -111,9 +112,10 @@ def _parser() -> argparse.ArgumentParser:
     )
     parser.add_argument(
         "--answer",
-        choices=("accept", "decline"),
+        choices=("accept", "decline", "ask", "window"),
         default="accept",
-        help="what the user says to the service's question (default: %(default)s)",
+        help="what the user says to the service's question; ask puts it to you at the terminal, window shows it in a"
+        " window (default: %(default)s)",
     )
     parser.add_argument(
         "--transcript",
@@ -126,11 +128,17 @@ def _parser() -> argparse.ArgumentParser:
 
 def parse(arguments: Sequence[str]) -> Options:
     """The options, or the end of the process: status 2 with one line on standard error, 0 after --help."""
-    parsed = _parser().parse_args(arguments)
+    parser = _parser()
+    parsed = parser.parse_args(arguments)
+    try:
+        ask = _WHO_IS_ASKED[parsed.answer]() if parsed.answer in _WHO_IS_ASKED else None
+    except answer.AnswerError as error:
+        parser.error(str(error))
     return Options(
         image=parsed.image,
         camera_version=parsed.camera_version,
         transfer_size=parsed.transfer_size,
-        accept=parsed.answer == "accept",
+        accept=parsed.answer != "decline",
+        ask=ask,
         transcript=parsed.transcript,
     )

@@ -51,7 +51,7 @@ class Peer:
         observer: Callable[[Event], None],
         transcript: Path | None = None,
     ) -> None:
-        self._stage = stage
+        self._stages: dict[str, Event] = {RIG: stage}
         self._decorate = decorate
         self._observer = observer
         self._began = time.monotonic()
@@ -60,7 +60,10 @@ class Peer:
         self._connections: list[_Connection] = []
         self._changed = threading.Condition()
         self._failure = ""
-        self._transcript: TextIO | None = transcript.open("w", encoding="utf-8") if transcript else None
+        # Half a surrogate pair, which UTF-8 does not have, is written as JSON's escape for it.
+        self._transcript: TextIO | None = (
+            transcript.open("w", encoding="utf-8", errors="backslashreplace") if transcript else None
+        )
         self._listener = socket.create_server(("127.0.0.1", 0))
         self._listener.setblocking(False)
         self._selector = selectors.DefaultSelector()
@@ -91,12 +94,23 @@ class Peer:
         if self._transcript:
             self._transcript.close()
 
+    def set_stage(self, rig: Event, toast: Event | None = None) -> None:
+        """What the processes that connect from now on are told. A stage that was refused before is forgotten."""
+        with self._changed:
+            self._stages = {RIG: rig, TOAST: toast or {}}
+            self._failure = ""
+
     # What happened.
 
     def events(self) -> list[Event]:
         """Everything so far."""
         with self._changed:
             return list(self._events)
+
+    def events_since(self, mark: int) -> list[Event]:
+        """Everything behind a mark."""
+        with self._changed:
+            return self._events[mark:]
 
     def mark(self) -> int:
         """A point in the record: the number of events before it."""
@@ -156,6 +170,16 @@ class Peer:
         if not answer.get("ok"):
             raise PeerError(f"the {source} refused {command}: {answer.get('why', 'no reason given')}")
         return answer
+
+    def is_connected(self, pid: int) -> bool:
+        """Whether the process of this id is there."""
+        with self._changed:
+            return any(connection.pid == pid for connection in self._connections)
+
+    def is_connected_as(self, source: str) -> bool:
+        """Whether any process of this source is there."""
+        with self._changed:
+            return self._newest(source) is not None
 
     def dismiss(self, source: str, seconds: float) -> bool:
         """Closes the laboratory's end of every connection of the source, as a sign to leave. True when all were gone
@@ -220,13 +244,15 @@ class Peer:
             self._append({"source": LAB, "event": "gone", "of": connection.source, "pid": connection.pid})
 
     def _take(self, connection: _Connection, line: bytes) -> None:
+        """What cannot become an event, or be written down as one, is refused: the receiving thread survives it."""
         try:
-            event = json.loads(line)
-            name = event["event"]
-        except (ValueError, KeyError, TypeError) as error:
+            self._take_event(connection, json.loads(line))
+        except (ValueError, LookupError, TypeError, AttributeError, RecursionError) as error:
             sender = connection.source or "newcomer"
             self._failure = f"the {sender} sent a line that is no event: {line[:200]!r} ({error})"
-            return
+
+    def _take_event(self, connection: _Connection, event: Event) -> None:
+        name = event["event"]
         if name == "hello":
             self._greet(connection, event)
         elif name == "done" and event.get("command") == "stage":
@@ -237,15 +263,15 @@ class Peer:
         connection.source = hello.get("source", "")
         connection.pid = hello.get("pid", 0)
         connection.command_line = hello.get("command_line", "")
-        stage = self._stage if connection.source == RIG else {}
+        stage = self._stages.get(connection.source, {})
         _send_quietly(connection.channel, {"reply": "stage", **stage})
 
     def _append(self, event: Event) -> Event:
         whole = {"t": round(time.monotonic() - self._began, 6), **event}
         self._decorate(whole)
-        self._events.append(whole)
         if self._transcript:
             self._transcript.write(json.dumps(whole, ensure_ascii=False) + "\n")
+        self._events.append(whole)
         self._changed.notify_all()
         return whole
 

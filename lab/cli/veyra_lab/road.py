@@ -1,6 +1,7 @@
 """The road of one update: every step of it, in the order in which it is gone."""
 
 import tempfile
+from dataclasses import replace
 from pathlib import Path
 
 from .machine import SERVICES_KEY, Machine, MachineError, windows_path
@@ -35,6 +36,7 @@ class Road:
             self._start()
             self._plug()
             if self._scenario.foreseen is not Foreseen.NOT_ASKED:
+                self._ask()
                 self._answer()
                 self._wait_for_the_end_of_the_update()
             self._look()
@@ -68,6 +70,20 @@ class Road:
         self._record.before = self._state()
         if self._scenario.why_not_asked:
             self._step(f"Nobody is asked: {self._scenario.why_not_asked}")
+
+    def _ask(self) -> None:
+        """A person decides what becomes of the rest of the road, if somebody is to be asked at all."""
+        if self._scenario.ask is None:
+            return
+        self._step("Asking you")
+        call = next(
+            event
+            for event in reversed(self._peer.events())
+            if event["event"] == "prompt-call" and event["method"] == "ShowUpdatePrompt"
+        )
+        camera_version, image_version = call["texts"]
+        accept = self._scenario.ask(camera_version, image_version)
+        self._scenario = self._record.scenario = replace(self._scenario, accept=accept, ask=None)
 
     def _answer(self) -> None:
         self._record.answered_at = self._step(

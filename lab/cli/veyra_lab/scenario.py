@@ -1,5 +1,6 @@
 """What one run is to be: the camera, the image, the user's answer, the machine's settings, what has to come of it."""
 
+from collections.abc import Callable
 from dataclasses import dataclass, field
 from enum import Enum
 from typing import Any
@@ -31,6 +32,8 @@ class Scenario:
     camera_version: str = "5.10.2.0"
     transfer_size: int = 1024
     accept: bool = True
+    # Puts the question to a person, whose yes or no takes the place of `accept`: camera's version, image's version.
+    ask: Callable[[str, str], bool] | None = None
     update_mode: str | None = SERVICE_CONTROLLED
     toast_server: bool = True
     transfer_us: int = 0

@@ -54,7 +54,7 @@ class Stage:
 
     def set(self, port: int) -> None:
         """Copies the files and writes the registry. Whatever a run that was killed has left is taken away first."""
-        if self._machine.file(_FOLDER).exists():
+        if self.is_set():
             self.clear(None)
         self._machine.file(_FOLDER).mkdir()
         shutil.copyfile(self._programs.service, self._machine.file(EXECUTABLE))
@@ -64,9 +64,38 @@ class Stage:
         self._machine.file(_IMAGE).write_bytes(self._scenario.image)
         self._machine.change_registry(self._keys(port))
 
+    def is_set(self) -> bool:
+        """Whether the stage is there, made by this object or another one."""
+        return self._machine.file(_FOLDER).exists()
+
     def remove_driver(self) -> None:
         """What the removal of the camera's driver package does to the registry."""
         self._machine.change_registry({}, removed=[INSTANCE_KEY])
+
+    def set_keys(self, port: int, update_mode: str | None) -> None:
+        """Writes the registry of a machine with this update mode, whatever a scenario has made of it."""
+        keys = self._keys(port)
+        keys[UPDATE_MODE_KEY] = {"DFUAutoMode": None if update_mode is None else registry_string(update_mode)}
+        self._machine.change_registry(keys)
+
+    def put_image(self, content: bytes | None, *, folder: bool = False) -> None:
+        """Puts a firmware image where the service looks for it: a file, a folder of its name, or (None) nothing."""
+        path = self._machine.file(_IMAGE)
+        if path.is_dir():
+            path.rmdir()
+        path.unlink(missing_ok=True)
+        if folder:
+            path.mkdir()
+        elif content is not None:
+            path.write_bytes(content)
+
+    def put_toast_server(self, there: bool) -> None:
+        """Puts the toast server into the machine, or takes it away with its registration."""
+        if there:
+            shutil.copyfile(self._programs.toast_server, self._machine.file(_TOAST_SERVER))
+        else:
+            self._unregister_toast_server()
+            self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
 
     def clear(self, peer: Peer | None) -> None:
         """Takes away everything that set() and the programs have left, also half-way through a run. A step that fails
@@ -119,6 +148,6 @@ class Stage:
         )
 
     def _remove_files(self) -> None:
-        for path in (_TOAST_SERVER, _IMAGE):
-            self._machine.file(path).unlink(missing_ok=True)
+        self.put_image(None)
+        self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
         shutil.rmtree(self._machine.file(_FOLDER), ignore_errors=True)

@@ -319,5 +319,14 @@ TEST(Fault, WrongEchoOfAReplyThatIsShorterChangesWhatIsThere) {
     EXPECT_EQ(driver.Reply(), (Bytes{0x78, 0x56}));
 }
 
+TEST(VirtualCameraFault, PollTimeChangesOnlyTheTimeThatIsAskedFor) {
+    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::PollTime, .value = 0xABCDEF}});
+    const StatusReply struck = driver.GetStatus();
+    EXPECT_EQ(struck.pollMs, 0xABCDEFu);
+    EXPECT_EQ(struck.status, DfuStatus::Ok);
+    EXPECT_EQ(struck.state, DfuState::DfuIdle);
+    EXPECT_EQ(driver.GetStatus().pollMs, 0u);
+}
+
 }  // namespace
 }  // namespace lab::test

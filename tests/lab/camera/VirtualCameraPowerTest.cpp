@@ -188,5 +188,20 @@ TEST(VirtualCamera, UnpluggingWhatIsUnpluggedDoesNothing) {
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
 }
 
+TEST(TwoBanks, KeepTheFirmwareWhenTheDownloadIsCutOff) {
+    CameraDriver driver({.blockMs = 100, .hasTwoBanks = true});
+    const Bytes before = driver.camera.Flash();
+    driver.Reach(DfuState::DnloadIdle);
+
+    PullAndPlug(driver);
+
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
+    EXPECT_EQ(driver.camera.Flash(), before);
+    driver.camera.Unplug();
+    driver.camera.Plug(driver.nowMs);
+    driver.EnterDfuMode();
+    EXPECT_TRUE(driver.Download(MakeImage(3000)));
+}
+
 }  // namespace
 }  // namespace lab::test

@@ -24,6 +24,10 @@ class BusFixture : public ::testing::Test {
     void Begin(std::vector<lab::CameraSettings> cameras) {
         lab::rig::Stage stage;
         stage.cameras = std::move(cameras);
+        BeginOn(stage);
+    }
+
+    void BeginOn(const lab::rig::Stage& stage) {
         bus_ = std::make_unique<lab::rig::Bus>(
             stage, [this](const nlohmann::json& event) { events_.Add(event); },
             [this](const lab::rig::InterfaceEvent& event) {

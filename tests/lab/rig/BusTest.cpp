@@ -108,7 +108,7 @@ TEST_F(BusTest, WhatWasOpenedInOneStayIsDisconnectedInTheNext) {
     std::vector<std::uint8_t> reply(lab::VirtualCamera::kFrameSize);
     EXPECT_EQ(bus_->ReadReply(*first, reply).end, TransferEnd::Disconnected);
     EXPECT_EQ(SendDfuModeCommand(*first).end, TransferEnd::Disconnected);
-    EXPECT_FALSE(bus_->Descriptors(*first).has_value());
+    EXPECT_FALSE(bus_->Interfaces(*first).has_value());
     EXPECT_EQ(bus_->ControlTransfer(*first, kGetState, std::span(reply).first(1)).end,
               TransferEnd::Disconnected);
 }
@@ -205,4 +205,92 @@ TEST_F(BusTest, TellsTheState) {
     EXPECT_EQ(state.at("version"), "5.10.2.0");
     EXPECT_EQ(state.at("flash_bytes"), bus_->Flash(0).size());
     EXPECT_EQ(state.at("block_number_gaps"), 0);
+}
+
+TEST_F(BusTest, SkippedTimeMakesHappenWhatIsDueThen) {
+    auto camera = QuickCamera();
+    camera.detachMs = 10;
+    camera.enumerateMs = 3'600'000;
+    Begin({camera});
+    bus_->Plug(0);
+    SendDfuModeCommand(*bus_->FindSource(links_.SensorCamera()));
+    const auto before = bus_->ClockMs();
+    bus_->Skip(3'700'000);
+    ASSERT_TRUE(Settle());
+    EXPECT_TRUE(bus_->FindDfuDevice(links_.DfuUsb()).has_value());
+    EXPECT_GE(bus_->ClockMs(), before + 3'700'000);
+}
+
+TEST_F(BusTest, TheClockStandsStillOnlyWhereWaitsAreSkipped) {
+    Begin({QuickCamera()});
+    bus_->Freeze();
+    const auto running = bus_->ClockMs();
+    Sleep(30);
+    EXPECT_GT(bus_->ClockMs(), running);
+
+    Stage stage;
+    stage.skipsWaits = true;
+    BeginOn(stage);
+    bus_->Freeze();
+    const auto frozen = bus_->ClockMs();
+    Sleep(30);
+    EXPECT_EQ(bus_->ClockMs(), frozen);
+    bus_->Skip(500);
+    EXPECT_EQ(bus_->ClockMs(), frozen + 500);
+    bus_->Thaw();
+    Sleep(30);
+    EXPECT_GT(bus_->ClockMs(), frozen + 500);
+}
+
+TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
+    auto camera = QuickCamera();
+    camera.timeoutMs = 5'000;
+    camera.faults = {{.where = lab::Fault::Where::GetState, .what = lab::Fault::What::Timeout}};
+    Stage stage;
+    stage.skipsWaits = true;
+    stage.cameras = {camera};
+    BeginOn(stage);
+    const auto presence = BringIntoDfuMode();
+    const auto before = bus_->ClockMs();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Timeout);
+    EXPECT_GE(bus_->ClockMs(), before + 5'000);
+}
+
+TEST_F(BusTest, WhatWasOpenedReachesNoCameraOfALaterStage) {
+    Begin({QuickCamera()});
+    const auto presence = BringIntoDfuMode();
+    bus_->Unplug(0);
+    Stage other;
+    other.cameras = {QuickCamera()};
+    bus_->Restage(other);
+    BringIntoDfuMode();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+    bus_->Unplug(0);
+    bus_->Restage({});
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+}
+
+TEST_F(BusTest, AnnouncesLinksInTheStagesCase) {
+    Stage stage;
+    stage.cameras = {QuickCamera()};
+    stage.linkStyles = {{.announcedIn = LinkStyle::Case::Upper}};
+    BeginOn(stage);
+    bus_->Plug(0);
+    ASSERT_TRUE(Settle());
+    const std::wstring upper = Announced(links_.SensorCamera(), LinkStyle::Case::Upper);
+    EXPECT_EQ(TakeAnnounced()[1].link, upper);
+    EXPECT_EQ(bus_->PresentLinks(kSensorCameraClass), std::vector{upper});
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera), std::vector{links_.SensorCamera()});
+    EXPECT_TRUE(bus_->FindSource(upper).has_value());
+}
+
+TEST_F(BusTest, ListsASensorCameraAmongTheCaptureSourcesWhenAsked) {
+    Stage stage;
+    stage.cameras = {QuickCamera()};
+    stage.linkStyles = {{.isListedTwice = true}};
+    BeginOn(stage);
+    bus_->Plug(0);
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), (std::vector{links_.SensorCamera(), links_.Capture()}));
 }

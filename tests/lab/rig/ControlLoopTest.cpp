@@ -183,3 +183,33 @@ TEST_F(ControlLoopTest, EndDropsWhatIsQueued) {
     loop_.Queue({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"too late"});
     EXPECT_TRUE(loop_.IsIdle());
 }
+
+TEST_F(ControlLoopTest, QueuesAControlWithoutWaitingForIt) {
+    StartLoop();
+    loop_.QueueControl(SERVICE_CONTROL_SHUTDOWN);
+    ASSERT_TRUE(events_.WaitFor("handled", 1));
+    EXPECT_EQ(handled_[0].control, DWORD{SERVICE_CONTROL_SHUTDOWN});
+}
+
+TEST(ControlLoopHandling, IsKnownToTheThreadThatHandlesAndToldBeforeAndAfter) {
+    struct Seen {
+        ControlLoop* loop = nullptr;
+        std::vector<std::string> order;
+    } seen;
+    ControlLoop loop([](const nlohmann::json&) {}, [] {},
+                     [&](bool isHandling) { seen.order.push_back(isHandling ? "begins" : "ends"); });
+    seen.loop = &loop;
+    loop.SetHandler(
+        [](DWORD, DWORD, void*, void* context) -> DWORD {
+            auto& test = *static_cast<Seen*>(context);
+            test.order.push_back(test.loop->IsHandlingHere() ? "here" : "elsewhere");
+            return 0;
+        },
+        &seen);
+    std::thread thread([&] { loop.Run(); });
+    EXPECT_EQ(loop.Deliver(SERVICE_CONTROL_INTERROGATE, 0, nullptr), 0U);
+    EXPECT_FALSE(loop.IsHandlingHere());
+    loop.End();
+    thread.join();
+    EXPECT_EQ(seen.order, (std::vector<std::string>{"begins", "here", "ends"}));
+}

@@ -68,3 +68,39 @@ TEST_F(RigCommandsTest, RefusesWhatItDoesNotUnderstand) {
     EXPECT_THROW(Do({{"command", "plug"}, {"camera", -1}}), std::exception);
     EXPECT_THROW(Do({{"command", "deliver"}, {"type", 1}, {"class", "none"}, {"link", ""}}), std::exception);
 }
+
+TEST_F(RigCommandsTest, DeliversAnEventManyTimes) {
+    Begin({});
+    Do({{"command", "deliver"},
+        {"type", 1},
+        {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
+        {"link", "x"},
+        {"times", 200}});
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(TakeAnnounced().size(), 200U);
+    EXPECT_THROW(Do({{"command", "deliver"},
+                     {"type", 1},
+                     {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
+                     {"link", "x"},
+                     {"times", -1}}),
+                 std::runtime_error);
+}
+
+TEST_F(RigCommandsTest, PutsOtherCamerasInPlaceOfThoseThatAreGone) {
+    Begin({QuickCamera()});
+    const json stage{{"cameras", {{{"version", "1.2.3.4"}}, {{"version", "5.6.7.8"}}}}};
+    Do({{"command", "plug"}, {"camera", 0}});
+    EXPECT_THROW(Do({{"command", "restage"}, {"stage", stage}}), std::runtime_error);
+    Do({{"command", "unplug"}, {"camera", 0}});
+    Do({{"command", "restage"}, {"stage", stage}});
+    EXPECT_EQ(Do({{"command", "state"}, {"camera", 1}}).at("version"), "5.6.7.8");
+    EXPECT_EQ(Do({{"command", "state"}, {"camera", 1}}).at("on_its_way"), false);
+}
+
+TEST_F(RigCommandsTest, TellsWhatTheProcessHolds) {
+    Begin({});
+    const json answer = Do({{"command", "resources"}});
+    EXPECT_GT(answer.at("handles").get<int>(), 0);
+    EXPECT_GT(answer.at("threads").get<int>(), 0);
+    EXPECT_GT(answer.at("private_bytes").get<std::uint64_t>(), 0U);
+}

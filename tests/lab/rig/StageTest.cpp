@@ -62,3 +62,26 @@ TEST(Stage, RefusesWhatItDoesNotUnderstand) {
         EXPECT_THROW((void)Stage::FromJson(json::parse(text)), std::exception) << text;
     }
 }
+
+TEST(Stage, TakesWhatADeviceOnAStrangeBusDoes) {
+    const Stage stage = Stage::FromJson(json::parse(R"({
+        "skip_waits": true,
+        "cameras": [{"nodes": ["processing", "foreign", "broken", "extension-unit"], "two_banks": true,
+            "timeout_ms": 5000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
+            "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"}]},
+            {}]})"));
+    EXPECT_TRUE(stage.skipsWaits);
+    using lab::TopologyNode;
+    EXPECT_EQ(stage.cameras[0].nodes, (std::vector{TopologyNode::Processing, TopologyNode::Foreign,
+                                                   TopologyNode::Broken, TopologyNode::ExtensionUnit}));
+    EXPECT_TRUE(stage.cameras[0].hasTwoBanks);
+    EXPECT_EQ(stage.cameras[0].timeoutMs, 5000U);
+    EXPECT_EQ(stage.cameras[0].faults[0].where, lab::Fault::Where::GetDescriptor);
+    EXPECT_EQ(stage.cameras[0].faults[1].what, lab::Fault::What::PollTime);
+    ASSERT_EQ(stage.linkStyles.size(), 2U);
+    EXPECT_EQ(stage.linkStyles[0].announcedIn, lab::rig::LinkStyle::Case::Mixed);
+    EXPECT_EQ(stage.linkStyles[0].length, 32767U);
+    EXPECT_TRUE(stage.linkStyles[0].isListedTwice);
+    EXPECT_EQ(stage.linkStyles[1].announcedIn, lab::rig::LinkStyle::Case::AsWindows);
+    EXPECT_FALSE(Stage::FromJson({{"reply", "stage"}}).skipsWaits);
+}

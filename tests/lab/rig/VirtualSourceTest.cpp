@@ -209,3 +209,27 @@ TEST_F(VirtualSourceTest, GivesTheDriversResultForEachEndOfATransfer) {
               HRESULT_FROM_WIN32(ERROR_SEM_TIMEOUT));
     EXPECT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SET), data, returned), kNotConnected);
 }
+
+TEST_F(VirtualSourceTest, HasTheNodesThatTheStageLists) {
+    auto camera = QuickCamera();
+    camera.nodes = {lab::TopologyNode::Foreign, lab::TopologyNode::ExtensionUnit, lab::TopologyNode::Broken};
+    Begin({camera});
+    bus_->Plug(0);
+    const auto topology = Topology();
+    DWORD count = 0;
+    EXPECT_EQ(topology->get_NumNodes(&count), S_OK);
+    EXPECT_EQ(count, 3U);
+    for (DWORD node = 0; node < count; ++node) {
+        GUID type{};
+        EXPECT_EQ(topology->get_NodeType(node, &type), S_OK);
+        EXPECT_TRUE(type == kDevSpecific);
+    }
+    ComPtr<IKsControl> unit;
+    EXPECT_EQ(topology->CreateNodeInstance(2, __uuidof(IKsControl), &unit), E_NOINTERFACE);
+    ULONG returned = 0;
+    ASSERT_EQ(topology->CreateNodeInstance(0, __uuidof(IKsControl), &unit), S_OK);
+    auto address = Address(KSPROPERTY_TYPE_SETSUPPORT);
+    address.NodeId = 0;
+    EXPECT_EQ(Send(*unit.Get(), address, {}, returned), HRESULT_FROM_WIN32(ERROR_SET_NOT_FOUND));
+    EXPECT_EQ(Send(*ExtensionUnit().Get(), Address(KSPROPERTY_TYPE_SETSUPPORT), {}, returned), S_OK);
+}

@@ -54,6 +54,14 @@ TEST_F(ToastControllerFactoryTest, MakesObjectsThatLetGoOfTheServerWithTheirLast
     EXPECT_TRUE(IsReleased());
 }
 
+TEST_F(ToastControllerFactoryTest, RefusesEveryClientWhenAScenarioWantsIt) {
+    parts_->refusesActivation = true;
+    ComPtr<IToastCntr> controller;
+    EXPECT_EQ(factory_->CreateInstance(nullptr, __uuidof(IToastCntr), &controller), E_ACCESSDENIED);
+    EXPECT_EQ(controller.Get(), nullptr);
+    EXPECT_TRUE(IsReleased());
+}
+
 TEST_F(ToastControllerFactoryTest, LetsGoOfAnObjectThatWasAskedForAForeignInterface) {
     ComPtr<IToastCntr> controller;
     EXPECT_EQ(factory_->CreateInstance(nullptr, __uuidof(IPersist), &controller), E_NOINTERFACE);

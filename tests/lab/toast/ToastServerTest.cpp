@@ -3,6 +3,8 @@
 #include <olectl.h>
 #include <oleauto.h>
 
+#include <thread>
+
 #include "tests/lab/toast/RecordingSink.h"
 
 namespace {
@@ -387,6 +389,32 @@ TEST_F(ToastServer, WorksWithoutALaboratoryAndNeverAnswers) {
     EXPECT_EQ(controller->NotifyComplete(), S_OK);
     EXPECT_FALSE(sink.NextCall(1s).has_value());
     EXPECT_EQ(events->Unadvise(cookie), S_OK);
+}
+
+TEST_F(ToastServer, HangsInACallUntilItIsReleased) {
+    OpenWire();
+    const ComPtr<IToastCntr> controller = Activate();
+    wire_->Send({{"command", "hang"}, {"method", "NotifyComplete"}, {"skip", 1}});
+    ExpectEvent(Done("hang"));
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    ExpectEvent(PromptCall("NotifyComplete", json::array()));
+    wire_->Send({{"command", "fail"}, {"method", "NotifyComplete"}, {"hresult", E_FAIL}});
+    ExpectEvent(Done("fail"));
+    std::thread releasing([this] {
+        ExpectEvent(PromptCall("NotifyComplete", json::array()));
+        wire_->Send({{"command", "release"}});
+        ExpectEvent(Done("release"));
+    });
+    EXPECT_EQ(controller->NotifyComplete(), E_FAIL);
+    releasing.join();
+    wire_->Send({{"command", "behave"}});
+    ExpectEvent(Done("behave"));
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    ExpectEvent(PromptCall("NotifyComplete", json::array()));
+    wire_->Send({{"command", "hang"}, {"method", "Shout"}});
+    ExpectEvent(Refused("hang", "no such method"));
+    wire_->Send({{"command", "hang"}, {"method", "NotifyComplete"}, {"ms", -1}});
+    ExpectEvent(Refused("hang", "ms and skip are counts"));
 }
 
 // The port of a laboratory that is gone is as good as none.

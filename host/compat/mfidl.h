@@ -1,0 +1,4 @@
+#pragma once
+
+// Nothing of Media Foundation is needed here.
+#include <windows.h>

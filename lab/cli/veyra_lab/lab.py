@@ -1,0 +1,58 @@
+"""The laboratory's tool: python3 -m veyra_lab.lab, started by scripts/lab.
+
+Each subcommand lives in a module with a function `register(subparsers)`, which adds its parser and names the function
+that carries it out: `parser.set_defaults(run=function)`. That function takes the parsed arguments and returns the
+exit status.
+"""
+
+import os
+import sys
+from collections.abc import Sequence
+
+from . import scenario_command
+from .command_line import Parser
+from .report import command as report_command
+
+# One line for each subcommand's module.
+_COMMANDS = (report_command, scenario_command)
+
+_INTERRUPTED = 130
+
+_DESCRIPTION = "Tools around the firmware update laboratory. The update itself is shown by scripts/demo."
+
+_CLOSING = """\
+Examples:
+  scripts/demo --transcript update.jsonl
+  scripts/lab report update.jsonl -o update.html
+  scripts/lab list
+
+scripts/lab SUBCOMMAND --help tells more, with examples. Exit status: 0 when the subcommand did what was asked, 1 when
+it could not, 2 when the command line is wrong or names a file that cannot be read or written, 130 when interrupted."""
+
+
+def _parser() -> Parser:
+    parser = Parser(prog="scripts/lab", description=_DESCRIPTION, epilog=_CLOSING)
+    subparsers = parser.add_subparsers(title="subcommands", metavar="SUBCOMMAND", required=True)
+    for module in _COMMANDS:
+        module.register(subparsers)
+    return parser
+
+
+def main(arguments: Sequence[str] | None = None) -> int:
+    """The exit status."""
+    parsed = _parser().parse_args(arguments)
+    try:
+        status: int = parsed.run(parsed)
+        sys.stdout.flush()
+        return status
+    except KeyboardInterrupt:
+        print("scripts/lab: interrupted", file=sys.stderr)
+        return _INTERRUPTED
+    except BrokenPipeError:
+        # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

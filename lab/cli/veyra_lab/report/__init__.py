@@ -1,0 +1,1 @@
+"""The picture of an update: a transcript read, understood and drawn as one page."""

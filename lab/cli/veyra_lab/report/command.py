@@ -1,0 +1,109 @@
+"""scripts/lab report."""
+
+import argparse
+import json
+import sys
+import time
+from pathlib import Path
+from typing import Any
+
+from .page import page
+from .summary import Summary, summarize
+from .transcript import Transcript, TranscriptError, read_transcript
+
+_DESCRIPTION = """\
+Makes a picture of an update from a transcript: one HTML page that shows who did what and when, how the download went
+on, and, when it stopped, where and why. The page needs no network and no other file."""
+
+_CLOSING = """\
+Examples:
+  scripts/demo --transcript update.jsonl
+  scripts/lab report update.jsonl -o update.html
+  scripts/lab report update.jsonl --json
+
+Exit status: 0 when the page is written, whatever came of the update; 1 when the file is no transcript; 2 when the
+command line is wrong, or a file cannot be read or written."""
+
+_NO_TRANSCRIPT = 1
+_USAGE = 2
+_LARGE = 4 << 20
+_REDRAW_SECONDS = 0.1
+
+
+def register(subparsers: Any) -> None:
+    """Adds the subcommand."""
+    parser = subparsers.add_parser(
+        "report",
+        help="make a picture of an update from its transcript",
+        description=_DESCRIPTION,
+        epilog=_CLOSING,
+    )
+    parser.add_argument(
+        "transcript", type=Path, metavar="TRANSCRIPT", help="what scripts/demo --transcript has kept"
+    )
+    parser.add_argument("-o", "--output", type=Path, metavar="FILE.html", help="where the page goes")
+    parser.add_argument("--json", action="store_true", help="print outcome and totals as one JSON object")
+    parser.set_defaults(run=run)
+
+
+def run(arguments: argparse.Namespace) -> int:
+    """The exit status."""
+    if arguments.output is None and not arguments.json:
+        return _refuse("say where the page goes: -o FILE.html (or --json for the numbers alone)", _USAGE)
+    if _is_same_file(arguments.output, arguments.transcript):
+        return _refuse(f"{arguments.output} is the transcript itself; name another file with -o", _USAGE)
+    try:
+        transcript = read_transcript(arguments.transcript, _Progress())
+    except TranscriptError as error:
+        return _refuse(str(error), _NO_TRANSCRIPT)
+    except OSError as error:
+        return _refuse(f"{arguments.transcript} cannot be read: {error.strerror}", _USAGE)
+    summary = summarize(transcript)
+    if arguments.output is not None:
+        try:
+            _write(transcript, summary, arguments)
+        except OSError as error:
+            return _refuse(f"{arguments.output} cannot be written: {error.strerror}", _USAGE)
+    _say(summary, arguments)
+    return 0
+
+
+def _is_same_file(one: Path | None, other: Path) -> bool:
+    return one is not None and one.exists() and other.exists() and one.samefile(other)
+
+
+def _write(transcript: Transcript, summary: Summary, arguments: argparse.Namespace) -> None:
+    content = page(transcript, summary, arguments.transcript.name)
+    arguments.output.write_bytes(content.encode("utf-8", "replace"))
+
+
+def _say(summary: Summary, arguments: argparse.Namespace) -> None:
+    if arguments.json:
+        print(json.dumps(summary.as_json(), indent=2))
+    elif sys.stdout.isatty():
+        print(summary.sentence)
+        print(f"written: {arguments.output}")
+
+
+def _refuse(words: str, status: int) -> int:
+    print(f"scripts/lab report: {' '.join(words.split())}", file=sys.stderr)
+    return status
+
+
+class _Progress:
+    """A line on the terminal while a large file is read; nothing in a pipe or for a small file."""
+
+    def __init__(self) -> None:
+        self._drawn = 0.0
+
+    def __call__(self, done: int, total: int) -> None:
+        if total < _LARGE or not sys.stderr.isatty():
+            return
+        now = time.monotonic()
+        if done >= total:
+            sys.stderr.write("\r\033[K")
+        elif now - self._drawn > _REDRAW_SECONDS:
+            self._drawn = now
+            filled = 30 * done // total
+            sys.stderr.write(f"\rreading [{'#' * filled}{'.' * (30 - filled)}] {100 * done // total:3d} %")
+        sys.stderr.flush()

@@ -1,0 +1,26 @@
+#include "service/ImageVersion.h"
+
+#include <algorithm>
+#include <fstream>
+
+namespace {
+
+constexpr std::streamoff kVersionOffset = 398;
+
+}  // namespace
+
+ImageVersionRead ReadImageVersionBytes(const std::filesystem::path& imagePath,
+                                       std::array<std::uint8_t, 4>& version) {
+    std::ifstream image(imagePath, std::ios::binary);
+    if (!image.good() || !image.is_open()) {
+        return ImageVersionRead::NotOpened;
+    }
+    std::array<char, 4> bytes{};
+    image.seekg(kVersionOffset);
+    image.read(bytes.data(), bytes.size());
+    if (!image) {
+        return ImageVersionRead::NotRead;
+    }
+    std::copy(bytes.begin(), bytes.end(), version.begin());
+    return ImageVersionRead::Done;
+}

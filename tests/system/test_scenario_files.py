@@ -1,0 +1,223 @@
+"""Scenario files, without a machine: what the reader takes, and what it says to what it does not take."""
+
+import json
+import tempfile
+import unittest
+from pathlib import Path
+from typing import Any
+
+from support import CHECKOUT
+from veyra_lab.fields import ScenarioError
+from veyra_lab.image import version_of
+from veyra_lab.scenario_file import choose, read_folder, read_scenario
+from veyra_lab.scenario_words import PLAIN_STEPS, STEP_ARGUMENTS
+from veyra_lab.transfer_pattern import compile_pattern, shortened, spell
+
+GOOD: dict[str, Any] = {"description": "Something happens.", "steps": ["settle"]}
+
+
+class ScenarioFiles(unittest.TestCase):
+    def setUp(self) -> None:
+        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
+
+    def write(self, content: Any, name: str = "some-scenario.json") -> Path:
+        path = self.folder / name
+        path.write_text(content if isinstance(content, str) else json.dumps(content), encoding="utf-8")
+        return path
+
+    def complaint(self, content: Any) -> str:
+        with self.assertRaises(ScenarioError) as caught:
+            read_scenario(self.write(content))
+        self.assertNotIn("\n", str(caught.exception))
+        return str(caught.exception)
+
+    def step(self, step: Any) -> str:
+        return self.complaint({**GOOD, "steps": ["settle", step]})
+
+    def test_reads_a_file_that_says_little(self) -> None:
+        (variant,) = read_scenario(self.write(GOOD))
+        self.assertEqual((variant.name, variant.description), ("some-scenario", "Something happens."))
+        self.assertFalse(variant.slow)
+        self.assertEqual(variant.steps, ("settle",))
+        self.assertEqual(variant.stage.cameras, ({},))
+        self.assertEqual(variant.stage.update_mode, "Service Controlled")
+        image = variant.stage.image.content
+        assert image is not None
+        self.assertEqual((len(image), version_of(image)), (5000, "5.10.3.0"))
+
+    def test_makes_a_variant_of_each_line(self) -> None:
+        items = [
+            {"name": "first", "size": 402, "times": 2, "steps": ["settle"]},
+            {"name": "second", "size": 8192, "times": 3, "steps": [{"plug": 0}]},
+        ]
+        content = {
+            "description": "An image of $size bytes.",
+            "for each": items,
+            "stage": {"image": {"size": "$size"}},
+            "steps": [{"repeat": {"times": "$times", "steps": "$steps"}}],
+        }
+        first, second = read_scenario(self.write(content))
+        self.assertEqual((first.name, second.name), ("some-scenario/first", "some-scenario/second"))
+        self.assertEqual(first.description, "An image of 402 bytes.")
+        assert second.stage.image.content is not None
+        self.assertEqual(len(second.stage.image.content), 8192)
+        self.assertEqual(second.steps, ({"repeat": {"times": 3, "steps": [{"plug": 0}]}},))
+
+    def test_joins_a_descriptor_that_is_told_in_pieces(self) -> None:
+        pieces = ["09 02", {"bytes": "03ff00", "times": 2}]
+        (variant,) = read_scenario(self.write({**GOOD, "stage": {"cameras": [{"configuration_descriptor": pieces}]}}))
+        self.assertEqual(variant.stage.cameras[0]["configuration_descriptor"], "09 0203ff0003ff00")
+
+    def test_makes_the_same_image_again(self) -> None:
+        one, other = (
+            read_scenario(self.write({**GOOD, "stage": {"image": {"size": 600, "seed": seed}}}))[0].stage.image.content
+            for seed in (1, 2)
+        )
+        (again,) = read_scenario(self.write({**GOOD, "stage": {"image": {"size": 600, "seed": 1}}}))
+        self.assertEqual(again.stage.image.content, one)
+        self.assertNotEqual(one, other)
+
+    def test_names_the_file_and_what_is_no_json(self) -> None:
+        self.assertRegex(self.complaint("{"), r"^some-scenario\.json: .*line 1")
+        self.assertIn("there twice", self.complaint('{"description": "a", "description": "b", "steps": []}'))
+        self.assertIn("not an object", self.complaint("[]"))
+
+    def test_names_unknown_and_missing_fields(self) -> None:
+        self.assertIn('file: there is no field "step"', self.complaint({**GOOD, "step": []}))
+        self.assertIn('file: the field "steps" is missing', self.complaint({"description": "a"}))
+        self.assertIn('stage: there is no field "camera"', self.complaint({**GOOD, "stage": {"camera": []}}))
+        self.assertIn(
+            'stage.cameras[0].faults[0]: the field "what" is missing',
+            self.complaint({**GOOD, "stage": {"cameras": [{"faults": [{"where": "DNLOAD"}]}]}}),
+        )
+
+    def test_names_values_of_a_wrong_type(self) -> None:
+        for field, value in {
+            "version": "1.2.3",
+            "transfer_size": 65536,
+            "block_ms": "5",
+            "two_banks": 1,
+            "personality": "kind",
+            "nodes": ["other"],
+            "link_length": -1,
+            "configuration_descriptor": "0",
+        }.items():
+            with self.subTest(field=field):
+                complaint = self.complaint({**GOOD, "stage": {"cameras": [{field: value}]}})
+                self.assertIn(f"stage.cameras[0].{field}", complaint)
+                self.assertIn(" is not ", complaint)
+        self.assertIn("stage.image", self.complaint({**GOOD, "stage": {"image": "gone"}}))
+        self.assertIn("stage.image.size", self.complaint({**GOOD, "stage": {"image": {"size": -1}}}))
+        self.assertIn("file.slow", self.complaint({**GOOD, "slow": "yes"}))
+
+    def test_names_steps_that_it_does_not_know(self) -> None:
+        self.assertIn('steps[1]: "dance" is not one of: settle', self.step("dance"))
+        self.assertIn('steps[1]: there is no field "dance"', self.step({"dance": 1}))
+        self.assertIn("an object with one field", self.step({"plug": 0, "unplug": 0}))
+        self.assertIn("an object with one field", self.step(5))
+        self.assertIn("steps[1].plug: True", self.step({"plug": True}))
+        self.assertIn("steps[1].wait for", self.step({"wait for": "camera 0 asleep"}))
+        self.assertIn("steps[1].repeat.steps[0]", self.step({"repeat": {"times": 2, "steps": ["dance"]}}))
+        self.assertIn("steps[1].deliver.class", self.step({"deliver": {"type": "arrival", "class": "mouse"}}))
+
+    def test_names_expectations_that_mean_nothing(self) -> None:
+        for field, value in {
+            "result": "fine",
+            "transfers": "GETSTATE (DNLOAD",
+            "traces": ["update"],
+            "requests": {"DNLOAD": "many"},
+            "cameras": [{"mode": "away"}],
+            "service": "paused",
+            "completions": -1,
+        }.items():
+            with self.subTest(field=field):
+                self.assertIn(f"steps[1].expect.{field}", self.step({"expect": {field: value}}))
+        self.assertIn('there is no field "transfer"', self.step({"expect": {"transfer": "none"}}))
+
+    def test_names_parameters_that_do_not_fit(self) -> None:
+        self.assertIn('"$size"', self.complaint({**GOOD, "stage": {"image": {"size": "$size"}}}))
+        items = [{"name": "a", "size": 5}]
+        self.assertIn('"size" of "a" is never used', self.complaint({**GOOD, "for each": items}))
+        self.assertIn("the same name", self.complaint({**GOOD, "for each": [{"name": "a"}, {"name": "a"}]}))
+        self.assertIn("for each[0].name", self.complaint({**GOOD, "for each": [{"name": "Not So"}]}))
+
+    def test_chooses_by_name(self) -> None:
+        items = [{"name": "one"}, {"name": "two"}]
+        self.write({**GOOD, "for each": items}, "many.json")
+        self.write(GOOD, "single.json")
+        variants = read_folder(self.folder)
+        self.assertEqual([each.name for each in variants], ["many/one", "many/two", "single"])
+        self.assertEqual([each.name for each in choose(variants, ["many"])], ["many/one", "many/two"])
+        self.assertEqual([each.name for each in choose(variants, ["many/two", "single"])], ["many/two", "single"])
+        with self.assertRaisesRegex(ScenarioError, "no scenario 'man'"):
+            choose(variants, ["man"])
+
+
+class ScenariosOfTheProject(unittest.TestCase):
+    def test_scenarios_can_all_be_read(self) -> None:
+        variants = read_folder(CHECKOUT / "lab" / "scenarios")
+        self.assertGreater(len(variants), 100)
+        names = [variant.name for variant in variants]
+        self.assertEqual(len(set(names)), len(names))
+
+    def test_scenarios_use_every_step_at_least_once(self) -> None:
+        used: set[str] = set()
+
+        def note(steps: Any) -> None:
+            for step in steps:
+                used.add(step if isinstance(step, str) else next(iter(step)))
+                if isinstance(step, dict) and "repeat" in step:
+                    note(step["repeat"]["steps"])
+
+        for variant in read_folder(CHECKOUT / "lab" / "scenarios"):
+            note(variant.steps)
+        self.assertEqual({*PLAIN_STEPS, *STEP_ARGUMENTS} - used, set())
+
+
+def transfer(request: int, value: int = 0, length: int = 6, ok: bool = True) -> dict[str, Any]:
+    setup = bytes([0xA1, request]) + b"".join(number.to_bytes(2, "little") for number in (value, 0, length))
+    return {"event": "transfer", "setup": setup.hex(" "), "ok": ok}
+
+
+class TransferPatterns(unittest.TestCase):
+    def check(self, pattern: str, words: str, fits: bool = True) -> None:
+        with self.subTest(pattern=pattern, words=words):
+            self.assertEqual(bool(compile_pattern(pattern).fullmatch(words)), fits)
+
+    def test_patterns_spell_transfers(self) -> None:
+        transfers = [transfer(5), transfer(1, 3, 64), transfer(1, 4, 0, ok=False), transfer(9)]
+        self.assertEqual(spell(transfers), "GETSTATE DNLOAD/3 EMPTY/4! REQUEST-9 ")
+
+    def test_patterns_fit_whole_sequences_only(self) -> None:
+        self.check("GETSTATE DETACH", "GETSTATE DETACH ")
+        self.check("GETSTATE", "GETSTATE DETACH ", fits=False)
+        self.check("GETSTATE DETACH", "GETSTATE ", fits=False)
+        self.check("", "")
+
+    def test_patterns_count(self) -> None:
+        self.check("(DNLOAD GETSTATUS+)x2 EMPTY", "DNLOAD/0 GETSTATUS GETSTATUS DNLOAD/1 GETSTATUS EMPTY/2 ")
+        self.check("(DNLOAD GETSTATUS)x2", "DNLOAD/0 GETSTATUS ", fits=False)
+        self.check("GETSTATUS*", "")
+        self.check("GETSTATUS+", "", fits=False)
+        self.check("GETSTATUSx3", "GETSTATUS GETSTATUS GETSTATUS ")
+
+    def test_patterns_tell_blocks_and_failures(self) -> None:
+        self.check("DNLOAD/2", "DNLOAD/2 ")
+        self.check("DNLOAD/2", "DNLOAD/22 ", fits=False)
+        self.check("DNLOAD", "DNLOAD/2! ", fits=False)
+        self.check("DNLOAD!", "DNLOAD/2! ")
+        self.check("DNLOAD? GETSTATUS?+", "DNLOAD/2! GETSTATUS GETSTATUS! ")
+
+    def test_patterns_refuse_what_is_none(self) -> None:
+        for pattern in ("DOWNLOAD", "(DNLOAD", "DNLOAD)", "DNLOAD/x", "(x3 DNLOAD)", "DNLOADx"):
+            with self.subTest(pattern=pattern), self.assertRaises(ValueError):
+                compile_pattern(pattern)
+
+    def test_patterns_shorten_long_sequences(self) -> None:
+        self.assertEqual(shortened(""), "nothing")
+        self.assertEqual(shortened("GETSTATE DETACH "), "GETSTATE DETACH")
+        self.assertRegex(shortened("GETSTATUS " * 100), r"^(GETSTATUS ){12}\.\.\.\(76 more\)\.\.\.( GETSTATUS){12}$")
+
+
+if __name__ == "__main__":
+    unittest.main()
