@@ -78,7 +78,8 @@ TEST(BusThreads, ShareTheCamerasWithoutARace) {
                 if (const auto device = bus.FindDfuDevice(link)) {
                     bus.ControlTransfer(*device, dnload, block);
                     bus.ControlTransfer(*device, getStatus, block);
-                    static_cast<void>(bus.Descriptors(*device));
+                    static_cast<void>(bus.Interfaces(*device));
+                    bus.ReadDescriptor(*device, 2, 0, block);
                 }
             }
             std::this_thread::yield();

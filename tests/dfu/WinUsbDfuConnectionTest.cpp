@@ -182,7 +182,7 @@ class OverlongDescriptor {
 };
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenADescriptorIsToldToBeLongerThanItIs) {
-    for (const ULONG size : {18UL, 9UL}) {
+    for (const ULONG size : {ULONG{18}, ULONG{9}}) {
         const OverlongDescriptor overlong(size);
         const WinUsbDfuConnection connection(kLink);
         EXPECT_FALSE(connection.IsOpened()) << size << " bytes";
