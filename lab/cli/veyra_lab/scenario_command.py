@@ -27,7 +27,7 @@ line is wrong. The programs are those of build/windows-release: scripts/setup bu
 
 def register(subparsers: Any) -> None:
     """Adds the commands "list" and "run" to the laboratory's command line."""
-    listing = subparsers.add_parser("list", help="list the scenarios", description="Lists every scenario in one line.")
+    listing = subparsers.add_parser("list", help="list the scenarios", description="Lists every scenario in one line: its name, and what happens in it. On a terminal the line is cut.")
     listing.set_defaults(run=_list)
     run = subparsers.add_parser(
         "run",
@@ -73,7 +73,9 @@ def _list(options: argparse.Namespace) -> int:
     for variant in variants:
         room = _LINE - width - 2
         words = ("(slow) " if variant.slow else "") + variant.description
-        print(f"{variant.name:{width}}  {textwrap.shorten(words, max(room, 40), placeholder=' ...')}")
+        if sys.stdout.isatty():
+            words = textwrap.shorten(words, max(room, 40), placeholder=" ...")
+        print(f"{variant.name:{width}}  {words}")
     return 0
 
 
