@@ -4,19 +4,11 @@ from collections.abc import Callable
 
 from .peer import Event
 from .record import ENTER_DFU_MODE
+from .report.codes import SERVICE_STATES
 from .scenario import Scenario
 from .screen import Screen
 from .trace_formats import SCOPE_TRACES
 
-SERVICE_STATES = {
-    1: "stopped",
-    2: "start pending",
-    3: "stop pending",
-    4: "running",
-    5: "continue pending",
-    6: "pause pending",
-    7: "paused",
-}
 _CAMERA_CHANGES = {
     "plugged": "the camera is on the bus, firmware {version}",
     "left": "the camera leaves the bus",
