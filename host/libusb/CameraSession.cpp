@@ -35,6 +35,7 @@ lab::CameraSettings SettingsFromEnvironment() {
     settings.personality = PersonalityFromText(Text("VEYRA_PERSONALITY", "strict"));
     settings.transferSize = static_cast<std::uint16_t>(std::stoul(Text("VEYRA_TRANSFER_SIZE", "1024")));
     settings.blockMs = static_cast<std::uint32_t>(std::stoul(Text("VEYRA_BLOCK_MS", "0")));
+    settings.manifestsAtOnce = Text("VEYRA_MANIFESTS", "") == "at once";
     return settings;
 }
 
@@ -48,18 +49,16 @@ CameraSession::CameraSession() : camera_(SettingsFromEnvironment()) {
         const std::vector<char> content{std::istreambuf_iterator<char>(file), {}};
         Install(std::vector<std::uint8_t>(content.begin(), content.end()));
     }
-    transfers_ = 0;
 }
 
 CameraSession::~CameraSession() {
     const auto& flash = camera_.Flash();
     std::ofstream(Text("VEYRA_FLASH", ""), std::ios::binary)
         .write(reinterpret_cast<const char*>(flash.data()), static_cast<std::streamsize>(flash.size()));
-    std::ofstream(Text("VEYRA_TRANSFERS", "")) << transfers_ << '\n';
+    std::ofstream(Text("VEYRA_TRANSFERS", "")) << camera_.Transfers() << '\n';
 }
 
 lab::TransferResult CameraSession::Transfer(const lab::SetupPacket& setup, std::span<std::uint8_t> data) {
-    ++transfers_;
     return camera_.ControlTransfer(setup, data, NowMs());
 }
 

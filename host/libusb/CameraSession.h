@@ -11,10 +11,11 @@
 // One virtual camera in DFU mode for one process, its flash kept in a file from process to process. What it
 // is comes from the environment:
 //   VEYRA_FLASH          the flash's file; read when it is there, written when the session ends
-//   VEYRA_TRANSFERS      a file that gets the number of control transfers when the session ends
+//   VEYRA_TRANSFERS      a file that gets the number of control transfers that reached the camera
 //   VEYRA_PERSONALITY    strict (the default), lenient, synchronous, kv400
 //   VEYRA_TRANSFER_SIZE  wTransferSize
 //   VEYRA_BLOCK_MS       time to write one block
+//   VEYRA_MANIFESTS      "at once" for a camera that never shows dfuMANIFEST
 // For one thread. Throws std::runtime_error for an environment that makes no sense.
 class CameraSession {
   public:
@@ -27,7 +28,7 @@ class CameraSession {
 
     [[nodiscard]] const lab::VirtualCamera& Camera() const { return camera_; }
 
-    // One control transfer of the host, counted.
+    // One control transfer of the host.
     lab::TransferResult Transfer(const lab::SetupPacket& setup, std::span<std::uint8_t> data);
     // The host resets the port. Whether the device is still the one that it was.
     bool Reset();
@@ -40,5 +41,4 @@ class CameraSession {
     const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     std::uint64_t skippedMs_ = 0;
     lab::VirtualCamera camera_;
-    unsigned transfers_ = 0;
 };

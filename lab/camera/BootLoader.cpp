@@ -11,6 +11,7 @@ BootLoader::BootLoader(const CameraSettings& settings)
       transferSize_(settings.transferSize),
       blockMs_(settings.blockMs),
       manifestMs_(settings.manifestMs),
+      manifestsAtOnce_(settings.manifestsAtOnce),
       resetMs_(settings.resetMs),
       flash_(settings.version, settings.hasTwoBanks) {}
 
@@ -134,6 +135,9 @@ DfuAnswer BootLoader::Upload(std::size_t length) {
 DfuAnswer BootLoader::GetStatus(std::uint64_t nowMs) {
     if (!AnswersQueries()) {
         return Refuse();
+    }
+    if (state_ == DfuState::ManifestSync && manifestsAtOnce_) {
+        EndManifestation(nowMs);
     }
     if (state_ == DfuState::DnloadSync) {
         state_ = deadline_ ? DfuState::DnBusy : DfuState::DnloadIdle;

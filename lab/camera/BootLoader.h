@@ -73,6 +73,7 @@ class BootLoader {
     std::uint16_t transferSize_;
     std::uint32_t blockMs_;
     std::uint32_t manifestMs_;
+    bool manifestsAtOnce_;
     std::uint32_t resetMs_;
     FlashMemory flash_;
 

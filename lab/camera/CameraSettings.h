@@ -44,9 +44,11 @@ struct CameraSettings {
     std::uint16_t transferSize = 1024;  // wTransferSize of the DFU functional descriptor
     std::uint32_t blockMs = 0;          // time to write one block; 0: written by the time of the next request
     std::uint32_t manifestMs = 300;     // time in dfuMANIFEST
-    std::uint32_t resetMs = 1000;       // see Personality::Kv400
-    std::uint32_t detachMs = 50;        // from the DFU-mode command to leaving the bus
-    std::uint32_t enumerateMs = 200;    // from leaving the bus to being back on it
+    // The image is manifested while it arrives: dfuMANIFEST is never seen, and manifestMs means nothing.
+    bool manifestsAtOnce = false;
+    std::uint32_t resetMs = 1000;     // see Personality::Kv400
+    std::uint32_t detachMs = 50;      // from the DFU-mode command to leaving the bus
+    std::uint32_t enumerateMs = 200;  // from leaving the bus to being back on it
     std::vector<Fault> faults = {};
     // Replaces the configuration descriptor that DFU mode answers; empty: the camera's own.
     std::vector<std::uint8_t> configurationDescriptor = {};

@@ -36,6 +36,10 @@ std::string FlashMemory::VersionText() const {
            "." + std::to_string(version[0]);
 }
 
+std::size_t FlashMemory::HeldBytes() const {
+    return bytes_.capacity() + (image_ ? image_->capacity() : 0);
+}
+
 void FlashMemory::BeginImage() {
     image_.emplace();
 }

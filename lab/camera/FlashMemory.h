@@ -29,6 +29,9 @@ class FlashMemory {
     // "5.10.2.0"
     [[nodiscard]] std::string VersionText() const;
 
+    // Bytes of this process's memory that the contents take.
+    [[nodiscard]] std::size_t HeldBytes() const;
+
     // Begins an empty image; an image that was under way is dropped.
     void BeginImage();
     // Appends to the image that was begun.

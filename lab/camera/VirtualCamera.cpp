@@ -163,6 +163,10 @@ const std::vector<std::uint8_t>& VirtualCamera::Flash() const {
     return bootLoader_.Flash().Bytes();
 }
 
+std::size_t VirtualCamera::HeldBytes() const {
+    return bootLoader_.Flash().HeldBytes();
+}
+
 std::string VirtualCamera::Version() const {
     return bootLoader_.Flash().VersionText();
 }
@@ -212,6 +216,7 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     if (mode_ == BusMode::Absent) {
         return {.end = TransferEnd::Disconnected};
     }
+    transfers_ += mode_ == BusMode::Dfu ? 1U : 0U;
     if (!IsForDfuInterface(setup)) {
         return {.end = TransferEnd::Stall};
     }
@@ -288,6 +293,7 @@ void VirtualCamera::Enumerate() {
     busDeadline_.reset();
     if (isDfuRequested_ || !bootLoader_.Flash().IsValid()) {
         mode_ = BusMode::Dfu;
+        transfers_ = 0;
         bootLoader_.Start();
     } else {
         mode_ = BusMode::Running;

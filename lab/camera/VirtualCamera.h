@@ -68,6 +68,8 @@ class VirtualCamera {
     [[nodiscard]] DfuState State() const;
     [[nodiscard]] DfuStatus Status() const;
     [[nodiscard]] const std::vector<std::uint8_t>& Flash() const;
+    // Bytes of this process's memory that the flash takes.
+    [[nodiscard]] std::size_t HeldBytes() const;
     // The version text of what is in the flash: "5.10.2.0".
     [[nodiscard]] std::string Version() const;
     [[nodiscard]] const CameraSettings& Settings() const;
@@ -97,6 +99,8 @@ class VirtualCamera {
     // The interface descriptors (9 bytes each) of the configuration descriptor in force, in their order.
     [[nodiscard]] std::vector<std::array<std::uint8_t, 9>> Interfaces() const;
 
+    // Control transfers that reached the camera since it last entered DFU mode, whatever became of them.
+    [[nodiscard]] unsigned Transfers() const { return transfers_; }
     // Block numbers of accepted DNLOAD requests, the closing empty one included, that did not follow their
     // predecessor in the same download by one (modulo 65,536). Counted over the camera's life.
     [[nodiscard]] unsigned BlockNumberGaps() const;
@@ -117,6 +121,7 @@ class VirtualCamera {
     BootLoader bootLoader_;
     BusMode mode_ = BusMode::Absent;
     bool isPlugged_ = false;
+    unsigned transfers_ = 0;
     bool isDfuRequested_ = false;  // the next enumeration is that of DFU mode
     // When the camera leaves the bus (running mode), or is back on it (absent).
     std::optional<std::uint64_t> busDeadline_;

@@ -3,6 +3,7 @@
 #include <dbt.h>
 
 #include <algorithm>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -117,12 +118,21 @@ json Bus::State(std::size_t camera) {
             {"dfu_status", static_cast<unsigned>(place.camera.Status())},
             {"version", place.camera.Version()},
             {"flash_bytes", place.camera.Flash().size()},
-            {"block_number_gaps", place.camera.BlockNumberGaps()}};
+            {"block_number_gaps", place.camera.BlockNumberGaps()},
+            {"transfers", place.camera.Transfers()}};
 }
 
 std::vector<std::uint8_t> Bus::Flash(std::size_t camera) {
     const std::lock_guard lock(mutex_);
     return At(camera).camera.Flash();
+}
+
+std::size_t Bus::HeldBytes(const std::function<void()>& look) {
+    const std::lock_guard lock(mutex_);
+    look();
+    return std::accumulate(
+        places_.begin(), places_.end(), std::size_t{0},
+        [](std::size_t bytes, const Place& place) { return bytes + place.camera.HeldBytes(); });
 }
 
 void Bus::Announce(InterfaceEvent event) {

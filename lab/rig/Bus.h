@@ -63,6 +63,9 @@ class Bus {
     void Restage(const Stage& stage);
     [[nodiscard]] nlohmann::json State(std::size_t camera);
     [[nodiscard]] std::vector<std::uint8_t> Flash(std::size_t camera);
+    // Bytes of this process's memory that the cameras' flash takes while `look` is called: nothing crosses
+    // the bus meanwhile.
+    [[nodiscard]] std::size_t HeldBytes(const std::function<void()>& look);
     // Puts an event behind those that wait to be announced.
     void Announce(InterfaceEvent event);
     // Calls `settled` once, on the bus thread with the bus locked, when nothing waits to be announced or to

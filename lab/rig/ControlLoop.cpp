@@ -1,36 +1,17 @@
 #include "lab/rig/ControlLoop.h"
 
-#include <algorithm>
 #include <chrono>
-#include <cstddef>
-#include <cstring>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "lab/rig/BroadcastRecord.h"
 #include "lab/rig/GuidText.h"
 #include "lab/wire/Utf8.h"
 
 namespace lab::rig {
-namespace {
 
 using nlohmann::json;
-
-std::vector<std::byte> BroadcastRecord(const InterfaceEvent& event) {
-    constexpr std::size_t kNameOffset = offsetof(DEV_BROADCAST_DEVICEINTERFACE_W, dbcc_name);
-    const std::size_t nameSize = (event.link.size() + 1) * sizeof(wchar_t);
-    const std::size_t size = std::max(kNameOffset + nameSize, sizeof(DEV_BROADCAST_DEVICEINTERFACE_W));
-    std::vector<std::byte> record(size);
-    DEV_BROADCAST_DEVICEINTERFACE_W header{};
-    header.dbcc_size = static_cast<DWORD>(size);
-    header.dbcc_devicetype = DBT_DEVTYP_DEVICEINTERFACE;
-    header.dbcc_classguid = event.interfaceClass;
-    std::memcpy(record.data(), &header, kNameOffset);
-    std::memcpy(record.data() + kNameOffset, event.link.c_str(), nameSize);
-    return record;
-}
-
-}  // namespace
 
 struct ControlLoop::Item {
     DWORD control = 0;
@@ -38,6 +19,7 @@ struct ControlLoop::Item {
     void* data = nullptr;
     std::vector<std::byte> record;  // of a device event: what `data` points to
     json event;                     // what is recorded when it is handed over
+    HandlerWork work;               // done in place of a control
     std::optional<DWORD> result;    // guarded by the loop's mutex
 };
 
@@ -138,6 +120,16 @@ void ControlLoop::Queue(const InterfaceEvent& event) {
     }
 }
 
+void ControlLoop::QueueWork(HandlerWork work) {
+    const auto item = std::make_shared<Item>();
+    item->work = std::move(work);
+    const std::lock_guard lock(mutex_);
+    if (!ended_ && handler_ != nullptr) {
+        queue_.push_back(item);
+        changed_.notify_all();
+    }
+}
+
 bool ControlLoop::IsIdle() {
     const std::lock_guard lock(mutex_);
     return queue_.empty() && !handling_;
@@ -188,6 +180,12 @@ void ControlLoop::HandOver(Item& item) {
         handler = handler_;
         context = context_;
     }
+    if (item.work) {
+        handlingThread_ = GetCurrentThreadId();
+        item.work(handler, context);
+        handlingThread_ = 0;
+        return;
+    }
     item.event["thread"] = GetCurrentThreadId();
     record_(item.event);
     const auto begin = std::chrono::steady_clock::now();
@@ -200,7 +198,8 @@ void ControlLoop::HandOver(Item& item) {
     record_({{"event", "handled"},
              {"control", item.control},
              {"result", result},
-             {"ms", std::chrono::duration_cast<std::chrono::milliseconds>(taken).count()}});
+             {"ms", std::chrono::duration_cast<std::chrono::milliseconds>(taken).count()},
+             {"us", std::chrono::duration<double, std::micro>(taken).count()}});
     const std::lock_guard lock(mutex_);
     item.result = result;
     changed_.notify_all();

@@ -23,6 +23,7 @@ namespace lab::rig {
 class ControlLoop {
   public:
     using Recorder = std::function<void(const nlohmann::json& event)>;
+    using HandlerWork = std::function<void(LPHANDLER_FUNCTION_EX handler, void* context)>;
 
     // `onIdle` is called on the running thread, with no lock held, each time that nothing is left to hand
     // over.
@@ -46,6 +47,9 @@ class ControlLoop {
     void Queue(const InterfaceEvent& event);
     // Queues a control as the system would send it, and does not wait.
     void QueueControl(DWORD control);
+    // Queues work that calls the service's handler itself, on the running thread as every control is; nothing
+    // of it is recorded.
+    void QueueWork(HandlerWork work);
     // The calling thread is inside the service's handler.
     [[nodiscard]] bool IsHandlingHere() const { return handlingThread_ == GetCurrentThreadId(); }
     // No event is queued and none is being handled.

@@ -59,6 +59,9 @@ Rig::Rig(std::unique_ptr<Wire> wire, const Stage& stage)
 }
 
 void Rig::Record(const json& event) {
+    if (isBurst_ && controls_.IsHandlingHere()) {
+        return;
+    }
     const LastErrorKeeper keeper;
     wire_->Send(event);
 }
@@ -70,6 +73,16 @@ void Rig::Announce(const InterfaceEvent& event) {
     controls_.Queue(event);
 }
 
+void Rig::QueueBurst(const EventBurst& burst) {
+    controls_.QueueWork([this, burst](LPHANDLER_FUNCTION_EX handler, void* context) {
+        isBurst_ = true;
+        json event = burst.Deliver(handler, context);
+        isBurst_ = false;
+        event["event"] = "burst";
+        Record(event);
+    });
+}
+
 void Rig::Obey(const json& command) {
     const auto name = command.at("command").get<std::string>();
     if (name == "settle") {
@@ -78,6 +91,11 @@ void Rig::Obey(const json& command) {
     }
     if (name == "control") {
         controls_.QueueControl(command.at("control").get<std::uint8_t>());
+        Record(DoneEvent(name));
+        return;
+    }
+    if (name == "burst") {
+        QueueBurst(BurstOf(command));
         Record(DoneEvent(name));
         return;
     }

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include <nlohmann/json.hpp>
 
 #include "lab/rig/Bus.h"
 #include "lab/rig/ControlLoop.h"
+#include "lab/rig/EventBurst.h"
 #include "lab/rig/InterfaceWatchers.h"
 #include "lab/rig/Stage.h"
 #include "lab/rig/UsbDevices.h"
@@ -27,7 +29,8 @@ class Rig {
 
     Rig(std::unique_ptr<Wire> wire, const Stage& stage);
 
-    // Sends an event; keeps the calling thread's last error. Any thread.
+    // Sends an event; keeps the calling thread's last error. Any thread. What the service does while it
+    // handles a burst of events is not sent: telling it would take longer than doing it.
     void Record(const nlohmann::json& event);
 
     [[nodiscard]] const Stage& TheStage() const { return stage_; }
@@ -39,10 +42,12 @@ class Rig {
   private:
     static std::unique_ptr<Rig> Connect();
     void Announce(const InterfaceEvent& event);
+    void QueueBurst(const EventBurst& burst);
     void Obey(const nlohmann::json& command);
 
     const std::unique_ptr<Wire> wire_;
     const Stage stage_;
+    std::atomic<bool> isBurst_{false};
     InterfaceWatchers watchers_;
     ControlLoop controls_;
     Bus bus_;

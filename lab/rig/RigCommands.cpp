@@ -4,6 +4,7 @@
 #include <fstream>
 #include <span>
 #include <stdexcept>
+#include <thread>
 
 #include "lab/rig/GuidText.h"
 #include "lab/rig/ProcessResources.h"
@@ -56,7 +57,31 @@ void Deliver(Bus& bus, const json& command) {
     }
 }
 
+// Threads that wait until the process ends: what it costs to have them.
+void StartIdleThreads(const json& command) {
+    constexpr std::uint64_t kMost = 100;
+    const json& count = command.at("count");
+    if (!IsCount(count) || count.get<std::uint64_t>() > kMost) {
+        throw std::runtime_error("there cannot be " + count.dump() + " idle threads");
+    }
+    for (auto left = count.get<std::uint64_t>(); left > 0; --left) {
+        std::thread([] { Sleep(INFINITE); }).detach();
+    }
+}
+
 }  // namespace
+
+EventBurst BurstOf(const json& command) {
+    constexpr std::uint64_t kMost = 1'000'000;
+    const auto number = [&command](const char* field) {
+        const json& value = command.at(field);
+        if (!IsCount(value) || value == 0 || value.get<std::uint64_t>() > kMost) {
+            throw std::runtime_error("a burst's " + std::string(field) + " cannot be " + value.dump());
+        }
+        return value.get<std::uint64_t>();
+    };
+    return {EventOf(command), number("count"), number("per_second")};
+}
 
 json CarryOut(Bus& bus, const std::string& name, const json& command) {
     json answer = DoneEvent(name);
@@ -75,7 +100,9 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
     } else if (name == "deliver") {
         Deliver(bus, command);
     } else if (name == "resources") {
-        answer.update(ProcessResources());
+        answer["camera_bytes"] = bus.HeldBytes([&answer] { answer.update(ProcessResources()); });
+    } else if (name == "idle-threads") {
+        StartIdleThreads(command);
     } else {
         throw std::runtime_error("there is no such command");
     }

@@ -177,6 +177,8 @@ CameraSettings ToCamera(const json& fields, LinkStyle& style) {
             camera.blockMs = ToNumber<std::uint32_t>(field, value);
         } else if (field == "manifest_ms") {
             camera.manifestMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "manifests_at_once") {
+            camera.manifestsAtOnce = value.get<bool>();
         } else if (field == "reset_ms") {
             camera.resetMs = ToNumber<std::uint32_t>(field, value);
         } else if (field == "detach_ms") {

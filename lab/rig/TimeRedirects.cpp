@@ -20,13 +20,20 @@ Rig* SkippingRig() {
     return rig != nullptr && rig->TheStage().skipsWaits && rig->Controls().IsHandlingHere() ? rig : nullptr;
 }
 
+void SkipRecorded(Rig& rig, DWORD ms) {
+    if (ms != 0) {
+        rig.Record({{"event", "wait"}, {"ms", ms}});
+    }
+    rig.TheBus().Skip(ms);
+}
+
 void WINAPI SleepOrSkip(DWORD ms) {
     Rig* const rig = SkippingRig();
     if (rig == nullptr || ms == INFINITE) {
         sleep(ms);
         return;
     }
-    rig->TheBus().Skip(ms);
+    SkipRecorded(*rig, ms);
     sleep(0);
 }
 
@@ -44,7 +51,7 @@ DWORD WINAPI WaitOrSkip(HANDLE object, DWORD ms) {
     if (result != WAIT_TIMEOUT) {
         return result;
     }
-    rig->TheBus().Skip(ms);
+    SkipRecorded(*rig, ms);
     return waitForSingleObject(object, 0);
 }
 

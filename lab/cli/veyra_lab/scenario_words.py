@@ -56,6 +56,7 @@ _CAMERA_FIELDS: dict[str, Checker] = {
     "transfer_size": integer(0, 65535),
     "block_ms": _MILLISECONDS,
     "manifest_ms": _MILLISECONDS,
+    "manifests_at_once": truth,
     "reset_ms": _MILLISECONDS,
     "detach_ms": _MILLISECONDS,
     "enumerate_ms": _MILLISECONDS,

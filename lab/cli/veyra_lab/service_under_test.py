@@ -29,20 +29,22 @@ class Resources:
 
 
 class ServiceUnderTest:
-    """Installed already. It may be started and stopped any number of times."""
+    """Installed already, under the product's name or another. It may be started and stopped any number of times."""
 
-    def __init__(self, machine: Machine, peer: Peer) -> None:
+    def __init__(self, machine: Machine, peer: Peer, name: str = SERVICE) -> None:
         self._machine = machine
         self._peer = peer
+        self._name = name
         self._pid = 0
         self._started_at = 0
         self._asking: threading.Thread | None = None
         self.is_up = False
         self.pids: set[int] = set()
 
-    def start(self) -> None:
-        """Starts it and waits until it reports that it runs."""
+    def start(self) -> float:
+        """Starts it and waits until it reports that it runs; returns the seconds from the request to the report."""
         self._started_at = self._peer.mark()
+        asked = self._peer.record("start requested", name=self._name)
         self._control("start")
         report = self.follow(
             lambda event: event["event"] == "service-status" and event["words"][1] == _RUNNING,
@@ -52,6 +54,7 @@ class ServiceUnderTest:
         self._pid = report["pid"]
         self.pids.add(self._pid)
         self.is_up = True
+        return report["t"] - asked["t"]
 
     def stop(self) -> float:
         """Stops it; returns the seconds from the control to its report. Its process is gone then."""
@@ -66,7 +69,7 @@ class ServiceUnderTest:
 
     def ask_to_stop(self) -> None:
         """The service control manager's stop, which stays unanswered while the service is busy."""
-        self._asking = threading.Thread(target=self._machine.run, args=("sc", "stop", SERVICE))
+        self._asking = threading.Thread(target=self._machine.run, args=("sc", "stop", self._name))
         self._asking.start()
 
     def await_stop(self) -> None:
@@ -103,10 +106,10 @@ class ServiceUnderTest:
             self._asking.join(timeout=3 * _PATIENCE)
         if not self.is_up:
             return
-        self._machine.run("sc", "stop", SERVICE)
-        if self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=3) != "STOPPED":
-            self._machine.run("taskkill", "/F", "/IM", f"{SERVICE}.exe")
-            self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=_KILLED)
+        self._machine.run("sc", "stop", self._name)
+        if self._machine.wait_for_service_state(self._name, "STOPPED", seconds=3) != "STOPPED":
+            self._machine.run("taskkill", "/F", "/IM", f"{self._name}.exe")
+            self._machine.wait_for_service_state(self._name, "STOPPED", seconds=_KILLED)
         self.is_up = False
 
     def wait_for_state(self, name: str, wanted: str) -> str:
@@ -122,8 +125,8 @@ class ServiceUnderTest:
 
     def _control(self, verb: str) -> None:
         # On a busy machine Wine has been seen not to start sc at all, and to say so in these words.
-        if _NOT_STARTED in self._machine.run("sc", verb, SERVICE).text:
-            self._machine.demand("sc", verb, SERVICE)
+        if _NOT_STARTED in self._machine.run("sc", verb, self._name).text:
+            self._machine.demand("sc", verb, self._name)
 
     def _wait_until_stopped(self) -> Event:
         stopped = self.follow(

@@ -15,13 +15,13 @@ SENSOR_CLASS = "{24e552d7-6523-47f7-a647-d3465bf1f5ca}"
 SENSOR_CLASS_KEY = rf"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Control\DeviceClasses\{SENSOR_CLASS}"
 INSTANCE_KEY = rf"{SENSOR_CLASS_KEY}\##?#USB#VID_2F1A&PID_7E00&MI_00#6&1&0&0000#{SENSOR_CLASS}"
 _LABORATORY_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraLaboratory"
-_APP_DEFAULTS_KEY = r"HKEY_CURRENT_USER\Software\Wine\AppDefaults"
+APP_DEFAULTS_KEY = r"HKEY_CURRENT_USER\Software\Wine\AppDefaults"
 _NOTIFICATIONS_KEY = (
     r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings\Morrow.Veyra.DFUToastCntl"
 )
-_FOLDER = r"C:\VeyraLab"
-EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
-_RIG = rf"{_FOLDER}\winusb.dll"
+FOLDER = r"C:\VeyraLab"
+EXECUTABLE = rf"{FOLDER}\{SERVICE}.exe"
+_RIG = rf"{FOLDER}\winusb.dll"
 _TOAST_SERVER = r"C:\windows\system32\VeyraCameraToastCntl.exe"
 _IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
 
@@ -56,7 +56,7 @@ class Stage:
         """Copies the files and writes the registry. Whatever a run that was killed has left is taken away first."""
         if self.is_set():
             self.clear(None)
-        self._machine.file(_FOLDER).mkdir()
+        self._machine.file(FOLDER).mkdir()
         shutil.copyfile(self._programs.service, self._machine.file(EXECUTABLE))
         shutil.copyfile(self._programs.rig, self._machine.file(_RIG))
         if self._scenario.toast_server:
@@ -66,7 +66,7 @@ class Stage:
 
     def is_set(self) -> bool:
         """Whether the stage is there, made by this object or another one."""
-        return self._machine.file(_FOLDER).exists()
+        return self._machine.file(FOLDER).exists()
 
     def remove_driver(self) -> None:
         """What the removal of the camera's driver package does to the registry."""
@@ -111,7 +111,7 @@ class Stage:
     def _keys(self, port: int) -> dict[str, dict[str, str | None]]:
         keys: dict[str, dict[str, str | None]] = {
             _LABORATORY_KEY: {"Port": f"dword:{port:08x}"},
-            rf"{_APP_DEFAULTS_KEY}\{SERVICE}.exe\DllOverrides": {"winusb": registry_string("native")},
+            rf"{APP_DEFAULTS_KEY}\{SERVICE}.exe\DllOverrides": {"winusb": registry_string("native")},
             rf"{INSTANCE_KEY}\#GLOBAL\Device Parameters": {
                 "FSSensorGroupName": registry_string("Morrow KV400 Cameras")
             },
@@ -142,7 +142,7 @@ class Stage:
                 SENSOR_CLASS_KEY,
                 UPDATE_MODE_KEY,
                 _LABORATORY_KEY,
-                rf"{_APP_DEFAULTS_KEY}\{SERVICE}.exe",
+                rf"{APP_DEFAULTS_KEY}\{SERVICE}.exe",
                 _NOTIFICATIONS_KEY,
             ],
         )
@@ -150,4 +150,4 @@ class Stage:
     def _remove_files(self) -> None:
         self.put_image(None)
         self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
-        shutil.rmtree(self._machine.file(_FOLDER), ignore_errors=True)
+        shutil.rmtree(self._machine.file(FOLDER), ignore_errors=True)

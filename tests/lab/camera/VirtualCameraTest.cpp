@@ -380,6 +380,47 @@ TEST(VirtualCamera, ManifestationWithoutTimeStillPassesThroughItsState) {
     EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
 }
 
+TEST(VirtualCamera, ManifestationAtOnceIsNeverSeen) {
+    CameraDriver driver(CameraSettings{.manifestsAtOnce = true});
+    driver.EnterDfuMode();
+    driver.Download(MakeImage(10));
+    EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
+    EXPECT_EQ(driver.camera.Flash(), MakeImage(10));
+}
+
+TEST(VirtualCamera, ManifestationAtOnceEndsInIdleWhenTheDeviceTolerates) {
+    CameraDriver driver(CameraSettings{.personality = Personality::Synchronous, .manifestsAtOnce = true});
+    driver.EnterDfuMode();
+    driver.Download(MakeImage(10));
+    EXPECT_EQ(driver.GetStatus().state, DfuState::DfuIdle);
+    EXPECT_EQ(driver.camera.Flash(), MakeImage(10));
+}
+
+TEST(VirtualCamera, TellsTheMemoryThatItsFlashTakes) {
+    CameraDriver driver(CameraSettings{});
+    const std::size_t empty = driver.camera.HeldBytes();
+    EXPECT_GE(empty, driver.camera.Flash().size());
+    driver.EnterDfuMode();
+    driver.Dnload(0, MakeImage(1000));
+    EXPECT_GE(driver.camera.HeldBytes(), empty + 1000);
+}
+
+// Refused ones count too: they were on the bus. What comes when the camera is elsewhere reaches nothing.
+TEST(VirtualCamera, CountsTheControlTransfersOfItsStayInDfuMode) {
+    CameraDriver driver(CameraSettings{});
+    driver.EnterDfuMode();
+    EXPECT_EQ(driver.camera.Transfers(), 0U);
+    driver.GetStatus();
+    driver.camera.ControlTransfer({.requestType = 0x80, .request = 6}, {}, driver.nowMs);
+    EXPECT_EQ(driver.camera.Transfers(), 2U);
+
+    driver.camera.Unplug();
+    driver.camera.ControlTransfer({.requestType = 0xA1, .request = 5}, {}, driver.nowMs);
+    EXPECT_EQ(driver.camera.Transfers(), 2U);
+    driver.EnterDfuMode();
+    EXPECT_EQ(driver.camera.Transfers(), 0U);
+}
+
 TEST(VirtualCamera, OneLongStepOfTimeIsTheSameAsManyShortOnes) {
     CameraDriver driver(CameraSettings{.manifestMs = 300, .resetMs = 1000, .enumerateMs = 200});
     driver.EnterDfuMode();

@@ -127,6 +127,22 @@ TEST_F(ControlLoopTest, DropsDeviceEventsForWhichTheServiceDidNotRegister) {
     EXPECT_EQ(handled_[0].link, L"of the class");
 }
 
+TEST_F(ControlLoopTest, DoesWorkWithTheHandlerOnTheRunningThreadAndRecordsNothing) {
+    StartLoop();
+    std::promise<bool> isHandling;
+    loop_.QueueWork([&](LPHANDLER_FUNCTION_EX handler, void* context) {
+        handler(7, 0, nullptr, context);
+        isHandling.set_value(loop_.IsHandlingHere());
+    });
+    EXPECT_TRUE(isHandling.get_future().get());
+    loop_.Deliver(SERVICE_CONTROL_INTERROGATE, 0, nullptr);
+    ASSERT_EQ(handled_.size(), 2U);
+    EXPECT_EQ(handled_[0].control, 7U);
+    EXPECT_EQ(handled_[0].thread, handled_[1].thread);
+    ASSERT_TRUE(events_.WaitFor("handled", 1));
+    EXPECT_EQ(events_.All().size(), 2U);
+}
+
 TEST_F(ControlLoopTest, AStopWaitsBehindARunningControl) {
     StartLoop();
     auto first = std::async(std::launch::async, [this] { return loop_.Deliver(kHeldUp, 0, nullptr); });

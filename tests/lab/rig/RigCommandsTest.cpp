@@ -103,4 +103,37 @@ TEST_F(RigCommandsTest, TellsWhatTheProcessHolds) {
     EXPECT_GT(answer.at("handles").get<int>(), 0);
     EXPECT_GT(answer.at("threads").get<int>(), 0);
     EXPECT_GT(answer.at("private_bytes").get<std::uint64_t>(), 0U);
+    EXPECT_EQ(answer.at("camera_bytes"), 0);
+}
+
+TEST_F(RigCommandsTest, TellsTheMemoryOfTheCamerasFlash) {
+    Begin({QuickCamera(), QuickCamera()});
+    const auto bytes = Do({{"command", "resources"}}).at("camera_bytes").get<std::size_t>();
+    EXPECT_GE(bytes, bus_->Flash(0).size() + bus_->Flash(1).size());
+}
+
+TEST_F(RigCommandsTest, StartsThreadsThatOnlyWait) {
+    Begin({});
+    const int before = Do({{"command", "resources"}}).at("threads");
+    Do({{"command", "idle-threads"}, {"count", 3}});
+    EXPECT_EQ(Do({{"command", "resources"}}).at("threads"), before + 3);
+    EXPECT_THROW(Do({{"command", "idle-threads"}, {"count", 101}}), std::runtime_error);
+    EXPECT_THROW(Do({{"command", "idle-threads"}, {"count", -1}}), std::runtime_error);
+}
+
+TEST_F(RigCommandsTest, ReadsABurst) {
+    json command{{"command", "burst"}, {"type", 0x8000},  {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
+                 {"link", "x"},        {"count", 30'000}, {"per_second", 10'000}};
+    const EventBurst burst = BurstOf(command);
+    EXPECT_EQ(burst.event.type, 0x8000U);
+    EXPECT_EQ(burst.event.link, L"x");
+    EXPECT_EQ(burst.count, 30'000U);
+    EXPECT_EQ(burst.perSecond, 10'000U);
+    for (const char* field : {"count", "per_second"}) {
+        for (const json& value : {json(0), json(-1), json(1'000'001), json("many")}) {
+            json wrong = command;
+            wrong[field] = value;
+            EXPECT_THROW(BurstOf(wrong), std::exception) << wrong;
+        }
+    }
 }

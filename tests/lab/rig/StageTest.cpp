@@ -17,7 +17,7 @@ TEST(Stage, TakesEveryField) {
     const Stage stage = Stage::FromJson(json::parse(R"({
         "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250,
         "cameras": [{"version": "1.2.11.255", "personality": "strict", "transfer_size": 65535, "block_ms": 1,
-            "manifest_ms": 2, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
+            "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
             "configuration_descriptor": "09 02aB", "has_extension_unit": false,
             "faults": [{"where": "COMMAND-READ", "what": "echo", "skip": 6, "count": 7, "value": 4294967295,
                         "sets_error": false}]}]})"));
@@ -32,6 +32,7 @@ TEST(Stage, TakesEveryField) {
     EXPECT_EQ(camera.transferSize, 65535);
     EXPECT_EQ(camera.blockMs, 1U);
     EXPECT_EQ(camera.manifestMs, 2U);
+    EXPECT_TRUE(camera.manifestsAtOnce);
     EXPECT_EQ(camera.resetMs, 3U);
     EXPECT_EQ(camera.detachMs, 4U);
     EXPECT_EQ(camera.enumerateMs, 5U);
