@@ -1,14 +1,15 @@
 #include <windows.h>
+#include <cfgmgr32.h>
 #include <winusb.h>
 
+#include "Events.h"
 #include "ImportTable.h"
+#include "src/discovery/DeviceNotification.h"
 
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <memory>
-#include <mutex>
-#include <set>
+#include <optional>
 #include <thread>
 
 #include <unistd.h>
@@ -19,25 +20,8 @@ namespace {
 
 thread_local DWORD lastError = 0;
 
-// Events are never signalled: nothing portable waits for one.
-class Events {
-  public:
-    HANDLE Create() {
-        const std::lock_guard lock(mutex_);
-        return events_.insert(std::make_unique<char>()).first->get();
-    }
-    bool Close(HANDLE handle) {
-        const std::lock_guard lock(mutex_);
-        return std::erase_if(events_, [handle](const auto& event) { return event.get() == handle; }) == 1;
-    }
-
-  private:
-    std::mutex mutex_;
-    std::set<std::unique_ptr<char>> events_;
-};
-
-Events& AllEvents() {
-    static Events events;
+host::Events& AllEvents() {
+    static host::Events events;
     return events;
 }
 
@@ -55,9 +39,26 @@ ULONGLONG RealTickCount() {
     return static_cast<ULONGLONG>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
 }
 
-DWORD RealWait(HANDLE, DWORD milliseconds) {
-    RealSleep(milliseconds);
-    return WAIT_TIMEOUT;
+HANDLE RealCreateEvent(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL signalled, LPCWSTR name) {
+    return AllEvents().Create(manualReset != FALSE, signalled != FALSE, name);
+}
+
+BOOL RealSetEvent(HANDLE event) {
+    return AllEvents().Signal(event, true) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+}
+
+BOOL RealResetEvent(HANDLE event) {
+    return AllEvents().Signal(event, false) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+}
+
+DWORD RealWait(HANDLE object, DWORD milliseconds) {
+    const std::optional<bool> wasSignalled =
+        AllEvents().Wait(object, std::chrono::milliseconds(milliseconds));
+    if (!wasSignalled) {
+        Fail(ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    return *wasSignalled ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
 }
 
 HANDLE NoFile(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE) {
@@ -67,6 +68,27 @@ HANDLE NoFile(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE
 
 BOOL RealClose(HANDLE handle) {
     return AllEvents().Close(handle) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+}
+
+CONFIGRET EmptyListSize(ULONG* length, GUID*, DEVINSTID_W, ULONG) {
+    *length = 1;
+    return CR_SUCCESS;
+}
+
+CONFIGRET EmptyList(GUID*, DEVINSTID_W, wchar_t* buffer, ULONG length, ULONG) {
+    if (length == 0) {
+        return CR_BUFFER_SMALL;
+    }
+    *buffer = L'\0';
+    return CR_SUCCESS;
+}
+
+CONFIGRET NoRegistration(PCM_NOTIFY_FILTER, PVOID, PCM_NOTIFY_CALLBACK, PHCMNOTIFICATION) {
+    return CR_CALL_NOT_IMPLEMENTED;
+}
+
+CONFIGRET NothingRegistered(HCMNOTIFICATION) {
+    return CR_INVALID_DATA;
 }
 
 template <typename... Arguments>
@@ -81,9 +103,20 @@ host::Import<BOOL(Arguments...)> BusImport(const char* name, BOOL (*)(Arguments.
 
 const host::Import<decltype(::Sleep)> sleepImport("Sleep", &RealSleep);
 const host::Import<decltype(::GetTickCount64)> tickImport("GetTickCount64", &RealTickCount);
+const host::Import<decltype(::CreateEventW)> createEventImport("CreateEventW", &RealCreateEvent);
+const host::Import<decltype(::SetEvent)> setEventImport("SetEvent", &RealSetEvent);
+const host::Import<decltype(::ResetEvent)> resetEventImport("ResetEvent", &RealResetEvent);
 const host::Import<decltype(::WaitForSingleObject)> waitImport("WaitForSingleObject", &RealWait);
 const host::Import<decltype(::CreateFileW)> createFileImport("CreateFileW", &NoFile);
 const host::Import<decltype(::CloseHandle)> closeImport("CloseHandle", &RealClose);
+const host::Import<decltype(::CM_Get_Device_Interface_List_SizeW)> listSizeImport(
+    "CM_Get_Device_Interface_List_SizeW", &EmptyListSize);
+const host::Import<decltype(::CM_Get_Device_Interface_ListW)> listImport("CM_Get_Device_Interface_ListW",
+                                                                         &EmptyList);
+const host::Import<decltype(::CM_Register_Notification)> registerImport("CM_Register_Notification",
+                                                                        &NoRegistration);
+const host::Import<decltype(::CM_Unregister_Notification)> unregisterImport("CM_Unregister_Notification",
+                                                                            &NothingRegistered);
 const auto initialize = BusImport("WinUsb_Initialize", &::WinUsb_Initialize);
 const auto freeHandle = BusImport("WinUsb_Free", &::WinUsb_Free);
 const auto getDescriptor = BusImport("WinUsb_GetDescriptor", &::WinUsb_GetDescriptor);
@@ -119,8 +152,16 @@ DWORD GetCurrentProcessId() {
     return static_cast<DWORD>(getpid());
 }
 
-HANDLE CreateEventW(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
-    return AllEvents().Create();
+HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCWSTR name) {
+    return createEventImport(security, manualReset, signalled, name);
+}
+
+BOOL SetEvent(HANDLE event) {
+    return setEventImport(event);
+}
+
+BOOL ResetEvent(HANDLE event) {
+    return resetEventImport(event);
 }
 
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
@@ -139,6 +180,25 @@ BOOL CloseHandle(HANDLE handle) {
 BOOL DeleteFileW(LPCWSTR path) {
     std::error_code error;
     return std::filesystem::remove(path, error) ? TRUE : Fail(ERROR_FILE_NOT_FOUND);
+}
+
+CONFIGRET CM_Get_Device_Interface_List_SizeW(ULONG* length, GUID* interfaceClass, DEVINSTID_W device,
+                                             ULONG flags) {
+    return listSizeImport(length, interfaceClass, device, flags);
+}
+
+CONFIGRET CM_Get_Device_Interface_ListW(GUID* interfaceClass, DEVINSTID_W device, wchar_t* buffer,
+                                        ULONG length, ULONG flags) {
+    return listImport(interfaceClass, device, buffer, length, flags);
+}
+
+CONFIGRET CM_Register_Notification(PCM_NOTIFY_FILTER filter, PVOID context, PCM_NOTIFY_CALLBACK callback,
+                                   PHCMNOTIFICATION registration) {
+    return registerImport(filter, context, callback, registration);
+}
+
+CONFIGRET CM_Unregister_Notification(HCMNOTIFICATION registration) {
+    return unregisterImport(registration);
 }
 
 BOOL WinUsb_Initialize(HANDLE file, WINUSB_INTERFACE_HANDLE* handle) {

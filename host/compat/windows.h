@@ -10,6 +10,7 @@
 // replaces each of them by its name, as it does under Windows.
 
 #define WINAPI
+#define CALLBACK
 #define STDMETHODCALLTYPE
 #define __cdecl
 #define TRUE 1
@@ -26,6 +27,7 @@ using ULONG = std::uint32_t;
 using ULONGLONG = unsigned long long;
 using WCHAR = wchar_t;
 using LPCWSTR = const wchar_t*;
+using PVOID = void*;
 using HANDLE = void*;
 using HRESULT = LONG;
 
@@ -94,6 +96,8 @@ DWORD GetCurrentThreadId();
 DWORD GetCurrentProcessId();
 
 HANDLE CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCWSTR name);
+BOOL SetEvent(HANDLE event);
+BOOL ResetEvent(HANDLE event);
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds);
 HANDLE CreateFileW(LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES security,
                    DWORD disposition, DWORD attributes, HANDLE templateFile);

@@ -4,12 +4,11 @@
 #include "camera/FirmwareCommandPipe.h"
 #include "discovery/KV400DfuDevicesFactory.h"
 #include "service/UpdateModeSetting.h"
+#include "win32/BinaryFile.h"
 #include "win32/NarrowText.h"
 #include "win32/UnquotedPath.h"
 #include "win32/VersionText.h"
 
-#include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include <rpc.h>
@@ -37,11 +36,6 @@ std::wstring GuidText(GUID guid) {
     return text;
 }
 
-bool CanBeRead(const std::wstring& path) {
-    const std::ifstream file(std::filesystem::path(path), std::ios::binary);
-    return file.is_open();
-}
-
 }  // namespace
 
 KV400UpdatableDevice::KV400UpdatableDevice() : CameraDevice(L"KV400") {}
@@ -55,7 +49,7 @@ bool KV400UpdatableDevice::IsUpdatable() const {
 HRESULT KV400UpdatableDevice::UpdateFirmware(const wchar_t* imagePath) {
     // The address of the text, not the text: deliberate, the message has always had this form.
     LogLine("Updating firmware to ", static_cast<const void*>(imagePath));
-    if (!CanBeRead(win32::UnquotedPath(imagePath))) {
+    if (!win32::OpenBinaryFile(win32::UnquotedPath(imagePath)).is_open()) {
         LogLine("Failed to open file ", win32::NarrowText(imagePath));
         return E_FAIL;
     }

@@ -1,11 +1,10 @@
 #include "dfu/DfuCommand.h"
 
+#include "win32/BinaryFile.h"
 #include "win32/UnquotedPath.h"
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
-#include <fstream>
 #include <utility>
 #include <vector>
 
@@ -23,11 +22,10 @@ constexpr std::size_t kStatusReplySize = 6;
 constexpr std::size_t kStatusByte = 0;
 constexpr std::size_t kStateByte = 4;
 using StatusReply = std::array<UCHAR, kStatusReplySize>;
+constexpr StatusReply kNoStatusYet{kStatusErrUnknown, 0, 0, 0, static_cast<UCHAR>(DFU_STATE::dfuERROR), 0};
 
 HRESULT GetStatus(usb_core::IUsbControlEndpoint& endpoint, StatusReply& reply) {
-    reply = {};
-    reply[kStatusByte] = kStatusErrUnknown;
-    reply[kStateByte] = static_cast<UCHAR>(DFU_STATE::dfuERROR);
+    reply = kNoStatusYet;
     WINUSB_SETUP_PACKET packet{kClassIn, kGetStatus, 0, 0, kStatusReplySize};
     return endpoint.Transfer(packet, reply.data(), reply.size());
 }
@@ -44,7 +42,7 @@ DfuCommand::DfuCommand(std::shared_ptr<usb_core::IUsbControlEndpoint> usbEndpoin
 DfuCommand::~DfuCommand() = default;
 
 HRESULT DfuCommand::UpdateFromFile(const wchar_t* path) {
-    std::ifstream file(std::filesystem::path(win32::UnquotedPath(path)), std::ios::binary);
+    std::ifstream file = win32::OpenBinaryFile(win32::UnquotedPath(path));
     if (!file.is_open() || file.fail()) {
         // The address of the text, not the text: deliberate, the message has always had this form.
         LogLine("Failed to open file ", static_cast<const void*>(path));

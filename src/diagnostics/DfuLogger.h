@@ -23,7 +23,7 @@ class DfuLogger {
     template <typename... Values>
     void LogLine(const Values&... values) const {
         if (logStream_ != nullptr) {
-            (*logStream_ << ... << values) << std::endl;
+            WriteLine(values...);
         }
     }
 
@@ -35,5 +35,11 @@ class DfuLogger {
     void LogFailure(const char* step, HRESULT status) const;
 
   private:
+    // Apart, so that a caller without a stream pays for the question alone.
+    template <typename... Values>
+    void WriteLine(const Values&... values) const {
+        (*logStream_ << ... << values) << std::endl;
+    }
+
     std::ostream* logStream_;
 };

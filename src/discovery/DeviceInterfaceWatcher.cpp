@@ -73,15 +73,15 @@ void DeviceInterfaceWatcher::Refresh() {
     devices_.clear();
     ResetEvent(arrivalEvent_.Get());
 
-    const std::vector<wchar_t> links = PresentInterfaces();
-    auto linkStart = links.begin();
-    while (linkStart != links.end() && *linkStart != L'\0') {
-        const auto linkEnd = std::find(linkStart, links.end(), L'\0');
-        std::wstring folded = ToLowerCopy(std::wstring(linkStart, linkEnd));
-        if (MatchesFilters(folded, filters_)) {
-            Add(std::move(folded));
+    std::vector<wchar_t> links = PresentInterfaces();
+    FoldToLower(links);
+    std::wstring_view rest(links.data(), links.size());
+    while (!rest.empty() && rest.front() != L'\0') {
+        const std::wstring_view link = rest.substr(0, rest.find(L'\0'));
+        if (MatchesFilters(link, filters_)) {
+            Add(std::wstring(link));
         }
-        linkStart = linkEnd == links.end() ? linkEnd : linkEnd + 1;
+        rest.remove_prefix(std::min(link.size() + 1, rest.size()));
     }
 }
 

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
-#include <iterator>
 #include <optional>
 
 // The two extractions are searches for a regular expression, written out by hand: the standard library's
@@ -49,27 +48,40 @@ std::optional<std::wstring_view> LongestCaptureBeforeTail(std::wstring_view line
     return std::nullopt;
 }
 
+// Whether vendor and product, as the filter has them, stand at the start of `names`.
+bool StartsWithProduct(std::wstring_view names, const DeviceFilter& filter) {
+    if (!names.starts_with(filter.vendor)) {
+        return false;
+    }
+    const std::wstring_view behindVendor = names.substr(filter.vendor.size());
+    return filter.product.empty() ||
+           (behindVendor.starts_with(L'&') && behindVendor.substr(1).starts_with(filter.product));
+}
+
 }  // namespace
 
-std::wstring ToLowerCopy(std::wstring_view text) {
-    std::wstring folded;
-    folded.reserve(text.size());
-    std::transform(text.begin(), text.end(), std::back_inserter(folded), [](wchar_t character) {
+void FoldToLower(std::span<wchar_t> text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](wchar_t character) {
         return static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(character)));
     });
+}
+
+std::wstring ToLowerCopy(std::wstring_view text) {
+    std::wstring folded(text);
+    FoldToLower(folded);
     return folded;
 }
 
 bool MatchesFilters(std::wstring_view link, const std::vector<DeviceFilter>& filters) {
-    return std::any_of(filters.begin(), filters.end(), [link](const DeviceFilter& filter) {
-        std::wstring pattern(kUsbPrefix);
-        pattern += filter.vendor;
-        if (!filter.product.empty()) {
-            pattern += L'&';
-            pattern += filter.product;
+    for (std::size_t prefix = link.find(kUsbPrefix); prefix != std::wstring_view::npos;
+         prefix = link.find(kUsbPrefix, prefix + 1)) {
+        const std::wstring_view names = link.substr(prefix + kUsbPrefix.size());
+        if (std::any_of(filters.begin(), filters.end(),
+                        [names](const DeviceFilter& filter) { return StartsWithProduct(names, filter); })) {
+            return true;
         }
-        return link.find(pattern) != std::wstring_view::npos;
-    });
+    }
+    return false;
 }
 
 std::wstring ExtractInstancePart(std::wstring_view link) {

@@ -1,12 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// Recognising and parsing the device-interface symbolic links of USB devices. All functions are pure, take
-// links of any length and content, and expect a link that ToLowerCopy has folded.
+// Recognising and parsing the device-interface symbolic links of USB devices. All functions take links of any
+// length and content and depend on nothing else; those that look into a link expect a folded one.
 
 // One watched product, texts folded to lower case: "vid_2f1a", "pid_7e01". The third text is always empty.
 struct DeviceFilter {
@@ -31,7 +32,10 @@ struct DeviceEntry {
     InterfaceKind interfaceKind;
 };
 
-// A copy with every character passed through towlower.
+// Folds in place: passes every character through towlower.
+void FoldToLower(std::span<wchar_t> text);
+
+// A folded copy.
 [[nodiscard]] std::wstring ToLowerCopy(std::wstring_view text);
 
 // Whether any filter's pattern, the USB prefix with vendor and product, occurs anywhere in the link. A filter

@@ -11,6 +11,7 @@
 #include "prompt/ToastControllerLaunch.h"
 #include "service/ImageVersion.h"
 #include "service/UpdateModeSetting.h"
+#include "win32/BinaryFile.h"
 #include "win32/HResultFromWin32.h"
 #include "win32/NarrowText.h"
 #include "win32/SystemDirectory.h"
@@ -20,8 +21,6 @@
 #include <array>
 #include <cctype>
 #include <cwchar>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string_view>
 
@@ -216,7 +215,7 @@ HRESULT FDUService::DownloadImageTo(const std::shared_ptr<usb_core::IUsbControlE
                             [this](std::int32_t value) { ReportProgress(value); });
     // Not the path of ReadImageVersion: both roads to the file are kept.
     const std::wstring imagePath = win32::SystemDirectory() + L"\\drivers\\KV400Firmware.bin";
-    std::ifstream image(std::filesystem::path(imagePath), std::ios::binary | std::ios::ate);
+    std::ifstream image = win32::OpenBinaryFile(imagePath, std::ios::ate);
     const std::streamoff imageSize = image.is_open() ? static_cast<std::streamoff>(image.tellg()) : -1;
     if (imageSize >= 0) {
         NotifyStart(static_cast<std::uint64_t>(imageSize), endpoint->GetMaxTransferSize());

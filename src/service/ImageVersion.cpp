@@ -1,7 +1,8 @@
 #include "service/ImageVersion.h"
 
+#include "win32/BinaryFile.h"
+
 #include <algorithm>
-#include <fstream>
 
 namespace {
 
@@ -9,9 +10,8 @@ constexpr std::streamoff kVersionOffset = 398;
 
 }  // namespace
 
-ImageVersionRead ReadImageVersionBytes(const std::filesystem::path& imagePath,
-                                       std::array<std::uint8_t, 4>& version) {
-    std::ifstream image(imagePath, std::ios::binary);
+ImageVersionRead ReadImageVersionBytes(const std::wstring& imagePath, std::array<std::uint8_t, 4>& version) {
+    std::ifstream image = win32::OpenBinaryFile(imagePath);
     if (!image.good() || !image.is_open()) {
         return ImageVersionRead::NotOpened;
     }

@@ -61,6 +61,20 @@ TEST(ToLowerCopy, TakesEveryCharacterValue) {
     EXPECT_EQ(ToLowerCopy(all).size(), all.size());
 }
 
+// ---- FoldToLower
+
+TEST(FoldToLower, FoldsInPlaceAcrossTerminators) {
+    std::wstring links(L"\\\\?\\USB#VID_2F1A\0\\\\?\\Usb#Vid_2f1B\0\0", 36);
+    FoldToLower(links);
+    EXPECT_EQ(links, std::wstring(L"\\\\?\\usb#vid_2f1a\0\\\\?\\usb#vid_2f1b\0\0", 36));
+}
+
+TEST(FoldToLower, TakesAnEmptyText) {
+    std::wstring text;
+    FoldToLower(text);
+    EXPECT_EQ(text, L"");
+}
+
 // ---- MatchesFilters
 
 TEST(MatchesFilters, TakesBothProductsOfTheFamily) {
@@ -127,6 +141,75 @@ TEST(MatchesFilters, TakesALinkOf32767Characters) {
     EXPECT_TRUE(MatchesFilters(start + std::wstring(32767 - start.size(), L'x'), kBothProducts));
     EXPECT_TRUE(MatchesFilters(std::wstring(32767 - start.size(), L'x') + start, kBothProducts));
     EXPECT_FALSE(MatchesFilters(std::wstring(32767, L'\\'), kBothProducts));
+}
+
+TEST(MatchesFilters, GoesOnBehindAPrefixThatLeadsElsewhere) {
+    const std::wstring camera = L"\\\\?\\usb#vid_2f1a&pid_7e02#1#" + kClass;
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#vid_0000&pid_0000" + camera, kBothProducts));
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#vid_2f1a&pid_7e0" + camera, kBothProducts));
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#" + camera, kBothProducts));
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb" + camera, kBothProducts));
+    EXPECT_TRUE(MatchesFilters(L"\\" + camera, kBothProducts));
+}
+
+TEST(MatchesFilters, TakesNoPatternFromTwoPlaces) {
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1a\\\\?\\usb#vid_0000&pid_7e01", kBothProducts));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1a\\\\?\\usb#&pid_7e01", kBothProducts));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_0000&pid_0000#vid_2f1a&pid_7e01", kBothProducts));
+}
+
+TEST(MatchesFilters, NeedsTheAmpersandBetweenVendorAndProduct) {
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1apid_7e01", kBothProducts));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1a#pid_7e01", kBothProducts));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1a&&pid_7e01", kBothProducts));
+}
+
+TEST(MatchesFilters, LeavesALinkThatEndsInsideThePattern) {
+    const std::wstring pattern = L"\\\\?\\usb#vid_2f1a&pid_7e01";
+    for (std::size_t length = 0; length < pattern.size(); ++length) {
+        EXPECT_FALSE(MatchesFilters(pattern.substr(0, length), kBothProducts)) << length << " characters";
+    }
+    EXPECT_TRUE(MatchesFilters(pattern, kBothProducts));
+}
+
+TEST(MatchesFilters, TriesEveryFilterWhateverTheOthersAreLike) {
+    const std::wstring link = L"\\\\?\\usb#vid_2f1a&pid_0001";
+    EXPECT_TRUE(MatchesFilters(link, {{L"vid_2f1a", L"pid_7e01", L""}, {L"vid_2f1a", L"", L""}}));
+    EXPECT_TRUE(MatchesFilters(link, {{L"vid_2f1a", L"", L""}, {L"vid_2f1a", L"pid_7e01", L""}}));
+    EXPECT_TRUE(MatchesFilters(link, {{L"vid_2f1a&pid_0001&rev", L"", L""}, {L"vid_2f1", L"", L""}}));
+    EXPECT_FALSE(MatchesFilters(link, {{L"vid_2f1a", L"pid_7e01", L""}, {L"vid_2f1b", L"", L""}}));
+}
+
+TEST(MatchesFilters, AnEmptyVendorTextAddsNothingToThePattern) {
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#", {{L"", L"", L""}}));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb", {{L"", L"", L""}}));
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#&pid_7e01", {{L"", L"pid_7e01", L""}}));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#vid_2f1a&pid_7e01", {{L"", L"pid_7e01", L""}}));
+}
+
+TEST(MatchesFilters, FindsAVendorTextThatHasThePrefixInIt) {
+    const std::vector<DeviceFilter> nested{{L"\\\\?\\usb#a", L"", L""}};
+    EXPECT_TRUE(MatchesFilters(L"\\\\?\\usb#\\\\?\\usb#\\\\?\\usb#a", nested));
+    EXPECT_FALSE(MatchesFilters(L"\\\\?\\usb#a", nested));
+}
+
+TEST(MatchesFilters, FindsWhatASearchForEachWholePatternFinds) {
+    const std::array pieces{L"\\\\?\\usb#", L"\\",       L"vid_2f1a",         L"&",
+                            L"pid_7e01",    L"pid_7e02", L"vid_2f1a&pid_7e01"};
+    std::mt19937 generator(20240311);
+    constexpr int kLinks = 20000;
+    int matching = 0;
+    for (int count = 0; count < kLinks; ++count) {
+        std::wstring link;
+        for (unsigned length = generator() % 10; length > 0; --length) {
+            link += pieces[generator() % pieces.size()];
+        }
+        const bool expected = link.find(L"\\\\?\\usb#vid_2f1a&pid_7e01") != std::wstring::npos ||
+                              link.find(L"\\\\?\\usb#vid_2f1a&pid_7e02") != std::wstring::npos;
+        ASSERT_EQ(MatchesFilters(link, kBothProducts), expected) << testing::PrintToString(link);
+        matching += expected ? 1 : 0;
+    }
+    EXPECT_GT(matching, kLinks / 20) << "too few links match for a comparison";
 }
 
 // ---- ExtractInstancePart
