@@ -1,7 +1,6 @@
 """The demo: python3 -m veyra_lab, started by scripts/demo."""
 
 import fcntl
-import os
 import signal
 import subprocess
 import sys
@@ -20,6 +19,7 @@ from .peer import PeerError
 from .record import Record
 from .scenario import PROBE_SIZE, Foreseen, Scenario, transfer_time
 from .screen import Screen
+from .set_up import SetUpError, call_setup
 from .stage import Programs
 
 _CHECKOUT = Path(__file__).resolve().parents[3]
@@ -46,7 +46,7 @@ def main() -> int:
     except KeyboardInterrupt:
         screen.plain("interrupted")
         return _INTERRUPTED
-    except (DemoError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
+    except (DemoError, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
         print(f"scripts/demo: {error}", file=sys.stderr)
         return 1
 
@@ -69,24 +69,9 @@ def _only_one() -> Iterator[None]:
 
 def _prepare(screen: Screen) -> None:
     screen.step("Looking for the packages that the build needs")
-    _call_setup("packages")
+    call_setup("packages")
     screen.step("Building the service and the laboratory")
-    _call_setup("build", _PRESET, *_TARGETS)
-
-
-def _call_setup(*arguments: str) -> None:
-    # In a session of its own, so that an interruption reaches everything that it has started, and only once.
-    setup = subprocess.Popen(
-        ["bash", str(_CHECKOUT / "scripts" / "setup"), *arguments], stdin=subprocess.DEVNULL, start_new_session=True
-    )
-    try:
-        status = setup.wait()
-    except BaseException:
-        os.killpg(setup.pid, signal.SIGINT)
-        setup.wait()
-        raise
-    if status != 0:
-        raise DemoError(f"setting up failed: scripts/setup {' '.join(arguments)} ended with {status}")
+    call_setup("build", _PRESET, *_TARGETS)
 
 
 def _show(options: Options, screen: Screen) -> int:

@@ -1,0 +1,175 @@
+"""The measurements: python3 -m veyra_lab.bench, started by scripts/bench."""
+
+import argparse
+import json
+import os
+import subprocess
+import sys
+import time
+from collections.abc import Callable, Iterator, Sequence
+from contextlib import ExitStack
+from dataclasses import asdict
+from pathlib import Path
+from typing import NoReturn
+
+from ..command_line import Parser
+from ..machine import Machine, MachineError
+from ..peer import PeerError
+from ..proving_ground import CHECKOUT, sole_use
+from ..set_up import SetUpError, call_setup
+from ..stage import SERVICE
+from . import burst, engine, executable, memory, reaction, rest, start, transfers, watcher
+from .contenders import Contenders
+from .instructions import CountError
+from .portable import PortablePrograms
+from .table import Failure, Row, text
+
+_BUILD = CHECKOUT / "build"
+_WINDOWS = _BUILD / "windows-release"
+_HOST = _BUILD / "host-bench" / "host"
+_MACHINE = _BUILD / "wine-bench"
+_WINDOWS_TARGETS = (
+    "VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService", "VeyraActivatingService",
+)  # fmt: skip
+_HOST_TARGETS = ("libusb_stand_in", "benchmarks", "counted_work")
+_INTERRUPTED = 130
+
+_DESCRIPTION = """\
+Measures the product beside references, in one run, and shows one table: what, ours, the reference, their ratio, the
+bar, and whether it holds. docs/performance.md explains the lines."""
+_CLOSING = """\
+Exit status: 0 when every bar holds or the note under the table says why it cannot, 1 when one does not or something
+could not be measured, 2 when the command line is wrong, 130 when interrupted."""
+
+
+class Bench:
+    """The measurements, by their names, in the order of the table."""
+
+    def __init__(self, stack: ExitStack) -> None:
+        self._stack = stack
+        self._contenders: Contenders | None = None
+        self._programs = PortablePrograms(_HOST / "bench")
+
+    def measurements(self) -> dict[str, tuple[int, Callable[[], Iterator[Row]]]]:
+        """The number of each one's line, and what measures it."""
+        return {
+            "transfers": (transfers.LINE, lambda: transfers.measure(self._in_windows(), _HOST / "libusb")),
+            "engine": (engine.LINE, lambda: engine.measure(self._programs)),
+            "memory": (memory.LINE, lambda: memory.measure(self._in_windows())),
+            "reaction": (reaction.LINE, lambda: reaction.measure(self._in_windows())),
+            "start": (start.LINE, lambda: start.measure(self._in_windows())),
+            "rest": (rest.LINE, lambda: rest.measure(self._in_windows())),
+            "watcher": (watcher.LINE, lambda: watcher.measure(self._programs)),
+            "burst": (burst.LINE, lambda: burst.measure(self._in_windows())),
+            "size": (executable.LINE, lambda: executable.measure(_WINDOWS / f"{SERVICE}.exe")),
+        }
+
+    def _in_windows(self) -> Contenders:
+        """The services, in a machine that is booted when the first measurement needs it."""
+        if self._contenders is None:
+            self._stack.enter_context(sole_use(_MACHINE))
+            machine = self._stack.enter_context(Machine(_MACHINE))
+            self._contenders = self._stack.enter_context(Contenders(machine, _WINDOWS))
+        return self._contenders
+
+
+NAMES = tuple(Bench(ExitStack()).measurements())
+
+
+def main() -> int:
+    """The exit status."""
+    options = _parse()
+    began = time.monotonic()
+    try:
+        _prepare()
+        rows, failures = _measure(options.names or NAMES)
+    except KeyboardInterrupt:
+        print("scripts/bench: interrupted", file=sys.stderr)
+        return _INTERRUPTED
+    except (SetUpError, MachineError, OSError) as error:
+        print(f"scripts/bench: {error}", file=sys.stderr)
+        return 1
+    print(text(rows))
+    for failure in failures:
+        print(f"not measured: line {failure.line}, {failure.what}: {failure.why}")
+    missed = sum(row.is_missed for row in rows)
+    seconds = time.monotonic() - began
+    print(f"{sum(row.holds is True for row in rows)} bars hold, {missed} missed, measured in {seconds:.0f} s")
+    if options.json is not None:
+        _write(options.json, rows, failures, seconds)
+    return 1 if missed or failures else 0
+
+
+def _parse() -> argparse.Namespace:
+    parser = Parser(prog="scripts/bench", description=_DESCRIPTION, epilog=_CLOSING)
+    parser.add_argument(
+        "names",
+        nargs="*",
+        type=_measurement,
+        metavar="NAME",
+        help=f"what to measure (default: all): {', '.join(NAMES)}",
+    )
+    parser.add_argument("--json", type=_writable, metavar="FILE", help="write the table as JSON, too")
+    return parser.parse_args()
+
+
+def _measurement(name: str) -> str:
+    if name not in NAMES:
+        raise argparse.ArgumentTypeError(f"'{name}' is not one of {', '.join(NAMES)}")
+    return name
+
+
+def _writable(name: str) -> Path:
+    """Refused now rather than minutes later."""
+    path = Path(name).absolute()
+    try:
+        path.open("a", encoding="utf-8").close()
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"'{name}' cannot be written: {error.strerror}") from None
+    return path
+
+
+def _prepare() -> None:
+    call_setup("packages", "bench")
+    call_setup("build", "windows-release", *_WINDOWS_TARGETS)
+    call_setup("build", "host-bench", *_HOST_TARGETS)
+
+
+def _measure(names: Sequence[str]) -> tuple[list[Row], list[Failure]]:
+    """Every measurement that is asked for; one that cannot be made keeps none of the others from being made."""
+    # One processor for the service, the machine and this program: how long a woken process takes to come up on another
+    # one would be measured otherwise.
+    os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
+    rows: list[Row] = []
+    failures: list[Failure] = []
+    with ExitStack() as stack:
+        measurements = Bench(stack).measurements()
+        for name in sorted(set(names), key=NAMES.index):
+            line, measure = measurements[name]
+            print(f"measuring {name}", flush=True)
+            try:
+                rows += measure()
+            except (
+                PeerError,
+                MachineError,
+                CountError,
+                AssertionError,
+                RuntimeError,
+                OSError,
+                subprocess.SubprocessError,
+            ) as error:
+                failures.append(Failure(line, name, str(error)))
+    return rows, failures
+
+
+def _write(path: Path, rows: Sequence[Row], failures: Sequence[Failure], seconds: float) -> None:
+    whole = {
+        "rows": [row.as_json() for row in rows],
+        "failures": [asdict(failure) for failure in failures],
+        "seconds": round(seconds, 1),
+    }
+    path.write_text(json.dumps(whole, indent=2, ensure_ascii=False) + "\n", encoding="utf-8")
+
+
+if __name__ == "__main__":
+    sys.exit(main())

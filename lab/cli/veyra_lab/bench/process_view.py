@@ -1,0 +1,83 @@
+"""What a process of the Windows machine costs, as the host's kernel counts it."""
+
+from collections import Counter
+from dataclasses import dataclass
+from pathlib import Path
+
+_PROCESSES = Path("/proc")
+
+
+@dataclass(frozen=True)
+class _Thread:
+    """Counts since the thread began."""
+
+    processor_ms: float
+    # Times that it was woken: it had waited before each.
+    wake_ups: int
+
+
+@dataclass(frozen=True)
+class ProcessView:
+    """A process at one moment. Memory is what it has written and shares with none."""
+
+    threads: dict[str, _Thread]
+    private_kib: int
+    # The private memory again, by the size of the mapping that it is in: a thread's stacks are one mapping.
+    private_kib_by_size: Counter[int]
+
+    def processor_ms_since(self, earlier: "ProcessView") -> float:
+        """Processor time of the threads that are there now."""
+        return sum(thread.processor_ms for thread in self.threads.values()) - sum(
+            earlier.threads[name].processor_ms for name in self.threads if name in earlier.threads
+        )
+
+    def wake_ups_since(self, earlier: "ProcessView") -> int:
+        """Wake-ups of the threads that are there now."""
+        return sum(thread.wake_ups for thread in self.threads.values()) - sum(
+            earlier.threads[name].wake_ups for name in self.threads if name in earlier.threads
+        )
+
+
+def process_of(program: str, prefix: Path) -> int:
+    """The host's number of the process that runs the program in the machine of this prefix."""
+    found = [
+        int(folder.name)
+        for folder in _PROCESSES.iterdir()
+        if folder.name.isdigit()
+        and f"\\{program}" in _words(folder / "cmdline")[0]
+        and f"WINEPREFIX={prefix}" in _words(folder / "environ")
+    ]
+    if len(found) != 1:
+        raise RuntimeError(f"{len(found)} processes run {program}")
+    return found[0]
+
+
+def look(process: int) -> ProcessView:
+    """The process as it is now."""
+    folder = _PROCESSES / str(process)
+    threads = {
+        task.name: _Thread(
+            processor_ms=int((task / "schedstat").read_text().split()[0]) / 1e6,
+            wake_ups=_field((task / "status").read_text(), "voluntary_ctxt_switches"),
+        )
+        for task in (folder / "task").iterdir()
+    }
+    mappings = (folder / "smaps").read_text().split("VmFlags:")[:-1]
+    by_size: Counter[int] = Counter()
+    for mapping in mappings:
+        by_size[_field(mapping, "Size")] += _field(mapping, "Private_Dirty")
+    return ProcessView(threads, by_size.total(), by_size)
+
+
+def _words(path: Path) -> list[str]:
+    try:
+        return path.read_bytes().decode("utf-8", "replace").split("\0")
+    except OSError:
+        return [""]
+
+
+def _field(text: str, name: str) -> int:
+    for line in text.splitlines():
+        if line.startswith(f"{name}:"):
+            return int(line.split()[1])
+    raise RuntimeError(f"the kernel does not tell {name}")

@@ -1,0 +1,146 @@
+"""Line 4: from a camera's arrival to the question, and from a DFU device's arrival to the first block."""
+
+import statistics
+from collections.abc import Callable, Iterator, Sequence
+from dataclasses import dataclass
+
+from ..peer import Event
+from .contenders import Contenders
+from .table import Row, at_most, exactly
+from .updates import image_of, update
+
+LINE = 4
+_BLOCK = 1024
+_ROUNDS = 7
+# Every reading of a camera's version holds this pause, and a camera is read in each of the ways in which it is listed.
+_READING_PAUSE_MS = 100
+_SLACK_MS = 20
+_ARRIVAL = 0x8000
+_USB_CLASS = "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"
+_SENSOR_CLASS = "{24E552D7-6523-47F7-A647-D3465BF1F5CA}"
+_READ_INFORMATION = 0x10
+_DNLOAD = "21 01"
+
+
+@dataclass(frozen=True)
+class Reaction:
+    """What lay between the arrivals of one update and what they led to: waits of the service, and real time."""
+
+    readings: int
+    waits_to_prompt_ms: int
+    waits_to_block_ms: int
+    to_prompt_ms: float
+    to_block_ms: float
+
+    @property
+    def laid_down_ms(self) -> int:
+        """The pauses of the readings."""
+        return self.readings * _READING_PAUSE_MS
+
+
+def measure(contenders: Contenders) -> Iterator[Row]:
+    """Waits in fake time, then everything in real time beside a handler that does nothing."""
+    contenders.start(contenders.product, skip_waits=True)
+    fake = react(contenders)
+    contenders.product.stop()
+    contenders.start(contenders.product, skip_waits=False)
+    real = [react(contenders) for _ in range(_ROUNDS)]
+    contenders.product.stop()
+    contenders.start(contenders.minimal, skip_waits=False)
+    empty = statistics.median(_empty_handler_ms(contenders) for _ in range(_ROUNDS))
+    contenders.minimal.stop()
+    yield exactly(
+        LINE,
+        "camera arrival to prompt, fake time",
+        fake.waits_to_prompt_ms,
+        fake.laid_down_ms,
+        "ms",
+        against="laid down",
+        reference=fake.laid_down_ms,
+        bar="no other wait",
+        note=f"{_READING_PAUSE_MS} ms for each of the {fake.readings} ways in which the camera is listed.",
+    )
+    yield exactly(
+        LINE,
+        "USB arrival to first DNLOAD, fake time",
+        fake.waits_to_block_ms,
+        0,
+        "ms",
+        against="laid down",
+        reference=0,
+        bar="no wait",
+    )
+    yield at_most(
+        LINE,
+        "camera arrival to prompt, real time",
+        statistics.median(each.to_prompt_ms for each in real),
+        fake.laid_down_ms + _SLACK_MS,
+        "ms",
+        against="empty handler",
+        reference=empty,
+    )
+    yield at_most(
+        LINE,
+        "USB arrival to first DNLOAD, real time",
+        statistics.median(each.to_block_ms for each in real),
+        _SLACK_MS,
+        "ms",
+        against="empty handler",
+        reference=empty,
+    )
+
+
+def react(contenders: Contenders) -> Reaction:
+    """One update by the running product."""
+    since = contenders.peer.mark()
+    update(contenders, image_of(_BLOCK), _BLOCK)
+    events = contenders.peer.events_since(since)
+    arrival = _first(events, _is_arrival(_SENSOR_CLASS))
+    prompt = _first(events, lambda event: event["event"] == "prompt-call", arrival)
+    block = _first(events, _is_block, prompt)
+    usb = block - 1 - _first(events[block - 1 :: -1], _is_arrival(_USB_CLASS))
+    asked = events[arrival:prompt]
+    return Reaction(
+        readings=sum(_is_reading(event) for event in asked),
+        waits_to_prompt_ms=_waited(asked),
+        waits_to_block_ms=_waited(events[usb:block]),
+        to_prompt_ms=(events[prompt]["t"] - events[arrival]["t"]) * 1000,
+        to_block_ms=(events[block]["t"] - events[usb]["t"]) * 1000,
+    )
+
+
+def _empty_handler_ms(contenders: Contenders) -> float:
+    contenders.camera.put()
+    since = contenders.peer.mark()
+    contenders.camera.plug()
+    contenders.minimal.settle()
+    contenders.camera.unplug()
+    contenders.minimal.settle()
+    events = contenders.peer.events_since(since)
+    arrival = _first(events, _is_arrival(_SENSOR_CLASS))
+    handled = _first(events, lambda event: event["event"] == "handled", arrival)
+    return float(events[handled]["us"]) / 1000
+
+
+def _first(events: Sequence[Event], wanted: Callable[[Event], bool], begin: int = 0) -> int:
+    for place in range(begin, len(events)):
+        if wanted(events[place]):
+            return place
+    raise AssertionError("the service did not do what an update takes")
+
+
+def _waited(events: Sequence[Event]) -> int:
+    return sum(event["ms"] for event in events if event["event"] == "wait")
+
+
+def _is_arrival(interface_class: str) -> Callable[[Event], bool]:
+    wanted = {"event": "control", "type": _ARRIVAL, "class": interface_class}
+    return lambda event: wanted.items() <= event.items()
+
+
+def _is_reading(event: Event) -> bool:
+    return event["event"] == "firmware-command" and event["opcode"] == _READ_INFORMATION
+
+
+def _is_block(event: Event) -> bool:
+    return event["event"] == "transfer" and event["setup"].lower().startswith(_DNLOAD)

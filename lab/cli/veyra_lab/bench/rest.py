@@ -1,0 +1,79 @@
+"""Line 6: what the service costs while nothing happens."""
+
+import time
+from collections.abc import Iterator
+
+from ..peer import RIG
+from .contenders import MINIMAL, PRODUCT, Contenders
+from .process_view import look, process_of
+from .table import Row, above_at_most
+
+LINE = 6
+_SECONDS = 60
+_CALM_SECONDS = 3
+_CROWD = 10
+_BAR_KIB = 2048
+# One a second, and the one at the end of the minute.
+_LAID_DOWN_WAKE_UPS = _SECONDS + 1
+_AGAINST = "minimal service"
+
+
+def measure(contenders: Contenders) -> Iterator[Row]:
+    """Both services at rest side by side, looked at from outside."""
+    contenders.start(contenders.product, skip_waits=False)
+    contenders.start(contenders.minimal, skip_waits=False)
+    time.sleep(_CALM_SECONDS)
+    ours, theirs = (process_of(f"{name}.exe", contenders.machine.prefix) for name in (PRODUCT, MINIMAL))
+    before = look(ours), look(theirs)
+    time.sleep(_SECONDS)
+    product, minimal = look(ours), look(theirs)
+    # The rig that came last answers.
+    handles_of_minimal = contenders.minimal.resources().handles
+    contenders.peer.command(RIG, "idle-threads", count=_CROWD)
+    time.sleep(_CALM_SECONDS)
+    stack, stacks_kib = (look(theirs).private_kib_by_size - minimal.private_kib_by_size).most_common(1)[0]
+    contenders.minimal.stop()
+    handles_of_product = contenders.product.resources().handles
+    contenders.product.stop()
+
+    yield Row(
+        LINE,
+        f"processor time in {_SECONDS} s at rest",
+        product.processor_ms_since(before[0]),
+        minimal.processor_ms_since(before[1]),
+        "ms",
+        _AGAINST,
+    )
+    yield above_at_most(
+        LINE,
+        f"wake-ups in {_SECONDS} s at rest",
+        product.wake_ups_since(before[0]),
+        minimal.wake_ups_since(before[1]),
+        _LAID_DOWN_WAKE_UPS,
+        "",
+        against=_AGAINST,
+        note="One a second is laid down.",
+    )
+    yield Row(LINE, "threads", len(product.threads), len(minimal.threads), "", _AGAINST)
+    yield Row(LINE, "handles", handles_of_product, handles_of_minimal, "", _AGAINST)
+    yield above_at_most(
+        LINE,
+        "private memory",
+        product.private_kib,
+        minimal.private_kib,
+        _BAR_KIB,
+        "KiB",
+        against=_AGAINST,
+        note=f"A thread that only waits takes {stacks_kib // _CROWD:,} KiB for its stacks in this Windows, written by it, not"
+        " by the thread, and the stacks of an ended one are kept. The threads are those of the work item and of COM.",
+        excused=True,
+    )
+    yield above_at_most(
+        LINE,
+        "private memory but for the threads' stacks",
+        product.private_kib - product.private_kib_by_size[stack],
+        minimal.private_kib - minimal.private_kib_by_size[stack],
+        _BAR_KIB,
+        "KiB",
+        against=_AGAINST,
+    )
