@@ -1,5 +1,7 @@
+#include "dfu/DfuCommand.h"
 #include "discovery/DeviceInterfaceWatcher.h"
 #include "discovery/WatchedProducts.h"
+#include "host/bench/AddressKeeper.h"
 #include "host/bench/AllocationCounter.h"
 #include "host/bench/BareDownload.h"
 #include "host/bench/BareRefresh.h"
@@ -12,6 +14,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -70,11 +73,26 @@ void CountBareRefresh(std::size_t links) {
     Print(allocations);
 }
 
+// How many of the image's bytes are handed over from where they lie in it.
+void CountBytesInPlace(std::size_t blocks) {
+    const std::vector<std::uint8_t> image = lab::test::MakeImage(blocks * bench::kBlockSize);
+    const bench::StillClock clock;
+    const auto endpoint = std::make_shared<bench::AddressKeeper>();
+    dfu::DfuCommand command(endpoint, 0, nullptr, {});
+    if (FAILED(command.Update(image.data(), image.size()))) {
+        throw std::runtime_error("the engine failed");
+    }
+    std::cout << R"({"bytes": )" << image.size() << R"(, "in_place": )"
+              << (endpoint->First() == image.data() ? endpoint->InOneRow() : 0) << "}\n";
+}
+
 void CountWork(const std::string& name, std::size_t size) {
     if (name == "engine") {
         CountDownload(bench::DownloadWithEngine, size);
     } else if (name == "bare-loop") {
         CountDownload(bench::DownloadBare, size);
+    } else if (name == "bytes-in-place") {
+        CountBytesInPlace(size);
     } else if (name == "refresh") {
         CountRefresh(size);
     } else if (name == "bare-refresh") {
@@ -88,7 +106,7 @@ void CountWork(const std::string& name, std::size_t size) {
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount != 3) {
-        std::cerr << "usage: counted_work engine|bare-loop|refresh|bare-refresh N\n";
+        std::cerr << "usage: counted_work engine|bare-loop|bytes-in-place|refresh|bare-refresh N\n";
         return 2;
     }
     try {

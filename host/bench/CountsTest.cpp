@@ -1,6 +1,7 @@
 #include "dfu/DfuCommand.h"
 #include "discovery/DeviceInterfaceWatcher.h"
 #include "discovery/WatchedProducts.h"
+#include "host/bench/AddressKeeper.h"
 #include "host/bench/AllocationCounter.h"
 #include "host/bench/BareDownload.h"
 #include "host/bench/BareRefresh.h"
@@ -12,7 +13,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -20,6 +20,7 @@
 
 namespace {
 
+using bench::AddressKeeper;
 using bench::AllocationCounter;
 using bench::Allocations;
 using bench::kBlockSize;
@@ -77,45 +78,6 @@ TEST(EngineCosts, NoAllocationForABlock) {
     EXPECT_EQ(AllocationsOfTheEngineAlone(1000), ofItself);
     EXPECT_EQ(AllocationsOfTheEngineAlone(3000), ofItself);
 }
-
-// A device that is always ready, allocates nothing, and keeps only where the blocks that it got lay.
-class AddressKeeper final : public usb_core::IUsbControlEndpoint {
-  public:
-    HRESULT Transfer(WINUSB_SETUP_PACKET& packet, PUCHAR buffer, std::size_t length) override {
-        if (packet.Request == dfu::kDnload && length != 0) {
-            first_ = first_ == nullptr ? buffer : first_;
-            next_ = next_ == nullptr ? buffer : next_;
-            areInOneRow_ = areInOneRow_ && buffer == next_;
-            next_ += length;
-        }
-        isOver_ = isOver_ || (packet.Request == dfu::kDnload && length == 0);
-        if (packet.Request == dfu::kGetState) {
-            *buffer = static_cast<UCHAR>(dfu::DFU_STATE::dfuIDLE);
-        } else if (packet.Request == dfu::kGetStatus) {
-            constexpr std::size_t kState = 4;
-            std::memset(buffer, 0, length);
-            buffer[kState] = static_cast<UCHAR>(isOver_ ? dfu::DFU_STATE::dfuMANIFEST_WAIT_RESET
-                                                        : dfu::DFU_STATE::dfuDNLOAD_IDLE);
-        }
-        return S_OK;
-    }
-    [[nodiscard]] bool IsConnected() const override { return true; }
-    void Disconnect() override {}
-    [[nodiscard]] std::uint16_t GetMaxTransferSize() const override { return kBlockSize; }
-
-    // Where the first block's bytes lay, and how many bytes lay there in one row, block after block; 0 when
-    // any block lay elsewhere.
-    [[nodiscard]] const UCHAR* First() const { return first_; }
-    [[nodiscard]] std::size_t InOneRow() const {
-        return areInOneRow_ ? static_cast<std::size_t>(next_ - first_) : 0;
-    }
-
-  private:
-    const UCHAR* first_ = nullptr;
-    const UCHAR* next_ = nullptr;
-    bool areInOneRow_ = true;
-    bool isOver_ = false;
-};
 
 TEST(EngineCosts, HandsOverEveryBlockFromInsideTheImage) {
     const std::vector<std::uint8_t> image = lab::test::MakeImage(500 * kBlockSize + 17);

@@ -73,6 +73,7 @@ void StartIdleThreads(const json& command) {
 
 EventBurst BurstOf(const json& command) {
     constexpr std::uint64_t kMost = 1'000'000;
+    constexpr std::uint64_t kMostSeconds = 60;
     const auto number = [&command](const char* field) {
         const json& value = command.at(field);
         if (!IsCount(value) || value == 0 || value.get<std::uint64_t>() > kMost) {
@@ -80,7 +81,11 @@ EventBurst BurstOf(const json& command) {
         }
         return value.get<std::uint64_t>();
     };
-    return {EventOf(command), number("count"), number("per_second")};
+    const EventBurst burst{EventOf(command), number("count"), number("per_second")};
+    if (burst.count / burst.perSecond > kMostSeconds) {
+        throw std::runtime_error("a burst cannot take more than a minute");
+    }
+    return burst;
 }
 
 json CarryOut(Bus& bus, const std::string& name, const json& command) {

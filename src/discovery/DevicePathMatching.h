@@ -7,7 +7,7 @@
 #include <vector>
 
 // Recognising and parsing the device-interface symbolic links of USB devices. All functions take links of any
-// length and content and depend on nothing else; those that look into a link expect a folded one.
+// length and content; those that look into a link expect a folded one.
 
 // One watched product, texts folded to lower case: "vid_2f1a", "pid_7e01". The third text is always empty.
 struct DeviceFilter {

@@ -4,12 +4,11 @@ import json
 import os
 import subprocess
 import tempfile
-import time
 import unittest
 from pathlib import Path
 from unittest.mock import patch
 
-from support import BUILD, CHECKOUT, the_machine
+from support import BUILD, CHECKOUT, slow, the_machine
 from veyra_lab.bench import __main__ as bench
 from veyra_lab.bench import executable, reaction, table, transfers
 from veyra_lab.bench.contenders import Contenders
@@ -19,6 +18,7 @@ from veyra_lab.bench.updates import image_of, update
 
 ONE_AT_A_TIME = True
 
+_RELEASE = CHECKOUT / "build" / "windows-release"
 _STAND_IN = CHECKOUT / "build" / "host-bench" / "host" / "libusb"
 
 
@@ -28,7 +28,7 @@ def run_bench(*arguments: str) -> subprocess.CompletedProcess[str]:
         [str(CHECKOUT / "scripts" / "bench"), *arguments],
         capture_output=True,
         text=True,
-        timeout=300,
+        timeout=600,
         check=False,
         stdin=subprocess.DEVNULL,
     )
@@ -48,14 +48,15 @@ class Counts(unittest.TestCase):
                 self.assertEqual(state["transfers"], 2 * blocks + 7)
 
     def test_another_host_is_counted_at_the_same_camera(self) -> None:
-        # GETSTATUS and GETSTATE come before the blocks, an empty one and its GETSTATUS behind them.
+        # A GETSTATUS comes before the blocks, an empty DNLOAD with its GETSTATUS behind them.
         self.assertEqual(transfers.dfu_util_transfers(image_of(100 * 1024), _STAND_IN), 2 * 100 + 3)
 
     def test_nothing_is_waited_for_but_what_is_laid_down(self) -> None:
         self.contenders.start(self.contenders.product, skip_waits=True)
         seen = reaction.react(self.contenders)
-        self.assertEqual(seen.readings, 2)
-        self.assertEqual(seen.waits_to_prompt_ms, 200)
+        # The look for a device in DFU mode, and two readings of the camera's version.
+        self.assertEqual(seen.waits_from_plugging_ms, 100 + 2 * 100)
+        self.assertEqual(seen.waits_to_prompt_ms, 2 * 100)
         self.assertEqual(seen.waits_to_block_ms, 0)
 
     def test_the_services_that_are_measured_against_run_and_stop(self) -> None:
@@ -83,18 +84,25 @@ class Executable(unittest.TestCase):
 
 class Process(unittest.TestCase):
     def test_counts_the_wake_ups_of_a_process(self) -> None:
-        sleeper = subprocess.Popen(["sh", "-c", "while read x; do :; done"], stdin=subprocess.PIPE)
-        self.addCleanup(sleeper.wait)
-        assert sleeper.stdin is not None
-        time.sleep(0.2)
-        before = look(sleeper.pid)
-        for _ in range(3):
-            sleeper.stdin.write(b"x\n")
-            sleeper.stdin.flush()
-            time.sleep(0.1)
-        after = look(sleeper.pid)
-        sleeper.stdin.close()
-        self.assertGreaterEqual(after.wake_ups_since(before), 3)
+        echo = subprocess.Popen(
+            ["sh", "-c", 'while read x; do echo "$x"; done'], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+        assert echo.stdin is not None and echo.stdout is not None
+        self.enterContext(echo)
+        times = 10
+
+        def ask() -> None:
+            echo.stdin.write(b"x\n")
+            echo.stdin.flush()
+            echo.stdout.readline()
+
+        ask()
+        before = look(echo.pid)
+        for _ in range(times):
+            ask()
+        after = look(echo.pid)
+        # It waits for each line, but need not have come to do so when it is looked at.
+        self.assertGreaterEqual(after.wake_ups_since(before), times - 1)
         self.assertGreater(after.processor_ms_since(before), 0)
 
     def test_counts_the_memory_that_a_process_has_written(self) -> None:
@@ -144,11 +152,11 @@ class CommandLine(unittest.TestCase):
             path = Path(folder) / "bench.json"
             result = run_bench("size", "--json", str(path))
             self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-            self.assertIn("1 bars hold, 0 missed", result.stdout)
+            self.assertIn("bars that hold: 1, that cannot here: 0, that are missed: 0", result.stdout)
             written = json.loads(path.read_text(encoding="utf-8"))
         (row,) = written["rows"]
         self.assertEqual((row["line"], row["holds"]), (9, True))
-        self.assertEqual(row["ours"], (BUILD / "VeyraCameraDfuService.exe").stat().st_size)
+        self.assertEqual(row["ours"], (_RELEASE / "VeyraCameraDfuService.exe").stat().st_size)
         self.assertEqual(written["failures"], [])
 
     def test_refuses_what_it_does_not_know_in_one_line(self) -> None:
@@ -164,7 +172,18 @@ class CommandLine(unittest.TestCase):
             with patch.object(bench.engine, "measure", return_value=iter([at_most(2, "x", 1, 1, "ns")])):
                 rows, failures = bench._measure(["size", "engine"])
         self.assertEqual([row.line for row in rows], [2])
-        self.assertEqual([(failure.line, failure.why) for failure in failures], [(9, "no such file")])
+        self.assertEqual([(failure.line, failure.why) for failure in failures], [(9, "OSError: no such file")])
+
+    @slow
+    def test_measures_the_services_to_the_end(self) -> None:
+        """Whether the bars hold is for a machine that does nothing else."""
+        with tempfile.TemporaryDirectory() as folder:
+            path = Path(folder) / "bench.json"
+            result = run_bench("memory", "start", "rest", "burst", "--json", str(path))
+            written = json.loads(path.read_text(encoding="utf-8"))
+        self.assertIn(result.returncode, (0, 1), result.stdout + result.stderr)
+        self.assertEqual(written["failures"], [])
+        self.assertEqual({row["line"] for row in written["rows"]}, {3, 5, 6, 8})
 
 
 if __name__ == "__main__":

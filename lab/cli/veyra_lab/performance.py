@@ -223,7 +223,7 @@ class Performance:
         self._complaints += [f"{self.place}: {complaint}" for complaint in complaints]
 
 
-_WORDS: dict[str, Callable[[Performance], None]] = {
+_WORDS: dict[str, Callable[[Performance], object]] = {
     "settle": lambda performance: performance._service.settle(),
     "start": lambda performance: performance._service.start(),
     "stop": Performance._stop,

@@ -106,7 +106,7 @@ class Stage:
             steps.callback(self._unregister_toast_server)
             if peer is not None:
                 steps.callback(peer.dismiss, TOAST, seconds=5)
-            self._remove_service()
+            remove_service(self._machine, SERVICE)
 
     def _keys(self, port: int) -> dict[str, dict[str, str | None]]:
         keys: dict[str, dict[str, str | None]] = {
@@ -119,17 +119,6 @@ class Stage:
         if self._scenario.update_mode is not None:
             keys[UPDATE_MODE_KEY] = {"DFUAutoMode": registry_string(self._scenario.update_mode)}
         return keys
-
-    def _remove_service(self) -> None:
-        if self._machine.service_state(SERVICE) is None:
-            return
-        self._machine.run("sc", "stop", SERVICE)
-        if self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=3) != "STOPPED":
-            # It is in the middle of a download, and nobody waits for that any more.
-            self._machine.run("taskkill", "/F", "/IM", f"{SERVICE}.exe")
-            self._machine.wait_for_service_state(SERVICE, "STOPPED", seconds=5)
-        self._machine.run("sc", "delete", SERVICE)
-        self._machine.wait_for_service_state(SERVICE, None, seconds=5)
 
     def _unregister_toast_server(self) -> None:
         if self._machine.file(_TOAST_SERVER).exists():
@@ -151,3 +140,16 @@ class Stage:
         self.put_image(None)
         self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
         shutil.rmtree(self._machine.file(FOLDER), ignore_errors=True)
+
+
+def remove_service(machine: Machine, name: str) -> None:
+    """Deletes a service, in whatever state it is, if there is one of this name."""
+    if machine.service_state(name) is None:
+        return
+    machine.run("sc", "stop", name)
+    if machine.wait_for_service_state(name, "STOPPED", seconds=3) != "STOPPED":
+        # It is in the middle of something, and nobody waits for that any more.
+        machine.run("taskkill", "/F", "/IM", f"{name}.exe")
+        machine.wait_for_service_state(name, "STOPPED", seconds=5)
+    machine.run("sc", "delete", name)
+    machine.wait_for_service_state(name, None, seconds=5)

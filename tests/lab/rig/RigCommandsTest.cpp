@@ -136,4 +136,6 @@ TEST_F(RigCommandsTest, ReadsABurst) {
             EXPECT_THROW(BurstOf(wrong), std::exception) << wrong;
         }
     }
+    command["per_second"] = 1;
+    EXPECT_THROW(BurstOf(command), std::exception);
 }

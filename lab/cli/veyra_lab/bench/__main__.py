@@ -3,24 +3,20 @@
 import argparse
 import json
 import os
-import subprocess
 import sys
 import time
 from collections.abc import Callable, Iterator, Sequence
 from contextlib import ExitStack
 from dataclasses import asdict
 from pathlib import Path
-from typing import NoReturn
 
 from ..command_line import Parser
 from ..machine import Machine, MachineError
-from ..peer import PeerError
 from ..proving_ground import CHECKOUT, sole_use
 from ..set_up import SetUpError, call_setup
 from ..stage import SERVICE
 from . import burst, engine, executable, memory, reaction, rest, start, transfers, watcher
 from .contenders import Contenders
-from .instructions import CountError
 from .portable import PortablePrograms
 from .table import Failure, Row, text
 
@@ -48,6 +44,7 @@ class Bench:
     def __init__(self, stack: ExitStack) -> None:
         self._stack = stack
         self._contenders: Contenders | None = None
+        self._why_not = ""
         self._programs = PortablePrograms(_HOST / "bench")
 
     def measurements(self) -> dict[str, tuple[int, Callable[[], Iterator[Row]]]]:
@@ -64,12 +61,23 @@ class Bench:
             "size": (executable.LINE, lambda: executable.measure(_WINDOWS / f"{SERVICE}.exe")),
         }
 
+    def end_services(self) -> None:
+        """What a measurement that broke off has left running would be in the way of the next one."""
+        if self._contenders is not None:
+            self._contenders.end_all()
+
     def _in_windows(self) -> Contenders:
         """The services, in a machine that is booted when the first measurement needs it."""
+        if self._why_not:
+            raise MachineError(self._why_not)
         if self._contenders is None:
-            self._stack.enter_context(sole_use(_MACHINE))
-            machine = self._stack.enter_context(Machine(_MACHINE))
-            self._contenders = self._stack.enter_context(Contenders(machine, _WINDOWS))
+            try:
+                self._stack.enter_context(sole_use(_MACHINE))
+                machine = self._stack.enter_context(Machine(_MACHINE))
+                self._contenders = self._stack.enter_context(Contenders(machine, _WINDOWS))
+            except Exception as error:
+                self._why_not = str(error)
+                raise
         return self._contenders
 
 
@@ -91,10 +99,12 @@ def main() -> int:
         return 1
     print(text(rows))
     for failure in failures:
-        print(f"not measured: line {failure.line}, {failure.what}: {failure.why}")
+        print(f"not measured: {failure.what}: {failure.why}")
     missed = sum(row.is_missed for row in rows)
     seconds = time.monotonic() - began
-    print(f"{sum(row.holds is True for row in rows)} bars hold, {missed} missed, measured in {seconds:.0f} s")
+    excused = sum(row.excused for row in rows)
+    held = sum(row.holds is True for row in rows)
+    print(f"bars that hold: {held}, that cannot here: {excused}, that are missed: {missed}; {seconds:.0f} s in all")
     if options.json is not None:
         _write(options.json, rows, failures, seconds)
     return 1 if missed or failures else 0
@@ -122,8 +132,11 @@ def _measurement(name: str) -> str:
 def _writable(name: str) -> Path:
     """Refused now rather than minutes later."""
     path = Path(name).absolute()
+    was_there = path.exists()
     try:
         path.open("a", encoding="utf-8").close()
+        if not was_there:
+            path.unlink()
     except OSError as error:
         raise argparse.ArgumentTypeError(f"'{name}' cannot be written: {error.strerror}") from None
     return path
@@ -136,30 +149,32 @@ def _prepare() -> None:
 
 
 def _measure(names: Sequence[str]) -> tuple[list[Row], list[Failure]]:
-    """Every measurement that is asked for; one that cannot be made keeps none of the others from being made."""
+    """Every measurement that is asked for; one that cannot be made, for whatever reason, keeps none of the others from
+    being made or shown."""
     # One processor for the service, the machine and this program: how long a woken process takes to come up on another
     # one would be measured otherwise.
     os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})
     rows: list[Row] = []
     failures: list[Failure] = []
-    with ExitStack() as stack:
-        measurements = Bench(stack).measurements()
-        for name in sorted(set(names), key=NAMES.index):
-            line, measure = measurements[name]
-            print(f"measuring {name}", flush=True)
-            try:
-                rows += measure()
-            except (
-                PeerError,
-                MachineError,
-                CountError,
-                AssertionError,
-                RuntimeError,
-                OSError,
-                subprocess.SubprocessError,
-            ) as error:
-                failures.append(Failure(line, name, str(error)))
+    try:
+        with ExitStack() as stack:
+            bench = Bench(stack)
+            measurements = bench.measurements()
+            for name in sorted(set(names), key=NAMES.index):
+                line, measure = measurements[name]
+                print(f"measuring {name}", flush=True)
+                try:
+                    rows += measure()
+                except Exception as error:
+                    failures.append(Failure(line, name, _words(error)))
+                    bench.end_services()
+    except Exception as error:
+        failures.append(Failure(0, "cleaning up", _words(error)))
     return rows, failures
+
+
+def _words(error: Exception) -> str:
+    return f"{type(error).__name__}: {error}"
 
 
 def _write(path: Path, rows: Sequence[Row], failures: Sequence[Failure], seconds: float) -> None:

@@ -1,6 +1,7 @@
 """The product's service and those that it is measured against, side by side in one machine."""
 
 import shutil
+from contextlib import ExitStack
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
@@ -11,11 +12,12 @@ from ..peer import RIG, TOAST, Event, Peer
 from ..proving_ground import built
 from ..scenario import Scenario
 from ..service_under_test import ServiceUnderTest
-from ..stage import APP_DEFAULTS_KEY, EXECUTABLE, FOLDER, SERVICE, Stage
+from ..stage import APP_DEFAULTS_KEY, EXECUTABLE, FOLDER, SERVICE, Stage, remove_service
 
 PRODUCT = SERVICE
 MINIMAL = "VeyraMinimalService"
 _ACTIVATING = "VeyraActivatingService"
+_REFERENCES = (MINIMAL, _ACTIVATING)
 
 
 @dataclass(frozen=True)
@@ -68,7 +70,7 @@ class Contenders:
         try:
             self.stage.set(self.peer.port)
             self.machine.demand(EXECUTABLE, "-install")
-            for name in (MINIMAL, _ACTIVATING):
+            for name in _REFERENCES:
                 self._install(name)
         except BaseException:
             self.__exit__(None, None, None)
@@ -78,15 +80,19 @@ class Contenders:
     def __exit__(
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
-        try:
-            for service in (self.product, self.minimal, self.activating):
-                service.end()
-            for name in (MINIMAL, _ACTIVATING):
-                self.machine.run("sc", "delete", name)
-            self.machine.change_registry({}, removed=[_defaults_key(MINIMAL), _defaults_key(_ACTIVATING)])
-            self.stage.clear(self.peer)
-        finally:
-            self.peer.__exit__(kind, error, trace)
+        with ExitStack() as steps:
+            steps.callback(self.peer.__exit__, kind, error, trace)
+            steps.callback(self.stage.clear, self.peer)
+            steps.callback(self.machine.change_registry, {}, removed=[_defaults_key(name) for name in _REFERENCES])
+            for name in _REFERENCES:
+                steps.callback(remove_service, self.machine, name)
+            self.end_all()
+
+    def end_all(self) -> None:
+        """Leaves none of them running, whatever has happened, and the toast server where it belongs."""
+        for service in (self.product, self.minimal, self.activating):
+            service.end()
+        self.stage.put_toast_server(True)
 
     def start(self, service: ServiceUnderTest, *, skip_waits: bool) -> None:
         """Starts one of them, with its waits skipped for as long as it runs, or not."""
@@ -96,9 +102,9 @@ class Contenders:
     def _install(self, name: str) -> None:
         path = rf"{FOLDER}\{name}.exe"
         shutil.copyfile(self._programs / "lab" / "minimal" / f"{name}.exe", self.machine.file(path))
-        self.machine.change_registry({_defaults_key(name): {"winusb": registry_string("native")}})
+        self.machine.change_registry({rf"{_defaults_key(name)}\DllOverrides": {"winusb": registry_string("native")}})
         self.machine.demand("sc", "create", name, "binPath=", path)
 
 
 def _defaults_key(name: str) -> str:
-    return rf"{APP_DEFAULTS_KEY}\{name}.exe\DllOverrides"
+    return rf"{APP_DEFAULTS_KEY}\{name}.exe"

@@ -2,7 +2,7 @@
 
 from collections.abc import Iterator
 
-from .portable import PortablePrograms
+from .portable import PAIRS, PortablePrograms
 from .table import Row, exactly, ratio_at_most, within
 
 LINE = 2
@@ -25,6 +25,7 @@ def measure(programs: PortablePrograms) -> Iterator[Row]:
             _BAR,
             "ns",
             against=_AGAINST,
+            note=PAIRS,
         )
     counted = {
         (work, blocks): programs.instructions(work, blocks) / blocks
@@ -55,7 +56,7 @@ def measure(programs: PortablePrograms) -> Iterator[Row]:
     )
     more = {
         blocks: programs.counts("engine", blocks)["allocations"] - programs.counts("bare-loop", blocks)["allocations"]
-        for blocks in _BLOCKS
+        for blocks in (_BLOCKS[0], _BLOCKS[-1])
     }
     yield exactly(
         LINE,
@@ -66,4 +67,15 @@ def measure(programs: PortablePrograms) -> Iterator[Row]:
         against=f"n = {_BLOCKS[0]:,}",
         reference=more[_BLOCKS[0]],
         bar="none for a block: the same",
+    )
+    handed_over = programs.counts("bytes-in-place", _BLOCKS[-1])
+    yield exactly(
+        LINE,
+        f"engine, bytes sent from inside the image, n = {_BLOCKS[-1]:,}",
+        handed_over["in_place"],
+        handed_over["bytes"],
+        "bytes",
+        against="the image",
+        reference=handed_over["bytes"],
+        bar="no copy: all of them",
     )

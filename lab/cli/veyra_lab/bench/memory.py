@@ -15,6 +15,7 @@ _MIB = 1 << 20
 _IMAGE = 64 * _MIB
 _BLOCK = 16384
 _CALM_SECONDS = 0.2
+_PATIENCE_SECONDS = 120
 _BAR_KIB = 1024
 
 
@@ -31,23 +32,29 @@ def measure(contenders: Contenders) -> Iterator[Row]:
     contenders.stage.put_image(image_of(_IMAGE))
     contenders.start(contenders.product, skip_waits=True)
     thread_bytes = _bytes_of_a_thread(contenders)
+    idle = _calm_look(contenders)
     contenders.camera.put(transfer_size=_BLOCK)
     contenders.camera.plug()
     contenders.product.settle()
-    idle = _calm_look(contenders)
     looks = [idle]
     place = contenders.peer.mark()
     contenders.camera.accept()
     completed = False
+    deadline = time.monotonic() + _PATIENCE_SECONDS
     while not completed:
+        if time.monotonic() > deadline:
+            raise AssertionError(f"the download did not end within {_PATIENCE_SECONDS} s")
         looks.append(_look(contenders))
         news = contenders.peer.events_since(place)
         place += len(news)
         completed = any(map(_is_completion, news))
     contenders.product.settle()
+    state = contenders.camera.state()
     contenders.camera.unplug()
     contenders.product.settle()
     contenders.product.stop()
+    if state["flash_bytes"] != _IMAGE:
+        raise AssertionError(f"the camera was not updated: {state}")
 
     # A look during which a thread came or went may count its stack and not the thread, or the other way round.
     calm = [look for look, following in pairwise(looks) if look.threads == following.threads]
@@ -60,7 +67,7 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         (above_idle - _IMAGE) / 1024,
         _BAR_KIB,
         "KiB",
-        note=f"Private bytes in {len(calm):,} looks, {idle.private_bytes / 1024:,.0f} KiB when idle. Threads that COM"
+        note=f"The most of {len(calm):,} looks at the private bytes, {idle.private_bytes / 1024:,.0f} KiB when idle. Threads that COM"
         f" begins and ends are left out: this Windows counts {thread_bytes // 1024:,} KiB for each, its whole stack.",
     )
 
@@ -74,8 +81,11 @@ def _bytes_of_a_thread(contenders: Contenders) -> int:
 
 def _calm_look(contenders: Contenders) -> _Look:
     """A look at a time when no threads come and go."""
+    deadline = time.monotonic() + _PATIENCE_SECONDS
     look, earlier = _look(contenders), None
     while look != earlier:
+        if time.monotonic() > deadline:
+            raise AssertionError("the service's threads and memory do not come to rest")
         time.sleep(_CALM_SECONDS)
         look, earlier = _look(contenders), look
     return look

@@ -15,6 +15,10 @@ from .instructions import instructions
 _PROCESSES = 5
 _REPETITIONS = 5
 _SECONDS = 300
+# Stands under the table where times are told.
+PAIRS = (
+    "The ratio is the median of pairs, each work right after its reference; ours is the reference's median time by it."
+)
 _NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -35,8 +39,7 @@ class PortablePrograms:
     def counts(self, work: str, size: int) -> dict[str, Any]:
         """What one work of this size took in allocations, and in transfers where it makes some."""
         command = [str(self.folder / "counted_work"), work, str(size)]
-        answer = subprocess.run(command, capture_output=True, text=True, timeout=_SECONDS, check=True)
-        counted: dict[str, Any] = json.loads(answer.stdout)
+        counted: dict[str, Any] = json.loads(_output(command))
         return counted
 
     def instructions(self, work: str, size: int) -> int:
@@ -67,5 +70,12 @@ class PortablePrograms:
             "--benchmark_min_time=0.05",
             "--benchmark_format=json",
         ]
-        answer = subprocess.run(command, capture_output=True, text=True, timeout=_SECONDS, check=True)
-        return (each for each in json.loads(answer.stdout)["benchmarks"] if each["run_type"] == "iteration")
+        return (each for each in json.loads(_output(command))["benchmarks"] if each["run_type"] == "iteration")
+
+
+def _output(command: list[str]) -> str:
+    """What a program writes, which has to succeed."""
+    answer = subprocess.run(command, capture_output=True, text=True, timeout=_SECONDS, check=False)
+    if answer.returncode != 0:
+        raise RuntimeError(f"{' '.join(command)} ended with {answer.returncode}: {answer.stderr.strip()}")
+    return answer.stdout

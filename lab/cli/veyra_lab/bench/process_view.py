@@ -22,8 +22,10 @@ class ProcessView:
 
     threads: dict[str, _Thread]
     private_kib: int
-    # The private memory again, by the size of the mapping that it is in: a thread's stacks are one mapping.
+    # The private memory again, by the size of the mapping that it is in, and how many mappings have that size: a
+    # thread's stacks are one mapping.
     private_kib_by_size: Counter[int]
+    mappings_by_size: Counter[int]
 
     def processor_ms_since(self, earlier: "ProcessView") -> float:
         """Processor time of the threads that are there now."""
@@ -55,18 +57,25 @@ def process_of(program: str, prefix: Path) -> int:
 def look(process: int) -> ProcessView:
     """The process as it is now."""
     folder = _PROCESSES / str(process)
-    threads = {
-        task.name: _Thread(
+    threads = {task.name: thread for task in (folder / "task").iterdir() if (thread := _thread(task)) is not None}
+    by_size: Counter[int] = Counter()
+    mappings: Counter[int] = Counter()
+    for mapping in (folder / "smaps").read_text().split("VmFlags:")[:-1]:
+        size = _field(mapping, "Size")
+        by_size[size] += _field(mapping, "Private_Dirty")
+        mappings[size] += 1
+    return ProcessView(threads, by_size.total(), by_size, mappings)
+
+
+def _thread(task: Path) -> _Thread | None:
+    """None when it has just ended."""
+    try:
+        return _Thread(
             processor_ms=int((task / "schedstat").read_text().split()[0]) / 1e6,
             wake_ups=_field((task / "status").read_text(), "voluntary_ctxt_switches"),
         )
-        for task in (folder / "task").iterdir()
-    }
-    mappings = (folder / "smaps").read_text().split("VmFlags:")[:-1]
-    by_size: Counter[int] = Counter()
-    for mapping in mappings:
-        by_size[_field(mapping, "Size")] += _field(mapping, "Private_Dirty")
-    return ProcessView(threads, by_size.total(), by_size)
+    except (FileNotFoundError, ProcessLookupError):
+        return None
 
 
 def _words(path: Path) -> list[str]:

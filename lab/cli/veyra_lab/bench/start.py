@@ -15,7 +15,7 @@ _BAR_MS = 20
 
 def measure(contenders: Contenders) -> Iterator[Row]:
     """With the toast server there, and without it."""
-    product, minimal, activating = _medians(contenders, (contenders.product, contenders.minimal, contenders.activating))
+    product, minimal, activating = _medians((contenders.product, contenders.minimal, contenders.activating))
     yield above_at_most(
         LINE,
         "start, toast server present",
@@ -28,12 +28,14 @@ def measure(contenders: Contenders) -> Iterator[Row]:
     )
     contenders.peer.dismiss(TOAST, seconds=10)
     contenders.stage.put_toast_server(False)
-    product, minimal = _medians(contenders, (contenders.product, contenders.minimal))
-    contenders.stage.put_toast_server(True)
+    try:
+        product, minimal = _medians((contenders.product, contenders.minimal))
+    finally:
+        contenders.stage.put_toast_server(True)
     yield above_at_most(LINE, "start, toast server absent", product, minimal, _BAR_MS, "ms", against="minimal service")
 
 
-def _medians(contenders: Contenders, services: Sequence[ServiceUnderTest]) -> list[float]:
+def _medians(services: Sequence[ServiceUnderTest]) -> list[float]:
     """Milliseconds of each service's start, in rounds in which each starts once. The first round warms up: it is what
     activates the toast server's process."""
     starts = [[_start_ms(service) for service in services] for _ in range(_ROUNDS + 1)]

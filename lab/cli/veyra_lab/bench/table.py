@@ -110,7 +110,7 @@ def within(
     line: int, what: str, ours: float, reference: float, share: float, unit: str, *, against: str, bar: str
 ) -> Row:
     """A row that may differ from its reference by a share of it, upwards and downwards."""
-    return Row(line, what, ours, reference, unit, against, bar, abs(ours - reference) <= share * reference)
+    return Row(line, what, ours, reference, unit, against, bar, abs(ours - reference) <= share * abs(reference))
 
 
 def _number(value: float | None) -> str:
@@ -132,7 +132,7 @@ def text(rows: Sequence[Row]) -> str:
             _number(row.ours),
             _number(row.reference),
             row.unit,
-            "-" if row.ratio is None else f"{row.ratio:.3f}",
+            "-" if row.ratio is None else f"{row.ratio:,.3f}" if row.ratio < 1000 else f"{row.ratio:,.0f}",
             row.against or "-",
             row.bar or "-",
             "-" if row.holds is None else "yes" if row.holds else "NO",

@@ -2,7 +2,7 @@
 
 from collections.abc import Iterator
 
-from .portable import PortablePrograms
+from .portable import PAIRS, PortablePrograms
 from .table import Row, ratio_at_most, within
 
 LINE = 7
@@ -30,6 +30,7 @@ def measure(programs: PortablePrograms) -> Iterator[Row]:
             _BAR,
             "ns",
             against=_AGAINST,
+            note=PAIRS,
         )
     for links in _LINKS:
         yield ratio_at_most(

@@ -264,6 +264,11 @@ _TELLERS: dict[str, Callable[[Event], Telling]] = {
     "service-status": _service_status,
     "control": _control,
     "handled": _handled,
+    "wait": lambda event: Telling(Lane.SERVICE, f"the service waits {number(event, 'ms')} ms; the wait is skipped"),
+    "burst": lambda event: Telling(
+        Lane.CONTROL_MANAGER, f"{number(event, 'events')} device events, one after the other, are over"
+    ),
+    "start requested": lambda event: Telling(Lane.CONTROL_MANAGER, f"{text(event, 'name')} is to start"),
     "notification-registered": _registered,
     "trace-registered": lambda event: Telling(Lane.SERVICE, "the service registers its trace provider"),
     "watch": _watch,
