@@ -3,12 +3,13 @@ instructions_test.py PROGRAM RESULTS, the counted_work program and the file for 
 
 import sys
 import unittest
-import xml.etree.ElementTree as ElementTree
 from functools import cache
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "lab" / "cli"))
+_CHECKOUT = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(_CHECKOUT / "host" / "support"), str(_CHECKOUT / "lab" / "cli")]
 
+from recorded_results import run_recorded  # noqa: E402
 from veyra_lab.bench.instructions import CountError, instructions  # noqa: E402
 
 RESULTS = Path(sys.argv.pop()).resolve()
@@ -72,27 +73,5 @@ class Instructions(unittest.TestCase):
             instructions(Path("/bin/true"))
 
 
-class RecordedResult(unittest.TextTestResult):
-    """Also writes how each case ended, in the form that scripts/count-test-cases adds up."""
-
-    def stopTestRun(self) -> None:
-        super().stopTestRun()
-        suite = ElementTree.Element("testsuite", name="instructions_test")
-        for test in self.seen:
-            case = ElementTree.SubElement(suite, "testcase", name=test.id())
-            if any(test is failed for failed, _ in self.failures + self.errors):
-                ElementTree.SubElement(case, "failure")
-        RESULTS.parent.mkdir(exist_ok=True)
-        ElementTree.ElementTree(suite).write(RESULTS, encoding="unicode")
-
-    def startTestRun(self) -> None:
-        self.seen: list[unittest.TestCase] = []
-        super().startTestRun()
-
-    def startTest(self, test: unittest.TestCase) -> None:
-        self.seen.append(test)
-        super().startTest(test)
-
-
 if __name__ == "__main__":
-    unittest.main(testRunner=unittest.TextTestRunner(verbosity=2, resultclass=RecordedResult))
+    run_recorded(RESULTS)

@@ -6,8 +6,11 @@ import subprocess
 import sys
 import tempfile
 import unittest
-import xml.etree.ElementTree as ElementTree
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+from recorded_results import run_recorded  # noqa: E402
 
 RESULTS = Path(sys.argv.pop()).resolve()
 STAND_IN = Path(sys.argv.pop()).resolve()
@@ -137,27 +140,5 @@ class DfuUtil(unittest.TestCase):
         print(f"dfu-util: {host.transfers} control transfers for {blocks} blocks")
 
 
-class RecordedResult(unittest.TextTestResult):
-    """Also writes how each case ended, in the form that scripts/count-test-cases adds up."""
-
-    def stopTestRun(self) -> None:
-        super().stopTestRun()
-        suite = ElementTree.Element("testsuite", name="dfu_util_test")
-        for test in self.seen:
-            case = ElementTree.SubElement(suite, "testcase", name=test.id())
-            if any(test is failed for failed, _ in self.failures + self.errors):
-                ElementTree.SubElement(case, "failure")
-        RESULTS.parent.mkdir(exist_ok=True)
-        ElementTree.ElementTree(suite).write(RESULTS, encoding="unicode")
-
-    def startTestRun(self) -> None:
-        self.seen: list[unittest.TestCase] = []
-        super().startTestRun()
-
-    def startTest(self, test: unittest.TestCase) -> None:
-        self.seen.append(test)
-        super().startTest(test)
-
-
 if __name__ == "__main__":
-    unittest.main(testRunner=unittest.TextTestRunner(verbosity=2, resultclass=RecordedResult))
+    run_recorded(RESULTS)
