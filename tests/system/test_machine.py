@@ -4,7 +4,8 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from support import complaints, processes_of, run_scenario
+from support import BUILD, complaints, processes_of, run_scenario, the_machine
+from veyra_lab.bench.contenders import Contenders
 from veyra_lab.machine import Machine
 from veyra_lab.scenario import Scenario
 
@@ -48,6 +49,15 @@ class MachineState(unittest.TestCase):
             after = registry_of(prefix)
             changed = {key for key in registry.keys() | after.keys() if registry.get(key) != after.get(key)}
             self.assertEqual({key for key in changed if not any(own in key for own in _WINES_OWN)}, set())
+
+    def test_leaves_no_toast_server_to_the_next_run(self) -> None:
+        """It would tell the laboratory that has started it what the next one waits for."""
+        server = "VeyraCameraToastCntl.exe"
+        with Contenders(the_machine(), BUILD) as run:
+            run.product.start()
+            self.assertNotEqual(the_machine().processes(server), [])
+            run.stage.clear(None)
+            self.assertEqual(the_machine().processes(server), [])
 
 
 if __name__ == "__main__":

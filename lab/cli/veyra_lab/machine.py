@@ -40,6 +40,14 @@ def windows_path(path: Path) -> str:
     return "Z:" + str(path.resolve()).replace("/", "\\")
 
 
+def _words(path: Path) -> list[str]:
+    """The texts of a file of the kernel's; none of a process that has just ended."""
+    try:
+        return path.read_bytes().decode("utf-8", "replace").split("\0")
+    except OSError:
+        return [""]
+
+
 class Machine:
     """Use it as a context: it is booted on entry, and on exit every process in it is ended and waited for."""
 
@@ -90,6 +98,16 @@ class Machine:
             output.seek(0)
             text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
         return Outcome(status, text)
+
+    def processes(self, program: str) -> list[int]:
+        """The host's numbers of the processes that run a program in this machine: "service.exe"."""
+        return [
+            int(folder.name)
+            for folder in Path("/proc").iterdir()
+            if folder.name.isdigit()
+            and f"\\{program}" in _words(folder / "cmdline")[0]
+            and f"WINEPREFIX={self.prefix}" in _words(folder / "environ")
+        ]
 
     def file(self, path: str) -> Path:
         """Where a file of drive C lies on the host: file(r"C:\\windows\\system32\\x.exe")."""

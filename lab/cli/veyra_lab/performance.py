@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING, Any
 
 from .machine import windows_path
 from .peer import LAB, RIG, TOAST, Event
-from .scenario_checks import KEPT_BY_A_CHECK, CameraNow, Scene, judge, removals
+from .scenario_checks import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, CameraNow, Scene, judge, removals
 from .scenario_file import ImagePlan, Variant
 from .scenario_words import CLASSES, EVENT_TYPES
 from .service_under_test import Resources
@@ -185,10 +185,11 @@ class Performance:
             return ["growth: nothing is remembered"]
         before, mark = self._remembered
         now = self._service.resources()
+        threads = now.threads - before.threads
         grown = {
             "handles": now.handles - before.handles - KEPT_BY_A_CHECK * removals(self._events(mark)),
-            "threads": now.threads - before.threads,
-            "private_kib": now.private_kib - before.private_kib,
+            "threads": threads,
+            "private_kib": now.private_kib - before.private_kib - STACKS_OF_A_THREAD_KIB * max(threads, 0),
         }
         return [
             f"growth of {name}: at most {limit} was expected, {grown[name]} was seen"

@@ -18,6 +18,8 @@ _REMOVAL = 0x8004
 _CAMERA_CLASSES = ("{24e552d7-6523-47f7-a647-d3465bf1f5ca}", "{e5323777-f976-4f5b-9b55-b94699c46e44}")
 # What one look of the uninstall monitor leaves open for the life of the process: three keys and an event.
 KEPT_BY_A_CHECK = 4
+# What Wine counts as the private memory of a thread: its stacks, whole. COM begins threads when it needs them.
+STACKS_OF_A_THREAD_KIB = 3136
 TRACE_GROUPS = {
     SERVICE_BASE_TRACES: "base",
     UPDATE_SERVICE_TRACES: "update",

@@ -1,9 +1,10 @@
 """Sets the stage in the Windows machine for a scenario, and takes everything away again."""
 
 import shutil
+import time
 from contextlib import ExitStack
 from dataclasses import dataclass
-from pathlib import Path
+from pathlib import Path, PureWindowsPath
 
 from .machine import SERVICES_KEY, Machine, registry_string
 from .peer import TOAST, Peer
@@ -22,6 +23,7 @@ _NOTIFICATIONS_KEY = (
 FOLDER = r"C:\VeyraLab"
 EXECUTABLE = rf"{FOLDER}\{SERVICE}.exe"
 _RIG = rf"{FOLDER}\winusb.dll"
+_LEAVING_SECONDS = 10
 _TOAST_SERVER = r"C:\windows\system32\VeyraCameraToastCntl.exe"
 _IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
 
@@ -106,6 +108,8 @@ class Stage:
             steps.callback(self._unregister_toast_server)
             if peer is not None:
                 steps.callback(peer.dismiss, TOAST, seconds=5)
+            else:
+                steps.callback(self._await_end_of_toast_server)
             remove_service(self._machine, SERVICE)
 
     def _keys(self, port: int) -> dict[str, dict[str, str | None]]:
@@ -119,6 +123,13 @@ class Stage:
         if self._scenario.update_mode is not None:
             keys[UPDATE_MODE_KEY] = {"DFUAutoMode": registry_string(self._scenario.update_mode)}
         return keys
+
+    def _await_end_of_toast_server(self) -> None:
+        """A server whose last client is gone stays for a while, for the next one: it would report to the laboratory that
+        has started it, not to the one that comes next. Only that one can dismiss it."""
+        deadline = time.monotonic() + _LEAVING_SECONDS
+        while self._machine.processes(PureWindowsPath(_TOAST_SERVER).name) and time.monotonic() < deadline:
+            time.sleep(0.05)
 
     def _unregister_toast_server(self) -> None:
         if self._machine.file(_TOAST_SERVER).exists():

@@ -40,20 +40,6 @@ class ProcessView:
         )
 
 
-def process_of(program: str, prefix: Path) -> int:
-    """The host's number of the process that runs the program in the machine of this prefix."""
-    found = [
-        int(folder.name)
-        for folder in _PROCESSES.iterdir()
-        if folder.name.isdigit()
-        and f"\\{program}" in _words(folder / "cmdline")[0]
-        and f"WINEPREFIX={prefix}" in _words(folder / "environ")
-    ]
-    if len(found) != 1:
-        raise RuntimeError(f"{len(found)} processes run {program}")
-    return found[0]
-
-
 def look(process: int) -> ProcessView:
     """The process as it is now."""
     folder = _PROCESSES / str(process)
@@ -76,13 +62,6 @@ def _thread(task: Path) -> _Thread | None:
         )
     except (FileNotFoundError, ProcessLookupError):
         return None
-
-
-def _words(path: Path) -> list[str]:
-    try:
-        return path.read_bytes().decode("utf-8", "replace").split("\0")
-    except OSError:
-        return [""]
 
 
 def _field(text: str, name: str) -> int:

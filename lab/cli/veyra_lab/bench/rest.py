@@ -5,7 +5,7 @@ from collections.abc import Iterator
 
 from ..peer import RIG
 from .contenders import MINIMAL, PRODUCT, Contenders
-from .process_view import look, process_of
+from .process_view import look
 from .table import Row, above_at_most
 
 LINE = 6
@@ -23,7 +23,8 @@ def measure(contenders: Contenders) -> Iterator[Row]:
     contenders.start(contenders.product, skip_waits=False)
     contenders.start(contenders.minimal, skip_waits=False)
     time.sleep(_CALM_SECONDS)
-    ours, theirs = (process_of(f"{name}.exe", contenders.machine.prefix) for name in (PRODUCT, MINIMAL))
+    (ours,) = contenders.machine.processes(f"{PRODUCT}.exe")
+    (theirs,) = contenders.machine.processes(f"{MINIMAL}.exe")
     before = look(ours), look(theirs)
     time.sleep(_SECONDS)
     product, minimal = look(ours), look(theirs)
