@@ -9,7 +9,6 @@ import multiprocessing
 import os
 import queue
 import random
-import re
 import sys
 import time
 import traceback
@@ -22,8 +21,7 @@ from pathlib import Path
 
 _FOLDER = Path(__file__).resolve().parent
 _LABORATORY = _FOLDER.parents[1] / "lab" / "cli"
-_LONGEST_TEST = 900
-_WINE_HANGS = re.compile(r"MachineError: msiexec .* did not end within")
+_LONGEST_TEST = 600
 
 
 @dataclass(frozen=True)
@@ -65,17 +63,7 @@ def pieces_of_work(slow: bool, patterns: Sequence[str]) -> list[list[str]]:
 
 
 def run_one(name: str) -> Result:
-    """Runs one test here; once more, and saying so, when a program of Wine's never came back, as msiexec has been seen to
-    do."""
-    result = attempt(name)
-    if result.outcome == "failed" and _WINE_HANGS.search(result.text):
-        print(f"once more  {name}: a program did not end", flush=True)
-        result = attempt(name)
-    return result
-
-
-def attempt(name: str) -> Result:
-    """Runs one test. A machine that a failed test may have left astray is not used again."""
+    """Runs one test here. A machine that a failed test may have left astray is not used again."""
     began = time.monotonic()
     stream = io.StringIO()
     suite = unittest.defaultTestLoader.loadTestsFromName(name)
