@@ -15,56 +15,62 @@ namespace {
 
 using QuerySystemInformation = NTSTATUS(NTAPI*)(ULONG kind, void* buffer, ULONG size, ULONG* length);
 
-constexpr ULONG kHandleList = 64;  // all handles of all processes
 constexpr NTSTATUS kTooShort = static_cast<NTSTATUS>(0xC0000004);
+constexpr ULONG_PTR kHandleStep = 4;  // between the values of two handles
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 
-struct HandleEntry {
-    void* object;
-    ULONG_PTR processId;
-    ULONG_PTR handle;
-    ULONG access;
-    USHORT creatorBackTrace;
-    USHORT objectType;
-    ULONG attributes;
-    ULONG reserved;
-};
-
-struct HandleList {
-    ULONG_PTR count;
-    ULONG_PTR reserved;
-    HandleEntry entries[1];
-};
-
-// Wine answers GetProcessHandleCount with success and 0.
-DWORD HandlesFromList() {
+// A SYSTEM_PROCESS_INFORMATION for each process.
+std::vector<std::byte> ProcessList() {
     const auto query = reinterpret_cast<QuerySystemInformation>(
         reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
     for (std::size_t size = 1 << 16; size <= kMostBytes; size *= 2) {
-        std::vector<std::byte> buffer(size);
-        const NTSTATUS status = query(kHandleList, buffer.data(), static_cast<ULONG>(size), nullptr);
-        if (status == kTooShort) {
-            continue;
+        std::vector<std::byte> list(size);
+        const NTSTATUS status =
+            query(SystemProcessInformation, list.data(), static_cast<ULONG>(size), nullptr);
+        if (status >= 0) {
+            return list;
         }
-        if (status < 0) {
+        if (status != kTooShort) {
             break;
         }
-        const auto& list = *reinterpret_cast<const HandleList*>(buffer.data());
-        DWORD handles = 0;
-        for (ULONG_PTR index = 0; index < list.count; ++index) {
-            handles += list.entries[index].processId == GetCurrentProcessId() ? 1U : 0U;
-        }
-        return handles;
     }
-    throw std::runtime_error("the system does not list the handles");
+    throw std::runtime_error("the system does not list the processes");
 }
 
+// How many handles this process's handle table has room for, which is what Wine tells as its handle count.
+DWORD HandleTableSize() {
+    const std::vector<std::byte> list = ProcessList();
+    for (const std::byte* position = list.data();;) {
+        const auto& process = *reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(position);
+        if (reinterpret_cast<ULONG_PTR>(process.UniqueProcessId) == GetCurrentProcessId()) {
+            return process.HandleCount;
+        }
+        if (process.NextEntryOffset == 0) {
+            throw std::runtime_error("the system does not list this process");
+        }
+        position += process.NextEntryOffset;
+    }
+}
+
+// Asks for every handle there may be. The list of all processes' handles would tell at once, but Wine's
+// server dies of that request when one of the processes has no handle yet.
+DWORD HandlesInTable() {
+    const ULONG_PTR last = HandleTableSize() * kHandleStep;
+    DWORD handles = 0;
+    for (ULONG_PTR value = kHandleStep; value <= last; value += kHandleStep) {
+        DWORD flags = 0;
+        handles += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1U : 0U;
+    }
+    return handles;
+}
+
+// Wine answers GetProcessHandleCount with success and 0.
 DWORD Handles() {
     DWORD handles = 0;
     if (GetProcessHandleCount(GetCurrentProcess(), &handles) && handles != 0) {
         return handles;
     }
-    return HandlesFromList();
+    return HandlesInTable();
 }
 
 DWORD Threads() {

@@ -479,6 +479,7 @@ TEST_F(CUninstallMonitorCheck, DoesNotWaitForTheCommandsOfItsFirstRemoval) {
 TEST_F(CUninstallMonitorCheck, WaitsForTheEarlierCommandsWhenItRunsThemAgain) {
     std::promise<void> release;
     auto released = release.get_future().share();
+    std::promise<void> firstRound;
     std::promise<void> secondRound;
     std::atomic<int> stopCommands{0};
     stage_.whileRunning = [&](const std::string& line) {
@@ -486,12 +487,14 @@ TEST_F(CUninstallMonitorCheck, WaitsForTheEarlierCommandsWhenItRunsThemAgain) {
             return;
         }
         if (++stopCommands == 1) {
+            firstRound.set_value();
             released.wait();
         } else {
             secondRound.set_value();
         }
     };
     monitor_->Check();
+    EXPECT_EQ(firstRound.get_future().wait_for(kDeadline), std::future_status::ready);
     auto check = std::async(std::launch::async, [this] { monitor_->Check(); });
     EXPECT_EQ(secondRound.get_future().wait_for(kDeadline), std::future_status::ready);
     EXPECT_EQ(check.wait_for(kPatience), std::future_status::timeout);

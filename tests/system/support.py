@@ -83,19 +83,6 @@ def run_demo(*options: str, timeout: float = 600) -> subprocess.CompletedProcess
     )
 
 
-def processes_of(prefix: Path) -> list[str]:
-    """Command lines of all processes that belong to a prefix: programs and the server itself."""
-    wanted = f"WINEPREFIX={prefix}".encode()
-    found = []
-    for process in Path("/proc").glob("[0-9]*"):
-        try:
-            if wanted in (process / "environ").read_bytes().split(b"\0"):
-                found.append((process / "cmdline").read_bytes().replace(b"\0", b" ").decode("utf-8", "replace"))
-        except OSError:
-            continue
-    return found
-
-
 @dataclass(frozen=True)
 class Bench:
     """A machine with its stage set, for tests that do their own steps."""

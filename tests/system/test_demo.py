@@ -8,7 +8,7 @@ import tempfile
 import unittest
 from pathlib import Path
 
-from support import CHECKOUT, DEMO_PREFIX, processes_of, random_image, run_demo
+from support import CHECKOUT, DEMO_PREFIX, random_image, run_demo
 from veyra_lab.image import default_image, version_of
 
 # Two demos of one checkout would share one machine.
@@ -33,7 +33,7 @@ class Demo(unittest.TestCase):
         self.assertGreaterEqual(int(transfers.removeprefix("control transfers: ")), 2 * blocks + 7)
         self.assertTrue(any("100 %" in line for line in told), "no progress was shown")
         self.assertNotIn("\r", done.stdout)
-        self.assertEqual(processes_of(DEMO_PREFIX), [])
+        self.assertEqual(processes_of(DEMO_PREFIX), {})
 
     def check_refusal(self, *options: str, because: str) -> None:
         """The demo refuses its command line in one line."""
@@ -71,7 +71,7 @@ class Demo(unittest.TestCase):
         self.assertIn("64 bytes in one transfer", failed[0])
         self.assertIn("no block was sent", failed[0])
         self.assertEqual(done.stdout.splitlines()[-1], "control transfers: 3")
-        self.assertEqual(processes_of(DEMO_PREFIX), [])
+        self.assertEqual(processes_of(DEMO_PREFIX), {})
 
     def test_says_why_equal_versions_are_no_update(self) -> None:
         done = run_demo("--camera-version", "5.10.3.0")
@@ -110,7 +110,7 @@ class Demo(unittest.TestCase):
             rest = demo.stdout.read()
         self.assertEqual(demo.wait(timeout=60), 130, rest)
         self.assertIn("interrupted", rest)
-        self.assertEqual(processes_of(DEMO_PREFIX), [])
+        self.assertEqual(processes_of(DEMO_PREFIX), {})
         self.assertFalse((DEMO_PREFIX / "drive_c" / "VeyraLab").exists())
         registry = (DEMO_PREFIX / "system.reg").read_text(encoding="utf-8")
         self.assertNotIn("Services\\\\VeyraCamera", registry)

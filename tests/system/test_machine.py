@@ -1,12 +1,13 @@
-"""What a run leaves behind: nothing."""
+"""The machine's promises: a run leaves nothing behind, and what goes wrong in it is told."""
 
 import tempfile
+import threading
 import unittest
 from pathlib import Path
 
-from support import BUILD, complaints, processes_of, run_scenario, the_machine
+from support import BUILD, complaints, run_scenario, the_machine
 from veyra_lab.bench.contenders import Contenders
-from veyra_lab.machine import Machine
+from veyra_lab.machine import Machine, MachineError, processes_of
 from veyra_lab.scenario import Scenario
 
 # What Wine itself writes when it first starts a console program, and when it looks at the display again.
@@ -44,7 +45,7 @@ class MachineState(unittest.TestCase):
             files, registry = files_of(prefix), registry_of(prefix)
             with Machine(prefix) as machine:
                 self.assertEqual(complaints(run_scenario(Scenario(), machine)), [])
-            self.assertEqual(processes_of(prefix), [])
+            self.assertEqual(processes_of(prefix), {})
             self.assertEqual(files_of(prefix) ^ files, set())
             after = registry_of(prefix)
             changed = {key for key in registry.keys() | after.keys() if registry.get(key) != after.get(key)}
@@ -58,6 +59,26 @@ class MachineState(unittest.TestCase):
             self.assertNotEqual(the_machine().processes(server), [])
             run.stage.clear(None)
             self.assertEqual(the_machine().processes(server), [])
+
+
+class Telling(unittest.TestCase):
+    def test_tells_what_runs_when_a_program_does_not_end(self) -> None:
+        with self.assertRaisesRegex(MachineError, "^cmd /c .* did not end within 2 s; the machine runs: .*services.exe"):
+            the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=2)
+
+    def test_tells_resources_while_programs_start(self) -> None:
+        """Wine's server ends, and the whole machine with it, when it is asked for all handles while a process that
+        was started from the host has none yet."""
+        with Contenders(the_machine(), BUILD) as run:
+            run.product.start()
+            asked = 0
+            starts = threading.Thread(target=lambda: [the_machine().run("cmd", "/c", "exit") for _ in range(40)])
+            starts.start()
+            while starts.is_alive():
+                self.assertGreater(run.product.resources().handles, 0)
+                asked += 1
+            starts.join()
+            self.assertGreater(asked, 10)
 
 
 if __name__ == "__main__":

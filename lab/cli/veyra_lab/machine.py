@@ -43,9 +43,19 @@ def windows_path(path: Path) -> str:
 def _words(path: Path) -> list[str]:
     """The texts of a file of the kernel's; none of a process that has just ended."""
     try:
-        return path.read_bytes().decode("utf-8", "replace").split("\0")
+        return path.read_bytes().decode("utf-8", "replace").rstrip("\0").split("\0")
     except OSError:
         return [""]
+
+
+def processes_of(prefix: Path) -> dict[int, list[str]]:
+    """The words of the command lines of all processes that belong to a prefix, programs and the server itself, by the
+    host's numbers."""
+    return {
+        int(folder.name): _words(folder / "cmdline")
+        for folder in Path("/proc").iterdir()
+        if folder.name.isdigit() and f"WINEPREFIX={prefix}" in _words(folder / "environ")
+    }
 
 
 class Machine:
@@ -101,13 +111,7 @@ class Machine:
 
     def processes(self, program: str) -> list[int]:
         """The host's numbers of the processes that run a program in this machine: "service.exe"."""
-        return [
-            int(folder.name)
-            for folder in Path("/proc").iterdir()
-            if folder.name.isdigit()
-            and f"\\{program}" in _words(folder / "cmdline")[0]
-            and f"WINEPREFIX={self.prefix}" in _words(folder / "environ")
-        ]
+        return [number for number, words in processes_of(self.prefix).items() if f"\\{program}" in words[0]]
 
     def file(self, path: str) -> Path:
         """Where a file of drive C lies on the host: file(r"C:\\windows\\system32\\x.exe")."""
@@ -221,7 +225,10 @@ class Machine:
         try:
             return process.wait(timeout)
         except subprocess.TimeoutExpired:
-            raise MachineError(f"{' '.join(command)} did not end within {timeout:.0f} s") from None
+            running = "; ".join(" ".join(words) for words in processes_of(self.prefix).values())
+            raise MachineError(
+                f"{' '.join(command)} did not end within {timeout:.0f} s; the machine runs: {running}"
+            ) from None
         finally:
             if process.poll() is None:
                 process.kill()

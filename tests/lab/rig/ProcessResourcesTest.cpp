@@ -24,6 +24,21 @@ TEST(ProcessResources, CountHandles) {
     EXPECT_EQ(ProcessResources().at("handles").get<int>(), before);
 }
 
+TEST(ProcessResources, CountHandlesOfHighValue) {
+    constexpr int kOthers = 3000;
+    std::vector<HANDLE> others;
+    for (int event = 0; event < kOthers; ++event) {
+        others.push_back(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    }
+    const HANDLE last = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const int before = ProcessResources().at("handles");
+    for (const HANDLE event : others) {
+        CloseHandle(event);
+    }
+    EXPECT_EQ(ProcessResources().at("handles").get<int>(), before - kOthers);
+    CloseHandle(last);
+}
+
 TEST(ProcessResources, CountThreads) {
     const int before = ProcessResources().at("threads");
     std::promise<void> end;
