@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -40,16 +41,18 @@ std::vector<std::byte> ProcessList() {
 // How many handles this process's handle table has room for, which is what Wine tells as its handle count.
 DWORD HandleTableSize() {
     const std::vector<std::byte> list = ProcessList();
-    for (const std::byte* position = list.data();;) {
-        const auto& process = *reinterpret_cast<const SYSTEM_PROCESS_INFORMATION*>(position);
+    SYSTEM_PROCESS_INFORMATION process{};
+    for (std::size_t offset = 0; offset + sizeof process <= list.size(); offset += process.NextEntryOffset) {
+        // Wine does not align the entries.
+        std::memcpy(&process, list.data() + offset, sizeof process);
         if (reinterpret_cast<ULONG_PTR>(process.UniqueProcessId) == GetCurrentProcessId()) {
             return process.HandleCount;
         }
         if (process.NextEntryOffset == 0) {
-            throw std::runtime_error("the system does not list this process");
+            break;
         }
-        position += process.NextEntryOffset;
     }
+    throw std::runtime_error("the system does not list this process");
 }
 
 // Asks for every handle there may be. The list of all processes' handles would tell at once, but Wine's

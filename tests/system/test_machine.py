@@ -1,5 +1,6 @@
 """The machine's promises: a run leaves nothing behind, and what goes wrong in it is told."""
 
+import subprocess
 import tempfile
 import threading
 import unittest
@@ -12,6 +13,7 @@ from veyra_lab.scenario import Scenario
 
 # What Wine itself writes when it first starts a console program, and when it looks at the display again.
 _WINES_OWN = ("user.reg [Console]", '"DriverDateData"')
+_ADDR_NO_RANDOMIZE = 0x0040000  # Linux' <sys/personality.h>
 _REGISTRY_FILES = ("system.reg", "user.reg", "userdef.reg")
 
 
@@ -59,6 +61,20 @@ class MachineState(unittest.TestCase):
             self.assertNotEqual(the_machine().processes(server), [])
             run.stage.clear(None)
             self.assertEqual(the_machine().processes(server), [])
+
+
+class Addresses(unittest.TestCase):
+    def test_are_not_randomized(self) -> None:
+        """With random ones one start of a program in some thousands fails."""
+        if subprocess.run(["setarch", "--addr-no-randomize", "true"], capture_output=True, check=False).returncode != 0:
+            self.skipTest("this system does not let a program keep its addresses from being randomized")
+        personalities = {
+            words[0]: int(Path(f"/proc/{number}/personality").read_text(encoding="ascii"), 16)
+            for number, words in processes_of(the_machine().prefix).items()
+            if words[0].endswith(".exe")
+        }
+        self.assertGreater(len(personalities), 2)
+        self.assertEqual({name for name, value in personalities.items() if not value & _ADDR_NO_RANDOMIZE}, set())
 
 
 class Telling(unittest.TestCase):

@@ -15,6 +15,7 @@ SERVICES_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
 _NOTIFICATIONS_KEY = r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings"
 _CRASH_FOLDER = r"C:\windows\temp\crashes"
+_WINE = Path(__file__).resolve().parents[3] / "scripts" / "wine"
 
 
 class MachineError(Exception):
@@ -63,7 +64,7 @@ class Machine:
 
     def __init__(self, prefix: Path) -> None:
         self.prefix = prefix
-        self._wine = shutil.which("wine64") or "/usr/lib/wine/wine64"
+        self._wine = str(_WINE)
         self._server = shutil.which("wineserver") or "/usr/lib/wine/wineserver"
         self._environment = {
             **{name: text for name, text in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")},
