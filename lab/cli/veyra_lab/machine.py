@@ -145,7 +145,7 @@ class Machine:
             script.write("\r\n".join(lines).encode("utf-16"))
             script.flush()
             command = ("reg", "import", windows_path(Path(script.name)))
-            # On a busy machine Wine's reg has been seen to end with 1 and no word; the same again does no harm.
+            # Where scripts/wine cannot fix the addresses, reg now and then does not start; the same again does no harm.
             if self.run(*command).status != 0:
                 self.demand(*command)
 

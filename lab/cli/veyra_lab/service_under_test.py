@@ -124,7 +124,7 @@ class ServiceUnderTest:
         return self._peer.follow(wanted, what, since=since, quiet=_PATIENCE)
 
     def _control(self, verb: str) -> None:
-        # On a busy machine Wine has been seen not to start sc at all, and to say so in these words.
+        # Where scripts/wine cannot fix the addresses, sc now and then does not start, and Wine says so in these words.
         if _NOT_STARTED in self._machine.run("sc", verb, self._name).text:
             self._machine.demand("sc", verb, self._name)
 
