@@ -5,8 +5,11 @@ import json
 import os
 import pty
 import socket
+import threading
 import unittest
+from collections.abc import Sequence
 from dataclasses import replace
+from unittest.mock import Mock
 
 from support import complaints, random_image, run_scenario
 from veyra_lab.image import default_image, version_of, with_version
@@ -14,6 +17,7 @@ from veyra_lab.peer import RIG, TOAST, Event, Peer, PeerError
 from veyra_lab.record import ENTER_DFU_MODE, Record
 from veyra_lab.scenario import Scenario
 from veyra_lab.screen import Screen
+from veyra_lab.service_under_test import ServiceUnderTest
 from veyra_lab.trace_formats import UPDATE_SERVICE_TRACES
 
 
@@ -110,6 +114,34 @@ class Wire(unittest.TestCase):
         self.assertFalse(self.peer.dismiss(TOAST, seconds=0.1))
         server.leave()
         self.assertTrue(self.peer.dismiss(TOAST, seconds=5))
+
+
+class Held(unittest.TestCase):
+    """What the service's process holds, told look by look by a rig that the test plays."""
+
+    def threads_seen(self, told: Sequence[int], wanted: int, patience: float) -> int:
+        """What the process holds once it has no more threads than wanted."""
+        with Peer({}, lambda event: None, lambda event: None) as peer:
+            rig = FakeProcess(peer, RIG, 1)
+
+            def tell() -> None:
+                for threads in told:
+                    rig.hear()
+                    held = {"handles": 100, "threads": threads, "private_bytes": 4096}
+                    rig.say({"event": "done", "command": "resources", "ok": True, **held})
+
+            telling = threading.Thread(target=tell)
+            telling.start()
+            seen = ServiceUnderTest(Mock(), peer).resources_once(lambda now: now.threads <= wanted, patience)
+            telling.join()
+            rig.leave()
+            return seen.threads
+
+    def test_held_is_looked_at_again_while_threads_leave(self) -> None:
+        self.assertEqual(self.threads_seen([12, 11, 9], wanted=10, patience=20), 9)
+
+    def test_held_is_told_as_it_is_when_threads_stay(self) -> None:
+        self.assertEqual(self.threads_seen([12], wanted=10, patience=0), 12)
 
 
 class Texts(unittest.TestCase):

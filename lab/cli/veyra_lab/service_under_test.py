@@ -15,6 +15,8 @@ _STOP_CONTROL = 1
 _SHUTDOWN_CONTROL = 5
 _PATIENCE = 20
 _SETTLING_PATIENCE = 45
+# Wine ends the idle threads of its pools after five seconds.
+_LEAVING_PATIENCE = 15
 _KILLED = 5
 _NOT_STARTED = "ShellExecuteEx failed"
 
@@ -95,6 +97,14 @@ class ServiceUnderTest:
         """What its process holds now."""
         answer = self._peer.command(RIG, "resources")
         return Resources(answer["handles"], answer["threads"], answer["private_bytes"] // 1024)
+
+    def resources_once(self, fit: Callable[[Resources], bool], patience: float = _LEAVING_PATIENCE) -> Resources:
+        """What its process holds once that fits, or in the end: threads that have done their work take a while to go,
+        the uninstall monitor's too."""
+        deadline = time.monotonic() + patience
+        while not fit(held := self.resources()) and time.monotonic() < deadline:
+            time.sleep(0.1)
+        return held
 
     def settle(self) -> None:
         """Waits until it has handled everything and no camera has anything pending."""

@@ -236,7 +236,9 @@ def _run(soak: Soak, service: ServiceUnderTest, machine: Machine, seconds: float
     except PeerError as error:
         soak.tally.wrong.append(str(error) if service.is_alive() else f"the service died: {error}")
     took = time.monotonic() - began
-    after = service.resources() if service.is_alive() else None
+    after = None
+    if service.is_alive():
+        after = service.resources_once(lambda now: not any(_growth(before, now, soak.tally)))
     soak.tally.wrong += [f"a process crashed: {note}" for note in machine.crashes()]
     if after is not None:
         stopped_in = service.stop()
