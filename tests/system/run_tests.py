@@ -9,6 +9,7 @@ import multiprocessing
 import os
 import queue
 import random
+import signal
 import sys
 import time
 import traceback
@@ -138,6 +139,8 @@ def main() -> int:
     parser.add_argument("--machines", type=int, default=2, help="how many at a time (default: %(default)s)")
     parser.add_argument("--results", type=Path, metavar="FILE", help="write the results as XML")
     options = parser.parse_args()
+    # A shell starts what runs in the background deaf to Ctrl+C; the programs that tests interrupt would inherit that.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     sys.dont_write_bytecode = True
     os.environ["PYTHONDONTWRITEBYTECODE"] = "1"
     sys.path[:0] = [str(_FOLDER), str(_LABORATORY)]

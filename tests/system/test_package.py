@@ -159,7 +159,7 @@ class InstalledRoad(Road):
     def _remove(self) -> None:
         self._step("Removing the package")
         self._record.remove_text = remove(self._machine).text
-        self._record.state_after_removal = self._machine.wait_for_service_state(SERVICE, None, seconds=5)
+        self._record.state_after_removal = self._machine.wait_for_service_state(SERVICE, None, seconds=20)
 
 
 class Installer(unittest.TestCase):
@@ -175,7 +175,7 @@ class Installer(unittest.TestCase):
 
     def check_nothing_left(self, machine: Machine) -> None:
         self.assertFalse(machine.file(_FOLDER).exists())
-        self.assertIsNone(machine.wait_for_service_state(SERVICE, None, seconds=5))
+        self.assertIsNone(machine.wait_for_service_state(SERVICE, None, seconds=20))
         self.assertEqual(service_keys(machine), [])
         self.assertIsNone(machine.registry_values(_INSTALLER_KEY))
         for version in (VERSION, _NEWER):
@@ -194,7 +194,7 @@ class Installer(unittest.TestCase):
             self.assertEqual(service_keys(on.machine), [SERVICE])
             self.start(on)
             on.machine.demand("sc", "stop", SERVICE)
-            self.assertEqual(on.machine.wait_for_service_state(SERVICE, "STOPPED", seconds=5), "STOPPED")
+            self.assertEqual(on.machine.wait_for_service_state(SERVICE, "STOPPED", seconds=20), "STOPPED")
             self.assertEqual(remove(on.machine).status, 0)
             self.check_nothing_left(on.machine)
 

@@ -8,7 +8,8 @@ from veyra_lab.machine import SERVICES_KEY, windows_path
 from veyra_lab.peer import RIG
 from veyra_lab.stage import EXECUTABLE, SERVICE
 
-STOPPED = 1
+STOP = 1  # the control
+STOPPED = 1  # and the state
 RUNNING = 4
 USAGE = "Parameters:\n -install  to install the service.\n -remove   to remove the service.\n"
 
@@ -24,11 +25,13 @@ class Service(unittest.TestCase):
     def check_stop(self, on: Bench, process: int) -> None:
         """Stops the service: within two seconds, with its process gone and nothing crashed."""
         since = on.peer.mark()
-        asked = on.peer.record("asked to stop")["t"]
         on.machine.demand("sc", "stop", SERVICE)
-        self.assertLess(on.wait_for_state(STOPPED, since)["t"] - asked, 2.0)
+        asked = on.peer.follow(
+            lambda event: event["event"] == "control" and event["control"] == STOP, "the control", since=since, quiet=20
+        )
+        self.assertLess(on.wait_for_state(STOPPED, since)["t"] - asked["t"], 2.0)
         on.peer.follow(
-            lambda event: event["event"] == "gone" and event["pid"] == process, "its end", since=since, quiet=10
+            lambda event: event["event"] == "gone" and event["pid"] == process, "its end", since=since, quiet=20
         )
         self.assertEqual(on.machine.service_state(SERVICE), "STOPPED")
         self.assertEqual(on.machine.crashes(), [])
@@ -50,7 +53,7 @@ class Service(unittest.TestCase):
         with bench() as on:
             self.assertEqual(on.machine.run(EXECUTABLE, "/INSTALL").text, "VeyraCameraDfuService is installed.\n")
             self.assertEqual(on.machine.run(EXECUTABLE, "-Remove").text, "VeyraCameraDfuService is removed.\n")
-            self.assertIsNone(on.machine.wait_for_service_state(SERVICE, None, seconds=5))
+            self.assertIsNone(on.machine.wait_for_service_state(SERVICE, None, seconds=20))
 
     def test_says_why_it_cannot_install_twice(self) -> None:
         with bench() as on:
@@ -74,7 +77,7 @@ class Service(unittest.TestCase):
                 r"VeyraCameraDfuService is stopped\.\n"
                 r"VeyraCameraDfuService is removed\.\n\Z",
             )
-            self.assertIsNone(on.machine.wait_for_service_state(SERVICE, None, seconds=5))
+            self.assertIsNone(on.machine.wait_for_service_state(SERVICE, None, seconds=20))
 
     def test_goes_on_waiting_for_a_service_that_stays_in_stop_pending(self) -> None:
         with bench() as on, ThreadPoolExecutor() as beside:
@@ -111,7 +114,7 @@ class Service(unittest.TestCase):
         with bench() as on:
             process = self.start(on)
             on.peer.command(RIG, "plug", camera=0)
-            on.peer.follow(lambda event: event["event"] == "prompt-call", "the question", since=0, quiet=10)
+            on.peer.follow(lambda event: event["event"] == "prompt-call", "the question", since=0, quiet=20)
             on.peer.command(RIG, "settle")
             self.check_stop(on, process)
 

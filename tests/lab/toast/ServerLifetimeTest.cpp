@@ -10,12 +10,15 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// How long a wait may take to be over on a busy machine.
+constexpr auto kPatience = 20s;
+
 TEST(ServerLifetime, WaitsForTheFirstClientBeyondTheGracePeriod) {
     ServerLifetime lifetime;
     auto unused = std::async(std::launch::async, [&] { lifetime.WaitUntilUnused(); });
     EXPECT_EQ(unused.wait_for(2500ms), std::future_status::timeout);
     lifetime.LeaveNow();
-    EXPECT_EQ(unused.wait_for(2s), std::future_status::ready);
+    EXPECT_EQ(unused.wait_for(kPatience), std::future_status::ready);
 }
 
 TEST(ServerLifetime, EndsAGracePeriodAfterTheLastHold) {
@@ -24,7 +27,7 @@ TEST(ServerLifetime, EndsAGracePeriodAfterTheLastHold) {
     const auto begin = std::chrono::steady_clock::now();
     lifetime->WaitUntilUnused();
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 1900ms);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 6s);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience);
 }
 
 TEST(ServerLifetime, StartsTheGracePeriodAgainForAClientThatComesBack) {
@@ -32,11 +35,11 @@ TEST(ServerLifetime, StartsTheGracePeriodAgainForAClientThatComesBack) {
     lifetime.AddHold();
     lifetime.RemoveHold();
     auto unused = std::async(std::launch::async, [&] { lifetime.WaitUntilUnused(); });
-    EXPECT_EQ(unused.wait_for(500ms), std::future_status::timeout);
+    EXPECT_EQ(unused.wait_for(100ms), std::future_status::timeout);
     lifetime.AddHold();
     EXPECT_EQ(unused.wait_for(2500ms), std::future_status::timeout);
     lifetime.RemoveHold();
-    EXPECT_EQ(unused.wait_for(6s), std::future_status::ready);
+    EXPECT_EQ(unused.wait_for(kPatience), std::future_status::ready);
 }
 
 TEST(ServerLifetime, LeavesAtOnceWhenToldTo) {
@@ -54,7 +57,7 @@ TEST(ServerLifetime, WaitsForTheReleaseOfClientsThatSlippedIn) {
     auto released = std::async(std::launch::async, [&] { lifetime.WaitUntilReleased(); });
     EXPECT_EQ(released.wait_for(300ms), std::future_status::timeout);
     lifetime.RemoveHold();
-    EXPECT_EQ(released.wait_for(2s), std::future_status::ready);
+    EXPECT_EQ(released.wait_for(kPatience), std::future_status::ready);
 }
 
 TEST(ServerLifetime, IgnoresAReleaseWithoutItsHold) {
@@ -64,7 +67,7 @@ TEST(ServerLifetime, IgnoresAReleaseWithoutItsHold) {
     auto released = std::async(std::launch::async, [&] { lifetime.WaitUntilReleased(); });
     EXPECT_EQ(released.wait_for(300ms), std::future_status::timeout);
     lifetime.RemoveHold();
-    EXPECT_EQ(released.wait_for(2s), std::future_status::ready);
+    EXPECT_EQ(released.wait_for(kPatience), std::future_status::ready);
 }
 
 }  // namespace
