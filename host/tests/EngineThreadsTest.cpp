@@ -16,7 +16,8 @@ TEST(EngineThreads, TwoUpdatesAtOnceShareNothing) {
     std::vector<HRESULT> results(kThreads, E_FAIL);
     std::vector<lab::VirtualCamera> cameras;
     for (int number = 0; number < kThreads; ++number) {
-        cameras.emplace_back(lab::CameraSettings{.manifestMs = 1, .detachMs = 0, .enumerateMs = 0});
+        cameras.emplace_back(
+            lab::CameraSettings{.manifestMs = 1, .resetMs = 60'000, .detachMs = 0, .enumerateMs = 0});
     }
     const auto image = lab::test::MakeImage(20000);
     std::vector<std::thread> threads;

@@ -11,6 +11,8 @@
 namespace lab::rig {
 namespace {
 
+constexpr DWORD kAnswerTimeMs = 100;
+
 decltype(&::StartServiceCtrlDispatcherW) startServiceCtrlDispatcher = nullptr;
 decltype(&::RegisterServiceCtrlHandlerExW) registerServiceCtrlHandlerEx = nullptr;
 decltype(&::SetServiceStatus) setServiceStatus = nullptr;
@@ -32,6 +34,9 @@ BOOL WINAPI StartDispatcher(const SERVICE_TABLE_ENTRYW* table) {
     });
     rig->Controls().Run();
     dispatcher.join();
+    // Wine's dispatcher returns as soon as the service reports that it has stopped. The thread on which that
+    // was reported has still to answer the control manager, who otherwise says that the stop has failed.
+    Sleep(kAnswerTimeMs);
     SetLastError(error);
     return result;
 }

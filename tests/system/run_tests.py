@@ -22,7 +22,7 @@ from pathlib import Path
 
 _FOLDER = Path(__file__).resolve().parent
 _LABORATORY = _FOLDER.parents[1] / "lab" / "cli"
-_LONGEST_TEST = 600
+_LONGEST_TEST = 1500
 
 
 @dataclass(frozen=True)

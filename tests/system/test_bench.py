@@ -28,7 +28,7 @@ def run_bench(*arguments: str) -> subprocess.CompletedProcess[str]:
         [str(CHECKOUT / "scripts" / "bench"), *arguments],
         capture_output=True,
         text=True,
-        timeout=600,
+        timeout=1200,
         check=False,
         stdin=subprocess.DEVNULL,
     )

@@ -332,10 +332,14 @@ class InAWindow(unittest.TestCase):
 
     @slow
     def test_updates_the_camera_after_a_click(self) -> None:
-        with display():
-            clicking = threading.Thread(target=click, args=(_UPDATE,))
+        clicking = threading.Thread(target=click, args=(_UPDATE,))
+
+        def ask(camera: str, image: str) -> bool:
             clicking.start()
-            record = run_scenario(Scenario(ask=answer.window()))
+            return answer.window()(camera, image)
+
+        with display():
+            record = run_scenario(Scenario(ask=ask))
             clicking.join(timeout=20)
         self.assertEqual(record.scenario.foreseen, Foreseen.UPDATED)
         self.assertEqual(complaints(record), [])

@@ -193,7 +193,7 @@ class Installer(unittest.TestCase):
             self.assertEqual(on.machine.service_state(SERVICE), "STOPPED")
             self.assertEqual(service_keys(on.machine), [SERVICE])
             self.start(on)
-            on.machine.demand("sc", "stop", SERVICE)
+            on.machine.run("sc", "stop", SERVICE)
             self.assertEqual(on.machine.wait_for_service_state(SERVICE, "STOPPED", seconds=20), "STOPPED")
             self.assertEqual(remove(on.machine).status, 0)
             self.check_nothing_left(on.machine)

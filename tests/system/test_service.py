@@ -25,7 +25,7 @@ class Service(unittest.TestCase):
     def check_stop(self, on: Bench, process: int) -> None:
         """Stops the service: within two seconds, with its process gone and nothing crashed."""
         since = on.peer.mark()
-        on.machine.demand("sc", "stop", SERVICE)
+        on.machine.run("sc", "stop", SERVICE)
         asked = on.peer.follow(
             lambda event: event["event"] == "control" and event["control"] == STOP, "the control", since=since, quiet=20
         )
@@ -85,6 +85,7 @@ class Service(unittest.TestCase):
             on.machine.demand("sc", "create", SERVICE, "binPath=", stubborn)
             on.machine.demand("sc", "start", SERVICE)
             removal = beside.submit(on.machine.run, EXECUTABLE, "-remove")
+            self.assertEqual(on.machine.wait_for_service_state(SERVICE, "STOP_PENDING", seconds=20), "STOP_PENDING")
             with self.assertRaises(TimeoutError):
                 removal.result(timeout=6)
             self.assertEqual(on.machine.service_state(SERVICE), "STOP_PENDING")

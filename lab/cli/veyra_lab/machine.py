@@ -14,6 +14,7 @@ from typing import IO
 SERVICES_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
 _NOTIFICATIONS_KEY = r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings"
+_ENDING_PATIENCE = 20
 _CRASH_FOLDER = r"C:\windows\temp\crashes"
 _WINE = Path(__file__).resolve().parents[3] / "scripts" / "wine"
 
@@ -250,3 +251,7 @@ class Machine:
     def _kill_server(self) -> None:
         if self._call_server("-k") == 0:
             self._call_server("-w")
+        # The processes are told to end, and end a little after their server.
+        deadline = time.monotonic() + _ENDING_PATIENCE
+        while processes_of(self.prefix) and time.monotonic() < deadline:
+            time.sleep(0.05)

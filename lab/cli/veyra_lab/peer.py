@@ -217,10 +217,14 @@ class Peer:
             if self._listener in ready:
                 self._accept()
             with self._changed:
-                # The toast server first: what it said before the rig spoke stands before it in the record as well.
-                for connection in sorted(self._connections, key=lambda each: each.source != TOAST):
-                    if connection.channel in ready:
-                        self._read(connection)
+                # The toast server is read last and taken first: what it said before the rig spoke stands before it in
+                # the record as well.
+                received = [
+                    (each, _received(each.channel)) for each in sorted(self._connections, key=_is_toast_server)
+                ]
+                for connection, some in sorted(received, key=lambda each: not _is_toast_server(each[0])):
+                    if some is not None:
+                        self._read(connection, some)
                 self._changed.notify_all()
 
     def _accept(self) -> None:
@@ -230,11 +234,7 @@ class Peer:
         with self._changed:
             self._connections.append(_Connection(channel))
 
-    def _read(self, connection: _Connection) -> None:
-        try:
-            received = connection.channel.recv(1 << 18)
-        except OSError:
-            received = b""
+    def _read(self, connection: _Connection, received: bytes) -> None:
         for line in connection.lines(received):
             self._take(connection, line)
         if not received:
@@ -274,6 +274,20 @@ class Peer:
         self._events.append(whole)
         self._changed.notify_all()
         return whole
+
+
+def _is_toast_server(connection: _Connection) -> bool:
+    return connection.source == TOAST
+
+
+def _received(channel: socket.socket) -> bytes | None:
+    """What has come by now, nothing at all when the other end is gone; None when there is nothing new."""
+    try:
+        return channel.recv(1 << 18, socket.MSG_DONTWAIT)
+    except BlockingIOError:
+        return None
+    except OSError:
+        return b""
 
 
 def _send_quietly(channel: socket.socket, line: Event) -> None:

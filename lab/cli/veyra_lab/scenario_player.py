@@ -164,7 +164,7 @@ class ScenarioPlayer:
         if self._service.is_up and needs_fresh:
             self._service.end()
         if not self._service.is_up:
-            self._peer.dismiss(TOAST, seconds=5)
+            self._peer.dismiss(TOAST, seconds=20)
         self.put_image(plan.image)
         self.set_update_mode(plan.update_mode)
         wanted = plan.prompt_server != "missing"

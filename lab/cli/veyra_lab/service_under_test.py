@@ -120,6 +120,10 @@ class ServiceUnderTest:
         if self._machine.wait_for_service_state(self._name, "STOPPED", seconds=3) != "STOPPED":
             self._machine.run("taskkill", "/F", "/IM", f"{self._name}.exe")
             self._machine.wait_for_service_state(self._name, "STOPPED", seconds=_KILLED)
+        # The process ends a little after its report; a start before that would be refused.
+        deadline = time.monotonic() + _PATIENCE
+        while self.is_alive() and time.monotonic() < deadline:
+            time.sleep(0.05)
         self.is_up = False
 
     def wait_for_state(self, name: str, wanted: str) -> str:

@@ -107,7 +107,7 @@ class Stage:
             steps.callback(self._remove_keys)
             steps.callback(self._unregister_toast_server)
             if peer is not None:
-                steps.callback(peer.dismiss, TOAST, seconds=5)
+                steps.callback(peer.dismiss, TOAST, seconds=20)
             else:
                 steps.callback(self._await_end_of_toast_server)
             remove_service(self._machine, SERVICE)

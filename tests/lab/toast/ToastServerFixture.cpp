@@ -71,7 +71,7 @@ ToastServerFixture::~ToastServerFixture() {
     wire_.reset();
     CoUninitialize();
     const UniqueKernelHandle process = ServerProcess();
-    if (process && !ExitCodeWithin(process, std::chrono::seconds(10))) {
+    if (process && !ExitCodeWithin(process, std::chrono::seconds(20))) {
         ADD_FAILURE() << "the server is still there";
         TerminateProcess(process.Get(), 1);
     }

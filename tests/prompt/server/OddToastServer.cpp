@@ -1,8 +1,8 @@
 // A toast controller that is not what the service expects, as a local COM server of its own:
 //   odd_toast_server without-interface | without-events | dies
-// without-interface has no IToastCntr; without-events has no connection points; dies answers its first prompt
-// and ends like a crash at once, with exit code 3. Each leaves when its object is released, or when nobody
-// comes for 20 s.
+// without-interface has no IToastCntr; without-events has no connection points; dies answers every call until
+// the event "VeyraOddToastServerDies" is set, and ends like a crash then, with exit code 3. Each leaves when
+// its object is released, or when nobody comes for 20 s.
 
 #include "prompt/IToastCntr.h"
 
@@ -19,7 +19,7 @@ enum class Oddity { WithoutInterface, WithoutEvents, Dies };
 struct Server {
     Oddity oddity;
     HANDLE isUnused = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE isToDie = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    HANDLE isToDie = CreateEventW(nullptr, TRUE, FALSE, L"VeyraOddToastServerDies");
 };
 
 class OddController final : public IToastCntr {
@@ -56,12 +56,7 @@ class OddController final : public IToastCntr {
         return E_NOTIMPL;
     }
 
-    HRESULT STDMETHODCALLTYPE ShowUpdatePrompt(BSTR, BSTR) override {
-        if (server_.oddity == Oddity::Dies) {
-            SetEvent(server_.isToDie);
-        }
-        return S_OK;
-    }
+    HRESULT STDMETHODCALLTYPE ShowUpdatePrompt(BSTR, BSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE NotifyProgress(BSTR) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE NotifyComplete() override { return S_OK; }
 

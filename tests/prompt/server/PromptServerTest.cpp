@@ -18,6 +18,7 @@ namespace {
 const wchar_t* const kServerKey =
     L"SOFTWARE\\Classes\\CLSID\\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}\\LocalServer32";
 constexpr DWORD kPatienceMs = 30'000;
+const wchar_t* const kToDieEvent = L"VeyraOddToastServerDies";
 
 std::wstring WindowsPath(const std::string& path) {
     std::wstring file = L"Z:" + std::wstring(path.begin(), path.end());
@@ -140,6 +141,8 @@ TEST_F(PromptServer, ThatDiesBetweenTwoCallsFailsTheSecondAndRaisesNothing) {
     const win32::UniqueKernelHandle process = OddServerProcess();
     ASSERT_TRUE(process);
     EXPECT_TRUE(client.ShowUpdatePrompt(L"5.10.2.0", L"5.10.3.0"));
+    const win32::UniqueKernelHandle isToDie(OpenEventW(EVENT_MODIFY_STATE, FALSE, kToDieEvent));
+    ASSERT_TRUE(SetEvent(isToDie.Get()));
     ASSERT_EQ(WaitForSingleObject(process.Get(), kPatienceMs), WAIT_OBJECT_0);
     DWORD code = 0;
     GetExitCodeProcess(process.Get(), &code);

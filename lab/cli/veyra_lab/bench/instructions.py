@@ -5,7 +5,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-_SECONDS = 300
+_SECONDS = 1200
 
 
 class CountError(Exception):

@@ -75,12 +75,15 @@ def react(contenders: Contenders) -> Reaction:
     events = contenders.peer.events_since(since)
     plugging = _first(events, lambda event: event["event"] == "camera")
     arrival = _first(events, _is_arrival(_SENSOR_CLASS), plugging)
-    prompt = _first(events, _is_prompt, arrival)
-    block = _first(events, _is_block, prompt)
+    # The prompt server's events come by a wire of their own, so among the service's the prompt may stand a little early
+    # or late. It is the last thing that the arrival's handler does.
+    prompt = _first(events, _is_prompt)
+    handled = _first(events, _is_handled, arrival)
+    block = _first(events, _is_block, handled)
     usb = block - 1 - _first(events[block - 1 :: -1], _is_arrival(_USB_CLASS))
     return Reaction(
-        waits_from_plugging_ms=_waited(events[plugging:prompt]),
-        waits_to_prompt_ms=_waited(events[arrival:prompt]),
+        waits_from_plugging_ms=_waited(events[plugging:handled]),
+        waits_to_prompt_ms=_waited(events[arrival:handled]),
         waits_to_block_ms=_waited(events[usb:block]),
         to_prompt_ms=(events[prompt]["t"] - events[arrival]["t"]) * 1000,
         to_block_ms=(events[block]["t"] - events[usb]["t"]) * 1000,
@@ -113,7 +116,7 @@ def _empty_handler_ms(contenders: Contenders) -> float:
     contenders.minimal.settle()
     events = contenders.peer.events_since(since)
     arrival = _first(events, _is_arrival(_SENSOR_CLASS))
-    handled = _first(events, lambda event: event["event"] == "handled", arrival)
+    handled = _first(events, _is_handled, arrival)
     return float(events[handled]["us"]) / 1000
 
 
@@ -131,6 +134,10 @@ def _waited(events: Sequence[Event]) -> int:
 def _is_arrival(interface_class: str) -> Callable[[Event], bool]:
     wanted = {"event": "control", "type": _ARRIVAL, "class": interface_class}
     return lambda event: wanted.items() <= event.items()
+
+
+def _is_handled(event: Event) -> bool:
+    return event["event"] == "handled"
 
 
 def _is_prompt(event: Event) -> bool:
