@@ -27,7 +27,7 @@ TEST(ServerLifetime, EndsAGracePeriodAfterTheLastHold) {
     const auto begin = std::chrono::steady_clock::now();
     lifetime->WaitUntilUnused();
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 1900ms);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 6s);
 }
 
 TEST(ServerLifetime, StartsTheGracePeriodAgainForAClientThatComesBack) {
