@@ -10,7 +10,7 @@ _CHECKOUT = Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(_CHECKOUT / "host" / "support"), str(_CHECKOUT / "lab" / "cli")]
 
 from recorded_results import run_recorded  # noqa: E402
-from veyra_lab.bench.instructions import CountError, instructions  # noqa: E402
+from veyra_lab.bench.portable.instructions import CountError, instructions  # noqa: E402
 
 RESULTS = Path(sys.argv.pop()).resolve()
 PROGRAM = Path(sys.argv.pop()).resolve()

@@ -25,12 +25,13 @@ from typing import Any
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "lab" / "cli"))
 
-from veyra_lab import peer as peer_module, trace_formats  # noqa: E402
-from veyra_lab.peer import Event, Peer, PeerError  # noqa: E402
+from veyra_lab.wire import connection, peer, trace_formats  # noqa: E402
+from veyra_lab.wire.events import Event, PeerError  # noqa: E402
+from veyra_lab.wire.peer import Peer  # noqa: E402
 
 QUIET_SECONDS = 10
 LONGEST = 20_000
-READERS = {peer_module.__file__, trace_formats.__file__}
+READERS = {connection.__file__, peer.__file__, trace_formats.__file__}
 VALUES: list[Any] = [
     *(None, True, 0, -1, 23, 1 << 70, 1.5, float("nan")),
     *([], {}, [[]], ["zz"], ["00" * 9], {"event": "hello"}),

@@ -11,14 +11,16 @@ from dataclasses import dataclass
 from io import StringIO
 from pathlib import Path
 
-from veyra_lab.expectations import judge
-from veyra_lab.laboratory import Laboratory
-from veyra_lab.machine import Machine
-from veyra_lab.peer import Event, Peer
-from veyra_lab.record import Record
-from veyra_lab.scenario import Scenario
-from veyra_lab.screen import Screen
-from veyra_lab.stage import Programs, Stage
+from veyra_lab.demo.laboratory import Laboratory
+from veyra_lab.terminal.screen import Screen
+from veyra_lab.updates.judge import judge
+from veyra_lab.updates.plan import UpdatePlan
+from veyra_lab.updates.record import Record
+from veyra_lab.windows.installation import Installation
+from veyra_lab.windows.machine import Machine
+from veyra_lab.windows.programs import Programs
+from veyra_lab.wire.events import Event
+from veyra_lab.wire.peer import Peer
 
 CHECKOUT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("VEYRA_BUILD_FOLDER", CHECKOUT / "build" / "windows-release"))
@@ -60,10 +62,10 @@ def random_image(test: unittest.TestCase, size: int) -> bytes:
     return random.Random(seed).randbytes(size)
 
 
-def run_scenario(scenario: Scenario, machine: Machine | None = None) -> Record:
+def run_update(plan: UpdatePlan, machine: Machine | None = None) -> Record:
     """Goes the whole road, in the tests' own machine if no other is given."""
     laboratory = Laboratory(machine or the_machine(), Programs.of(BUILD), CHECKOUT / "trace")
-    return laboratory.run(scenario, Screen(StringIO()))
+    return laboratory.run(plan, Screen(StringIO()))
 
 
 def complaints(record: Record) -> list[str]:
@@ -85,11 +87,11 @@ def run_demo(*options: str, timeout: float = 600) -> subprocess.CompletedProcess
 
 @dataclass(frozen=True)
 class Bench:
-    """A machine with its stage set, for tests that do their own steps."""
+    """A machine with everything installed, for tests that do their own steps."""
 
     machine: Machine
     peer: Peer
-    stage: Stage
+    installation: Installation
 
     def wait_for_state(self, state: int, since: int = 0) -> Event:
         """Waits for the service's own report of a state."""
@@ -102,15 +104,21 @@ class Bench:
 
 
 @contextmanager
-def bench(scenario: Scenario | None = None) -> Iterator[Bench]:
-    """Sets the stage and takes it away again."""
-    scenario = scenario or Scenario()
+def bench(plan: UpdatePlan | None = None) -> Iterator[Bench]:
+    """Installs everything and takes it away again."""
+    plan = plan or UpdatePlan()
     machine = the_machine()
-    with Peer(scenario.stage(), lambda event: None, lambda event: None) as peer:
+    with Peer(plan.stage(), lambda event: None, lambda event: None) as peer:
         machine.forget_crashes()
-        stage = Stage(machine, Programs.of(BUILD), scenario)
+        installation = Installation(
+            machine,
+            Programs.of(BUILD),
+            image=plan.image,
+            update_mode=plan.update_mode,
+            toast_server=plan.toast_server,
+        )
         try:
-            stage.set(peer.port)
-            yield Bench(machine, peer, stage)
+            installation.make(peer.port)
+            yield Bench(machine, peer, installation)
         finally:
-            stage.clear(peer)
+            installation.remove(peer)

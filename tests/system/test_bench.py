@@ -10,11 +10,13 @@ from unittest.mock import patch
 
 from support import BUILD, CHECKOUT, slow, the_machine
 from veyra_lab.bench import __main__ as bench
-from veyra_lab.bench import executable, reaction, table, transfers
-from veyra_lab.bench.contenders import Contenders
-from veyra_lab.bench.process_view import look
+from veyra_lab.bench import table
+from veyra_lab.bench.portable import executable
+from veyra_lab.bench.service import reaction, transfers
+from veyra_lab.bench.service.contenders import Contenders
+from veyra_lab.bench.service.process_view import look
+from veyra_lab.bench.service.updates import image_of, update
 from veyra_lab.bench.table import Row, above_at_most, at_most, exactly, ratio_at_most, within
-from veyra_lab.bench.updates import image_of, update
 
 ONE_AT_A_TIME = True
 

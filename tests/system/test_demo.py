@@ -9,8 +9,8 @@ import unittest
 from pathlib import Path
 
 from support import CHECKOUT, DEMO_PREFIX, random_image, run_demo
-from veyra_lab.image import default_image, version_of
-from veyra_lab.machine import processes_of
+from veyra_lab.windows.image import default_image, version_of
+from veyra_lab.windows.machine import processes_of
 
 # Two demos of one checkout would share one machine.
 ONE_AT_A_TIME = True

@@ -18,13 +18,13 @@ from contextlib import contextmanager
 from pathlib import Path
 from unittest.mock import patch
 
-from support import CHECKOUT, complaints, run_demo, run_scenario, slow
+from support import CHECKOUT, complaints, run_demo, run_update, slow
 from transcripts import good, stopped
-from veyra_lab import answer
-from veyra_lab.scenario import Foreseen, Scenario
+from veyra_lab.demo import answer
+from veyra_lab.updates.plan import Foreseen, UpdatePlan
 
 _LAB = CHECKOUT / "scripts" / "lab"
-_WINDOW = CHECKOUT / "lab" / "cli" / "veyra_lab" / "prompt_window.py"
+_WINDOW = CHECKOUT / "lab" / "cli" / "veyra_lab" / "demo" / "question_window.py"
 _TITLE = "Camera firmware update"
 # Places in the window, in pixels from its upper left corner.
 _NOT_NOW = (110, 160)
@@ -198,7 +198,7 @@ class AtTheTerminal(unittest.TestCase):
     """scripts/demo --answer ask."""
 
     def ask(self) -> Terminal:
-        question = "from veyra_lab import answer; print('said', answer.terminal()('5.10.2.0', '5.10.3.0'))"
+        question = "from veyra_lab.demo import answer; print('said', answer.terminal()('5.10.2.0', '5.10.3.0'))"
         asked = Terminal(sys.executable, "-c", question)
         asked.wait_for("The camera has firmware 5.10.2.0, the image is 5.10.3.0. Update? [y/n] ")
         return asked
@@ -253,9 +253,9 @@ class AtTheTerminal(unittest.TestCase):
                     asked.append((camera, image))
                     return says
 
-                record = run_scenario(Scenario(ask=ask))
+                record = run_update(UpdatePlan(ask=ask))
                 self.assertEqual(asked, [("5.10.2.0", "5.10.3.0")])
-                self.assertEqual(record.scenario.foreseen, foreseen)
+                self.assertEqual(record.plan.foreseen, foreseen)
                 self.assertEqual(complaints(record), [])
 
 
@@ -339,9 +339,9 @@ class InAWindow(unittest.TestCase):
             return answer.window()(camera, image)
 
         with display():
-            record = run_scenario(Scenario(ask=ask))
+            record = run_update(UpdatePlan(ask=ask))
             clicking.join(timeout=20)
-        self.assertEqual(record.scenario.foreseen, Foreseen.UPDATED)
+        self.assertEqual(record.plan.foreseen, Foreseen.UPDATED)
         self.assertEqual(complaints(record), [])
 
     def test_says_that_tkinter_is_missing(self) -> None:

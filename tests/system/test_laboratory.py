@@ -11,14 +11,15 @@ from collections.abc import Sequence
 from dataclasses import replace
 from unittest.mock import Mock
 
-from support import complaints, random_image, run_scenario
-from veyra_lab.image import default_image, version_of, with_version
-from veyra_lab.peer import RIG, TOAST, Event, Peer, PeerError
-from veyra_lab.record import ENTER_DFU_MODE, Record
-from veyra_lab.scenario import Scenario
-from veyra_lab.screen import Screen
-from veyra_lab.service_under_test import ServiceUnderTest
-from veyra_lab.trace_formats import UPDATE_SERVICE_TRACES
+from support import complaints, random_image, run_update
+from veyra_lab.terminal.screen import Screen
+from veyra_lab.updates.plan import UpdatePlan
+from veyra_lab.updates.record import Record
+from veyra_lab.windows.image import default_image, version_of, with_version
+from veyra_lab.windows.service_under_test import ServiceUnderTest
+from veyra_lab.wire.events import ENTER_DFU_MODE, RIG, TOAST, Event, PeerError
+from veyra_lab.wire.peer import Peer
+from veyra_lab.wire.trace_formats import UPDATE_SERVICE_TRACES
 
 
 class FakeProcess:
@@ -202,7 +203,7 @@ def without(record: Record, name: str) -> Record:
 class Judgement(unittest.TestCase):
     def test_judgement_notices_whatever_goes_wrong(self) -> None:
         """An expectation is worth something only when it can fail: a good record, spoiled in many ways."""
-        good = run_scenario(Scenario(image=with_version(random_image(self, 5000), "9.8.7.6")))
+        good = run_update(UpdatePlan(image=with_version(random_image(self, 5000), "9.8.7.6")))
         self.assertEqual(complaints(good), [])
         assert good.before is not None and good.after is not None
         early = next(event for event in good.events if event["event"] == "firmware-command")

@@ -7,10 +7,10 @@ import unittest
 from contextlib import suppress
 from pathlib import Path
 
-from support import BUILD, complaints, run_scenario, the_machine
-from veyra_lab.bench.contenders import Contenders
-from veyra_lab.machine import Machine, MachineError, processes_of
-from veyra_lab.scenario import Scenario
+from support import BUILD, complaints, run_update, the_machine
+from veyra_lab.bench.service.contenders import Contenders
+from veyra_lab.updates.plan import UpdatePlan
+from veyra_lab.windows.machine import Machine, MachineError, processes_of
 
 # What Wine itself writes when it first starts a console program, and when it looks at the display again.
 _WINES_OWN = ("user.reg [Console]", '"DriverDateData"')
@@ -47,7 +47,7 @@ class MachineState(unittest.TestCase):
                 pass
             files, registry = files_of(prefix), registry_of(prefix)
             with Machine(prefix) as machine:
-                self.assertEqual(complaints(run_scenario(Scenario(), machine)), [])
+                self.assertEqual(complaints(run_update(UpdatePlan(), machine)), [])
             self.assertEqual(processes_of(prefix), {})
             self.assertEqual(files_of(prefix) ^ files, set())
             after = registry_of(prefix)
@@ -60,7 +60,7 @@ class MachineState(unittest.TestCase):
         with Contenders(the_machine(), BUILD) as run:
             run.product.start()
             self.assertNotEqual(the_machine().processes(server), [])
-            run.stage.clear(None)
+            run.installation.remove(None)
             self.assertEqual(the_machine().processes(server), [])
 
 

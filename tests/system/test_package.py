@@ -16,12 +16,13 @@ from pathlib import Path
 from types import ModuleType
 
 from support import BUILD, CHECKOUT, Bench, bench, complaints, slow
-from veyra_lab.machine import SERVICES_KEY, Machine, Outcome, registry_string, windows_path
-from veyra_lab.record import Record
-from veyra_lab.road import Road
-from veyra_lab.scenario import Scenario
-from veyra_lab.stage import EXECUTABLE, SERVICE, UPDATE_MODE_KEY, Programs
-from veyra_lab.trace_formats import TraceFormats
+from veyra_lab.demo.road import Road
+from veyra_lab.updates.plan import UpdatePlan
+from veyra_lab.updates.record import Record
+from veyra_lab.windows.installation import EXECUTABLE, UPDATE_MODE_KEY
+from veyra_lab.windows.machine import SERVICES_KEY, Machine, Outcome, registry_string, windows_path
+from veyra_lab.windows.programs import SERVICE, Programs
+from veyra_lab.wire.trace_formats import TraceFormats
 
 _FOLDER = r"C:\windows\VeyraCameraDfu"
 _EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
@@ -129,7 +130,7 @@ def state_of(machine: Machine) -> set[str]:
 @contextmanager
 def workshop() -> Iterator[Bench]:
     """A machine without an update mode; whatever a test has installed in it is removed."""
-    with bench(Scenario(update_mode=None)) as on:
+    with bench(UpdatePlan(update_mode=None)) as on:
         try:
             yield on
         finally:
@@ -299,16 +300,16 @@ class Installer(unittest.TestCase):
             on.machine.forget_crashes()
 
     def test_the_installed_service_makes_a_whole_update(self) -> None:
-        scenario = Scenario()
+        plan = UpdatePlan()
         with workshop() as on:
-            record = InstalledRoad(scenario, on.machine, on.peer, on.stage).walk()
+            record = InstalledRoad(plan, on.machine, on.peer, on.installation).walk()
             # The road's own copy lies elsewhere: that, and nothing else, has to differ.
             wanted, seen = (path.lower() for path in (EXECUTABLE, _EXECUTABLE))
             self.assertEqual(
                 [complaint.partition("unquoted path: ")[2] for complaint in complaints(record)],
                 [f"{wanted} was expected, {seen} was seen"],
             )
-            self.assertEqual(record.flash, scenario.image)
+            self.assertEqual(record.flash, plan.image)
             self.check_nothing_left(on.machine)
 
 

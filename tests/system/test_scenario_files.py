@@ -7,11 +7,11 @@ from pathlib import Path
 from typing import Any
 
 from support import CHECKOUT
-from veyra_lab.fields import ScenarioError
-from veyra_lab.image import version_of
-from veyra_lab.scenario_file import choose, read_folder, read_scenario
-from veyra_lab.scenario_words import PLAIN_STEPS, STEP_ARGUMENTS
-from veyra_lab.transfer_pattern import compile_pattern, shortened, spell
+from veyra_lab.scenarios.errors import ScenarioError
+from veyra_lab.scenarios.files import choose, read_folder, read_scenario
+from veyra_lab.scenarios.transfer_pattern import compile_pattern, shortened, spell
+from veyra_lab.scenarios.vocabulary import PLAIN_STEPS, STEP_ARGUMENTS
+from veyra_lab.windows.image import version_of
 
 GOOD: dict[str, Any] = {"description": "Something happens.", "steps": ["settle"]}
 

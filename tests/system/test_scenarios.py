@@ -10,57 +10,55 @@ from pathlib import Path
 
 import support
 from support import BUILD, CHECKOUT, slow, the_machine
-from veyra_lab.machine import Machine
-from veyra_lab.proving_ground import ProvingGround
-from veyra_lab.scenario_file import Variant, read_folder
-from veyra_lab.scenario_player import ScenarioPlayer
-from veyra_lab.stage import Programs
+from veyra_lab.runner.runner import ScenarioRunner
+from veyra_lab.scenarios.files import read_folder
+from veyra_lab.scenarios.variant import Variant
+from veyra_lab.windows.machine import Machine
+from veyra_lab.windows.programs import Programs
 
 # One service carries as many scenarios as it can.
 ONE_AT_A_TIME = True
 
 
-class Ground:
-    """The player of this process, made when first asked for, and anew when the machine is another."""
+class TheRunner:
+    """The runner of this process, made when first asked for, and anew when the machine is another."""
 
     def __init__(self) -> None:
         self._machine: Machine | None = None
-        self._ground: ProvingGround | None = None
-        self._player: ScenarioPlayer | None = None
+        self._runner: ScenarioRunner | None = None
 
-    def player(self) -> ScenarioPlayer:
-        """It stays until the process ends; another test that sets the stage takes its leavings away."""
+    def get(self) -> ScenarioRunner:
+        """It stays until the process ends; another test that installs the service takes its leavings away."""
         machine = the_machine()
-        if self._player is None or self._machine is not machine or not self._player.is_set():
+        if self._runner is None or self._machine is not machine or not self._runner.is_installed():
             self._machine = machine
             transcript = os.environ.get("VEYRA_TRANSCRIPT")
-            self._ground = ProvingGround(machine, Programs.of(BUILD), Path(transcript) if transcript else None)
-            self._player = self._ground.__enter__()
-        return self._player
+            runner = ScenarioRunner(machine, Programs.of(BUILD), Path(transcript) if transcript else None)
+            self._runner = runner.__enter__()
+        return self._runner
 
     def leave(self) -> None:
-        """Takes everything away that the player has set up, if its machine is still there."""
-        if self._ground is not None and self._player is not None and self._player.is_set():
-            if support.is_booted(self._machine):
-                self._ground.__exit__(None, None, None)
+        """Takes everything away that the runner has set up, if its machine is still there."""
+        if self._runner is not None and self._runner.is_installed() and support.is_booted(self._machine):
+            self._runner.__exit__(None, None, None)
 
 
-_ground = Ground()
-atexit.register(_ground.leave)
+_runner = TheRunner()
+atexit.register(_runner.leave)
 
 
 class Scenarios(unittest.TestCase):
     """Its methods are made below, one for each scenario."""
 
-    def play(self, variant: Variant) -> None:
-        self.assertEqual(_ground.player().play(variant).complaints, [])
+    def check(self, variant: Variant) -> None:
+        self.assertEqual(_runner.get().run(variant).complaints, [])
 
 
 def _make_tests() -> None:
     for variant in read_folder(CHECKOUT / "lab" / "scenarios"):
 
         def test(self: Scenarios, variant: Variant = variant) -> None:
-            self.play(variant)
+            self.check(variant)
 
         test.__doc__ = variant.description
         test.__name__ = "test_" + re.sub(r"[^a-z0-9]", "_", variant.name)

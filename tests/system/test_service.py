@@ -4,9 +4,10 @@ import unittest
 from concurrent.futures import ThreadPoolExecutor, TimeoutError
 
 from support import BUILD, Bench, bench
-from veyra_lab.machine import SERVICES_KEY, windows_path
-from veyra_lab.peer import RIG
-from veyra_lab.stage import EXECUTABLE, SERVICE
+from veyra_lab.windows.installation import EXECUTABLE
+from veyra_lab.windows.machine import SERVICES_KEY, windows_path
+from veyra_lab.windows.programs import SERVICE
+from veyra_lab.wire.events import RIG
 
 STOP = 1  # the control
 STOPPED = 1  # and the state

@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from pathlib import Path
 
 from support import CHECKOUT
-from veyra_lab.trace_formats import SCOPE_TRACES, SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES, TraceFormats
+from veyra_lab.wire.trace_formats import SCOPE_TRACES, SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES, TraceFormats
 
 _LAUNCH_TRACES = "{1FC2A5F0-3B7D-4E0C-9A54-6D0B8EC14793}"
 _SINK_TRACES = "{86E9D1B4-5F2A-4C37-B81E-20A7934DF65C}"

@@ -10,20 +10,21 @@ from contextlib import ExitStack
 from dataclasses import asdict
 from pathlib import Path
 
-from ..command_line import Parser
-from ..machine import Machine, MachineError
-from ..proving_ground import CHECKOUT, sole_use
-from ..set_up import SetUpError, call_setup
-from ..stage import SERVICE
-from . import burst, engine, executable, memory, reaction, rest, start, transfers, watcher
-from .contenders import Contenders
-from .portable import PortablePrograms
+from ..checkout import BUILD
+from ..terminal.parser import Parser
+from ..terminal.set_up import SetUpError, call_setup
+from ..windows.machine import Machine, MachineError
+from ..windows.programs import SERVICE
+from ..windows.sole_use import sole_use
+from .portable import engine, executable, watcher
+from .portable.programs import PortablePrograms
+from .service import burst, memory, reaction, rest, start, transfers
+from .service.contenders import Contenders
 from .table import Failure, Row, text
 
-_BUILD = CHECKOUT / "build"
-_WINDOWS = _BUILD / "windows-release"
-_HOST = _BUILD / "host-bench" / "host"
-_MACHINE = _BUILD / "wine-bench"
+_WINDOWS = BUILD / "windows-release"
+_HOST = BUILD / "host-bench" / "host"
+_MACHINE = BUILD / "wine-bench"
 _WINDOWS_TARGETS = (
     "VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService", "VeyraActivatingService",
 )  # fmt: skip

@@ -1,0 +1,132 @@
+"""The demo: python3 -m veyra_lab.demo, started by scripts/demo."""
+
+import fcntl
+import signal
+import subprocess
+import sys
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import replace
+from typing import NoReturn
+
+from ..checkout import BUILD, CHECKOUT
+from ..terminal.screen import Screen
+from ..terminal.set_up import SetUpError, call_setup
+from ..updates.expectation import Verdict
+from ..updates.judge import judge
+from ..updates.plan import PROBE_SIZE, Foreseen, UpdatePlan, transfer_time
+from ..updates.record import Record
+from ..windows.image import read_image, sha256
+from ..windows.machine import Machine, MachineError
+from ..windows.programs import Programs
+from ..wire.events import PeerError
+from .laboratory import Laboratory
+from .options import Options, parse
+
+_PRESET = "windows-release"
+_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl")
+_INTERRUPTED = 130
+
+
+class DemoError(Exception):
+    """The demo cannot be carried out."""
+
+
+def main() -> int:
+    """The exit status: 0 when everything held, 1 when not, 2 for a wrong command line."""
+    options = parse(sys.argv[1:])
+    for number in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(number, _interrupt)
+    screen = Screen()
+    try:
+        with _only_one():
+            _prepare(screen)
+            return _show(options, screen)
+    except KeyboardInterrupt:
+        screen.plain("interrupted")
+        return _INTERRUPTED
+    except (DemoError, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
+        print(f"scripts/demo: {error}", file=sys.stderr)
+        return 1
+
+
+def _interrupt(number: int, _frame: object) -> NoReturn:
+    raise KeyboardInterrupt(signal.Signals(number).name)
+
+
+@contextmanager
+def _only_one() -> Iterator[None]:
+    """Two demos of one checkout would share one machine."""
+    BUILD.mkdir(exist_ok=True)
+    with (BUILD / "demo.lock").open("w") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            raise DemoError("a demo is running in this checkout already") from None
+        yield
+
+
+def _prepare(screen: Screen) -> None:
+    screen.step("Looking for the packages that the build needs")
+    call_setup("packages")
+    screen.step("Building the service and the laboratory")
+    call_setup("build", _PRESET, *_TARGETS)
+
+
+def _show(options: Options, screen: Screen) -> int:
+    plan = _plan(options)
+    machine = Machine(BUILD / "wine")
+    screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
+    with machine:
+        laboratory = Laboratory(machine, Programs.of(BUILD / _PRESET), CHECKOUT / "trace")
+        record = laboratory.run(plan, screen, options.transcript)
+    verdicts = [*judge(record), *_outcome(record)]
+    failed = [verdict for verdict in verdicts if not verdict.held]
+    screen.step(f"{len(verdicts) - len(failed)} of {len(verdicts)} expectations held")
+    for verdict in failed:
+        screen.plain(f"failed: {verdict.name}: {verdict.complaint}")
+    _close(record, screen)
+    return 1 if failed else 0
+
+
+def _plan(options: Options) -> UpdatePlan:
+    image = read_image(options.image)
+    plan = UpdatePlan(
+        image=image,
+        camera_version=options.camera_version,
+        transfer_size=options.transfer_size,
+        accept=options.accept,
+    )
+    if options.ask is not None:
+        plan = replace(plan, ask=options.ask)
+    return replace(plan, transfer_us=transfer_time(plan.blocks))
+
+
+def _outcome(record: Record) -> list[Verdict]:
+    """A demo in which the user accepts is there to show an update: without one it fails, for a good reason too."""
+    plan = record.plan
+    if record.broken_off or plan.foreseen in (Foreseen.UPDATED, Foreseen.DECLINED):
+        return []
+    if plan.foreseen is Foreseen.PROBE_REFUSED:
+        why = (
+            f"the camera takes {plan.transfer_size} bytes in one transfer, but before the first block the service "
+            f"reads a status of {PROBE_SIZE} bytes in one transfer; that was refused, and no block was sent"
+        )
+    elif plan.accept:
+        why = f"nobody was asked: {plan.why_not_asked}"
+    else:
+        return []
+    return [Verdict("the camera is updated", why)]
+
+
+def _close(record: Record, screen: Screen) -> None:
+    if record.before is None or record.after is None:
+        return
+    screen.plain(f"camera firmware: {record.before.version} -> {record.after.version}")
+    screen.plain(f"image sha256: {sha256(record.plan.image)}")
+    screen.plain(f"flash sha256: {sha256(record.flash)}")
+    screen.plain(f"control transfers: {len(record.transfers())}")
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,59 @@
+"""One update from beginning to end: everything installed, the road gone, everything taken away again."""
+
+import signal
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+from ..terminal.screen import Screen
+from ..updates.plan import UpdatePlan
+from ..updates.record import Record
+from ..windows.installation import Installation
+from ..windows.machine import Machine
+from ..windows.programs import Programs
+from ..wire.peer import Peer
+from ..wire.trace_formats import TraceFormats
+from .narrator import Narrator
+from .road import Road
+
+_ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+
+class Laboratory:
+    """A booted machine, and the programs to run in it. Any number of runs may follow one another."""
+
+    def __init__(self, machine: Machine, programs: Programs, trace_formats: Path) -> None:
+        self._machine = machine
+        self._programs = programs
+        self._formats = TraceFormats(trace_formats)
+
+    def run(self, plan: UpdatePlan, screen: Screen, transcript: Path | None = None) -> Record:
+        """Carries the update out. However it ends, no program of it is left running and the machine is as it was
+        before."""
+        with Peer(plan.stage(), self._formats.add_words, Narrator(screen, plan), transcript) as peer:
+            self._machine.forget_crashes()
+            installation = Installation(
+                self._machine,
+                self._programs,
+                image=plan.image,
+                update_mode=plan.update_mode,
+                toast_server=plan.toast_server,
+            )
+            try:
+                installation.make(peer.port)
+                return Road(plan, self._machine, peer, installation).walk()
+            finally:
+                with _undisturbed():
+                    screen.step("Cleaning up")
+                    installation.remove(peer)
+
+
+@contextmanager
+def _undisturbed() -> Iterator[None]:
+    """Lets nobody's Ctrl-C end the cleaning up half-way."""
+    before = {number: signal.signal(number, lambda *_: None) for number in _ENDING_SIGNALS}
+    try:
+        yield
+    finally:
+        for number, handler in before.items():
+            signal.signal(number, handler)

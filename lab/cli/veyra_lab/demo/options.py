@@ -1,0 +1,144 @@
+"""The demo's command line, checked whole before anything on the machine is touched."""
+
+import argparse
+import os
+import re
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from ..terminal.parser import Parser
+from ..windows.image import SMALLEST_IMAGE
+from . import answer
+
+DESCRIPTION = """\
+Shows one whole firmware update: installs the camera service in a Windows machine of its own (Wine), plugs a virtual
+camera in, answers the service's question, watches the download, compares the camera's flash with the image, and
+removes everything again. What is missing on this machine is installed first, and the programs are built."""
+
+CLOSING = """\
+The last lines say what came of it: the camera's firmware before and after, the digests of image and flash, and the
+number of control transfers. Exit status: 0 when the flash equals the image byte for byte and every expectation held,
+1 when not, 2 when the command line is wrong, 130 when interrupted. When the answer is no, the flash has to stay as it
+was instead.
+
+With --answer ask, the end of the input (Ctrl-D) means no, and so does closing the window of --answer window; Ctrl-C
+ends the demo and cleans up, as at any time. The window needs a display and Debian's package python3-tk.
+
+Examples:
+  scripts/demo
+  scripts/demo --answer ask --camera-version 6.0.0.0
+  scripts/demo --transcript update.jsonl && scripts/lab report update.jsonl -o update.html"""
+
+
+_WHO_IS_ASKED = {"ask": answer.terminal, "window": answer.window}
+
+
+@dataclass(frozen=True)
+class Options:
+    """What the person asked for."""
+
+    image: Path | None
+    camera_version: str
+    transfer_size: int
+    accept: bool
+    # Puts the service's question to a person instead; None when `accept` decides.
+    ask: answer.Ask | None
+    transcript: Path | None
+
+
+def _camera_version(text: str) -> str:
+    if not re.fullmatch(r"[0-9]{1,3}(\.[0-9]{1,3}){3}", text):
+        raise argparse.ArgumentTypeError(f"'{text}' is not a version of the form A.B.C.D")
+    numbers = [int(number) for number in text.split(".")]
+    if max(numbers) > 255:
+        raise argparse.ArgumentTypeError(f"'{text}': each number of a version is 0 to 255")
+    return ".".join(str(number) for number in numbers)
+
+
+def _transfer_size(text: str) -> int:
+    if not re.fullmatch(r"[0-9]{1,5}", text) or not 1 <= int(text) <= 65535:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a number from 1 to 65535")
+    return int(text)
+
+
+def _image(text: str) -> Path:
+    path = Path(text)
+    if not path.exists():
+        raise argparse.ArgumentTypeError(f"'{text}' does not exist")
+    if not path.is_file():
+        raise argparse.ArgumentTypeError(f"'{text}' is not a file")
+    if not os.access(path, os.R_OK):
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be read")
+    size = path.stat().st_size
+    if size < SMALLEST_IMAGE:
+        raise argparse.ArgumentTypeError(
+            f"'{text}' has {size} bytes; an image has at least {SMALLEST_IMAGE}, its version ends there"
+        )
+    return path.resolve()
+
+
+def _transcript(text: str) -> Path:
+    path = Path(text)
+    if path.is_dir():
+        raise argparse.ArgumentTypeError(f"'{text}' is a folder")
+    target = path if path.exists() else path.parent
+    if not target.exists() or not os.access(target, os.W_OK):
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be written")
+    return path.resolve()
+
+
+def _parser() -> Parser:
+    parser = Parser(prog="scripts/demo", description=DESCRIPTION, epilog=CLOSING)
+    parser.add_argument(
+        "--image",
+        type=_image,
+        metavar="FILE",
+        help="firmware image to download; without it one of 256 KiB with version 5.10.3.0 is made",
+    )
+    parser.add_argument(
+        "--camera-version",
+        type=_camera_version,
+        default="5.10.2.0",
+        metavar="A.B.C.D",
+        help="firmware version that the camera comes with, each number 0 to 255 (default: %(default)s)",
+    )
+    parser.add_argument(
+        "--transfer-size",
+        type=_transfer_size,
+        default=1024,
+        metavar="N",
+        help="bytes that the camera takes in one block, 1 to 65535 (default: %(default)s)",
+    )
+    parser.add_argument(
+        "--answer",
+        choices=("accept", "decline", "ask", "window"),
+        default="accept",
+        help="what the user says to the service's question; ask puts it to you at the terminal, window shows it in a"
+        " window (default: %(default)s)",
+    )
+    parser.add_argument(
+        "--transcript",
+        type=_transcript,
+        metavar="FILE",
+        help="keep a record of every crossing between service, camera and user, one JSON object a line",
+    )
+    return parser
+
+
+def parse(arguments: Sequence[str]) -> Options:
+    """The options, or the end of the process: status 2 with one line on standard error, 0 after --help."""
+    parser = _parser()
+    parsed = parser.parse_args(arguments)
+    try:
+        ask = _WHO_IS_ASKED[parsed.answer]() if parsed.answer in _WHO_IS_ASKED else None
+    except answer.AnswerError as error:
+        parser.error(str(error))
+    return Options(
+        image=parsed.image,
+        camera_version=parsed.camera_version,
+        transfer_size=parsed.transfer_size,
+        accept=parsed.answer != "decline",
+        ask=ask,
+        transcript=parsed.transcript,
+    )

@@ -1,0 +1,191 @@
+"""The road of one update: every step of it, in the order in which it is gone."""
+
+import tempfile
+from dataclasses import replace
+from pathlib import Path
+
+from ..updates.plan import Foreseen, UpdatePlan
+from ..updates.record import CameraState, Record
+from ..windows.installation import EXECUTABLE, Installation
+from ..windows.machine import SERVICES_KEY, Machine, MachineError, windows_path
+from ..windows.programs import SERVICE
+from ..wire.events import RIG, TOAST, Event, PeerError
+from ..wire.peer import Peer
+
+_STOPPED = 1
+_STOP_CONTROL = 1
+_RUNNING = 4
+_ACCEPT = 1
+_DECLINE = 0
+# The longest silence that is still no failure: the engine waits 30 s for the camera to finish.
+_LONGEST_SILENCE = 45
+_SHORT_SILENCE = 15
+
+
+class Road:
+    """Goes the road of a planned update, with everything installed, and records what happens."""
+
+    def __init__(self, plan: UpdatePlan, machine: Machine, peer: Peer, installation: Installation) -> None:
+        self._plan = plan
+        self._machine = machine
+        self._peer = peer
+        self._installation = installation
+        self._record = Record(plan)
+
+    def walk(self) -> Record:
+        """All the steps. A step that cannot be gone ends the road; the record then says why."""
+        try:
+            self._install()
+            self._start()
+            self._plug()
+            if self._plan.foreseen is not Foreseen.NOT_ASKED:
+                self._ask()
+                self._answer()
+                self._wait_for_the_end_of_the_update()
+            self._look()
+            self._remove_driver()
+            self._stop()
+            self._remove()
+        except (PeerError, MachineError) as error:
+            self._record.broken_off = str(error)
+        self._peer.catch_up()
+        self._record.events = self._peer.events()
+        self._record.crashes = self._machine.crashes()
+        return self._record
+
+    def _install(self) -> None:
+        self._step(f"Installing the service: {SERVICE}.exe -install")
+        self._record.install_text = self._machine.run(EXECUTABLE, "-install").text
+        self._record.service_key = self._machine.registry_values(rf"{SERVICES_KEY}\{SERVICE}") or {}
+
+    def _start(self) -> None:
+        started = self._step("Starting the service")
+        self._machine.demand("sc", "start", SERVICE)
+        report = self._wait_for_report(_RUNNING, started, _LONGEST_SILENCE)
+        self._record.service_pid = report["pid"]
+
+    def _plug(self) -> None:
+        plugged = self._step(f"Plugging the camera in, firmware {self._plan.camera_version}")
+        self._peer.command(RIG, "plug", camera=0)
+        if self._plan.foreseen is not Foreseen.NOT_ASKED:
+            self._wait_for_call("ShowUpdatePrompt", plugged, _SHORT_SILENCE)
+        self._settle()
+        self._record.before = self._state()
+        if self._plan.why_not_asked:
+            self._step(f"Nobody is asked: {self._plan.why_not_asked}")
+
+    def _ask(self) -> None:
+        """A person decides what becomes of the rest of the road, if somebody is to be asked at all."""
+        if self._plan.ask is None:
+            return
+        self._step("Asking you")
+        call = next(
+            event
+            for event in reversed(self._peer.events())
+            if event["event"] == "prompt-call" and event["method"] == "ShowUpdatePrompt"
+        )
+        camera_version, image_version = call["texts"]
+        accept = self._plan.ask(camera_version, image_version)
+        self._plan = self._record.plan = replace(self._plan, accept=accept, ask=None)
+
+    def _answer(self) -> None:
+        self._record.answered_at = self._step(
+            "The user accepts" if self._plan.accept else "The user declines"
+        )
+        self._peer.command(TOAST, "respond", code=_ACCEPT if self._plan.accept else _DECLINE)
+
+    def _wait_for_the_end_of_the_update(self) -> None:
+        answered = self._record.answered_at or 0
+        if self._plan.foreseen is not Foreseen.DECLINED:
+            self._wait_for_call("NotifyComplete", answered, _LONGEST_SILENCE)
+        if self._plan.foreseen is Foreseen.UPDATED:
+            self._peer.follow(
+                lambda event: event["event"] == "camera" and event["change"] == "running",
+                "the camera with its new firmware",
+                since=answered,
+                quiet=_LONGEST_SILENCE,
+            )
+            self._step("Waiting while the service looks at the camera once more")
+        self._settle()
+
+    def _look(self) -> None:
+        self._step("Reading the camera's flash")
+        self._record.after = self._state()
+        with tempfile.TemporaryDirectory() as folder:
+            flash = Path(folder) / "flash.bin"
+            self._peer.command(RIG, "save-flash", camera=0, path=windows_path(flash))
+            self._record.flash = flash.read_bytes()
+
+    def _remove_driver(self) -> None:
+        removed = self._step("Removing the camera's driver package and unplugging the camera")
+        self._record.driver_removed_at = removed
+        self._installation.remove_driver()
+        mode = self._record.after.mode if self._record.after else "absent"
+        if mode != "absent":
+            self._peer.command(RIG, "unplug", camera=0)
+        self._settle()
+        # A camera in DFU mode has no camera interface whose removal the uninstall monitor could learn of.
+        if mode == "running":
+            for verb in ("stop", "delete"):
+                self._peer.follow(
+                    lambda event, verb=verb: event["event"] == "command-run" and f" {verb} " in event["command"],
+                    f"the uninstall monitor's {verb} command",
+                    since=removed,
+                    quiet=_SHORT_SILENCE,
+                )
+
+    def _stop(self) -> None:
+        asked = self._step("Stopping the service")
+        # sc's own status does not count: under Wine it is a failure when the process ends before it has answered.
+        self._machine.run("sc", "stop", SERVICE)
+        control = self._peer.follow(
+            lambda event: event["event"] == "control" and event["control"] == _STOP_CONTROL,
+            "the control that stops the service",
+            since=asked,
+            quiet=_SHORT_SILENCE,
+        )
+        self._record.stop_seconds = self._wait_for_report(_STOPPED, asked, _SHORT_SILENCE)["t"] - control["t"]
+        self._peer.follow(
+            lambda event: event["event"] == "gone" and event["pid"] == self._record.service_pid,
+            "the end of the service's process",
+            since=asked,
+            quiet=_SHORT_SILENCE,
+        )
+        self._record.process_left = True
+
+    def _remove(self) -> None:
+        self._step(f"Removing the service: {SERVICE}.exe -remove")
+        self._record.remove_text = self._machine.run(EXECUTABLE, "-remove").text
+        self._record.state_after_removal = self._machine.wait_for_service_state(SERVICE, None, seconds=20)
+
+    # The smaller things that the steps are made of.
+
+    def _step(self, text: str) -> int:
+        """Says what comes now; returns the mark of its own event."""
+        mark = self._peer.mark()
+        self._peer.record("step", text=text)
+        self._peer.catch_up()
+        return mark
+
+    def _settle(self) -> None:
+        self._peer.command(RIG, "settle", quiet=_LONGEST_SILENCE)
+
+    def _state(self) -> CameraState:
+        answer = self._peer.command(RIG, "state", camera=0)
+        return CameraState(answer["mode"], answer["version"], answer["block_number_gaps"])
+
+    def _wait_for_call(self, method: str, since: int, quiet: float) -> Event:
+        return self._peer.follow(
+            lambda event: event["event"] == "prompt-call" and event["method"] == method,
+            f"the service's call of {method}",
+            since=since,
+            quiet=quiet,
+        )
+
+    def _wait_for_report(self, state: int, since: int, quiet: float) -> Event:
+        return self._peer.follow(
+            lambda event: event["event"] == "service-status" and event["words"][1] == state,
+            f"the service's report of state {state}",
+            since=since,
+            quiet=quiet,
+        )

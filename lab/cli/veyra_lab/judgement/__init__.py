@@ -1,0 +1,4 @@
+"""What a scenario expects, looked up in what happened.
+
+Uses wire, windows and scenarios.
+"""

@@ -1,0 +1,4 @@
+"""Carries scenarios out on the service: scripts/lab list and scripts/lab run.
+
+Uses wire, windows, terminal, scenarios and judgement.
+"""

@@ -1,0 +1,135 @@
+"""scripts/lab list and scripts/lab run: the scenarios of lab/scenarios."""
+
+import argparse
+import json
+import sys
+import textwrap
+from collections.abc import Sequence
+from pathlib import Path
+from typing import Any
+
+from ..checkout import CHECKOUT
+from ..scenarios.errors import ScenarioError
+from ..scenarios.files import choose, read_folder
+from ..scenarios.variant import Variant
+from ..terminal.parser import add_places
+from ..windows.machine import Machine, MachineError
+from ..windows.programs import built
+from ..windows.service_under_test import Resources
+from ..windows.sole_use import sole_use
+from ..wire.events import PeerError
+from .runner import Outcome, ScenarioRunner
+
+SCENARIOS = CHECKOUT / "lab" / "scenarios"
+_WRONG = 2
+_LINE = 110
+
+_RUN_CLOSING = """\
+Exit status: 0 when everything held in every scenario, 1 when something did not, 2 when a scenario file or the command
+line is wrong. The programs are those of build/windows-release: scripts/setup build windows-release makes them."""
+
+
+def register(subparsers: Any) -> None:
+    """Adds the commands "list" and "run" to the laboratory's command line."""
+    listing = subparsers.add_parser(
+        "list",
+        help="list the scenarios",
+        description="Lists every scenario in one line: its name, and what happens in it. On a terminal the line is"
+        " cut.",
+    )
+    listing.set_defaults(run=_list)
+    run = subparsers.add_parser(
+        "run",
+        help="run scenarios on the service",
+        description="Runs scenarios on the service that ships, and says of each in one line what came of it.",
+        epilog=_RUN_CLOSING,
+        formatter_class=argparse.RawDescriptionHelpFormatter,
+    )
+    run.add_argument("names", nargs="*", metavar="NAME", help="a scenario, or a file's name for all of its scenarios")
+    run.add_argument("--all", action="store_true", help="every scenario, the slow ones too")
+    run.add_argument("--quick", action="store_true", help="every scenario that is not slow")
+    run.add_argument("--keep-going", action="store_true", help="go on after a scenario that did not hold")
+    run.add_argument("--fresh", action="store_true", help="start the service anew for each scenario")
+    run.add_argument("--json", action="store_true", help="write one JSON object a scenario instead of a line")
+    run.add_argument("--transcript", type=Path, metavar="FILE", help="keep a record of every crossing")
+    add_places(run)
+    run.set_defaults(run=_run)
+
+
+def as_json(outcome: Outcome) -> dict[str, Any]:
+    """An outcome for other programs to read."""
+
+    def resources(held: Resources | None) -> dict[str, int] | None:
+        return None if held is None else dict(held.__dict__)
+
+    return {
+        "name": outcome.name,
+        "held": outcome.held,
+        "complaints": outcome.complaints,
+        "seconds": round(outcome.seconds, 3),
+        "before": resources(outcome.before),
+        "after": resources(outcome.after),
+    }
+
+
+def _list(options: argparse.Namespace) -> int:
+    del options
+    try:
+        variants = read_folder(SCENARIOS)
+    except ScenarioError as error:
+        return _complain(error)
+    width = max((len(variant.name) for variant in variants), default=0)
+    for variant in variants:
+        room = _LINE - width - 2
+        words = ("(slow) " if variant.slow else "") + variant.description
+        if sys.stdout.isatty():
+            words = textwrap.shorten(words, max(room, 40), placeholder=" ...")
+        print(f"{variant.name:{width}}  {words}")
+    return 0
+
+
+def _run(options: argparse.Namespace) -> int:
+    try:
+        variants = _chosen(options, read_folder(SCENARIOS))
+        programs = built(options.programs)
+        with sole_use(options.machine), Machine(options.machine) as machine:
+            with ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner:
+                return _run_all(variants, runner, options)
+    except ScenarioError as error:
+        return _complain(error)
+    except (MachineError, PeerError, OSError) as error:
+        print(f"scripts/lab: {error}", file=sys.stderr)
+        return 1
+
+
+def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Variant]:
+    if options.all or options.quick:
+        return [variant for variant in variants if options.all or not variant.slow]
+    if not options.names:
+        raise ScenarioError("name a scenario, or say --all or --quick (scripts/lab list shows them)")
+    return choose(variants, options.names)
+
+
+def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argparse.Namespace) -> int:
+    failed = 0
+    done = 0
+    for variant in variants:
+        outcome = runner.run(variant)
+        done += 1
+        failed += not outcome.held
+        if options.json:
+            print(json.dumps(as_json(outcome)), flush=True)
+        else:
+            print(f"{'held  ' if outcome.held else 'FAILED'} {outcome.seconds:5.1f} s  {outcome.name}", flush=True)
+            for complaint in outcome.complaints:
+                print(f"         {complaint}", flush=True)
+        if failed and not options.keep_going:
+            break
+    if not options.json:
+        print(f"{done - failed} of {len(variants)} scenarios held")
+    return 1 if failed else 0
+
+
+def _complain(error: ScenarioError) -> int:
+    print(f"scripts/lab: {error}", file=sys.stderr)
+    return _WRONG

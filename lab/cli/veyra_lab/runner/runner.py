@@ -1,0 +1,137 @@
+"""Carries scenarios out in a machine that is booted, one after the other."""
+
+import time
+from dataclasses import dataclass, field
+from pathlib import Path
+from types import TracebackType
+
+from ..checkout import CHECKOUT
+from ..judgement.always import judge_always
+from ..scenarios.variant import StagePlan, Variant
+from ..windows.machine import Machine, MachineError
+from ..windows.programs import Programs
+from ..windows.service_under_test import Resources
+from ..wire.events import RIG, TOAST, PeerError
+from ..wire.peer import Peer
+from ..wire.trace_formats import TraceFormats
+from .installed_service import InstalledService
+from .run import ScenarioRun
+
+
+@dataclass
+class Outcome:
+    """How one scenario ended. No complaints: everything held."""
+
+    name: str
+    complaints: list[str] = field(default_factory=list)
+    seconds: float = 0.0
+    before: Resources | None = None
+    after: Resources | None = None
+
+    @property
+    def held(self) -> bool:
+        """Whether everything held."""
+        return not self.complaints
+
+
+class ScenarioRunner:
+    """The service is installed once. One process of it carries as many scenarios as it can: a scenario gets a new one
+    only when it says so, needs another prompt server, or when the one before has ended or failed.
+
+    Use it as a context, in a machine that is booted; on exit everything is taken away again."""
+
+    def __init__(
+        self, machine: Machine, programs: Programs, transcript: Path | None = None, *, always_fresh: bool = False
+    ) -> None:
+        self._machine = machine
+        self._peer = Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript)
+        self._installed = InstalledService(machine, self._peer, programs)
+        self._service = self._installed.service
+        self._always_fresh = always_fresh
+        self._last: StagePlan | None = None
+
+    def __enter__(self) -> "ScenarioRunner":
+        self._peer.__enter__()
+        try:
+            self._installed.install()
+        except BaseException:
+            self._peer.__exit__(None, None, None)
+            raise
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        try:
+            self._installed.remove()
+        finally:
+            self._peer.__exit__(kind, error, trace)
+
+    def run(self, variant: Variant) -> Outcome:
+        """One scenario from beginning to end. What it leaves in the machine is put right before the next one."""
+        outcome = Outcome(variant.name)
+        began = time.monotonic()
+        self._peer.record("scenario", name=variant.name, description=variant.description)
+        run = None
+        place = "start"
+        try:
+            self._prepare(variant)
+            run = ScenarioRun(variant, self._installed, outcome.complaints)
+            outcome.before = self._service.resources()
+            run.carry_out()
+            place = "end"
+            outcome.after = self._close(run)
+        except (PeerError, MachineError) as error:
+            outcome.complaints.append(f"{run.place if run and place == 'start' else place}: {error}")
+        finally:
+            if run is not None:
+                run.clear_away()
+        if run is not None:
+            outcome.complaints += [f"always: {complaint}" for complaint in judge_always(run.events())]
+        outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
+        self._machine.forget_crashes()
+        if not outcome.held:
+            self._service.end()
+        outcome.seconds = time.monotonic() - began
+        return outcome
+
+    def is_installed(self) -> bool:
+        """Whether the service is still installed."""
+        return self._installed.is_installed()
+
+    def _prepare(self, variant: Variant) -> None:
+        plan = variant.stage
+        needs_fresh = (
+            self._always_fresh
+            or variant.fresh_service
+            or self._last is None
+            or (plan.prompt_server, plan.skip_waits, plan.transfer_us)
+            != (self._last.prompt_server, self._last.skip_waits, self._last.transfer_us)
+            or not self._peer.is_connected_as(TOAST)
+        )
+        if self._service.is_up and needs_fresh:
+            self._service.end()
+        if not self._service.is_up:
+            self._peer.dismiss(TOAST, seconds=20)
+        self._installed.put_image(plan.image)
+        self._installed.set_update_mode(plan.update_mode)
+        self._installed.put_prompt_server(plan.prompt_server != "missing")
+        self._last = plan
+        # Also for a process that the scenario itself will start.
+        self._peer.set_stage(plan.for_rig(), plan.for_prompt_server())
+        if self._service.is_up:
+            self._peer.command(RIG, "restage", stage=plan.for_rig())
+            self._peer.command(TOAST, "behave")
+        else:
+            self._service.start()
+
+    def _close(self, run: ScenarioRun) -> Resources | None:
+        """Takes the cameras off the bus, and tells what the service holds then; stops it when it is not to go on."""
+        if not self._service.is_up:
+            return None
+        if not self._service.is_alive():
+            self._service.is_up = False
+            raise PeerError("the service's process is gone")
+        run.unplug_all()
+        self._service.settle()
+        return self._service.resources()

@@ -1,0 +1,95 @@
+"""Scenario files: read, checked whole before anything runs, spread into one variant for each item of "for each"."""
+
+import json
+import re
+from collections.abc import Iterable, Sequence
+from pathlib import Path
+from typing import Any
+
+from .errors import ScenarioError
+from .fields import list_of
+from .variant import StagePlan, Variant
+from .vocabulary import FILE, STAGE, check_step
+
+_PLACE = re.compile(r"\$([a-z_]+)")
+
+
+def read_folder(folder: Path) -> list[Variant]:
+    """Every scenario of every file of the folder, in the order of their names."""
+    return [variant for path in sorted(folder.glob("*.json")) for variant in read_scenario(path)]
+
+
+def read_scenario(path: Path) -> list[Variant]:
+    """The scenarios of one file. ScenarioError names the file and the field that is wrong."""
+    try:
+        whole = json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=_without_doubles)
+        return _variants(path.stem, whole)
+    except (OSError, ValueError, ScenarioError) as error:
+        raise ScenarioError(f"{path.name}: {' '.join(str(error).split())}") from None
+
+
+def choose(variants: Sequence[Variant], names: Iterable[str]) -> list[Variant]:
+    """The variants of these names; a file's name stands for all of its variants. ScenarioError for an unknown one."""
+    chosen: list[Variant] = []
+    for name in names:
+        found = [variant for variant in variants if name in (variant.name, variant.name.partition("/")[0])]
+        if not found:
+            raise ScenarioError(f"there is no scenario '{name}'")
+        chosen += [variant for variant in found if variant not in chosen]
+    return chosen
+
+
+def _variants(stem: str, whole: Any) -> list[Variant]:
+    FILE("file", whole)
+    items = whole.get("for each", [{}])
+    names = [item.get("name", "") for item in items]
+    if len(set(names)) != len(names):
+        raise ScenarioError("for each: two items have the same name")
+    return [_variant(stem, whole, item) for item in items]
+
+
+def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
+    name = f"{stem}/{item['name']}" if item else stem
+    used: set[str] = set()
+    filled = {key: _fill(whole[key], item, used) for key in ("description", "stage", "steps") if key in whole}
+    unused = sorted(item.keys() - used - {"name"})
+    if unused:
+        raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
+    STAGE("stage", filled.get("stage", {}))
+    list_of(check_step)("steps", filled["steps"])
+    return Variant(
+        name=name,
+        description=filled["description"],
+        slow=whole.get("slow", False),
+        fresh_service=whole.get("fresh service", False),
+        stage=StagePlan.of(filled.get("stage", {})),
+        steps=tuple(filled["steps"]),
+    )
+
+
+def _fill(value: Any, item: dict[str, Any], used: set[str]) -> Any:
+    """The value with $parameters replaced: a text that is one becomes the parameter's value, of any type."""
+    if isinstance(value, dict):
+        return {key: _fill(content, item, used) for key, content in value.items()}
+    if isinstance(value, list):
+        return [_fill(content, item, used) for content in value]
+    if not isinstance(value, str):
+        return value
+
+    def parameter(match: re.Match[str]) -> Any:
+        if match[1] not in item:
+            raise ScenarioError(f'there is no parameter "{match[0]}" in "for each"')
+        used.add(match[1])
+        return item[match[1]]
+
+    if match := _PLACE.fullmatch(value):
+        return parameter(match)
+    return _PLACE.sub(lambda match: str(parameter(match)), value)
+
+
+def _without_doubles(pairs: list[tuple[str, Any]]) -> dict[str, Any]:
+    names = [name for name, _ in pairs]
+    for name in names:
+        if names.count(name) > 1:
+            raise ScenarioError(f'the field "{name}" is there twice')
+    return dict(pairs)

@@ -1,0 +1,93 @@
+"""One scenario that is ready to run, and the machine and the bus that it begins with."""
+
+import hashlib
+from dataclasses import dataclass, field
+from typing import Any
+
+from ..windows.image import SMALLEST_IMAGE, with_version
+from ..windows.installation import SERVICE_CONTROLLED
+
+_DEFAULT_IMAGE = {"size": 5000, "version": "5.10.3.0"}
+
+
+@dataclass(frozen=True)
+class ImagePlan:
+    """The firmware image in the machine: a file with this content, a folder of its name, or nothing."""
+
+    content: bytes | None
+    is_folder: bool = False
+
+    @staticmethod
+    def of(value: Any) -> "ImagePlan":
+        """From what a file says. An image of the same size, version and seed is always the same."""
+        if isinstance(value, str):
+            return ImagePlan(None, is_folder=value == "folder")
+        whole = {**_DEFAULT_IMAGE, **value}
+        seed = f"KV400 scenario image {whole.get('seed', 0)}"
+        content = hashlib.shake_256(seed.encode()).digest(whole["size"])
+        if len(content) >= SMALLEST_IMAGE:
+            content = with_version(content, whole["version"])
+        return ImagePlan(content)
+
+
+@dataclass(frozen=True)
+class StagePlan:
+    """What the machine and the bus look like before the first step."""
+
+    cameras: tuple[dict[str, Any], ...] = ({},)
+    image: ImagePlan = field(default_factory=lambda: ImagePlan.of({}))
+    update_mode: str | None = SERVICE_CONTROLLED
+    prompt_server: str = "there"
+    transfer_us: int = 0
+    skip_waits: bool = True
+
+    @staticmethod
+    def of(fields: dict[str, Any]) -> "StagePlan":
+        """From a stage as a file tells it; what it leaves out has its default."""
+        plan = dict(fields)
+        if "cameras" in plan:
+            plan["cameras"] = tuple(_camera(camera) for camera in plan["cameras"])
+        if "image" in plan:
+            plan["image"] = ImagePlan.of(plan["image"])
+        return StagePlan(**plan)
+
+    def for_rig(self) -> dict[str, Any]:
+        """The stage as the wire carries it to the rig; all cameras start unplugged."""
+        return {
+            "trace": {"level": 8, "flags": 1},
+            "transfer_us": self.transfer_us,
+            "skip_waits": self.skip_waits,
+            "cameras": list(self.cameras),
+        }
+
+    def for_prompt_server(self) -> dict[str, Any]:
+        """The stage of the prompt server."""
+        return {"refuse_activation": True} if self.prompt_server == "refuses" else {}
+
+
+@dataclass(frozen=True)
+class Variant:
+    """One scenario to run: a file, or one item of its "for each"."""
+
+    name: str
+    description: str
+    slow: bool
+    fresh_service: bool
+    stage: StagePlan
+    steps: tuple[Any, ...]
+
+
+def _camera(fields: dict[str, Any]) -> dict[str, Any]:
+    """A camera as the rig reads it: a descriptor that is told in pieces becomes one hex text."""
+    camera = dict(fields)
+    if "configuration_descriptor" in camera:
+        camera["configuration_descriptor"] = _hex(camera["configuration_descriptor"])
+    return camera
+
+
+def _hex(value: Any) -> str:
+    if isinstance(value, list):
+        return "".join(_hex(piece) for piece in value)
+    if isinstance(value, dict):
+        return _hex(value["bytes"]) * value["times"]
+    return str(value)

@@ -1,0 +1,43 @@
+"""What the command lines have in common."""
+
+import argparse
+from pathlib import Path
+from typing import Any, NoReturn
+
+from ..checkout import BUILD
+
+
+class Parser(argparse.ArgumentParser):
+    """Takes no abbreviations, keeps the line breaks of its texts, and says what is wrong in one line instead of
+    argparse's usage and message. Subparsers are of the same kind."""
+
+    def __init__(self, **settings: Any) -> None:
+        settings.setdefault("formatter_class", argparse.RawDescriptionHelpFormatter)
+        settings.setdefault("allow_abbrev", False)
+        super().__init__(**settings)
+
+    def error(self, message: str) -> NoReturn:
+        line = " ".join(message.split())
+        self.exit(2, f"{self.prog}: {line} (--help shows the options)\n")
+
+
+def _absolute(text: str) -> Path:
+    return Path(text).resolve()
+
+
+def add_places(parser: argparse.ArgumentParser) -> None:
+    """The options that name the programs and the machine."""
+    parser.add_argument(
+        "--programs",
+        type=_absolute,
+        default=BUILD / "windows-release",
+        metavar="FOLDER",
+        help="the build folder (default: build/windows-release)",
+    )
+    parser.add_argument(
+        "--machine",
+        type=_absolute,
+        default=BUILD / "wine-scenarios",
+        metavar="FOLDER",
+        help="the Windows machine, made when it is not there (default: build/wine-scenarios)",
+    )

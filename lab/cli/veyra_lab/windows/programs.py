@@ -1,0 +1,35 @@
+"""The programs that a run puts into the machine."""
+
+from dataclasses import dataclass
+from pathlib import Path
+
+from .machine import MachineError
+
+SERVICE = "VeyraCameraDfuService"
+
+
+@dataclass(frozen=True)
+class Programs:
+    """The three programs of a build folder that a run needs."""
+
+    service: Path
+    rig: Path
+    toast_server: Path
+
+    @staticmethod
+    def of(build_folder: Path) -> "Programs":
+        """Where the build leaves them."""
+        return Programs(
+            service=build_folder / f"{SERVICE}.exe",
+            rig=build_folder / "lab" / "rig" / "winusb.dll",
+            toast_server=build_folder / "lab" / "toast" / "VeyraCameraToastCntl.exe",
+        )
+
+
+def built(folder: Path) -> Programs:
+    """The programs of a build folder. MachineError when they are not built."""
+    programs = Programs.of(folder)
+    for path in (programs.service, programs.rig, programs.toast_server):
+        if not path.is_file():
+            raise MachineError(f"{path} is missing: scripts/setup build windows-release builds it")
+    return programs

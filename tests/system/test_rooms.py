@@ -1,0 +1,91 @@
+"""The rooms of the laboratory's programs: small modules, imports that only go down, and no circle."""
+
+import ast
+import unittest
+from collections.abc import Iterator
+from pathlib import Path
+
+from support import CHECKOUT
+
+_ROOT = CHECKOUT / "lab" / "cli" / "veyra_lab"
+_LONGEST = 300
+# What each room may use. The room of a module directly in veyra_lab is "". A program's entry, __main__, may use all.
+_BELOW: dict[str, set[str]] = {
+    "": set(),
+    "wire": set(),
+    "windows": {"", "wire"},
+    "terminal": {""},
+    "updates": {"wire", "windows"},
+    "scenarios": {"wire", "windows"},
+    "judgement": {"wire", "windows", "scenarios"},
+    "runner": {"", "wire", "windows", "terminal", "scenarios", "judgement"},
+    "report": {"", "terminal"},
+    "demo": {"wire", "windows", "terminal", "updates", "report"},
+    "soak": {"wire", "windows", "terminal", "judgement"},
+    "bench": set(),
+    "bench.portable": {"bench"},
+    "bench.service": {"wire", "windows", "bench"},
+}
+
+
+def modules() -> dict[str, Path]:
+    """Every module but the rooms' own texts, as "room.module"."""
+    paths = (path for path in sorted(_ROOT.rglob("*.py")) if path.name != "__init__.py")
+    return {".".join(path.relative_to(_ROOT).with_suffix("").parts): path for path in paths}
+
+
+def room(module: str) -> str:
+    """The room that a module is in."""
+    return module.rpartition(".")[0]
+
+
+def imports(module: str, path: Path) -> Iterator[str]:
+    """The modules of the laboratory that a module imports, wherever in its text."""
+    for node in ast.walk(ast.parse(path.read_text(encoding="utf-8"))):
+        if isinstance(node, ast.ImportFrom) and node.level:
+            base = module.split(".")[: -node.level]
+            target = ".".join([*base, *([node.module] if node.module else [])])
+            if target in _MODULES:
+                yield target
+            else:
+                yield from (f"{target}.{alias.name}".lstrip(".") for alias in node.names)
+        elif isinstance(node, ast.ImportFrom) and (node.module or "").startswith("veyra_lab"):
+            raise ValueError(f"{module} names veyra_lab where a relative import would do")
+
+
+_MODULES = modules()
+_IMPORTS = {module: set(imports(module, path)) for module, path in _MODULES.items()}
+
+
+class Rooms(unittest.TestCase):
+    def test_modules_are_small(self) -> None:
+        lengths = {module: len(path.read_text(encoding="utf-8").splitlines()) for module, path in _MODULES.items()}
+        self.assertEqual({module: lines for module, lines in lengths.items() if lines > _LONGEST}, {})
+
+    def test_every_room_says_what_it_is_for(self) -> None:
+        for name in {room(module) for module in _MODULES}:
+            with self.subTest(room=name):
+                text = _ROOT.joinpath(*name.split("."), "__init__.py").read_text(encoding="utf-8")
+                self.assertTrue(ast.get_docstring(ast.parse(text)))
+
+    def test_imports_only_go_down(self) -> None:
+        self.assertEqual(set(_BELOW), {room(module) for module in _MODULES})
+        for module, used in _IMPORTS.items():
+            if module.rpartition(".")[2] == "__main__":
+                continue
+            with self.subTest(module=module):
+                self.assertEqual({room(each) for each in used} - _BELOW[room(module)] - {room(module)}, set())
+
+    def test_no_circle(self) -> None:
+        left = dict(_IMPORTS)
+        while free := [module for module, used in left.items() if not used & left.keys()]:
+            for module in free:
+                del left[module]
+        self.assertEqual(left, {})
+
+    def test_every_import_is_found(self) -> None:
+        self.assertEqual({each for used in _IMPORTS.values() for each in used} - _MODULES.keys(), set())
+
+
+if __name__ == "__main__":
+    unittest.main()
