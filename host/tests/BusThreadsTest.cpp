@@ -1,4 +1,4 @@
-#include "lab/rig/Bus.h"
+#include "lab/rig/bus/Bus.h"
 #include "tests/lab/rig/RecordedEvents.h"
 
 #include <gtest/gtest.h>
@@ -21,18 +21,18 @@ using lab::rig::SourceKind;
 constexpr int kRounds = 300;
 
 TEST(BusThreads, ShareTheCamerasWithoutARace) {
-    lab::rig::Stage stage;
-    stage.cameras.resize(2);
-    for (lab::CameraSettings& settings : stage.cameras) {
-        settings.detachMs = 1;
-        settings.enumerateMs = 1;
-        settings.manifestMs = 1;
+    lab::rig::BusSettings settings;
+    settings.cameras.resize(2);
+    for (lab::CameraSettings& camera : settings.cameras) {
+        camera.detachMs = 1;
+        camera.enumerateMs = 1;
+        camera.manifestMs = 1;
     }
     RecordedEvents events;
     std::atomic<int> announced = 0;
     std::atomic<bool> isOver = false;
     Bus bus(
-        stage, [&events](const nlohmann::json& event) { events.Add(event); },
+        settings, [&events](const nlohmann::json& event) { events.Add(event); },
         [&announced](const InterfaceEvent&) { ++announced; }, [] { return true; });
 
     std::vector<std::thread> threads;

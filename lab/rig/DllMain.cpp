@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include "lab/rig/Redirects.h"
+#include "lab/rig/redirects/Redirects.h"
 
 BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
     if (reason == DLL_PROCESS_ATTACH) {

@@ -7,14 +7,14 @@
 
 #include <span>
 
-#include "lab/rig/Rig.h"
+#include "lab/rig/run/Rig.h"
 
 namespace {
 
 using lab::rig::Rig;
 using lab::rig::UsbDevices;
 
-// Runs one call on the play's devices. Without a rig no handle can be one of WinUSB's.
+// Runs one call on the run's devices. Without a rig no handle can be one of WinUSB's.
 template <typename Call>
 WINBOOL Answer(Call call) {
     Rig* const rig = Rig::Get();

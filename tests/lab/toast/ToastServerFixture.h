@@ -14,7 +14,7 @@
 
 #include "VeyraCameraToast.h"
 #include "win32/UniqueHandle.h"
-#include "tests/lab/toast/WirePeer.h"
+#include "tests/lab/wire/WirePeer.h"
 
 // The end of a program that was run.
 struct ProgramEnd {

@@ -1,0 +1,501 @@
+#include "lab/rig/bus/Bus.h"
+
+#include <dbt.h>
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+#include <utility>
+
+#include "lab/rig/text/HexText.h"
+#include "lab/rig/bus/InterfaceClasses.h"
+#include "lab/rig/bus/TransferErrors.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+std::array<std::uint8_t, 8> SetupBytes(const SetupPacket& setup) {
+    const auto low = [](std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); };
+    const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };
+    return {setup.requestType, setup.request,     low(setup.value),  high(setup.value),
+            low(setup.index),  high(setup.index), low(setup.length), high(setup.length)};
+}
+
+bool IsDeviceToHost(const SetupPacket& setup) {
+    return (setup.requestType & 0x80) != 0;
+}
+
+// Little-endian; 0 where the bytes end.
+std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t offset, std::size_t width) {
+    std::uint32_t number = 0;
+    for (std::size_t index = 0; index < width && offset + index < bytes.size(); ++index) {
+        number |= std::uint32_t{bytes[offset + index]} << (8 * index);
+    }
+    return number;
+}
+
+const char* ModeText(BusMode mode) {
+    switch (mode) {
+        case BusMode::Absent:
+            return "absent";
+        case BusMode::Running:
+            return "running";
+        case BusMode::Dfu:
+            return "dfu";
+    }
+    return "absent";
+}
+
+}  // namespace
+
+Bus::Bus(const BusSettings& settings, Recorder record, Listener listener, QuietTest listenerIsQuiet)
+    : record_(std::move(record)),
+      listener_(std::move(listener)),
+      listenerIsQuiet_(std::move(listenerIsQuiet)),
+      transferTime_(settings.transferTime),
+      skipsWaits_(settings.skipsWaits) {
+    PlaceCameras(settings);
+    thread_ = std::thread(&Bus::Run, this);
+}
+
+Bus::~Bus() {
+    {
+        const std::lock_guard lock(mutex_);
+        ending_ = true;
+        changed_.notify_all();
+    }
+    thread_.join();
+}
+
+void Bus::Plug(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
+        throw std::runtime_error("the camera is on the bus, or on its way back to it");
+    }
+    place.camera.Plug(NowMs());
+    NoteChange(camera, "plugged");
+}
+
+void Bus::Unplug(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    if (place.mode == BusMode::Absent && !place.camera.NextDeadline()) {
+        throw std::runtime_error("the camera is not on the bus");
+    }
+    const bool wasBetweenModes = place.mode == BusMode::Absent;
+    place.camera.Unplug();
+    NoteChange(camera);
+    if (wasBetweenModes) {
+        RecordCamera(camera, "unplugged");
+    }
+    changed_.notify_all();
+}
+
+void Bus::ReplaceCameras(const BusSettings& settings) {
+    const std::lock_guard lock(mutex_);
+    AdvanceAll();
+    for (const Place& place : places_) {
+        if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
+            throw std::runtime_error("a camera is on the bus, or on its way back to it");
+        }
+    }
+    places_.clear();
+    PlaceCameras(settings);
+}
+
+json Bus::State(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    const Place& place = At(camera);
+    AdvanceOne(camera, NowMs());
+    return {{"mode", ModeText(place.mode)},
+            {"on_its_way", place.mode != BusMode::Absent || place.camera.NextDeadline().has_value()},
+            {"dfu_state", static_cast<unsigned>(place.camera.State())},
+            {"dfu_status", static_cast<unsigned>(place.camera.Status())},
+            {"version", place.camera.Version()},
+            {"flash_bytes", place.camera.Flash().size()},
+            {"block_number_gaps", place.camera.BlockNumberGaps()},
+            {"transfers", place.camera.Transfers()}};
+}
+
+std::vector<std::uint8_t> Bus::Flash(std::size_t camera) {
+    const std::lock_guard lock(mutex_);
+    return At(camera).camera.Flash();
+}
+
+std::size_t Bus::HeldBytes(const std::function<void()>& look) {
+    const std::lock_guard lock(mutex_);
+    look();
+    return std::accumulate(
+        places_.begin(), places_.end(), std::size_t{0},
+        [](std::size_t bytes, const Place& place) { return bytes + place.camera.HeldBytes(); });
+}
+
+void Bus::Announce(InterfaceEvent event) {
+    const std::lock_guard lock(mutex_);
+    waiting_.push_back(std::move(event));
+    changed_.notify_all();
+}
+
+void Bus::WhenSettled(std::function<void()> settled) {
+    const std::lock_guard lock(mutex_);
+    settled_.push_back(std::move(settled));
+    changed_.notify_all();
+}
+
+void Bus::Wake() {
+    const std::lock_guard lock(mutex_);
+    changed_.notify_all();
+}
+
+void Bus::Skip(std::uint32_t ms) {
+    const std::lock_guard lock(mutex_);
+    skipped_ += std::chrono::milliseconds(ms);
+    AdvanceAll();
+    changed_.notify_all();
+}
+
+void Bus::Freeze() {
+    const std::lock_guard lock(mutex_);
+    if (skipsWaits_ && !frozenSince_) {
+        frozenSince_ = std::chrono::steady_clock::now();
+    }
+}
+
+void Bus::Thaw() {
+    const std::lock_guard lock(mutex_);
+    if (frozenSince_) {
+        frozen_ += std::chrono::steady_clock::now() - *frozenSince_;
+        frozenSince_.reset();
+        changed_.notify_all();
+    }
+}
+
+std::uint64_t Bus::ClockMs() {
+    const std::lock_guard lock(mutex_);
+    return NowMs();
+}
+
+std::vector<std::wstring> Bus::PresentLinks(const GUID& interfaceClass) {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::wstring> links;
+    for (const Place& place : places_) {
+        if (place.mode == BusMode::Dfu && interfaceClass == kUsbDeviceClass) {
+            links.push_back(Announced(place.links.DfuUsb(), place.style.announcedIn));
+        } else if (place.mode == BusMode::Running && interfaceClass == kUsbDeviceClass) {
+            links.push_back(Announced(place.links.RunningUsb(), place.style.announcedIn));
+        } else if (place.mode == BusMode::Running && interfaceClass == kSensorCameraClass) {
+            links.push_back(Announced(place.links.SensorCamera(), place.style.announcedIn));
+        } else if (place.mode == BusMode::Running && interfaceClass == kVideoCameraClass) {
+            links.push_back(Announced(place.links.VideoCamera(), place.style.announcedIn));
+        }
+    }
+    return links;
+}
+
+std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::wstring> links;
+    for (const Place& place : places_) {
+        if (place.mode != BusMode::Running) {
+            continue;
+        }
+        if (kind == SourceKind::SensorCamera || place.style.isListedTwice) {
+            links.push_back(place.links.SensorCamera());
+        }
+        if (kind == SourceKind::Capture) {
+            links.push_back(place.links.Capture());
+        }
+    }
+    return links;
+}
+
+std::optional<Presence> Bus::FindSource(std::wstring_view link) {
+    const std::lock_guard lock(mutex_);
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        const Place& place = places_[camera];
+        const bool matches = SameLink(link, place.links.SensorCamera()) ||
+                             SameLink(link, place.links.VideoCamera()) ||
+                             SameLink(link, place.links.Capture());
+        if (matches && place.mode == BusMode::Running) {
+            return Presence{camera, place.stay};
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<TopologyNode> Bus::Nodes(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    const Place* const place = Present(presence, BusMode::Running);
+    if (place == nullptr) {
+        return {};
+    }
+    auto nodes = place->camera.Settings().nodes;
+    if (!place->camera.Settings().hasExtensionUnit) {
+        std::erase(nodes, TopologyNode::ExtensionUnit);
+    }
+    return nodes;
+}
+
+std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
+    const std::lock_guard lock(mutex_);
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        const Place& place = places_[camera];
+        if (place.mode == BusMode::Dfu && SameLink(link, place.links.DfuUsb())) {
+            return Presence{camera, place.stay};
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<InterfaceDescriptors> Bus::Interfaces(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    const Place* const place = Present(presence, BusMode::Dfu);
+    if (place == nullptr) {
+        return std::nullopt;
+    }
+    return place->camera.Interfaces();
+}
+
+TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::uint8_t> frame) {
+    transferTime_.Spend();
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Running)) {
+        result = place->camera.WriteCommand(frame, NowMs());
+    }
+    record_({{"event", "firmware-command"},
+             {"length", Number(frame, 0, 2)},
+             {"magic", Number(frame, 2, 2)},
+             {"opcode", Number(frame, 4, 4)},
+             {"parameters",
+              {Number(frame, 8, 4), Number(frame, 12, 4), Number(frame, 16, 4), Number(frame, 20, 4)}},
+             {"result", PropertyResult(result.end)}});
+    NoteChange(presence.camera);
+    return result;
+}
+
+TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> reply) {
+    transferTime_.Spend();
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Running)) {
+        result = place->camera.ReadReply(reply, NowMs());
+    }
+    record_({{"event", "firmware-reply"},
+             {"opcode", Number(reply.first(result.transferred), 0, 4)},
+             {"bytes", result.transferred},
+             {"result", PropertyResult(result.end)}});
+    NoteChange(presence.camera);
+    return result;
+}
+
+TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& setup,
+                                    std::span<std::uint8_t> data) {
+    transferTime_.Spend();
+    std::unique_lock lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Dfu)) {
+        result = place->camera.ControlTransfer(setup, data, NowMs());
+    }
+    json event{{"event", "transfer"},
+               {"setup", SpacedHexText(SetupBytes(setup))},
+               {"length", data.size()},
+               {"transferred", result.transferred},
+               {"ok", result.end == TransferEnd::Ok},
+               {"error", WinUsbError(result.end)}};
+    if (IsDeviceToHost(setup)) {
+        event["data"] = HexText(data.first(result.transferred));
+    }
+    record_(event);
+    NoteChange(presence.camera);
+    lock.unlock();
+    SpendTimeout(presence, result);
+    return result;
+}
+
+TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
+                                   std::span<std::uint8_t> buffer) {
+    const std::lock_guard lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Dfu)) {
+        result = place->camera.ReadDescriptor(type, index, buffer, NowMs());
+    }
+    record_({{"event", "descriptor"},
+             {"type", type},
+             {"index", index},
+             {"length", buffer.size()},
+             {"transferred", result.transferred},
+             {"ok", result.end == TransferEnd::Ok},
+             {"error", WinUsbError(result.end)}});
+    NoteChange(presence.camera);
+    return result;
+}
+
+std::uint64_t Bus::NowMs() const {
+    const auto passed = frozenSince_.value_or(std::chrono::steady_clock::now()) - begin_ - frozen_;
+    return static_cast<std::uint64_t>(
+        (std::chrono::duration_cast<std::chrono::milliseconds>(passed) + skipped_).count());
+}
+
+void Bus::SpendTimeout(const Presence& presence, const TransferResult& result) {
+    if (result.end != TransferEnd::Timeout) {
+        return;
+    }
+    std::uint32_t ms = 0;
+    {
+        const std::lock_guard lock(mutex_);
+        ms = At(presence.camera).camera.Settings().timeoutMs;
+    }
+    if (skipsWaits_) {
+        Skip(ms);
+    } else {
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    }
+}
+
+Bus::Place& Bus::At(std::size_t camera) {
+    if (camera >= places_.size()) {
+        throw std::runtime_error("there is no camera " + std::to_string(camera));
+    }
+    return places_[camera];
+}
+
+Bus::Place* Bus::Present(const Presence& presence, BusMode mode) {
+    if (presence.camera >= places_.size()) {
+        return nullptr;
+    }
+    AdvanceOne(presence.camera, NowMs());
+    Place& place = places_[presence.camera];
+    return place.stay == presence.stay && place.mode == mode ? &place : nullptr;
+}
+
+void Bus::PlaceCameras(const BusSettings& settings) {
+    for (std::size_t camera = 0; camera < settings.cameras.size(); ++camera) {
+        const LinkStyle style =
+            camera < settings.linkStyles.size() ? settings.linkStyles[camera] : LinkStyle{};
+        places_.push_back({VirtualCamera(settings.cameras[camera]), DeviceLinks(camera, style), style});
+    }
+}
+
+void Bus::AdvanceAll() {
+    const std::uint64_t nowMs = NowMs();
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        AdvanceOne(camera, nowMs);
+    }
+}
+
+// Step by step, so that a camera that left and came back while the bus thread slept is seen to do both.
+void Bus::AdvanceOne(std::size_t camera, std::uint64_t nowMs) {
+    VirtualCamera& device = places_[camera].camera;
+    std::optional<std::uint64_t> previous;
+    for (auto due = device.NextDeadline(); due && *due <= nowMs && due != previous;
+         previous = due, due = device.NextDeadline()) {
+        device.Advance(*due);
+        NoteChange(camera);
+    }
+    device.Advance(nowMs);
+    NoteChange(camera);
+}
+
+void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
+    if (camera >= places_.size()) {
+        return;
+    }
+    Place& place = places_[camera];
+    const BusMode mode = place.camera.Mode();
+    if (mode == place.mode) {
+        changed_.notify_all();
+        return;
+    }
+    if (place.mode != BusMode::Absent) {
+        RecordCamera(camera, place.camera.NextDeadline() || mode != BusMode::Absent ? "left" : "unplugged");
+        QueueRemoval(place);
+    }
+    place.mode = mode;
+    if (mode != BusMode::Absent) {
+        place.stay = ++lastStay_;
+        const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
+        RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
+        QueueArrival(place);
+    }
+    changed_.notify_all();
+}
+
+void Bus::QueueArrival(const Place& place) {
+    if (place.mode == BusMode::Dfu) {
+        QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.DfuUsb(), place);
+        return;
+    }
+    QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.RunningUsb(), place);
+    QueueEvent(DBT_DEVICEARRIVAL, kSensorCameraClass, place.links.SensorCamera(), place);
+    QueueEvent(DBT_DEVICEARRIVAL, kVideoCameraClass, place.links.VideoCamera(), place);
+}
+
+void Bus::QueueRemoval(const Place& place) {
+    if (place.mode == BusMode::Dfu) {
+        QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.DfuUsb(), place);
+        return;
+    }
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.RunningUsb(), place);
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kSensorCameraClass, place.links.SensorCamera(), place);
+    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kVideoCameraClass, place.links.VideoCamera(), place);
+}
+
+void Bus::QueueEvent(DWORD type, const GUID& interfaceClass, const std::wstring& link, const Place& place) {
+    waiting_.push_back({type, interfaceClass, Announced(link, place.style.announcedIn)});
+}
+
+void Bus::RecordCamera(std::size_t camera, const char* change) {
+    record_({{"event", "camera"},
+             {"camera", camera},
+             {"change", change},
+             {"version", places_[camera].camera.Version()}});
+}
+
+std::optional<std::uint64_t> Bus::NextDeadline() const {
+    std::optional<std::uint64_t> next;
+    for (const Place& place : places_) {
+        const auto due = place.camera.NextDeadline();
+        if (due && (!next || *due < *next)) {
+            next = due;
+        }
+    }
+    return next;
+}
+
+void Bus::AnswerWhenSettled() {
+    if (settled_.empty() || NextDeadline() || !listenerIsQuiet_()) {
+        return;
+    }
+    for (const auto& settled : std::exchange(settled_, {})) {
+        settled();
+    }
+}
+
+void Bus::Run() {
+    std::unique_lock lock(mutex_);
+    while (!ending_) {
+        AdvanceAll();
+        if (!waiting_.empty()) {
+            const auto events = std::exchange(waiting_, {});
+            lock.unlock();
+            std::ranges::for_each(events, listener_);
+            lock.lock();
+            continue;
+        }
+        AnswerWhenSettled();
+        const auto due = NextDeadline();
+        if (due && !frozenSince_) {
+            changed_.wait_for(lock, std::chrono::milliseconds(std::max(*due, NowMs() + 1) - NowMs()));
+        } else {
+            changed_.wait(lock);
+        }
+    }
+}
+
+}  // namespace lab::rig

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <vector>
+
+#include "lab/camera/CameraSettings.h"
+#include "lab/rig/bus/DeviceLinks.h"
+
+namespace lab::rig {
+
+// What a scenario decides about the bus and the cameras on it.
+struct BusSettings {
+    std::chrono::microseconds transferTime{0};
+    // Sleeps of the service's control thread move the bus's clock instead of passing; so do its waits that
+    // time out.
+    bool skipsWaits = false;
+    std::vector<CameraSettings> cameras;
+    std::vector<LinkStyle> linkStyles;  // of the cameras, in their order; what is missing is a plain one
+};
+
+}  // namespace lab::rig

@@ -1,0 +1,105 @@
+#include "lab/rig/run/Rig.h"
+
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "lab/rig/process/LastErrorKeeper.h"
+#include "lab/rig/run/RigCommands.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+constinit std::once_flag connectOnce;
+constinit std::atomic<Rig*> connectedRig{nullptr};
+
+}  // namespace
+
+Rig* Rig::Get() {
+    const LastErrorKeeper keeper;
+    // Released on purpose: the product's static objects still call the platform while the process ends.
+    std::call_once(connectOnce, [] { connectedRig = Connect().release(); });
+    return connectedRig;
+}
+
+Rig* Rig::IfConnected() {
+    return connectedRig;
+}
+
+std::unique_ptr<Rig> Rig::Connect() {
+    auto wire = Wire::Connect("rig");
+    if (wire == nullptr) {
+        return nullptr;
+    }
+    try {
+        const auto settings = RunSettings::FromStage(wire->Stage());
+        return std::make_unique<Rig>(std::move(wire), settings);
+    } catch (const std::exception& error) {
+        wire->Send(RefusedEvent("stage", error.what()));
+        return nullptr;
+    }
+}
+
+Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
+    : wire_(std::move(wire)),
+      settings_(settings),
+      watchers_([this](const json& event) { Record(event); }),
+      controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); },
+                [this](bool isHandling) { isHandling ? bus_.Freeze() : bus_.Thaw(); }),
+      bus_(
+          settings_.bus, [this](const json& event) { Record(event); },
+          [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),
+      devices_(bus_, [this](const json& event) { Record(event); }) {
+    // The run goes on when the connection closes; only nothing is recorded any more.
+    wire_->Start([this](const json& command) { Obey(command); }, [] {});
+}
+
+void Rig::Record(const json& event) {
+    if (isBurst_ && controls_.IsHandlingHere()) {
+        return;
+    }
+    const LastErrorKeeper keeper;
+    wire_->Send(event);
+}
+
+void Rig::Announce(const InterfaceEvent& event) {
+    if (event.tellsWatchers) {
+        watchers_.Notify(event);
+    }
+    controls_.Queue(event);
+}
+
+void Rig::QueueBurst(const EventBurst& burst) {
+    controls_.QueueWork([this, burst](LPHANDLER_FUNCTION_EX handler, void* context) {
+        isBurst_ = true;
+        json event = burst.Deliver(handler, context);
+        isBurst_ = false;
+        event["event"] = "burst";
+        Record(event);
+    });
+}
+
+void Rig::Obey(const json& command) {
+    const auto name = command.at("command").get<std::string>();
+    if (name == "settle") {
+        bus_.WhenSettled([this] { Record(DoneEvent("settle")); });
+        return;
+    }
+    if (name == "control") {
+        controls_.QueueControl(command.at("control").get<std::uint8_t>());
+        Record(DoneEvent(name));
+        return;
+    }
+    if (name == "burst") {
+        QueueBurst(BurstOf(command));
+        Record(DoneEvent(name));
+        return;
+    }
+    Record(CarryOut(bus_, name, command));
+}
+
+}  // namespace lab::rig

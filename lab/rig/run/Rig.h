@@ -1,0 +1,57 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include <nlohmann/json.hpp>
+
+#include "lab/rig/bus/Bus.h"
+#include "lab/rig/service/ControlLoop.h"
+#include "lab/rig/service/EventBurst.h"
+#include "lab/rig/service/InterfaceWatchers.h"
+#include "lab/rig/run/RunSettings.h"
+#include "lab/rig/usb/UsbDevices.h"
+#include "lab/wire/Wire.h"
+
+namespace lab::rig {
+
+// One run: the connection to the command-line program, and all that stands in for the platform while it
+// lasts.
+class Rig {
+  public:
+    // The process's rig. The first call connects; null when there is nobody to connect to or the stage that
+    // came is refused, then and for ever. Keeps the calling thread's last error. Never call it from a
+    // DllMain. The object lives until the process ends: its threads are ended by the system, never waited
+    // for.
+    [[nodiscard]] static Rig* Get();
+    // The same without connecting: null before the first Get().
+    [[nodiscard]] static Rig* IfConnected();
+
+    Rig(std::unique_ptr<Wire> wire, const RunSettings& settings);
+
+    // Sends an event; keeps the calling thread's last error. Any thread. What the service does while it
+    // handles a burst of events is not sent: telling it would take longer than doing it.
+    void Record(const nlohmann::json& event);
+
+    [[nodiscard]] const RunSettings& Settings() const { return settings_; }
+    [[nodiscard]] Bus& TheBus() { return bus_; }
+    [[nodiscard]] ControlLoop& Controls() { return controls_; }
+    [[nodiscard]] InterfaceWatchers& Watchers() { return watchers_; }
+    [[nodiscard]] UsbDevices& Devices() { return devices_; }
+
+  private:
+    static std::unique_ptr<Rig> Connect();
+    void Announce(const InterfaceEvent& event);
+    void QueueBurst(const EventBurst& burst);
+    void Obey(const nlohmann::json& command);
+
+    const std::unique_ptr<Wire> wire_;
+    const RunSettings settings_;
+    std::atomic<bool> isBurst_{false};
+    InterfaceWatchers watchers_;
+    ControlLoop controls_;
+    Bus bus_;
+    UsbDevices devices_;
+};
+
+}  // namespace lab::rig

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "lab/rig/bus/Bus.h"
+#include "lab/rig/service/EventBurst.h"
+
+namespace lab::rig {
+
+// Carries out one command of the command-line program, all but "settle", "control" and "burst", and gives the
+// event that answers it. Throws std::exception with the reason when the command cannot be done.
+[[nodiscard]] nlohmann::json CarryOut(Bus& bus, const std::string& name, const nlohmann::json& command);
+
+// What a "burst" command asks for. Throws std::exception with the reason when it makes no sense.
+[[nodiscard]] EventBurst BurstOf(const nlohmann::json& command);
+
+}  // namespace lab::rig

@@ -1,0 +1,296 @@
+#include <windows.h>
+#include <dbt.h>
+
+#include <stdexcept>
+
+#include "lab/rig/bus/InterfaceClasses.h"
+#include "tests/lab/rig/bus/BusFixture.h"
+
+using namespace lab::rig;
+using lab::SetupPacket;
+using lab::TransferEnd;
+
+namespace {
+
+constexpr SetupPacket kGetState{0xA1, 5, 0, 0, 1};
+
+class BusTest : public BusFixture {
+  protected:
+    void ExpectAnnounced(const std::vector<InterfaceEvent>& expected) {
+        const auto announced = TakeAnnounced();
+        ASSERT_EQ(announced.size(), expected.size());
+        for (std::size_t index = 0; index < expected.size(); ++index) {
+            EXPECT_EQ(announced[index].type, expected[index].type);
+            EXPECT_TRUE(announced[index].interfaceClass == expected[index].interfaceClass);
+            EXPECT_EQ(announced[index].link, expected[index].link);
+            EXPECT_EQ(announced[index].tellsWatchers, expected[index].tellsWatchers);
+        }
+    }
+
+    std::vector<InterfaceEvent> OfRunningCamera(DWORD type) {
+        return {{type, kUsbDeviceClass, links_.RunningUsb()},
+                {type, kSensorCameraClass, links_.SensorCamera()},
+                {type, kVideoCameraClass, links_.VideoCamera()}};
+    }
+
+    std::vector<std::string> Changes() {
+        std::vector<std::string> changes;
+        for (const auto& event : events_.Named("camera")) {
+            changes.push_back(event.at("change"));
+        }
+        return changes;
+    }
+};
+
+}  // namespace
+
+TEST_F(BusTest, AnnouncesARunningCameraAsUsbDeviceThenSensorThenVideoCamera) {
+    Begin({QuickCamera()});
+    bus_->Plug(0);
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEARRIVAL));
+    bus_->Unplug(0);
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEREMOVECOMPLETE));
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"plugged", "unplugged"}));
+}
+
+TEST_F(BusTest, AnnouncesTheRemovalBeforeTheArrivalInDfuMode) {
+    Begin({QuickCamera()});
+    BringIntoDfuMode();
+    auto expected = OfRunningCamera(DBT_DEVICEARRIVAL);
+    for (const auto& event : OfRunningCamera(DBT_DEVICEREMOVECOMPLETE)) {
+        expected.push_back(event);
+    }
+    expected.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, links_.DfuUsb()});
+    ExpectAnnounced(expected);
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"plugged", "left", "dfu"}));
+}
+
+TEST_F(BusTest, RecordsTheCommandBeforeWhatItBringsAbout) {
+    Begin({QuickCamera()});
+    BringIntoDfuMode();
+    const auto events = events_.All();
+    ASSERT_EQ(events.size(), 4U);
+    EXPECT_EQ(events[1], (nlohmann::json{{"event", "firmware-command"},
+                                         {"length", 20},
+                                         {"magic", 0xCDAB},
+                                         {"opcode", 0x1E},
+                                         {"parameters", {1, 0, 0, 0}},
+                                         {"result", 0}}));
+    EXPECT_EQ(events[2].at("change"), "left");
+    EXPECT_EQ(events[3].at("change"), "dfu");
+}
+
+TEST_F(BusTest, ListsOnlyWhatIsPresentInTheClassAsked) {
+    Begin({QuickCamera(), QuickCamera()});
+    EXPECT_TRUE(bus_->PresentLinks(kUsbDeviceClass).empty());
+    BringIntoDfuMode();
+    bus_->Plug(1);
+    const DeviceLinks second(1);
+    EXPECT_EQ(bus_->PresentLinks(kUsbDeviceClass),
+              (std::vector<std::wstring>{links_.DfuUsb(), second.RunningUsb()}));
+    EXPECT_EQ(bus_->PresentLinks(kSensorCameraClass), std::vector<std::wstring>{second.SensorCamera()});
+    EXPECT_EQ(bus_->PresentLinks(kVideoCameraClass), std::vector<std::wstring>{second.VideoCamera()});
+    EXPECT_TRUE(bus_->PresentLinks(GUID{}).empty());
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), std::vector<std::wstring>{second.Capture()});
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera), std::vector<std::wstring>{second.SensorCamera()});
+}
+
+// A handle opened before the camera left must not reach it when it is back, as with the real driver.
+TEST_F(BusTest, WhatWasOpenedInOneStayIsDisconnectedInTheNext) {
+    Begin({QuickCamera()});
+    bus_->Plug(0);
+    const auto first = bus_->FindSource(links_.Capture());
+    ASSERT_TRUE(first.has_value());
+    bus_->Unplug(0);
+    bus_->Plug(0);
+    std::vector<std::uint8_t> reply(lab::VirtualCamera::kFrameSize);
+    EXPECT_EQ(bus_->ReadReply(*first, reply).end, TransferEnd::Disconnected);
+    EXPECT_EQ(SendDfuModeCommand(*first).end, TransferEnd::Disconnected);
+    EXPECT_FALSE(bus_->Interfaces(*first).has_value());
+    EXPECT_EQ(bus_->ControlTransfer(*first, kGetState, std::span(reply).first(1)).end,
+              TransferEnd::Disconnected);
+}
+
+TEST_F(BusTest, RecordsATransferWithItsSetupAndItsData) {
+    Begin({QuickCamera()});
+    const auto device = BringIntoDfuMode();
+    std::array<std::uint8_t, 1> state{};
+    ASSERT_EQ(bus_->ControlTransfer(device, kGetState, state).end, TransferEnd::Ok);
+    EXPECT_EQ(state[0], 2);
+    EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
+                                                    {"setup", "a1 05 00 00 00 00 01 00"},
+                                                    {"length", 1},
+                                                    {"transferred", 1},
+                                                    {"ok", true},
+                                                    {"error", 0},
+                                                    {"data", "02"}}));
+}
+
+TEST_F(BusTest, RecordsARefusedTransferWithItsErrorAndWithoutDataOfTheHosts) {
+    auto camera = QuickCamera();
+    camera.faults.push_back({lab::Fault::Where::Dnload, lab::Fault::What::Stall});
+    Begin({camera});
+    const auto device = BringIntoDfuMode();
+    std::array<std::uint8_t, 4> block{};
+    EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0x1234, 0, 4}, block).end, TransferEnd::Stall);
+    EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
+                                                    {"setup", "21 01 34 12 00 00 04 00"},
+                                                    {"length", 4},
+                                                    {"transferred", 0},
+                                                    {"ok", false},
+                                                    {"error", ERROR_GEN_FAILURE}}));
+}
+
+TEST_F(BusTest, TheFaultThatUnplugsIsAnnouncedAsAnUnplugging) {
+    auto camera = QuickCamera();
+    camera.faults.push_back({lab::Fault::Where::GetState, lab::Fault::What::Unplug});
+    Begin({camera});
+    const auto device = BringIntoDfuMode();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(device, kGetState, state).end, TransferEnd::Disconnected);
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(Changes().back(), "unplugged");
+    const auto announced = TakeAnnounced();
+    EXPECT_EQ(announced.back().type, DWORD{DBT_DEVICEREMOVECOMPLETE});
+    EXPECT_EQ(announced.back().link, links_.DfuUsb());
+}
+
+TEST_F(BusTest, UnpluggingBetweenTwoModesKeepsTheCameraAway) {
+    auto camera = QuickCamera();
+    camera.enumerateMs = 60'000;
+    Begin({camera});
+    bus_->Plug(0);
+    ASSERT_EQ(SendDfuModeCommand(*bus_->FindSource(links_.Capture())).end, TransferEnd::Ok);
+    ASSERT_TRUE(events_.WaitFor("camera", 2));
+    bus_->Unplug(0);
+    ASSERT_TRUE(Settle());
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"plugged", "left", "unplugged"}));
+    EXPECT_EQ(bus_->State(0).at("mode"), "absent");
+}
+
+TEST_F(BusTest, SettlesOnlyWhenNoCameraIsOnItsWay) {
+    auto camera = QuickCamera();
+    camera.detachMs = 60'000;
+    Begin({camera});
+    bus_->Plug(0);
+    ASSERT_TRUE(Settle());
+    ASSERT_EQ(SendDfuModeCommand(*bus_->FindSource(links_.Capture())).end, TransferEnd::Ok);
+    const auto settled = std::make_shared<std::promise<void>>();
+    auto future = settled->get_future();
+    bus_->WhenSettled([settled] { settled->set_value(); });
+    EXPECT_EQ(future.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    bus_->Unplug(0);
+    EXPECT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+}
+
+TEST_F(BusTest, RefusesCommandsThatCannotBeDone) {
+    Begin({QuickCamera()});
+    EXPECT_THROW(bus_->Unplug(0), std::runtime_error);
+    EXPECT_THROW(bus_->Plug(1), std::runtime_error);
+    EXPECT_THROW((void)bus_->Flash(1), std::runtime_error);
+    EXPECT_THROW((void)bus_->State(1), std::runtime_error);
+    bus_->Plug(0);
+    EXPECT_THROW(bus_->Plug(0), std::runtime_error);
+}
+
+TEST_F(BusTest, TellsTheState) {
+    Begin({QuickCamera()});
+    BringIntoDfuMode();
+    const auto state = bus_->State(0);
+    EXPECT_EQ(state.at("mode"), "dfu");
+    EXPECT_EQ(state.at("dfu_state"), 2);
+    EXPECT_EQ(state.at("dfu_status"), 0);
+    EXPECT_EQ(state.at("version"), "5.10.2.0");
+    EXPECT_EQ(state.at("flash_bytes"), bus_->Flash(0).size());
+    EXPECT_EQ(state.at("block_number_gaps"), 0);
+}
+
+TEST_F(BusTest, SkippedTimeMakesHappenWhatIsDueThen) {
+    auto camera = QuickCamera();
+    camera.detachMs = 10;
+    camera.enumerateMs = 3'600'000;
+    Begin({camera});
+    bus_->Plug(0);
+    SendDfuModeCommand(*bus_->FindSource(links_.SensorCamera()));
+    const auto before = bus_->ClockMs();
+    bus_->Skip(3'700'000);
+    ASSERT_TRUE(Settle());
+    EXPECT_TRUE(bus_->FindDfuDevice(links_.DfuUsb()).has_value());
+    EXPECT_GE(bus_->ClockMs(), before + 3'700'000);
+}
+
+TEST_F(BusTest, TheClockStandsStillOnlyWhereWaitsAreSkipped) {
+    Begin({QuickCamera()});
+    bus_->Freeze();
+    const auto running = bus_->ClockMs();
+    Sleep(30);
+    EXPECT_GT(bus_->ClockMs(), running);
+
+    BusSettings settings;
+    settings.skipsWaits = true;
+    BeginOn(settings);
+    bus_->Freeze();
+    const auto frozen = bus_->ClockMs();
+    Sleep(30);
+    EXPECT_EQ(bus_->ClockMs(), frozen);
+    bus_->Skip(500);
+    EXPECT_EQ(bus_->ClockMs(), frozen + 500);
+    bus_->Thaw();
+    Sleep(30);
+    EXPECT_GT(bus_->ClockMs(), frozen + 500);
+}
+
+TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
+    auto camera = QuickCamera();
+    camera.timeoutMs = 5'000;
+    camera.faults = {{.where = lab::Fault::Where::GetState, .what = lab::Fault::What::Timeout}};
+    BusSettings settings;
+    settings.skipsWaits = true;
+    settings.cameras = {camera};
+    BeginOn(settings);
+    const auto presence = BringIntoDfuMode();
+    const auto before = bus_->ClockMs();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Timeout);
+    EXPECT_GE(bus_->ClockMs(), before + 5'000);
+}
+
+TEST_F(BusTest, WhatWasOpenedReachesNoCameraThatTakesItsPlace) {
+    Begin({QuickCamera()});
+    const auto presence = BringIntoDfuMode();
+    bus_->Unplug(0);
+    BusSettings others;
+    others.cameras = {QuickCamera()};
+    bus_->ReplaceCameras(others);
+    BringIntoDfuMode();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+    bus_->Unplug(0);
+    bus_->ReplaceCameras({});
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+}
+
+TEST_F(BusTest, AnnouncesLinksInTheCaseAskedFor) {
+    BusSettings settings;
+    settings.cameras = {QuickCamera()};
+    settings.linkStyles = {{.announcedIn = LinkStyle::Case::Upper}};
+    BeginOn(settings);
+    bus_->Plug(0);
+    ASSERT_TRUE(Settle());
+    const std::wstring upper = Announced(links_.SensorCamera(), LinkStyle::Case::Upper);
+    EXPECT_EQ(TakeAnnounced()[1].link, upper);
+    EXPECT_EQ(bus_->PresentLinks(kSensorCameraClass), std::vector{upper});
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera), std::vector{links_.SensorCamera()});
+    EXPECT_TRUE(bus_->FindSource(upper).has_value());
+}
+
+TEST_F(BusTest, ListsASensorCameraAmongTheCaptureSourcesWhenAsked) {
+    BusSettings settings;
+    settings.cameras = {QuickCamera()};
+    settings.linkStyles = {{.isListedTwice = true}};
+    BeginOn(settings);
+    bus_->Plug(0);
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), (std::vector{links_.SensorCamera(), links_.Capture()}));
+}

@@ -1,0 +1,89 @@
+#include <gtest/gtest.h>
+
+#include "lab/rig/run/RunSettings.h"
+
+using lab::rig::RunSettings;
+using nlohmann::json;
+
+TEST(RunSettings, SaysNothingUnlessAsked) {
+    const RunSettings settings = RunSettings::FromStage({{"reply", "stage"}});
+    EXPECT_FALSE(settings.trace.has_value());
+    EXPECT_EQ(settings.bus.transferTime.count(), 0);
+    EXPECT_TRUE(settings.bus.cameras.empty());
+    EXPECT_FALSE(RunSettings::FromStage({{"trace", nullptr}}).trace.has_value());
+}
+
+TEST(RunSettings, TakesEveryField) {
+    const RunSettings settings = RunSettings::FromStage(json::parse(R"({
+        "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250,
+        "cameras": [{"version": "1.2.11.255", "personality": "strict", "transfer_size": 65535, "block_ms": 1,
+            "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
+            "configuration_descriptor": "09 02aB", "has_extension_unit": false,
+            "faults": [{"where": "COMMAND-READ", "what": "echo", "skip": 6, "count": 7, "value": 4294967295,
+                        "sets_error": false}]}]})"));
+    ASSERT_TRUE(settings.trace.has_value());
+    EXPECT_EQ(settings.trace->level, 8);
+    EXPECT_EQ(settings.trace->flags, 0xFFFFFFFFU);
+    EXPECT_EQ(settings.bus.transferTime.count(), 250);
+    ASSERT_EQ(settings.bus.cameras.size(), 1U);
+    const auto& camera = settings.bus.cameras[0];
+    EXPECT_EQ(camera.version, (std::array<std::uint8_t, 4>{1, 2, 11, 255}));
+    EXPECT_EQ(camera.personality, lab::Personality::Strict);
+    EXPECT_EQ(camera.transferSize, 65535);
+    EXPECT_EQ(camera.blockMs, 1U);
+    EXPECT_EQ(camera.manifestMs, 2U);
+    EXPECT_TRUE(camera.manifestsAtOnce);
+    EXPECT_EQ(camera.resetMs, 3U);
+    EXPECT_EQ(camera.detachMs, 4U);
+    EXPECT_EQ(camera.enumerateMs, 5U);
+    EXPECT_EQ(camera.configurationDescriptor, (std::vector<std::uint8_t>{0x09, 0x02, 0xAB}));
+    EXPECT_FALSE(camera.hasExtensionUnit);
+    ASSERT_EQ(camera.faults.size(), 1U);
+    EXPECT_EQ(camera.faults[0].where, lab::Fault::Where::CommandRead);
+    EXPECT_EQ(camera.faults[0].what, lab::Fault::What::WrongEcho);
+    EXPECT_EQ(camera.faults[0].skip, 6U);
+    EXPECT_EQ(camera.faults[0].count, 7U);
+    EXPECT_EQ(camera.faults[0].value, 0xFFFFFFFFU);
+    EXPECT_FALSE(camera.faults[0].setsError);
+}
+
+// A scenario with a slip of the pen must not run as if it had said nothing.
+TEST(RunSettings, RefusesWhatItDoesNotUnderstand) {
+    for (const char* text :
+         {R"({"camera": []})", R"({"transfer_us": -1})", R"({"trace": {"level": 256, "flags": 0}})",
+          R"({"trace": {"level": 1}})", R"({"cameras": [{"versoin": "1.2.3.4"}]})",
+          R"({"cameras": [{"version": "1.2.3"}]})", R"({"cameras": [{"version": "1.2.3.256"}]})",
+          R"({"cameras": [{"version": "1.2.3.4.5"}]})", R"({"cameras": [{"version": 5}]})",
+          R"({"cameras": [{"personality": "kind"}]})", R"({"cameras": [{"transfer_size": 65536}]})",
+          R"({"cameras": [{"block_ms": "1"}]})", R"({"cameras": [{"configuration_descriptor": "0"}]})",
+          R"({"cameras": [{"configuration_descriptor": "zz"}]})",
+          R"({"cameras": [{"has_extension_unit": 1}]})",
+          R"({"cameras": [{"faults": [{"where": "NOWHERE"}]}]})",
+          R"({"cameras": [{"faults": [{"what": "?"}]}]})", R"({"cameras": [{"faults": [{"when": 1}]}]})"}) {
+        EXPECT_THROW((void)RunSettings::FromStage(json::parse(text)), std::exception) << text;
+    }
+}
+
+TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
+    const RunSettings settings = RunSettings::FromStage(json::parse(R"({
+        "skip_waits": true,
+        "cameras": [{"nodes": ["processing", "foreign", "broken", "extension-unit"], "two_banks": true,
+            "timeout_ms": 5000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
+            "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"}]},
+            {}]})"));
+    EXPECT_TRUE(settings.bus.skipsWaits);
+    using lab::TopologyNode;
+    EXPECT_EQ(settings.bus.cameras[0].nodes,
+              (std::vector{TopologyNode::Processing, TopologyNode::Foreign, TopologyNode::Broken,
+                           TopologyNode::ExtensionUnit}));
+    EXPECT_TRUE(settings.bus.cameras[0].hasTwoBanks);
+    EXPECT_EQ(settings.bus.cameras[0].timeoutMs, 5000U);
+    EXPECT_EQ(settings.bus.cameras[0].faults[0].where, lab::Fault::Where::GetDescriptor);
+    EXPECT_EQ(settings.bus.cameras[0].faults[1].what, lab::Fault::What::PollTime);
+    ASSERT_EQ(settings.bus.linkStyles.size(), 2U);
+    EXPECT_EQ(settings.bus.linkStyles[0].announcedIn, lab::rig::LinkStyle::Case::Mixed);
+    EXPECT_EQ(settings.bus.linkStyles[0].length, 32767U);
+    EXPECT_TRUE(settings.bus.linkStyles[0].isListedTwice);
+    EXPECT_EQ(settings.bus.linkStyles[1].announcedIn, lab::rig::LinkStyle::Case::AsWindows);
+    EXPECT_FALSE(RunSettings::FromStage({{"reply", "stage"}}).bus.skipsWaits);
+}
