@@ -10,6 +10,7 @@
 // replaces each of them by its name, as it does under Windows.
 
 #define WINAPI
+#define CMAPI
 #define CALLBACK
 #define STDMETHODCALLTYPE
 #define __cdecl

@@ -3,11 +3,11 @@
 #include <windows.h>
 #include <cfgmgr32.h>
 
-// mingw-w64's cfgmgr32.h has the types of device notifications, and its library the functions, but not their
-// declarations.
+// Older cfgmgr32.h of mingw-w64 have the types of device notifications, and their library the functions, but not their
+// declarations. Newer ones declare them like this too.
 extern "C" {
 
-CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER filter, PVOID context,
-                                          PCM_NOTIFY_CALLBACK callback, PHCMNOTIFICATION registration);
-CONFIGRET WINAPI CM_Unregister_Notification(HCMNOTIFICATION registration);
+CMAPI CONFIGRET WINAPI CM_Register_Notification(PCM_NOTIFY_FILTER filter, PVOID context,
+                                                PCM_NOTIFY_CALLBACK callback, PHCMNOTIFICATION registration);
+CMAPI CONFIGRET WINAPI CM_Unregister_Notification(HCMNOTIFICATION registration);
 }
