@@ -1,0 +1,118 @@
+"""Runs the fuzz targets: scripts/fuzz."""
+
+import argparse
+import random
+import re
+import shutil
+import subprocess
+import sys
+from collections.abc import Sequence
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+
+from veyra_lab.checkout import BUILD, CHECKOUT
+from veyra_lab.terminal.parser import Parser
+from veyra_lab.terminal.set_up import SetUpError, call_setup
+
+_FOLDER = BUILD / "host-fuzz"
+_FINDS = BUILD / "fuzz-finds"
+_SOURCES = CHECKOUT / "host" / "fuzz"
+_TRANSCRIPTS = "transcripts"
+_TARGETS = ("descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host",
+            _TRANSCRIPTS)  # fmt: skip
+_FIXED_RUNS = 2000
+_AT_A_TIME = 2
+
+_DESCRIPTION = f"""\
+Runs each TARGET for SECONDS, two at a time; without one named, all of them:
+  {" ".join(_TARGETS)}
+Each line tells a target's executions, its coverage (edges of the code; lines of the reader for transcripts) and what it
+found. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
+
+SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed, the same each
+time."""
+
+_CLOSING = """\
+An input that breaks a target's promises is written to build/fuzz-finds, and the exit status is then 1. To see it again:
+  build/host-fuzz/host/fuzz/TARGET FILE    (transcripts: host/fuzz/transcripts.py --runs 1 FOLDER-WITH-THE-FILE)"""
+
+
+@dataclass(frozen=True)
+class Outcome:
+    """What a target's run said."""
+
+    target: str
+    log: Path
+    held: bool
+
+    def __str__(self) -> str:
+        said = self.log.read_text(encoding="utf-8", errors="replace")
+
+        def last(pattern: str) -> str:
+            return (re.findall(pattern, said, re.MULTILINE) or ["?"])[-1]
+
+        executions = last(r"^stat::number_of_executed_units: *(\d+)")
+        coverage = last(r" cov: (\d+)")
+        input_file = last(re.escape(str(_FINDS)) + r"/\S+-[0-9a-f]{40}")
+        found = "no find" if self.held else f"a find, see {self.log}: {input_file}"
+        return f"{self.target:19} {executions:>9} executions, coverage {coverage:>5}, {found}"
+
+
+def _command(target: str, seconds: int) -> Sequence[str]:
+    corpus = str(_SOURCES / "corpus" / target)
+    if target == _TRANSCRIPTS:
+        extent = ["--seconds", str(seconds)] if seconds else ["--runs", str(_FIXED_RUNS)]
+        seed = random.randrange(1 << 15) if seconds else 1
+        return [sys.executable, str(_SOURCES / "transcripts.py"), "--finds", f"{_FINDS}/{target}-", "--seed", str(seed),
+                *extent, corpus]  # fmt: skip
+    # What is learnt goes into the first folder: never into the seeds, and into none that a later short run looks at.
+    learnt = _FOLDER / ("learnt" if seconds else "learnt-in-short-run") / target
+    if not seconds:
+        shutil.rmtree(learnt, ignore_errors=True)
+    learnt.mkdir(parents=True, exist_ok=True)
+    extent = [f"-max_total_time={seconds}"] if seconds else ["-seed=1", f"-runs={_FIXED_RUNS}"]
+    return [str(_FOLDER / "host" / "fuzz" / target), "-timeout=20", "-max_len=4096", "-print_final_stats=1",
+            f"-artifact_prefix={_FINDS}/{target}-", *extent, str(learnt), corpus]  # fmt: skip
+
+
+def _run(target: str, seconds: int) -> Outcome:
+    log = _FOLDER / f"{target}.log"
+    with log.open("w", encoding="utf-8") as stream:
+        done = subprocess.run(
+            _command(target, seconds), cwd=_FOLDER, stdin=subprocess.DEVNULL, stdout=stream, stderr=stream, check=False
+        )
+    return Outcome(target, log, done.returncode == 0)
+
+
+def _seconds(text: str) -> int:
+    if not re.fullmatch(r"[0-9]{1,6}", text):
+        raise argparse.ArgumentTypeError(f"no number of seconds: {text}")
+    return int(text)
+
+
+def main() -> int:
+    parser = Parser(prog="scripts/fuzz", description=_DESCRIPTION, epilog=_CLOSING)
+    parser.add_argument("seconds", type=_seconds, metavar="SECONDS")
+    parser.add_argument("target", nargs="*", metavar="TARGET", default=_TARGETS)
+    options = parser.parse_args()
+    for target in options.target:
+        if target not in _TARGETS:
+            parser.error(f"no target: {target}")
+    try:
+        call_setup("packages", "test")
+        call_setup("build", "host-fuzz")
+    except SetUpError as error:
+        print(f"scripts/fuzz: {error}", file=sys.stderr)
+        return 1
+    _FINDS.mkdir(parents=True, exist_ok=True)
+    held = True
+    with ThreadPoolExecutor(_AT_A_TIME) as pool:
+        for outcome in pool.map(lambda target: _run(target, options.seconds), options.target):
+            print(outcome, flush=True)
+            held &= outcome.held
+    return 0 if held else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

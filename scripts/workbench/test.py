@@ -1,0 +1,186 @@
+"""Sets this machine up, builds and runs the tests: scripts/test."""
+
+import os
+import random
+import sys
+import threading
+import time
+from collections.abc import Sequence
+from contextlib import nullcontext
+from pathlib import Path
+
+from veyra_lab.checkout import BUILD, CHECKOUT
+from veyra_lab.terminal.parser import Parser
+from veyra_lab.terminal.set_up import SetUpError, call_setup
+
+from .builds import BUILDS, RELEASE, Build, TestProgram, programs_of
+from .jobs import Job, JobScreen
+from .results import closing_line
+from .wine import TestMachine
+
+_SYSTEM_TESTS = CHECKOUT / "tests" / "system"
+# What the system tests run: the product, what the laboratory puts under it, and what the tests of -remove run into.
+_SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "stubborn_service")
+_MACHINES = 2
+
+_DESCRIPTION = """\
+Without a NAME: everything that must pass, from the packages to the last line, which counts the test cases of all builds.
+With one or more: builds and runs just that, in the release build or in the one that --preset names."""
+
+_CLOSING = """\
+A NAME is a folder of tests/ (dfu, rig, lab/rig), a test program (fdu_service), or a file of tests/system/ (road, scenarios).
+
+Examples:
+  scripts/test                               all that must pass every day
+  scripts/test dfu                           the tests of src/dfu/, in seconds
+  scripts/test road                          whole updates through the laboratory
+  scripts/test --preset windows-checked dfu  the same tests with the library's and the compiler's checks
+  scripts/test --preset host-sanitize        one build and all its tests
+
+The builds, what each finds that no other does:
+"""
+
+
+def _closing() -> str:
+    lines = [f"  {build.preset:16} {'every day' if build.daily else '--all    '}  {build.finds}" for build in BUILDS]
+    return _CLOSING + "\n".join(lines)
+
+
+class Run:
+    """One run of builds and tests."""
+
+    def __init__(self, screen: JobScreen, slow: bool) -> None:
+        self._screen = screen
+        self._slow = slow
+        self._expected: list[Path] = []
+        self._failed = False
+        self._lock = threading.Lock()
+
+    def build(self, build: Build, targets: Sequence[str] = ()) -> bool:
+        """Builds the targets, or everything."""
+        return self._do(f"build {build.preset}", ["bash", "scripts/setup", "build", build.preset, *targets],
+                        build.folder / "build.log")  # fmt: skip
+
+    def test(self, build: Build, programs: Sequence[TestProgram]) -> None:
+        """Runs test programs of a build."""
+        results = build.folder / "test-results"
+        results.mkdir(exist_ok=True)
+        files = [results / f"{program.name}.xml" for program in programs]
+        for file in files:
+            file.unlink(missing_ok=True)
+        self._expect(files)
+        with TestMachine(build.folder) if build.is_windows else nullcontext() as machine:
+            environment = machine.environment if machine else dict(os.environ)
+            names = "|".join(program.name for program in programs)
+            ctest = ["ctest", "--tests-regex", f"^({names})$", "-j2", "--output-on-failure", "--no-tests=error"]
+            self._do(f"test {build.preset}", ctest, results / "ctest.log", build.folder, environment)
+            if self._slow and build is RELEASE:
+                # Once more, with Wine's own checks of the heap. The cases are not counted a second time.
+                self._do(f"test {build.preset} with Wine's heap checks", ctest, results / "ctest-heap.log", build.folder,
+                         environment | {"WINEDEBUG": "warn+heap"})  # fmt: skip
+
+    def system_tests(self, choice: Sequence[str]) -> None:
+        """Runs the system tests that pytest's arguments choose, on machines of their own."""
+        results = RELEASE.folder / "test-results" / "system.xml"
+        results.parent.mkdir(exist_ok=True)
+        results.unlink(missing_ok=True)
+        self._expect([results])
+        pytest = ["/usr/bin/python3", "-m", "pytest", "-v", "-n", str(_MACHINES), f"--junitxml={results}", *choice]
+        self._do("system tests", pytest, results.with_suffix(".log"), _SYSTEM_TESTS)
+
+    def fuzz(self) -> None:
+        """The short run of the fuzz targets."""
+        self._do("fuzz", ["bash", "scripts/fuzz", "0"], BUILD / "fuzz.log")
+
+    def close(self) -> int:
+        """The closing line; the exit status."""
+        line, success = closing_line(self._expected)
+        print(line)
+        return 0 if success and not self._failed else 1
+
+    def _expect(self, files: Sequence[Path]) -> None:
+        with self._lock:
+            self._expected += files
+
+    def _do(
+        self, name: str, command: Sequence[str], log: Path, folder: Path = CHECKOUT, environment: dict[str, str] | None = None
+    ) -> bool:
+        held = self._screen.run(Job(name, command, log, environment or dict(os.environ), folder))
+        with self._lock:
+            self._failed |= not held
+        return held
+
+
+def _whole(run: Run, *, slow: bool) -> None:
+    """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
+    builds = [build for build in BUILDS if slow or build.daily]
+    if not run.build(RELEASE):
+        return
+    system = threading.Thread(target=run.system_tests, args=([] if slow else ["-m", "not slow"],))
+    system.start()
+    for build in builds:
+        if build is RELEASE or run.build(build):
+            run.test(build, [program for program in programs_of(build) if slow or not program.slow])
+    if slow:
+        run.fuzz()
+    system.join()
+
+
+def _chosen(run: Run, build: Build, names: Sequence[str]) -> str | None:
+    """Just what the names say. What is wrong with them, or nothing."""
+    call_setup("configure", build.preset)
+    programs = programs_of(build)
+    modules = {path.stem.removeprefix("test_"): path.name for path in _SYSTEM_TESTS.glob("test_*.py")}
+    chosen = [program for program in programs if not names or any(map(program.answers_to, names))]
+    system = [modules[name] for name in names if name in modules] if build is RELEASE else []
+    for name in names:
+        if name not in modules and not any(program.answers_to(name) for program in programs):
+            known = sorted({program.folder for program in programs if program.folder} | modules.keys())
+            return f"no test of {build.preset} is called {name}; it knows {', '.join(known)}"
+    targets = [*(program.name for program in chosen), *(_SYSTEM_TARGETS if system else ())]
+    if run.build(build, targets if names else ()):
+        if chosen:
+            run.test(build, chosen)
+        if system:
+            run.system_tests(system)
+    return None
+
+
+def main() -> int:
+    parser = Parser(prog="scripts/test", description=_DESCRIPTION, epilog=_closing())
+    parser.add_argument("name", nargs="*", metavar="NAME", help="build and run just this")
+    parser.add_argument("--all", action="store_true", help="every build, and what takes minutes or packages of its own")
+    parser.add_argument("--preset", choices=[build.preset for build in BUILDS], help="the tests of one build")
+    parser.add_argument(
+        "--gtest_shuffle",
+        action="store_true",
+        help="all cases in a random order, whose seed is printed and can be given in GTEST_RANDOM_SEED",
+    )
+    options = parser.parse_args()
+    if options.all and (options.name or options.preset):
+        parser.error("--all is everything: no NAME or --preset beside it")
+    if options.gtest_shuffle:
+        seed = os.environ.setdefault("GTEST_RANDOM_SEED", str(random.randrange(1, 99_999)))
+        os.environ["GTEST_SHUFFLE"] = "1"
+        print(f"test cases in random order, GTEST_RANDOM_SEED={seed}")
+    began = time.monotonic()
+    try:
+        call_setup("packages", "all" if options.all else "test")
+        with JobScreen() as screen:
+            run = Run(screen, slow=options.all)
+            if options.name or options.preset:
+                preset = options.preset or RELEASE.preset
+                build = next(build for build in BUILDS if build.preset == preset)
+                if wrong := _chosen(run, build, options.name):
+                    parser.error(wrong)
+            else:
+                _whole(run, slow=options.all)
+    except SetUpError as error:
+        print(f"scripts/test: {error}", file=sys.stderr)
+        return 1
+    print(f"took {time.monotonic() - began:.0f} s")
+    return run.close()
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,1 @@
+// The precompiled headers need a file that is compiled with them.
