@@ -6,11 +6,14 @@ import unittest
 from pathlib import Path
 from typing import Any
 
-from support import CHECKOUT
+from jsonschema import Draft7Validator
+from veyra_lab.judgement.checks import CHECKS
+from veyra_lab.judgement.results import RESULTS
+from veyra_lab.runner.run import CLASSES, EVENT_TYPES, PLAIN_STEPS, STEPS_WITH_ARGUMENT
 from veyra_lab.scenarios.errors import ScenarioError
 from veyra_lab.scenarios.files import choose, read_folder, read_scenario
+from veyra_lab.scenarios.schema import SCENARIOS, SCHEMA, check_as_written
 from veyra_lab.scenarios.transfer_pattern import compile_pattern, shortened, spell
-from veyra_lab.scenarios.vocabulary import PLAIN_STEPS, STEP_ARGUMENTS
 from veyra_lab.windows.image import version_of
 
 GOOD: dict[str, Any] = {"description": "Something happens.", "steps": ["settle"]}
@@ -80,14 +83,14 @@ class ScenarioFiles(unittest.TestCase):
     def test_names_the_file_and_what_is_no_json(self) -> None:
         self.assertRegex(self.complaint("{"), r"^some-scenario\.json: .*line 1")
         self.assertIn("there twice", self.complaint('{"description": "a", "description": "b", "steps": []}'))
-        self.assertIn("not an object", self.complaint("[]"))
+        self.assertIn("file: [] is not a scenario", self.complaint("[]"))
 
     def test_names_unknown_and_missing_fields(self) -> None:
-        self.assertIn('file: there is no field "step"', self.complaint({**GOOD, "step": []}))
-        self.assertIn('file: the field "steps" is missing', self.complaint({"description": "a"}))
-        self.assertIn('stage: there is no field "camera"', self.complaint({**GOOD, "stage": {"camera": []}}))
+        self.assertRegex(self.complaint({**GOOD, "step": []}), "file: .*'step' was unexpected.*; known are: .*, steps$")
+        self.assertIn("file: 'steps' is a required property", self.complaint({"description": "a"}))
+        self.assertRegex(self.complaint({**GOOD, "stage": {"camera": []}}), "stage: .*'camera' was unexpected.*cameras,")
         self.assertIn(
-            'stage.cameras[0].faults[0]: the field "what" is missing',
+            "stage.cameras[0].faults[0]: 'what' is a required property",
             self.complaint({**GOOD, "stage": {"cameras": [{"faults": [{"where": "DNLOAD"}]}]}}),
         )
 
@@ -101,18 +104,21 @@ class ScenarioFiles(unittest.TestCase):
             "nodes": ["other"],
             "link_length": -1,
             "configuration_descriptor": "0",
+            "reset_ms": 1.0,
+            "link_case": None,
         }.items():
             with self.subTest(field=field):
                 complaint = self.complaint({**GOOD, "stage": {"cameras": [{field: value}]}})
                 self.assertIn(f"stage.cameras[0].{field}", complaint)
-                self.assertIn(" is not ", complaint)
+                self.assertRegex(complaint, " is (not|greater than|less than) ")
+        self.assertIn("A.B.C.D", self.complaint({**GOOD, "stage": {"cameras": [{"version": "1.2.3.4\n"}]}}))
         self.assertIn("stage.image", self.complaint({**GOOD, "stage": {"image": "gone"}}))
         self.assertIn("stage.image.size", self.complaint({**GOOD, "stage": {"image": {"size": -1}}}))
-        self.assertIn("file.slow", self.complaint({**GOOD, "slow": "yes"}))
+        self.assertIn("slow: 'yes' is not of type 'boolean'", self.complaint({**GOOD, "slow": "yes"}))
 
     def test_names_steps_that_it_does_not_know(self) -> None:
-        self.assertIn('steps[1]: "dance" is not one of: settle', self.step("dance"))
-        self.assertIn('steps[1]: there is no field "dance"', self.step({"dance": 1}))
+        self.assertIn("steps[1]: 'dance' is not one of ['settle', ", self.step("dance"))
+        self.assertRegex(self.step({"dance": 1}), r"steps\[1\]: .*'dance' was unexpected.*; known are: plug, ")
         self.assertIn("an object with one field", self.step({"plug": 0, "unplug": 0}))
         self.assertIn("an object with one field", self.step(5))
         self.assertIn("steps[1].plug: True", self.step({"plug": True}))
@@ -132,7 +138,8 @@ class ScenarioFiles(unittest.TestCase):
         }.items():
             with self.subTest(field=field):
                 self.assertIn(f"steps[1].expect.{field}", self.step({"expect": {field: value}}))
-        self.assertIn('there is no field "transfer"', self.step({"expect": {"transfer": "none"}}))
+        self.assertIn("'transfer' was unexpected", self.step({"expect": {"transfer": "none"}}))
+        self.assertIn("a parenthesis is not closed", self.step({"expect": {"transfers": "GETSTATE (DNLOAD"}}))
 
     def test_names_parameters_that_do_not_fit(self) -> None:
         self.assertIn('"$size"', self.complaint({**GOOD, "stage": {"image": {"size": "$size"}}}))
@@ -155,10 +162,33 @@ class ScenarioFiles(unittest.TestCase):
 
 class ScenariosOfTheProject(unittest.TestCase):
     def test_scenarios_can_all_be_read(self) -> None:
-        variants = read_folder(CHECKOUT / "lab" / "scenarios")
+        variants = read_folder(SCENARIOS)
         self.assertGreater(len(variants), 100)
         names = [variant.name for variant in variants]
         self.assertEqual(len(set(names)), len(names))
+
+    def test_scenarios_name_their_schema_and_satisfy_it_as_they_are_written(self) -> None:
+        """Their parameters, too: an editor, which knows nothing of them, has nothing to complain about."""
+        for path in sorted(SCENARIOS.glob("*.json")):
+            content = json.loads(path.read_text(encoding="utf-8"))
+            with self.subTest(file=path.name):
+                if path.name == "scenario.schema.json":
+                    Draft7Validator.check_schema(content)
+                else:
+                    self.assertEqual(content["$schema"], "./scenario.schema.json")
+                    check_as_written(content)
+
+    def test_schema_has_the_words_that_mean_something(self) -> None:
+        definitions = SCHEMA["definitions"]
+        step = definitions["step"]["else"]
+        self.assertEqual(set(step["then"]["enum"]), set(PLAIN_STEPS))
+        self.assertEqual(set(step["else"]["properties"]), set(STEPS_WITH_ARGUMENT))
+        delivery = step["else"]["properties"]["deliver"]["else"]["properties"]
+        self.assertEqual(set(delivery["class"]["else"]["enum"]), set(CLASSES))
+        self.assertEqual(set(delivery["type"]["else"]["then"]["enum"]), set(EVENT_TYPES))
+        expectation = definitions["expectation"]["else"]["properties"]
+        self.assertEqual(set(expectation), {*CHECKS, "result", "camera", "growth"})
+        self.assertEqual(set(expectation["result"]["else"]["enum"]), set(RESULTS))
 
     def test_scenarios_use_every_step_at_least_once(self) -> None:
         used: set[str] = set()
@@ -169,9 +199,9 @@ class ScenariosOfTheProject(unittest.TestCase):
                 if isinstance(step, dict) and "repeat" in step:
                     note(step["repeat"]["steps"])
 
-        for variant in read_folder(CHECKOUT / "lab" / "scenarios"):
+        for variant in read_folder(SCENARIOS):
             note(variant.steps)
-        self.assertEqual({*PLAIN_STEPS, *STEP_ARGUMENTS} - used, set())
+        self.assertEqual({*PLAIN_STEPS, *STEPS_WITH_ARGUMENT} - used, set())
 
 
 def transfer(request: int, value: int = 0, length: int = 6, ok: bool = True) -> dict[str, Any]:

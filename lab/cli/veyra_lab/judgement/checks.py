@@ -15,8 +15,8 @@ def judge(expectation: dict[str, Any], observed: Observed) -> Iterator[str]:
     if "result" in expectation:
         yield from RESULTS[expectation["result"]](observed, expectation)
     for field, wanted in expectation.items():
-        if field in _CHECKS:
-            yield from _CHECKS[field](observed, wanted)
+        if field in CHECKS:
+            yield from CHECKS[field](observed, wanted)
 
 
 def _in(wanted: Any, seen: int) -> bool:
@@ -88,7 +88,7 @@ def _check_service(name: str) -> Callable[[Observed, str], Iterator[str]]:
     return check
 
 
-_CHECKS: dict[str, Callable[[Observed, Any], Iterator[str]]] = {
+CHECKS: dict[str, Callable[[Observed, Any], Iterator[str]]] = {
     "questions": _check_list("questions", lambda observed: [e["texts"] for e in observed.calls("ShowUpdatePrompt")]),
     "progress": _check_list("progress", lambda observed: observed.progress),
     "completions": _check_count("ends of a download", lambda observed: len(observed.calls("NotifyComplete"))),

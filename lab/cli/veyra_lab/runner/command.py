@@ -8,9 +8,9 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
 
-from ..checkout import CHECKOUT
 from ..scenarios.errors import ScenarioError
 from ..scenarios.files import choose, read_folder
+from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
 from ..terminal.parser import add_places
 from ..windows.machine import Machine, MachineError
@@ -20,7 +20,6 @@ from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .runner import Outcome, ScenarioRunner
 
-SCENARIOS = CHECKOUT / "lab" / "scenarios"
 _WRONG = 2
 _LINE = 110
 

@@ -9,7 +9,6 @@ from ..judgement.checks import judge
 from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, removals
 from ..judgement.observed import CameraNow, Observed
 from ..scenarios.variant import ImagePlan, Variant
-from ..scenarios.vocabulary import CLASSES, EVENT_TYPES
 from ..windows.machine import windows_path
 from ..windows.service_under_test import Resources
 from ..wire.events import LAB, RIG, TOAST, Event
@@ -17,6 +16,14 @@ from .installed_service import InstalledService
 
 _ACCEPT = 1
 _FAILURE = -2147467259
+CLASSES = {
+    "usb": "{A5DCBF10-6530-11D2-901F-00C04FB951ED}",
+    "sensor camera": "{24E552D7-6523-47F7-A647-D3465BF1F5CA}",
+    "video camera": "{E5323777-F976-4F5B-9B55-B94699C46E44}",
+    "capture": "{65E8773D-8F56-11D0-A3B9-00A0C9223196}",
+    "unknown": "{00000000-1111-2222-3333-444444444444}",
+}
+EVENT_TYPES = {"arrival": 0x8000, "query": 0x8001, "removal": 0x8004, "custom": 0x8006}
 
 
 class ScenarioRun:
@@ -60,17 +67,18 @@ class ScenarioRun:
         self.place = place
         name, argument = (step, None) if isinstance(step, str) else next(iter(step.items()))
         self._peer.record("step", text=f"{place}: {name}")
-        if name == "repeat":
-            for _ in range(argument["times"]):
-                for number, inner in enumerate(argument["steps"]):
-                    self._do(f"{place}.steps[{number}]", inner)
-            return
-        if name not in ("wait for", "expect"):
+        if name not in ("wait for", "expect", "repeat"):
             self._cursor = max(self._cursor, self._peer.mark())
         if isinstance(step, str):
-            _WORDS[name](self)
+            PLAIN_STEPS[name](self)
         else:
-            _ACTIONS[name](self, argument)
+            STEPS_WITH_ARGUMENT[name](self, argument)
+
+    def _repeat(self, argument: dict[str, Any]) -> None:
+        place = self.place
+        for _ in range(argument["times"]):
+            for number, inner in enumerate(argument["steps"]):
+                self._do(f"{place}.steps[{number}]", inner)
 
     def _stop(self) -> None:
         self._complain(self._installed.stop_service())
@@ -228,7 +236,7 @@ class ScenarioRun:
         self._complaints += [f"{self.place}: {complaint}" for complaint in complaints]
 
 
-_WORDS: dict[str, Callable[[ScenarioRun], object]] = {
+PLAIN_STEPS: dict[str, Callable[[ScenarioRun], object]] = {
     "settle": lambda run: run._service.settle(),
     "start": lambda run: run._service.start(),
     "stop": ScenarioRun._stop,
@@ -239,7 +247,7 @@ _WORDS: dict[str, Callable[[ScenarioRun], object]] = {
     "remove driver": ScenarioRun._remove_driver,
     "remember resources": ScenarioRun._remember_resources,
 }
-_ACTIONS: dict[str, Callable[[ScenarioRun, Any], None]] = {
+STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "plug": ScenarioRun._plug,
     "unplug": ScenarioRun._unplug,
     "answer": ScenarioRun._answer,
@@ -251,5 +259,6 @@ _ACTIONS: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "update mode": ScenarioRun._set_update_mode,
     "prompt server": ScenarioRun._command_prompt_server,
     "create service": ScenarioRun._create_service,
+    "repeat": ScenarioRun._repeat,
     "expect": ScenarioRun._expect,
 }

@@ -7,16 +7,16 @@ from pathlib import Path
 from typing import Any
 
 from .errors import ScenarioError
-from .fields import list_of
+from .schema import check_as_written, check_filled
 from .variant import StagePlan, Variant
-from .vocabulary import FILE, STAGE, check_step
 
 _PLACE = re.compile(r"\$([a-z_]+)")
 
 
 def read_folder(folder: Path) -> list[Variant]:
     """Every scenario of every file of the folder, in the order of their names."""
-    return [variant for path in sorted(folder.glob("*.json")) for variant in read_scenario(path)]
+    paths = (path for path in sorted(folder.glob("*.json")) if not path.name.endswith(".schema.json"))
+    return [variant for path in paths for variant in read_scenario(path)]
 
 
 def read_scenario(path: Path) -> list[Variant]:
@@ -40,7 +40,7 @@ def choose(variants: Sequence[Variant], names: Iterable[str]) -> list[Variant]:
 
 
 def _variants(stem: str, whole: Any) -> list[Variant]:
-    FILE("file", whole)
+    check_as_written(whole)
     items = whole.get("for each", [{}])
     names = [item.get("name", "") for item in items]
     if len(set(names)) != len(names):
@@ -51,17 +51,16 @@ def _variants(stem: str, whole: Any) -> list[Variant]:
 def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
     name = f"{stem}/{item['name']}" if item else stem
     used: set[str] = set()
-    filled = {key: _fill(whole[key], item, used) for key in ("description", "stage", "steps") if key in whole}
+    filled = {key: _fill(content, item, used) for key, content in whole.items() if key != "for each"}
     unused = sorted(item.keys() - used - {"name"})
     if unused:
         raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
-    STAGE("stage", filled.get("stage", {}))
-    list_of(check_step)("steps", filled["steps"])
+    check_filled(filled)
     return Variant(
         name=name,
         description=filled["description"],
-        slow=whole.get("slow", False),
-        fresh_service=whole.get("fresh service", False),
+        slow=filled.get("slow", False),
+        fresh_service=filled.get("fresh service", False),
         stage=StagePlan.of(filled.get("stage", {})),
         steps=tuple(filled["steps"]),
     )
