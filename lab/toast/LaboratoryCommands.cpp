@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 namespace lab::toast {
 namespace {
 
@@ -32,6 +34,10 @@ std::optional<LONG> NumberField(const json& command, const char* name) {
 
 LaboratoryCommands::LaboratoryCommands(std::shared_ptr<ServerParts> parts, UserResponder& responder)
     : parts_(std::move(parts)), responder_(responder) {}
+
+void LaboratoryCommands::TakeStage(const json& stage) {
+    parts_->refusesActivation = stage.value("refuse_activation", false);
+}
 
 void LaboratoryCommands::CarryOut(const json& command) {
     const std::string name = TextField(command, "command");

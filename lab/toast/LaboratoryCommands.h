@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include "lab/toast/ServerParts.h"
 #include "lab/toast/UserResponder.h"
 
@@ -13,6 +15,9 @@ class LaboratoryCommands {
   public:
     // `responder` must outlive this object.
     LaboratoryCommands(std::shared_ptr<ServerParts> parts, UserResponder& responder);
+
+    // What the wire's stage says: on the thread that opened it, before any command.
+    void TakeStage(const nlohmann::json& stage);
 
     // On the wire's reader thread.
     void CarryOut(const nlohmann::json& command);

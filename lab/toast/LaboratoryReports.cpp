@@ -1,5 +1,7 @@
 #include "lab/toast/LaboratoryReports.h"
 
+#include <nlohmann/json.hpp>
+
 #include "lab/wire/Utf8.h"
 
 namespace lab::toast {

@@ -24,7 +24,7 @@ std::unique_ptr<Wire> OpenWire(const std::shared_ptr<ServerParts>& parts, Labora
     std::unique_ptr<Wire> wire = Wire::Connect("toast");
     if (wire != nullptr) {
         parts->reports.Open(*wire);
-        parts->refusesActivation = wire->Stage().value("refuse_activation", false);
+        commands.TakeStage(wire->Stage());
         wire->Start([&commands](const nlohmann::json& command) { commands.CarryOut(command); },
                     [parts] {
                         parts->hangs.Release();

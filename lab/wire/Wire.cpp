@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/wire/Utf8.h"
 
 namespace lab {
@@ -74,10 +76,10 @@ std::unique_ptr<Wire> Wire::Connect(std::string_view source) {
         return nullptr;
     }
     std::unique_ptr<Wire> wire(new Wire(connection, source));
-    return IsStage(wire->stage_) ? std::move(wire) : nullptr;
+    return IsStage(*wire->stage_) ? std::move(wire) : nullptr;
 }
 
-Wire::Wire(SOCKET socket, std::string_view source) : socket_(socket) {
+Wire::Wire(SOCKET socket, std::string_view source) : socket_(socket), stage_(std::make_unique<json>()) {
     Send({{"event", "hello"},
           {"source", source},
           {"pid", GetCurrentProcessId()},
@@ -85,7 +87,7 @@ Wire::Wire(SOCKET socket, std::string_view source) : socket_(socket) {
     SetReceiveTimeout(socket_, kStageTimeoutMs);
     std::string line;
     if (ReadLine(line)) {
-        stage_ = json::parse(line, nullptr, false);
+        *stage_ = json::parse(line, nullptr, false);
     }
     SetReceiveTimeout(socket_, 0);
 }

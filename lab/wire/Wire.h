@@ -9,7 +9,7 @@
 #include <string_view>
 #include <thread>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace lab {
 
@@ -33,7 +33,7 @@ class Wire {
     Wire& operator=(const Wire&) = delete;
 
     // The first line from the other side: {"reply":"stage",...}.
-    [[nodiscard]] const nlohmann::json& Stage() const { return stage_; }
+    [[nodiscard]] const nlohmann::json& Stage() const { return *stage_; }
 
     // Begins to read: every command goes to `onCommand`, the end of the connection to `onClosed` (called
     // once, unless the destructor ended it). A command whose handler throws a std::exception (a missing
@@ -52,7 +52,7 @@ class Wire {
     void HandOn(const nlohmann::json& command);
 
     SOCKET socket_;
-    nlohmann::json stage_;
+    const std::unique_ptr<nlohmann::json> stage_;
     std::string received_;  // bytes behind the last line read; the reader thread's own after Start
     std::mutex sendMutex_;
     CommandHandler onCommand_;

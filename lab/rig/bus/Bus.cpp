@@ -7,9 +7,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "lab/rig/text/HexText.h"
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/bus/TransferErrors.h"
+#include "lab/rig/text/HexText.h"
 
 namespace lab::rig {
 namespace {

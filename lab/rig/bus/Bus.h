@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/camera/VirtualCamera.h"
 #include "lab/rig/bus/BusSettings.h"

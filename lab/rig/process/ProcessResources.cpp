@@ -115,8 +115,8 @@ std::uint64_t PrivateBytes() {
 
 }  // namespace
 
-nlohmann::json ProcessResources() {
-    return {{"handles", Handles()}, {"threads", Threads()}, {"private_bytes", PrivateBytes()}};
+ProcessResources ProcessResources::Now() {
+    return {.handles = Handles(), .threads = Threads(), .privateBytes = PrivateBytes()};
 }
 
 }  // namespace lab::rig

@@ -5,6 +5,8 @@
 #include <mutex>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"

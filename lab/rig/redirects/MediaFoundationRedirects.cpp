@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "lab/rig/process/ImportTable.h"
 #include "lab/rig/bus/InterfaceClasses.h"
+#include "lab/rig/media/VirtualActivate.h"
+#include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
-#include "lab/rig/media/VirtualActivate.h"
 
 namespace lab::rig {
 namespace {

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/process/LastErrorKeeper.h"
 #include "lab/rig/redirects/Redirects.h"

@@ -3,10 +3,12 @@
 
 #include <thread>
 
-#include "lab/rig/text/GuidText.h"
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
+#include "lab/rig/text/GuidText.h"
 
 namespace lab::rig {
 namespace {

@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"

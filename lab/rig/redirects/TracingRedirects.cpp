@@ -6,11 +6,13 @@
 #include <cstdint>
 #include <span>
 
-#include "lab/rig/text/GuidText.h"
-#include "lab/rig/text/HexText.h"
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
+#include "lab/rig/text/GuidText.h"
+#include "lab/rig/text/HexText.h"
 
 namespace lab::rig {
 namespace {

@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/LastErrorKeeper.h"
 #include "lab/rig/run/RigCommands.h"
 
@@ -76,10 +78,13 @@ void Rig::Announce(const InterfaceEvent& event) {
 void Rig::QueueBurst(const EventBurst& burst) {
     controls_.QueueWork([this, burst](LPHANDLER_FUNCTION_EX handler, void* context) {
         isBurst_ = true;
-        json event = burst.Deliver(handler, context);
+        const BurstResult result = burst.Deliver(handler, context);
         isBurst_ = false;
-        event["event"] = "burst";
-        Record(event);
+        Record({{"event", "burst"},
+                {"events", result.events},
+                {"seconds", result.seconds},
+                {"handling_us", result.handlingUs},
+                {"longest_us", result.longestUs}});
     });
 }
 

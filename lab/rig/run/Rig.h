@@ -3,13 +3,13 @@
 #include <atomic>
 #include <memory>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/run/RunSettings.h"
 #include "lab/rig/service/ControlLoop.h"
 #include "lab/rig/service/EventBurst.h"
 #include "lab/rig/service/InterfaceWatchers.h"
-#include "lab/rig/run/RunSettings.h"
 #include "lab/rig/usb/UsbDevices.h"
 #include "lab/wire/Wire.h"
 

@@ -6,9 +6,11 @@
 #include <stdexcept>
 #include <thread>
 
-#include "lab/rig/text/GuidText.h"
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/process/ProcessResources.h"
 #include "lab/rig/run/RunSettings.h"
+#include "lab/rig/text/GuidText.h"
 #include "lab/wire/Utf8.h"
 #include "lab/wire/Wire.h"
 
@@ -106,7 +108,12 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
     } else if (name == "deliver") {
         Deliver(bus, command);
     } else if (name == "resources") {
-        answer["camera_bytes"] = bus.HeldBytes([&answer] { answer.update(ProcessResources()); });
+        answer["camera_bytes"] = bus.HeldBytes([&answer] {
+            const ProcessResources resources = ProcessResources::Now();
+            answer["handles"] = resources.handles;
+            answer["threads"] = resources.threads;
+            answer["private_bytes"] = resources.privateBytes;
+        });
     } else if (name == "idle-threads") {
         StartIdleThreads(command);
     } else {

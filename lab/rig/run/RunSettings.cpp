@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/text/HexText.h"
 
 namespace lab::rig {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/BusSettings.h"
 

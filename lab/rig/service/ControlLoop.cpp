@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/service/BroadcastRecord.h"
 #include "lab/rig/text/GuidText.h"
 #include "lab/wire/Utf8.h"

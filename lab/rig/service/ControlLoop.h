@@ -11,7 +11,7 @@
 #include <mutex>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/InterfaceEvent.h"
 

@@ -16,7 +16,7 @@ double Microseconds(Clock::duration time) {
 
 }  // namespace
 
-nlohmann::json EventBurst::Deliver(LPHANDLER_FUNCTION_EX handler, void* context) const {
+BurstResult EventBurst::Deliver(LPHANDLER_FUNCTION_EX handler, void* context) const {
     auto record = BroadcastRecord(event);
     const std::chrono::nanoseconds period(std::chrono::nanoseconds(std::chrono::seconds(1)) / perSecond);
     Clock::duration handling{0};
@@ -35,10 +35,10 @@ nlohmann::json EventBurst::Deliver(LPHANDLER_FUNCTION_EX handler, void* context)
         handling += end - now;
         longest = std::max(longest, end - now);
     }
-    return {{"events", count},
-            {"seconds", std::chrono::duration<double>(end - begin).count()},
-            {"handling_us", Microseconds(handling) / static_cast<double>(std::max<std::uint64_t>(count, 1))},
-            {"longest_us", Microseconds(longest)}};
+    return {.events = count,
+            .seconds = std::chrono::duration<double>(end - begin).count(),
+            .handlingUs = Microseconds(handling) / static_cast<double>(std::max<std::uint64_t>(count, 1)),
+            .longestUs = Microseconds(longest)};
 }
 
 }  // namespace lab::rig

@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/text/GuidText.h"
 #include "lab/wire/Utf8.h"
 

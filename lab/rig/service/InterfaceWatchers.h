@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/InterfaceEvent.h"
 

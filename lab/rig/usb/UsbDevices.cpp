@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/bus/TransferErrors.h"
 #include "lab/wire/Utf8.h"
 

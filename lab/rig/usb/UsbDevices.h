@@ -13,7 +13,7 @@
 #include <span>
 #include <string>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/Bus.h"
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 using Microsoft::WRL::ComPtr;
 using win32::UniqueKernelHandle;
 

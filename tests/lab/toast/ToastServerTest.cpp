@@ -5,6 +5,8 @@
 
 #include <thread>
 
+#include <nlohmann/json.hpp>
+
 #include "tests/lab/toast/RecordingSink.h"
 
 namespace {

@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
 using nlohmann::json;
@@ -54,11 +56,11 @@ WirePeer::~WirePeer() {
 
 json WirePeer::NextEvent(std::chrono::milliseconds patience) {
     std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, patience, [this] { return !events_.empty(); })) {
+    if (!changed_.wait_for(lock, patience, [this] { return !lines_.empty(); })) {
         return nullptr;
     }
-    json event = std::move(events_.front());
-    events_.pop_front();
+    json event = json::parse(lines_.front());
+    lines_.pop();
     return event;
 }
 
@@ -98,7 +100,7 @@ void WirePeer::Run() {
 void WirePeer::TakeLines(std::string& received) {
     const std::lock_guard lock(mutex_);
     for (std::size_t end = 0; (end = received.find('\n')) != std::string::npos; received.erase(0, end + 1)) {
-        events_.push_back(json::parse(received.substr(0, end)));
+        lines_.push(received.substr(0, end));
     }
     changed_.notify_all();
 }

@@ -4,12 +4,12 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <mutex>
+#include <queue>
 #include <string>
 #include <thread>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 // The laboratory's side of the wire for one connection: listens on a port of its own, leaves the port in the
 // registry, answers the hello with an empty stage and keeps the events that follow.
@@ -37,7 +37,7 @@ class WirePeer {
     SOCKET listener_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<nlohmann::json> events_;
+    std::queue<std::string> lines_;
     SOCKET connection_ = INVALID_SOCKET;
     std::thread thread_;
 };

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/wire/Wire.h"
 #include "tests/lab/wire/WirePeer.h"
 

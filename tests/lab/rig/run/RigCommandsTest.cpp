@@ -3,6 +3,8 @@
 #include <fstream>
 #include <iterator>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/run/RigCommands.h"
 #include "lab/wire/Utf8.h"

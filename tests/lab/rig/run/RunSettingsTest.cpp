@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include "lab/rig/run/RunSettings.h"
 
 using lab::rig::RunSettings;

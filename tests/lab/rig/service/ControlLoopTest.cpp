@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "lab/rig/service/ControlLoop.h"
 #include "lab/rig/bus/InterfaceClasses.h"
+#include "lab/rig/service/ControlLoop.h"
 #include "tests/lab/rig/RecordedEvents.h"
 
 using namespace lab::rig;

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "lab/rig/service/EventBurst.h"
 #include "lab/rig/bus/InterfaceClasses.h"
+#include "lab/rig/service/EventBurst.h"
 
 using namespace lab::rig;
 
@@ -40,28 +40,28 @@ struct Handler {
 TEST(EventBurst, HandsEveryEventToTheHandler) {
     Handler handler;
     const EventBurst burst{{DBT_DEVICEARRIVAL, kUsbDeviceClass, L"a link"}, 50, 10'000};
-    const nlohmann::json told = burst.Deliver(&Handler::Handle, &handler);
+    const BurstResult told = burst.Deliver(&Handler::Handle, &handler);
     ASSERT_EQ(handler.seen.size(), 50U);
     EXPECT_EQ(handler.seen.back().control, DWORD{SERVICE_CONTROL_DEVICEEVENT});
     EXPECT_EQ(handler.seen.back().type, DWORD{DBT_DEVICEARRIVAL});
     EXPECT_EQ(handler.seen.back().link, L"a link");
-    EXPECT_EQ(told.at("events"), 50);
+    EXPECT_EQ(told.events, 50);
 }
 
 // The first is due at once, so n events take n - 1 periods at least.
 TEST(EventBurst, IsNoFasterThanAsked) {
     Handler handler;
-    const nlohmann::json told =
+    const BurstResult told =
         EventBurst{{DBT_DEVICEARRIVAL, kUsbDeviceClass, L""}, 11, 100}.Deliver(&Handler::Handle, &handler);
-    EXPECT_GE(told.at("seconds").get<double>(), 0.1);
+    EXPECT_GE(told.seconds, 0.1);
 }
 
 TEST(EventBurst, TellsTheTimeInAHandlerThatFallsBehind) {
     Handler handler;
     handler.takesMs = 5;
-    const nlohmann::json told =
+    const BurstResult told =
         EventBurst{{DBT_DEVICEARRIVAL, kUsbDeviceClass, L""}, 10, 10'000}.Deliver(&Handler::Handle, &handler);
-    EXPECT_GE(told.at("handling_us").get<double>(), 5000);
-    EXPECT_GE(told.at("longest_us").get<double>(), told.at("handling_us").get<double>());
-    EXPECT_GE(told.at("seconds").get<double>(), 0.05);
+    EXPECT_GE(told.handlingUs, 5000);
+    EXPECT_GE(told.longestUs, told.handlingUs);
+    EXPECT_GE(told.seconds, 0.05);
 }

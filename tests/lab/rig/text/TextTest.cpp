@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/text/GuidText.h"
 #include "lab/rig/text/HexText.h"
-#include "lab/rig/bus/InterfaceClasses.h"
 
 using namespace lab::rig;
 
