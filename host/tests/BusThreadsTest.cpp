@@ -1,4 +1,5 @@
 #include "lab/rig/bus/Bus.h"
+#include "tests/lab/camera/CameraDriver.h"
 #include "tests/lab/rig/RecordedEvents.h"
 
 #include <gtest/gtest.h>
@@ -50,12 +51,7 @@ TEST(BusThreads, ShareTheCamerasWithoutARace) {
         isOver = true;
     });
     threads.emplace_back([&] {
-        std::vector<std::uint8_t> frame(lab::VirtualCamera::kFrameSize);
-        frame[0] = 20;
-        frame[2] = 0xAB;
-        frame[3] = 0xCD;
-        frame[4] = 0x1E;
-        frame[8] = 1;
+        const auto frame = lab::test::MakeFrame(0x1E, {1});
         while (!isOver) {
             for (const std::wstring& link : bus.SourceLinks(SourceKind::SensorCamera)) {
                 if (const auto source = bus.FindSource(link)) {

@@ -1,18 +1,13 @@
 #include "tests/lab/camera/CameraDriver.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 namespace lab::test {
 namespace {
 
 constexpr std::uint8_t kUntouched = 0xEE;
-
-CameraSettings SettingsOf(Personality personality) {
-    CameraSettings settings;
-    settings.personality = personality;
-    return settings;
-}
 
 bool GoesToHost(DfuRequest request) {
     return request == DfuRequest::Upload || request == DfuRequest::GetStatus ||
@@ -22,8 +17,6 @@ bool GoesToHost(DfuRequest request) {
 }  // namespace
 
 CameraDriver::CameraDriver(CameraSettings settings) : camera(std::move(settings)) {}
-
-CameraDriver::CameraDriver(Personality personality) : CameraDriver(SettingsOf(personality)) {}
 
 void CameraDriver::Pass(std::uint64_t ms) {
     nowMs += ms;
@@ -48,6 +41,13 @@ void CameraDriver::EnterDfuMode() {
 }
 
 void CameraDriver::Reach(DfuState state) {
+    if (state == DfuState::AppIdle || state == DfuState::AppDetach) {
+        camera.Plug(nowMs);
+        if (state == DfuState::AppDetach) {
+            Request(DfuRequest::Detach, kDetachMs);
+        }
+        return;
+    }
     EnterDfuMode();
     if (state == DfuState::UploadIdle) {
         Upload(64);
@@ -145,6 +145,27 @@ bool CameraDriver::Await(DfuState state) {
         Pass(reply.pollMs);
     }
     return false;
+}
+
+CameraDriver Running(CameraSettings settings) {
+    CameraDriver driver(std::move(settings));
+    driver.camera.Plug(driver.nowMs);
+    return driver;
+}
+
+CameraDriver InDfuMode(CameraSettings settings) {
+    CameraDriver driver(std::move(settings));
+    driver.EnterDfuMode();
+    return driver;
+}
+
+CameraDriver InState(DfuState state, CameraSettings settings) {
+    CameraDriver driver(std::move(settings));
+    driver.Reach(state);
+    if (driver.camera.State() != state) {
+        throw std::logic_error("no requests lead the camera to " + NameOf(state));
+    }
+    return driver;
 }
 
 std::vector<std::uint8_t> MakeImage(std::size_t size) {

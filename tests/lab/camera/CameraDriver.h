@@ -24,9 +24,9 @@ struct StatusReply {
 // the clock stands still during it.
 class CameraDriver {
   public:
-    explicit CameraDriver(CameraSettings settings);
-    // A camera with everything left at its default but the personality.
-    explicit CameraDriver(Personality personality);
+    explicit CameraDriver(CameraSettings settings = {});
+
+    static constexpr std::uint16_t kDetachMs = 1000;  // after which Reach()'s DETACH is forgotten
 
     VirtualCamera camera;
     std::uint64_t nowMs = 5000;
@@ -39,8 +39,8 @@ class CameraDriver {
 
     // Plugs the camera in and sends it to DFU mode; takes detachMs + enumerateMs.
     void EnterDfuMode();
-    // Brings a plugged-out camera to a state of DFU mode by requests that its personality answers. blockMs
-    // and manifestMs must not be 0.
+    // Sends a plugged-out camera on its way to a state, by requests that its personality answers. blockMs and
+    // manifestMs must not be 0.
     void Reach(DfuState state);
 
     TransferResult Request(DfuRequest request, std::uint16_t value = 0, std::span<std::uint8_t> data = {});
@@ -58,6 +58,12 @@ class CameraDriver {
     // failure.
     bool Await(DfuState state);
 };
+
+// A camera that is plugged in, one in DFU mode, and one in a state (std::logic_error when it does not get
+// there; see Reach).
+CameraDriver Running(CameraSettings settings = {});
+CameraDriver InDfuMode(CameraSettings settings = {});
+CameraDriver InState(DfuState state, CameraSettings settings = {});
 
 // Bytes that differ from block to block and from the camera's first flash.
 std::vector<std::uint8_t> MakeImage(std::size_t size);

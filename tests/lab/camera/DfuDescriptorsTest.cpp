@@ -110,8 +110,7 @@ TransferEnd GetStateAt(CameraDriver& driver, std::uint16_t index) {
 }
 
 TEST(DfuDescriptors, RequestsGoToTheInterfaceThatTheConfigurationNames) {
-    CameraDriver driver(CameraSettings{.configurationDescriptor = kHeader + kVideo + kDfu});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.configurationDescriptor = kHeader + kVideo + kDfu});
 
     EXPECT_EQ(GetStateAt(driver, 3), TransferEnd::Ok);
     EXPECT_EQ(GetStateAt(driver, 0), TransferEnd::Stall);
@@ -119,8 +118,7 @@ TEST(DfuDescriptors, RequestsGoToTheInterfaceThatTheConfigurationNames) {
 }
 
 TEST(DfuDescriptors, ConfigurationWithoutADfuInterfaceTakesNoDfuRequest) {
-    CameraDriver driver(CameraSettings{.configurationDescriptor = kHeader + kVideo});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.configurationDescriptor = kHeader + kVideo});
 
     EXPECT_EQ(GetStateAt(driver, 0), TransferEnd::Stall);
 

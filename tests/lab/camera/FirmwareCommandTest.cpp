@@ -10,12 +10,6 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-CameraDriver Running(CameraSettings settings = {}) {
-    CameraDriver driver(std::move(settings));
-    driver.camera.Plug(driver.nowMs);
-    return driver;
-}
-
 TEST(FirmwareCommand, ReadsFourZeroBytesBeforeTheFirstCommand) {
     EXPECT_EQ(Running().Reply(), Bytes(4, 0));
 }
@@ -171,8 +165,7 @@ TEST(FirmwareCommand, SwitchToDfuModeWantsItsParameters) {
 }
 
 TEST(FirmwareCommand, StallsInDfuMode) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     Bytes reply(1024);
 
     EXPECT_EQ(driver.Command(0x10).end, TransferEnd::Stall);
@@ -180,7 +173,7 @@ TEST(FirmwareCommand, StallsInDfuMode) {
 }
 
 TEST(FirmwareCommand, IsDisconnectedOffTheBus) {
-    CameraDriver driver(Personality::Kv400);
+    CameraDriver driver;
     Bytes reply(1024);
 
     EXPECT_EQ(driver.Command(0x10).end, TransferEnd::Disconnected);

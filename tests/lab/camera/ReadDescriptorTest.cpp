@@ -16,14 +16,8 @@ using What = Fault::What;
 constexpr std::uint8_t kDevice = 1;
 constexpr std::uint8_t kConfiguration = 2;
 
-CameraDriver InDfuMode(std::vector<Fault> faults = {}) {
-    CameraDriver driver({.faults = std::move(faults)});
-    driver.EnterDfuMode();
-    return driver;
-}
-
-Fault Striking(What what) {
-    return {.where = Fault::Where::GetDescriptor, .what = what};
+CameraDriver Struck(What what, std::uint32_t value = 0) {
+    return InDfuMode({.faults = {{.where = Fault::Where::GetDescriptor, .what = what, .value = value}}});
 }
 
 TransferResult Read(CameraDriver& driver, std::uint8_t type, Bytes& buffer, std::uint8_t index = 0) {
@@ -52,7 +46,7 @@ TEST(ReadDescriptor, StallsForWhatTheCameraDoesNotHave) {
 }
 
 TEST(ReadDescriptor, BelongsToDfuMode) {
-    CameraDriver driver(Personality::Kv400);
+    CameraDriver driver;
     Bytes buffer(64);
     EXPECT_EQ(Read(driver, kDevice, buffer).end, TransferEnd::Disconnected);
     driver.camera.Plug(driver.nowMs);
@@ -60,7 +54,7 @@ TEST(ReadDescriptor, BelongsToDfuMode) {
 }
 
 TEST(ReadDescriptor, AStallLeavesTheDfuStateAlone) {
-    CameraDriver driver = InDfuMode({Striking(What::Stall)});
+    CameraDriver driver = Struck(What::Stall);
     Bytes buffer(64);
     EXPECT_EQ(Read(driver, kDevice, buffer).end, TransferEnd::Stall);
     EXPECT_EQ(driver.camera.State(), DfuState::DfuIdle);
@@ -68,22 +62,20 @@ TEST(ReadDescriptor, AStallLeavesTheDfuStateAlone) {
 }
 
 TEST(ReadDescriptor, MayGoUnanswered) {
-    CameraDriver driver = InDfuMode({Striking(What::Timeout)});
+    CameraDriver driver = Struck(What::Timeout);
     Bytes buffer(64);
     EXPECT_EQ(Read(driver, kDevice, buffer).end, TransferEnd::Timeout);
 }
 
 TEST(ReadDescriptor, MayComeShort) {
-    Fault fault = Striking(What::ShortReply);
-    fault.value = 5;
-    CameraDriver driver = InDfuMode({fault});
+    CameraDriver driver = Struck(What::ShortReply, 5);
     Bytes buffer(64);
     EXPECT_EQ(Read(driver, kConfiguration, buffer).transferred, 5u);
     EXPECT_EQ(Read(driver, kConfiguration, buffer).transferred, 27u);
 }
 
 TEST(ReadDescriptor, MayBeTheLastThatIsSeenOfTheCamera) {
-    CameraDriver driver = InDfuMode({Striking(What::Unplug)});
+    CameraDriver driver = Struck(What::Unplug);
     Bytes buffer(64);
     EXPECT_EQ(Read(driver, kDevice, buffer).end, TransferEnd::Disconnected);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);

@@ -12,23 +12,12 @@ using Bytes = std::vector<std::uint8_t>;
 using Where = Fault::Where;
 using What = Fault::What;
 
-CameraSettings With(std::vector<Fault> faults, Personality personality = Personality::Kv400) {
-    CameraSettings settings;
-    settings.personality = personality;
-    settings.faults = std::move(faults);
-    return settings;
+CameraDriver InDfuModeWith(std::vector<Fault> faults) {
+    return InDfuMode({.faults = std::move(faults)});
 }
 
-CameraDriver InDfuMode(std::vector<Fault> faults) {
-    CameraDriver driver(With(std::move(faults)));
-    driver.EnterDfuMode();
-    return driver;
-}
-
-CameraDriver Running(std::vector<Fault> faults) {
-    CameraDriver driver(With(std::move(faults)));
-    driver.camera.Plug(driver.nowMs);
-    return driver;
+CameraDriver RunningWith(std::vector<Fault> faults) {
+    return Running({.faults = std::move(faults)});
 }
 
 // A DFU request that a device in dfuIDLE (in dfuERROR for CLRSTATUS) accepts.
@@ -43,10 +32,8 @@ struct Place {
 class FaultPlace : public testing::TestWithParam<Place> {
   protected:
     static CameraDriver Bring(What what, bool setsError = true) {
-        CameraDriver driver(With({{.where = GetParam().where, .what = what, .setsError = setsError}}));
-        driver.Reach(GetParam().in);
-        EXPECT_EQ(driver.camera.State(), GetParam().in);
-        return driver;
+        return InState(GetParam().in,
+                       {.faults = {{.where = GetParam().where, .what = what, .setsError = setsError}}});
     }
 
     static TransferEnd Ask(CameraDriver& driver) {
@@ -99,7 +86,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<Place>& instance) { return std::string(instance.param.name); });
 
 TEST(Fault, StatusIsAnsweredWithoutTheDeviceHavingIt) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::Status, .value = 0x03}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetStatus, .what = What::Status, .value = 0x03}});
     const StatusReply reply = driver.GetStatus();
     EXPECT_EQ(reply.end, TransferEnd::Ok);
     EXPECT_EQ(reply.status, DfuStatus::ErrWrite);
@@ -109,7 +96,7 @@ TEST(Fault, StatusIsAnsweredWithoutTheDeviceHavingIt) {
 }
 
 TEST(Fault, StateIsAnsweredToGetStatusWhileTheDeviceGoesOn) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::State, .value = 4}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetStatus, .what = What::State, .value = 4}});
     driver.Dnload(0, Bytes(8));
     const StatusReply reply = driver.GetStatus();
     EXPECT_EQ(reply.status, DfuStatus::Ok);
@@ -118,23 +105,23 @@ TEST(Fault, StateIsAnsweredToGetStatusWhileTheDeviceGoesOn) {
 }
 
 TEST(Fault, StateIsAnsweredToGetState) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetState, .what = What::State, .value = 10}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetState, .what = What::State, .value = 10}});
     EXPECT_EQ(driver.GetState(), DfuState::Error);
     EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
 }
 
 TEST(Fault, StatusAndStateMayStrikeTogether) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::Status, .value = 0x0E},
-                                     {.where = Where::GetStatus, .what = What::State, .value = 10}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetStatus, .what = What::Status, .value = 0x0E},
+                                         {.where = Where::GetStatus, .what = What::State, .value = 10}});
     const StatusReply reply = driver.GetStatus();
     EXPECT_EQ(reply.status, DfuStatus::ErrUnknown);
     EXPECT_EQ(reply.state, DfuState::Error);
 }
 
 TEST(Fault, ShortReplyLeavesTheRestOfTheBufferAlone) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::ShortReply, .value = 2},
-                                     {.where = Where::GetState, .what = What::ShortReply, .value = 0},
-                                     {.where = Where::Upload, .what = What::ShortReply, .value = 5}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetStatus, .what = What::ShortReply, .value = 2},
+                                         {.where = Where::GetState, .what = What::ShortReply, .value = 0},
+                                         {.where = Where::Upload, .what = What::ShortReply, .value = 5}});
     Bytes data(6, 0xAA);
     const TransferResult result = driver.Request(DfuRequest::GetStatus, 0, data);
     EXPECT_EQ(result.end, TransferEnd::Ok);
@@ -145,15 +132,16 @@ TEST(Fault, ShortReplyLeavesTheRestOfTheBufferAlone) {
 }
 
 TEST(Fault, ShortReplyLongerThanTheAnswerChangesNothing) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::ShortReply, .value = 500}});
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::GetStatus, .what = What::ShortReply, .value = 500}});
     EXPECT_EQ(driver.GetStatus().transferred, 6U);
 }
 
 TEST(Fault, AnswerOfARefusedRequestIsNotChanged) {
-    CameraDriver driver(With({{.where = Where::GetStatus, .what = What::State, .count = 0, .value = 8}},
-                             Personality::Strict));
-    driver.Reach(DfuState::Manifest);
-    ASSERT_EQ(driver.camera.State(), DfuState::Manifest);
+    CameraDriver driver =
+        InState(DfuState::Manifest,
+                {.personality = Personality::Strict,
+                 .faults = {{.where = Where::GetStatus, .what = What::State, .count = 0, .value = 8}}});
 
     const StatusReply reply = driver.GetStatus();
 
@@ -164,7 +152,7 @@ TEST(Fault, AnswerOfARefusedRequestIsNotChanged) {
 
 TEST(Fault, SkipsAndCountsTheRequestsOfItsKind) {
     CameraDriver driver =
-        InDfuMode({{.where = Where::GetState, .what = What::State, .skip = 2, .count = 3, .value = 10}});
+        InDfuModeWith({{.where = Where::GetState, .what = What::State, .skip = 2, .count = 3, .value = 10}});
     const std::vector<DfuState> expected{DfuState::DfuIdle, DfuState::DfuIdle, DfuState::Error,
                                          DfuState::Error,   DfuState::Error,   DfuState::DfuIdle};
     for (std::size_t number = 0; number < expected.size(); ++number) {
@@ -175,7 +163,7 @@ TEST(Fault, SkipsAndCountsTheRequestsOfItsKind) {
 
 TEST(Fault, CountOfZeroNeverEnds) {
     CameraDriver driver =
-        InDfuMode({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0}});
+        InDfuModeWith({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0}});
     EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
     for (int number = 0; number < 50; ++number) {
         EXPECT_EQ(driver.GetState(), DfuState{0xEE});
@@ -184,28 +172,29 @@ TEST(Fault, CountOfZeroNeverEnds) {
 
 TEST(Fault, LargestSkipAndCountDoNotWrap) {
     CameraDriver driver =
-        InDfuMode({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0xFFFF'FFFF}});
+        InDfuModeWith({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0xFFFF'FFFF}});
     EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
     EXPECT_EQ(driver.GetState(), DfuState{0xEE});
 }
 
 TEST(Fault, EachCountsByItself) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetState, .what = What::Timeout},
-                                     {.where = Where::GetState, .what = What::State, .skip = 1, .value = 7}});
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::GetState, .what = What::Timeout},
+                       {.where = Where::GetState, .what = What::State, .skip = 1, .value = 7}});
     EXPECT_EQ(driver.GetState(), DfuState{0xEE});
     EXPECT_EQ(driver.GetState(), DfuState::Manifest);
     EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
 }
 
 TEST(Fault, FirstOfSeveralObstructionsDecides) {
-    CameraDriver driver = InDfuMode(
+    CameraDriver driver = InDfuModeWith(
         {{.where = Where::Abort, .what = What::Timeout}, {.where = Where::Abort, .what = What::Unplug}});
     EXPECT_EQ(driver.Request(DfuRequest::Abort).end, TransferEnd::Timeout);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
 }
 
 TEST(Fault, RequestsThatDoNotReachTheCameraAreNotCounted) {
-    CameraDriver driver(With({{.where = Where::GetState, .what = What::Timeout}}));
+    CameraDriver driver({.faults = {{.where = Where::GetState, .what = What::Timeout}}});
     driver.GetState();
     driver.camera.Plug(driver.nowMs);
     driver.GetState();
@@ -215,24 +204,19 @@ TEST(Fault, RequestsThatDoNotReachTheCameraAreNotCounted) {
 }
 
 TEST(Fault, CombinationsWithoutMeaningNeverStrike) {
-    CameraDriver driver = InDfuMode({{.where = Where::Upload, .what = What::Status, .value = 3},
-                                     {.where = Where::Upload, .what = What::State, .value = 3},
-                                     {.where = Where::Dnload, .what = What::ShortReply, .value = 1},
-                                     {.where = Where::GetState, .what = What::Status, .value = 3},
-                                     {.where = Where::GetStatus, .what = What::WrongEcho, .value = 3}});
-    const Bytes untouched = [] {
-        CameraDriver other(Personality::Kv400);
-        other.EnterDfuMode();
-        return other.Upload(68);
-    }();
-    EXPECT_EQ(driver.Upload(68), untouched);
+    CameraDriver driver = InDfuModeWith({{.where = Where::Upload, .what = What::Status, .value = 3},
+                                         {.where = Where::Upload, .what = What::State, .value = 3},
+                                         {.where = Where::Dnload, .what = What::ShortReply, .value = 1},
+                                         {.where = Where::GetState, .what = What::Status, .value = 3},
+                                         {.where = Where::GetStatus, .what = What::WrongEcho, .value = 3}});
+    EXPECT_EQ(driver.Upload(68), InDfuMode().Upload(68));
     EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
     EXPECT_EQ(driver.GetStatus().status, DfuStatus::Ok);
     EXPECT_EQ(driver.Dnload(0, Bytes(8)).transferred, 8U);
 }
 
 TEST(Fault, UnplugInTheMiddleOfADownloadLeavesNoFirmwareThatRuns) {
-    CameraDriver driver = InDfuMode({{.where = Where::Dnload, .what = What::Unplug, .skip = 2}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::Dnload, .what = What::Unplug, .skip = 2}});
     EXPECT_FALSE(driver.Download(MakeImage(5000)));
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
 
@@ -245,7 +229,7 @@ TEST(Fault, UnplugInTheMiddleOfADownloadLeavesNoFirmwareThatRuns) {
 }
 
 TEST(Fault, BlockThatTimedOutIsNotInTheFlash) {
-    CameraDriver driver = InDfuMode({{.where = Where::Dnload, .what = What::Timeout, .skip = 1}});
+    CameraDriver driver = InDfuModeWith({{.where = Where::Dnload, .what = What::Timeout, .skip = 1}});
     driver.Dnload(0, Bytes(8, 1));
     driver.GetStatus();
     EXPECT_EQ(driver.Dnload(1, Bytes(8, 2)).end, TransferEnd::Timeout);
@@ -256,16 +240,17 @@ TEST(Fault, BlockThatTimedOutIsNotInTheFlash) {
 }
 
 TEST(Fault, StatusThatTimedOutDoesNotCountForTheSelfReset) {
-    CameraDriver driver(With({{.where = Where::GetStatus, .what = What::Timeout, .skip = 2}}));
-    driver.Reach(DfuState::ManifestWaitReset);
+    CameraDriver driver =
+        InState(DfuState::ManifestWaitReset,
+                {.faults = {{.where = Where::GetStatus, .what = What::Timeout, .skip = 2}}});
     EXPECT_EQ(driver.GetStatus().end, TransferEnd::Timeout);
     EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
 }
 
 TEST(Fault, CommandWriteMayStallOrTimeOut) {
-    CameraDriver driver = Running({{.where = Where::CommandWrite, .what = What::Stall, .skip = 1},
-                                   {.where = Where::CommandWrite, .what = What::Timeout, .skip = 2}});
+    CameraDriver driver = RunningWith({{.where = Where::CommandWrite, .what = What::Stall, .skip = 1},
+                                       {.where = Where::CommandWrite, .what = What::Timeout, .skip = 2}});
     EXPECT_EQ(driver.Command(0x55).end, TransferEnd::Ok);
     EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Stall);
     EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Timeout);
@@ -274,7 +259,7 @@ TEST(Fault, CommandWriteMayStallOrTimeOut) {
 }
 
 TEST(Fault, CommandWriteMayUnplug) {
-    CameraDriver driver = Running({{.where = Where::CommandWrite, .what = What::Unplug}});
+    CameraDriver driver = RunningWith({{.where = Where::CommandWrite, .what = What::Unplug}});
     EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Disconnected);
     driver.Pass(100'000);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
@@ -283,9 +268,9 @@ TEST(Fault, CommandWriteMayUnplug) {
 }
 
 TEST(Fault, CommandReadMayStallTimeOutOrUnplug) {
-    CameraDriver driver = Running({{.where = Where::CommandRead, .what = What::Stall},
-                                   {.where = Where::CommandRead, .what = What::Timeout, .skip = 1},
-                                   {.where = Where::CommandRead, .what = What::Unplug, .skip = 3}});
+    CameraDriver driver = RunningWith({{.where = Where::CommandRead, .what = What::Stall},
+                                       {.where = Where::CommandRead, .what = What::Timeout, .skip = 1},
+                                       {.where = Where::CommandRead, .what = What::Unplug, .skip = 3}});
     Bytes reply(1024);
     EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Stall);
     EXPECT_EQ(driver.camera.ReadReply(reply, driver.nowMs).end, TransferEnd::Timeout);
@@ -295,7 +280,8 @@ TEST(Fault, CommandReadMayStallTimeOutOrUnplug) {
 }
 
 TEST(Fault, CommandReadMayBeShort) {
-    CameraDriver driver = Running({{.where = Where::CommandRead, .what = What::ShortReply, .value = 233}});
+    CameraDriver driver =
+        RunningWith({{.where = Where::CommandRead, .what = What::ShortReply, .value = 233}});
     driver.Command(0x10);
     EXPECT_EQ(driver.Reply().size(), 233U);
     EXPECT_EQ(driver.Reply().size(), 234U);
@@ -303,7 +289,7 @@ TEST(Fault, CommandReadMayBeShort) {
 
 TEST(Fault, CommandReadMayEchoAnotherOpcode) {
     CameraDriver driver =
-        Running({{.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
+        RunningWith({{.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
     driver.Command(0x10);
     const Bytes wrong = driver.Reply();
     ASSERT_EQ(wrong.size(), 234U);
@@ -313,14 +299,15 @@ TEST(Fault, CommandReadMayEchoAnotherOpcode) {
 
 TEST(Fault, WrongEchoOfAReplyThatIsShorterChangesWhatIsThere) {
     CameraDriver driver =
-        Running({{.where = Where::CommandRead, .what = What::ShortReply, .value = 2},
-                 {.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
+        RunningWith({{.where = Where::CommandRead, .what = What::ShortReply, .value = 2},
+                     {.where = Where::CommandRead, .what = What::WrongEcho, .value = 0x12345678}});
     driver.Command(0x10);
     EXPECT_EQ(driver.Reply(), (Bytes{0x78, 0x56}));
 }
 
-TEST(VirtualCameraFault, PollTimeChangesOnlyTheTimeThatIsAskedFor) {
-    CameraDriver driver = InDfuMode({{.where = Where::GetStatus, .what = What::PollTime, .value = 0xABCDEF}});
+TEST(Fault, PollTimeChangesOnlyTheTimeThatIsAskedFor) {
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::GetStatus, .what = What::PollTime, .value = 0xABCDEF}});
     const StatusReply struck = driver.GetStatus();
     EXPECT_EQ(struck.pollMs, 0xABCDEFu);
     EXPECT_EQ(struck.status, DfuStatus::Ok);

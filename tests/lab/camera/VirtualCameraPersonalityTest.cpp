@@ -14,8 +14,7 @@ using Bytes = std::vector<std::uint8_t>;
 // Kv400
 
 TEST(Kv400Personality, AnswersTheStatusBlockAndStaysIdle) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
 
     const Bytes block = driver.Upload(68);
 
@@ -27,24 +26,21 @@ TEST(Kv400Personality, AnswersTheStatusBlockAndStaysIdle) {
 }
 
 TEST(Kv400Personality, StatusBlockIsNoLongerThanAskedForAndThanItIs) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     EXPECT_EQ(driver.Upload(10).size(), 10U);
     EXPECT_EQ(driver.Upload(1024).size(), 68U);
     EXPECT_EQ(driver.camera.State(), DfuState::DfuIdle);
 }
 
 TEST(Kv400Personality, StatusBlockIsRefusedBeyondTheTransferSize) {
-    CameraDriver driver(CameraSettings{.transferSize = 64});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.transferSize = 64});
     EXPECT_EQ(driver.Upload(68), Bytes{});
     EXPECT_EQ(driver.camera.State(), DfuState::Error);
 }
 
 // The road of a host that knows no bwPollTimeout: it polls every 200 ms.
 TEST(Kv400Personality, ServesAHostThatPollsAtAFixedPace) {
-    CameraDriver driver(CameraSettings{.blockMs = 450, .manifestMs = 950, .resetMs = 1000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.blockMs = 450, .manifestMs = 950, .resetMs = 1000});
     const Bytes image = MakeImage(3000);
     const auto await = [&driver](DfuState wanted) {
         int polls = 1;
@@ -78,8 +74,7 @@ TEST(Kv400Personality, ServesAHostThatPollsAtAFixedPace) {
 }
 
 TEST(Kv400Personality, ResetsItselfOnTheSecondStatusAfterManifestation) {
-    CameraDriver driver(CameraSettings{.blockMs = 10, .resetMs = 1000});
-    driver.Reach(DfuState::ManifestWaitReset);
+    CameraDriver driver = InState(DfuState::ManifestWaitReset, {.blockMs = 10, .resetMs = 1000});
 
     EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
     EXPECT_EQ(driver.GetState(), DfuState::ManifestWaitReset);
@@ -93,8 +88,8 @@ TEST(Kv400Personality, ResetsItselfOnTheSecondStatusAfterManifestation) {
 }
 
 TEST(Kv400Personality, ResetsItselfWhenNobodyAsks) {
-    CameraDriver driver(CameraSettings{.blockMs = 10, .resetMs = 1000, .enumerateMs = 200});
-    driver.Reach(DfuState::ManifestWaitReset);
+    CameraDriver driver =
+        InState(DfuState::ManifestWaitReset, {.blockMs = 10, .resetMs = 1000, .enumerateMs = 200});
     EXPECT_EQ(driver.camera.NextDeadline(), driver.nowMs + 1000);
 
     driver.Pass(999);
@@ -106,8 +101,7 @@ TEST(Kv400Personality, ResetsItselfWhenNobodyAsks) {
 }
 
 TEST(Kv400Personality, ResetTimeRunsFromTheEndOfManifestation) {
-    CameraDriver driver(CameraSettings{.manifestMs = 300, .resetMs = 1000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestMs = 300, .resetMs = 1000});
     driver.Download(MakeImage(10));
     driver.GetStatus();
     const std::uint64_t end = driver.nowMs + 300 + 1000;
@@ -119,8 +113,7 @@ TEST(Kv400Personality, ResetTimeRunsFromTheEndOfManifestation) {
 }
 
 TEST(Kv400Personality, ManifestsOnlyOnceItIsAskedForItsStatus) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Download(MakeImage(10));
     driver.Pass(100'000);
     EXPECT_EQ(driver.camera.State(), DfuState::ManifestSync);
@@ -129,8 +122,7 @@ TEST(Kv400Personality, ManifestsOnlyOnceItIsAskedForItsStatus) {
 // Strict
 
 TEST(StrictPersonality, UpdatesAHostThatKeepsThePollTimes) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Strict, .blockMs = 30});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict, .blockMs = 30});
     const Bytes image = MakeImage(5000, {1, 2, 3, 4});
     ASSERT_TRUE(driver.Download(image));
     EXPECT_EQ(driver.GetStatus().state, DfuState::Manifest);
@@ -147,8 +139,7 @@ TEST(StrictPersonality, UpdatesAHostThatKeepsThePollTimes) {
 }
 
 TEST(StrictPersonality, PunishesAPollThatComesTooEarly) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Strict, .blockMs = 300});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict, .blockMs = 300});
     driver.Dnload(0, Bytes(8));
     EXPECT_EQ(driver.GetStatus().pollMs, 300U);
     driver.Pass(299);
@@ -160,8 +151,7 @@ TEST(StrictPersonality, PunishesAPollThatComesTooEarly) {
 }
 
 TEST(StrictPersonality, UploadsTheFlashAndEndsWithAShortFrame) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Strict, .transferSize = 1000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict, .transferSize = 1000});
     Bytes read;
     for (std::size_t frame = 0; frame < 5; ++frame) {
         const Bytes bytes = driver.Upload(1000);
@@ -173,8 +163,7 @@ TEST(StrictPersonality, UploadsTheFlashAndEndsWithAShortFrame) {
 }
 
 TEST(StrictPersonality, UploadOfWholeFramesEndsWithAnEmptyOne) {
-    CameraDriver driver(Personality::Strict);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict});
     for (int frame = 0; frame < 4; ++frame) {
         EXPECT_EQ(driver.Upload(1024).size(), 1024U);
     }
@@ -184,8 +173,7 @@ TEST(StrictPersonality, UploadOfWholeFramesEndsWithAnEmptyOne) {
 }
 
 TEST(StrictPersonality, UploadBeginsAnewAfterAbort) {
-    CameraDriver driver(Personality::Strict);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict});
     const Bytes first = driver.Upload(100);
     EXPECT_NE(driver.Upload(100), first);
     driver.Request(DfuRequest::Abort);
@@ -194,8 +182,7 @@ TEST(StrictPersonality, UploadBeginsAnewAfterAbort) {
 
 TEST(StrictPersonality, RefusesUploadsOfNothingOrTooMuch) {
     for (const std::uint16_t length : {std::uint16_t{0}, std::uint16_t{1025}}) {
-        CameraDriver driver(Personality::Strict);
-        driver.EnterDfuMode();
+        CameraDriver driver = InDfuMode({.personality = Personality::Strict});
         Bytes data(length);
         EXPECT_EQ(driver.Request(DfuRequest::Upload, 0, data).end, TransferEnd::Stall) << length;
         EXPECT_EQ(driver.camera.State(), DfuState::Error) << length;
@@ -203,8 +190,7 @@ TEST(StrictPersonality, RefusesUploadsOfNothingOrTooMuch) {
 }
 
 TEST(StrictPersonality, KeepsTheFirstErrorUntilItIsCleared) {
-    CameraDriver driver(Personality::Strict);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict});
     driver.Dnload(0, {});
     driver.Request(DfuRequest::Detach);
     EXPECT_EQ(driver.GetStatus().status, DfuStatus::ErrNotDone);
@@ -213,8 +199,7 @@ TEST(StrictPersonality, KeepsTheFirstErrorUntilItIsCleared) {
 // Lenient
 
 TEST(LenientPersonality, HidesTheTimeOfWritingABlock) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Lenient, .blockMs = 100});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Lenient, .blockMs = 100});
     driver.Dnload(0, Bytes(8));
     for (int poll = 0; poll < 2; ++poll) {
         const StatusReply reply = driver.GetStatus();
@@ -226,8 +211,7 @@ TEST(LenientPersonality, HidesTheTimeOfWritingABlock) {
 }
 
 TEST(LenientPersonality, DownloadGoesOnAfterARefusedRequest) {
-    CameraDriver driver(Personality::Lenient);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Lenient});
     driver.Dnload(0, Bytes(8, 1));
     EXPECT_EQ(driver.Dnload(1, Bytes(8, 2)).end, TransferEnd::Stall);
     EXPECT_EQ(driver.GetStatus().state, DfuState::DnloadIdle);
@@ -241,8 +225,7 @@ TEST(LenientPersonality, DownloadGoesOnAfterARefusedRequest) {
 }
 
 TEST(LenientPersonality, RunsTheImageAfterItsNextPowerCycle) {
-    CameraDriver driver(Personality::Lenient);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Lenient});
     const Bytes image = MakeImage(3000);
     ASSERT_TRUE(driver.Download(image));
     driver.GetStatus();
@@ -261,8 +244,7 @@ TEST(LenientPersonality, RunsTheImageAfterItsNextPowerCycle) {
 // Synchronous
 
 TEST(SynchronousPersonality, IsNeverSeenWritingABlock) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Synchronous, .blockMs = 60'000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Synchronous, .blockMs = 60'000});
     driver.Dnload(0, Bytes(8));
     const StatusReply reply = driver.GetStatus();
     EXPECT_EQ(reply.state, DfuState::DnloadIdle);
@@ -270,8 +252,7 @@ TEST(SynchronousPersonality, IsNeverSeenWritingABlock) {
 }
 
 TEST(SynchronousPersonality, ManifestationEndsInIdleWithTheNewFlash) {
-    CameraDriver driver(Personality::Synchronous);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Synchronous});
     const Bytes image = MakeImage(3000);
     ASSERT_TRUE(driver.Download(image));
     const StatusReply manifesting = driver.GetStatus();
@@ -290,8 +271,7 @@ TEST(SynchronousPersonality, ManifestationEndsInIdleWithTheNewFlash) {
 }
 
 TEST(SynchronousPersonality, TakesASecondImageWithoutLeavingDfuMode) {
-    CameraDriver driver(Personality::Synchronous);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Synchronous});
     for (const std::size_t size : {std::size_t{3000}, std::size_t{500}}) {
         ASSERT_TRUE(driver.Download(MakeImage(size)));
         ASSERT_TRUE(driver.Await(DfuState::DfuIdle));

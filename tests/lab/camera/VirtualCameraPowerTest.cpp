@@ -17,23 +17,34 @@ CameraSettings Slow(Personality personality) {
     return {.personality = personality, .blockMs = 100};
 }
 
-void PullAndPlug(CameraDriver& driver) {
-    driver.camera.Unplug();
+void ExpectItStaysAbsent(CameraDriver& driver) {
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
     EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
     driver.Pass(100'000);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
     EXPECT_EQ(driver.GetStatus().end, TransferEnd::Disconnected);
+}
+
+void PullAndPlug(CameraDriver& driver) {
+    driver.camera.Unplug();
+    ExpectItStaysAbsent(driver);
     driver.camera.Plug(driver.nowMs);
+}
+
+TEST(VirtualCamera, IsAbsentUntilItIsPluggedIn) {
+    CameraDriver driver;
+    ExpectItStaysAbsent(driver);
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
+    EXPECT_EQ(driver.camera.State(), DfuState::AppIdle);
+    EXPECT_EQ(driver.camera.Status(), DfuStatus::Ok);
+    EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
 }
 
 class PowerFailure : public testing::TestWithParam<DfuState> {};
 
 TEST_P(PowerFailure, WithADownloadUnderWayLeavesNoFirmwareThatRuns) {
-    CameraDriver driver(Slow(Personality::Kv400));
-    const Bytes before = driver.camera.Flash();
-    driver.Reach(GetParam());
-    ASSERT_EQ(driver.camera.State(), GetParam());
+    CameraDriver driver = InState(GetParam(), Slow(Personality::Kv400));
 
     PullAndPlug(driver);
 
@@ -41,7 +52,7 @@ TEST_P(PowerFailure, WithADownloadUnderWayLeavesNoFirmwareThatRuns) {
     const StatusReply reply = driver.GetStatus();
     EXPECT_EQ(reply.state, DfuState::Error);
     EXPECT_EQ(reply.status, DfuStatus::ErrFirmware);
-    Bytes expected = before;
+    Bytes expected = VirtualCamera({}).Flash();
     const Bytes downloaded = MakeImage(64);
     std::copy(downloaded.begin(), downloaded.end(), expected.begin());
     EXPECT_EQ(driver.camera.Flash(), expected);
@@ -57,9 +68,7 @@ INSTANTIATE_TEST_SUITE_P(Stages, PowerFailure,
 class HarmlessPowerFailure : public testing::TestWithParam<DfuState> {};
 
 TEST_P(HarmlessPowerFailure, LeavesTheFirmwareRunning) {
-    CameraDriver driver(Slow(Personality::Strict));
-    driver.Reach(GetParam());
-    ASSERT_EQ(driver.camera.State(), GetParam());
+    CameraDriver driver = InState(GetParam(), Slow(Personality::Strict));
     const Bytes flash = driver.camera.Flash();
 
     PullAndPlug(driver);
@@ -76,15 +85,13 @@ INSTANTIATE_TEST_SUITE_P(Stages, HarmlessPowerFailure,
                          });
 
 TEST(VirtualCamera, PulledInRunningModeComesBackRunning) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     PullAndPlug(driver);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
 }
 
 TEST(VirtualCamera, PulledBeforeItLeftForDfuModeForgetsTheSwitch) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     driver.Command(0x1E, {1, 0, 0, 0});
     PullAndPlug(driver);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
@@ -93,8 +100,7 @@ TEST(VirtualCamera, PulledBeforeItLeftForDfuModeForgetsTheSwitch) {
 }
 
 TEST(VirtualCamera, PulledOnItsWayToDfuModeForgetsTheSwitch) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     driver.Command(0x1E, {1, 0, 0, 0});
     driver.Pass(driver.camera.Settings().detachMs);
     ASSERT_EQ(driver.camera.Mode(), BusMode::Absent);
@@ -103,8 +109,7 @@ TEST(VirtualCamera, PulledOnItsWayToDfuModeForgetsTheSwitch) {
 }
 
 TEST(VirtualCamera, PulledDuringItsSelfResetComesBackWithTheNewImage) {
-    CameraDriver driver(Slow(Personality::Kv400));
-    driver.Reach(DfuState::ManifestWaitReset);
+    CameraDriver driver = InState(DfuState::ManifestWaitReset, Slow(Personality::Kv400));
     driver.Pass(driver.camera.Settings().resetMs);
     ASSERT_EQ(driver.camera.Mode(), BusMode::Absent);
     PullAndPlug(driver);
@@ -113,8 +118,7 @@ TEST(VirtualCamera, PulledDuringItsSelfResetComesBackWithTheNewImage) {
 }
 
 TEST(VirtualCamera, PulledInTheErrorOfADownloadHasNoFirmwareThatRuns) {
-    CameraDriver driver(Slow(Personality::Kv400));
-    driver.Reach(DfuState::DnloadIdle);
+    CameraDriver driver = InState(DfuState::DnloadIdle, Slow(Personality::Kv400));
     driver.Request(DfuRequest::ClrStatus);
     ASSERT_EQ(driver.camera.State(), DfuState::Error);
     PullAndPlug(driver);
@@ -123,18 +127,15 @@ TEST(VirtualCamera, PulledInTheErrorOfADownloadHasNoFirmwareThatRuns) {
 }
 
 TEST(VirtualCamera, PulledAfterTheDownloadWasAbortedRunsTheOldFirmware) {
-    CameraDriver driver(Slow(Personality::Kv400));
-    const Bytes before = driver.camera.Flash();
-    driver.Reach(DfuState::DnloadIdle);
+    CameraDriver driver = InState(DfuState::DnloadIdle, Slow(Personality::Kv400));
     driver.Request(DfuRequest::Abort);
     PullAndPlug(driver);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
-    EXPECT_EQ(driver.camera.Flash(), before);
+    EXPECT_EQ(driver.camera.Flash(), VirtualCamera({}).Flash());
 }
 
 TEST(VirtualCamera, StaysWithoutFirmwareUntilADownloadSucceeds) {
-    CameraDriver driver(Slow(Personality::Kv400));
-    driver.Reach(DfuState::DnloadIdle);
+    CameraDriver driver = InState(DfuState::DnloadIdle, Slow(Personality::Kv400));
     PullAndPlug(driver);
     driver.Request(DfuRequest::ClrStatus);
     EXPECT_EQ(driver.camera.State(), DfuState::DfuIdle);
@@ -151,16 +152,14 @@ TEST(VirtualCamera, StaysWithoutFirmwareUntilADownloadSucceeds) {
 }
 
 TEST(VirtualCamera, PartlyWrittenFlashIsAsLongAsTheLongerOfTheTwo) {
-    CameraDriver driver(CameraSettings{.transferSize = 5000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.transferSize = 5000});
     driver.Dnload(0, MakeImage(5000));
     driver.camera.Unplug();
     EXPECT_EQ(driver.camera.Flash(), MakeImage(5000));
 }
 
 TEST(VirtualCamera, PluggingInWhatIsPluggedInDoesNothing) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     driver.Command(0x55);
     driver.camera.Plug(driver.nowMs);
     EXPECT_EQ(driver.Reply(), (Bytes{0x55, 0, 0, 0}));
@@ -174,29 +173,26 @@ TEST(VirtualCamera, PluggingInWhatIsPluggedInDoesNothing) {
 }
 
 TEST(VirtualCamera, PluggingInMakesWhatIsDueHappen) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     driver.Command(0x1E, {1, 0, 0, 0});
     driver.camera.Plug(driver.nowMs + driver.camera.Settings().detachMs);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
 }
 
 TEST(VirtualCamera, UnpluggingWhatIsUnpluggedDoesNothing) {
-    CameraDriver driver(Personality::Kv400);
+    CameraDriver driver;
     driver.camera.Unplug();
     driver.camera.Plug(driver.nowMs);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
 }
 
 TEST(TwoBanks, KeepTheFirmwareWhenTheDownloadIsCutOff) {
-    CameraDriver driver({.blockMs = 100, .hasTwoBanks = true});
-    const Bytes before = driver.camera.Flash();
-    driver.Reach(DfuState::DnloadIdle);
+    CameraDriver driver = InState(DfuState::DnloadIdle, {.blockMs = 100, .hasTwoBanks = true});
 
     PullAndPlug(driver);
 
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
-    EXPECT_EQ(driver.camera.Flash(), before);
+    EXPECT_EQ(driver.camera.Flash(), VirtualCamera({}).Flash());
     driver.camera.Unplug();
     driver.camera.Plug(driver.nowMs);
     driver.EnterDfuMode();

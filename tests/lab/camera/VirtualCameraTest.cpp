@@ -9,22 +9,6 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-TEST(VirtualCamera, IsAbsentUntilItIsPluggedIn) {
-    CameraDriver driver(Personality::Kv400);
-    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
-    EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
-
-    driver.Pass(100'000);
-    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
-    EXPECT_EQ(driver.GetStatus().end, TransferEnd::Disconnected);
-
-    driver.camera.Plug(driver.nowMs);
-    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
-    EXPECT_EQ(driver.camera.State(), DfuState::AppIdle);
-    EXPECT_EQ(driver.camera.Status(), DfuStatus::Ok);
-    EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
-}
-
 TEST(VirtualCamera, StartsWithAFlashThatHoldsItsVersion) {
     const VirtualCamera camera({.version = {5, 10, 2, 0}});
     ASSERT_EQ(camera.Flash().size(), 4096U);
@@ -39,15 +23,13 @@ TEST(VirtualCamera, VersionTextHasTheWholeRangeOfEachNumber) {
 }
 
 TEST(VirtualCamera, StallsDfuRequestsInRunningMode) {
-    CameraDriver driver(Personality::Kv400);
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running();
     EXPECT_EQ(driver.GetStatus().end, TransferEnd::Stall);
     EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
 }
 
 TEST(VirtualCamera, ComesBackRunningWithTheDownloadedImage) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     const Bytes image = MakeImage(10 * 1024 + 17, {5, 10, 3, 0});
 
     ASSERT_TRUE(driver.Download(image));
@@ -67,7 +49,7 @@ TEST(VirtualCamera, ComesBackRunningWithTheDownloadedImage) {
 }
 
 TEST(VirtualCamera, CanBeUpdatedAgainAndAgain) {
-    CameraDriver driver(Personality::Kv400);
+    CameraDriver driver;
     for (std::uint8_t round = 1; round <= 3; ++round) {
         driver.camera.Plug(driver.nowMs);
         driver.EnterDfuMode();
@@ -83,7 +65,7 @@ TEST(VirtualCamera, CanBeUpdatedAgainAndAgain) {
 }
 
 TEST(VirtualCamera, KeepsTheOldFlashUntilManifestationIsOver) {
-    CameraDriver driver(CameraSettings{.manifestMs = 300});
+    CameraDriver driver({.manifestMs = 300});
     const Bytes before = driver.camera.Flash();
     driver.EnterDfuMode();
     ASSERT_TRUE(driver.Download(MakeImage(2000)));
@@ -99,8 +81,7 @@ TEST(VirtualCamera, CountsMissingVersionBytesOfAShortImageAsZero) {
     for (const auto& [size, version] :
          {std::pair{1U, "0.0.0.0"}, std::pair{398U, "0.0.0.0"}, std::pair{399U, "0.0.0.9"},
           std::pair{401U, "0.7.8.9"}, std::pair{402U, "6.7.8.9"}}) {
-        CameraDriver driver(Personality::Kv400);
-        driver.EnterDfuMode();
+        CameraDriver driver = InDfuMode();
         Bytes image = MakeImage(402, {6, 7, 8, 9});
         image.resize(size);
         ASSERT_TRUE(driver.Download(image));
@@ -111,8 +92,7 @@ TEST(VirtualCamera, CountsMissingVersionBytesOfAShortImageAsZero) {
 }
 
 TEST(VirtualCamera, AppendsBlocksInTheirOrderOfArrivalAndCountsGaps) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     Bytes image;
     for (const std::uint16_t number :
          {std::uint16_t{4}, std::uint16_t{5}, std::uint16_t{7}, std::uint16_t{6}}) {
@@ -130,8 +110,7 @@ TEST(VirtualCamera, AppendsBlocksInTheirOrderOfArrivalAndCountsGaps) {
 }
 
 TEST(VirtualCamera, RepeatedBlockNumberIsAGap) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Dnload(0, Bytes(8));
     driver.GetStatus();
     driver.Dnload(0, Bytes(8));
@@ -139,8 +118,7 @@ TEST(VirtualCamera, RepeatedBlockNumberIsAGap) {
 }
 
 TEST(VirtualCamera, ClosingDownloadRequestTakesPartInTheNumbering) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Dnload(0, Bytes(8));
     driver.GetStatus();
     driver.Dnload(0, {});
@@ -148,8 +126,7 @@ TEST(VirtualCamera, ClosingDownloadRequestTakesPartInTheNumbering) {
 }
 
 TEST(VirtualCamera, RefusedDownloadRequestTakesNoPartInTheNumbering) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Lenient});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Lenient});
     driver.Dnload(0, Bytes(8));
     EXPECT_EQ(driver.Dnload(9, Bytes(8)).end, TransferEnd::Stall);
     driver.GetStatus();
@@ -158,8 +135,7 @@ TEST(VirtualCamera, RefusedDownloadRequestTakesNoPartInTheNumbering) {
 }
 
 TEST(VirtualCamera, ANewDownloadMayBeginWithAnyBlockNumber) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Dnload(30, Bytes(8));
     driver.Request(DfuRequest::Abort);
     driver.Dnload(0, Bytes(8));
@@ -167,8 +143,7 @@ TEST(VirtualCamera, ANewDownloadMayBeginWithAnyBlockNumber) {
 }
 
 TEST(VirtualCamera, BlockNumbersWrapWithoutAGap) {
-    CameraDriver driver(CameraSettings{.transferSize = 1});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.transferSize = 1});
     const Bytes image = MakeImage(65'536 + 3);
 
     ASSERT_TRUE(driver.Download(image));
@@ -179,8 +154,7 @@ TEST(VirtualCamera, BlockNumbersWrapWithoutAGap) {
 }
 
 TEST(VirtualCamera, TakesBlocksUpToTheTransferSizeOnly) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Strict, .transferSize = 64});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict, .transferSize = 64});
     EXPECT_EQ(driver.Dnload(0, Bytes(64)).transferred, 64U);
     driver.GetStatus();
 
@@ -194,14 +168,12 @@ TEST(VirtualCamera, TakesBlocksUpToTheTransferSizeOnly) {
 }
 
 TEST(VirtualCamera, TransferSizeOfZeroTakesNoBlockAtAll) {
-    CameraDriver driver(CameraSettings{.transferSize = 0});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.transferSize = 0});
     EXPECT_EQ(driver.Dnload(0, Bytes(1)).end, TransferEnd::Stall);
 }
 
 TEST(VirtualCamera, RefusesADownloadWithoutABlock) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
 
     EXPECT_EQ(driver.Dnload(0, {}).end, TransferEnd::Stall);
 
@@ -211,8 +183,7 @@ TEST(VirtualCamera, RefusesADownloadWithoutABlock) {
 }
 
 TEST(VirtualCamera, ClearingTheErrorAllowsADownloadFromTheStart) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Dnload(0, Bytes(100, 0x77));
     driver.Request(DfuRequest::ClrStatus);
     ASSERT_EQ(driver.camera.State(), DfuState::Error);
@@ -226,8 +197,7 @@ TEST(VirtualCamera, ClearingTheErrorAllowsADownloadFromTheStart) {
 }
 
 TEST(VirtualCamera, AbortDropsWhatWasDownloaded) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     driver.Dnload(0, Bytes(100, 0x77));
     driver.GetStatus();
 
@@ -239,8 +209,7 @@ TEST(VirtualCamera, AbortDropsWhatWasDownloaded) {
 }
 
 TEST(VirtualCamera, AbortEndsTheWritingOfABlock) {
-    CameraDriver driver(CameraSettings{.blockMs = 100});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.blockMs = 100});
     driver.Dnload(0, Bytes(100));
     EXPECT_EQ(driver.camera.NextDeadline(), driver.nowMs + 100);
 
@@ -259,8 +228,7 @@ TEST(VirtualCamera, TakesOnlyClassRequestsToItsInterface) {
         {.requestType = 0xE1, .request = 3, .length = 6},
         {.requestType = 0xA1, .request = 3, .index = 1, .length = 6}};
     for (const SetupPacket& setup : strangers) {
-        CameraDriver driver(Personality::Strict);
-        driver.EnterDfuMode();
+        CameraDriver driver = InDfuMode({.personality = Personality::Strict});
         Bytes data(18, 0xAA);
         EXPECT_EQ(driver.camera.ControlTransfer(setup, data, driver.nowMs).end, TransferEnd::Stall);
         EXPECT_EQ(driver.camera.State(), DfuState::DfuIdle);
@@ -269,8 +237,7 @@ TEST(VirtualCamera, TakesOnlyClassRequestsToItsInterface) {
 }
 
 TEST(VirtualCamera, ReplyIsCutToTheRequestedLength) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     Bytes data(16, 0xAA);
     const SetupPacket setup{.requestType = 0xA1, .request = 3, .length = 5};
 
@@ -280,8 +247,7 @@ TEST(VirtualCamera, ReplyIsCutToTheRequestedLength) {
 }
 
 TEST(VirtualCamera, ReplyIsNoLongerThanTheAnswer) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     Bytes data(16, 0xAA);
     const SetupPacket setup{.requestType = 0xA1, .request = 3, .length = 16};
 
@@ -292,8 +258,7 @@ TEST(VirtualCamera, ReplyIsNoLongerThanTheAnswer) {
 
 // Reads and writes stay inside the caller's buffer even when the setup packet claims more.
 TEST(VirtualCamera, NeverLeavesTheCallersBuffer) {
-    CameraDriver driver(Personality::Kv400);
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     Bytes data(3);
 
     EXPECT_EQ(
@@ -307,8 +272,7 @@ TEST(VirtualCamera, NeverLeavesTheCallersBuffer) {
 }
 
 TEST(VirtualCamera, PollTimeIsWhatIsLeftOfWritingTheBlock) {
-    CameraDriver driver(CameraSettings{.blockMs = 500});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.blockMs = 500});
     driver.Dnload(0, Bytes(8));
     driver.Pass(100);
     StatusReply reply = driver.GetStatus();
@@ -331,16 +295,14 @@ TEST(VirtualCamera, PollTimeIsWhatIsLeftOfWritingTheBlock) {
 TEST(VirtualCamera, WithoutWritingTimeTheFirstStatusSaysThatTheBlockIsWritten) {
     for (const auto personality :
          {Personality::Kv400, Personality::Strict, Personality::Lenient, Personality::Synchronous}) {
-        CameraDriver driver(CameraSettings{.personality = personality, .blockMs = 0});
-        driver.EnterDfuMode();
+        CameraDriver driver = InDfuMode({.personality = personality, .blockMs = 0});
         driver.Dnload(0, Bytes(8));
         EXPECT_EQ(driver.GetStatus().state, DfuState::DnloadIdle) << NameOf(personality);
     }
 }
 
 TEST(VirtualCamera, ABlockIsWrittenInTheBackground) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Strict, .blockMs = 100});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Strict, .blockMs = 100});
     driver.Dnload(0, Bytes(8));
     driver.Pass(100);
     EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
@@ -350,8 +312,7 @@ TEST(VirtualCamera, ABlockIsWrittenInTheBackground) {
 }
 
 TEST(VirtualCamera, PollTimeIsWhatIsLeftOfManifestation) {
-    CameraDriver driver(CameraSettings{.manifestMs = 70'000});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestMs = 70'000});
     driver.Download(MakeImage(10));
     EXPECT_EQ(driver.camera.NextDeadline(), std::nullopt);
 
@@ -366,38 +327,34 @@ TEST(VirtualCamera, PollTimeIsWhatIsLeftOfManifestation) {
 }
 
 TEST(VirtualCamera, PollTimeIsCutToItsThreeBytes) {
-    CameraDriver driver(CameraSettings{.manifestMs = 0x100'0001});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestMs = 0x100'0001});
     driver.Download(MakeImage(10));
     EXPECT_EQ(driver.GetStatus().pollMs, 0xFF'FFFFU);
 }
 
 TEST(VirtualCamera, ManifestationWithoutTimeStillPassesThroughItsState) {
-    CameraDriver driver(CameraSettings{.manifestMs = 0});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestMs = 0});
     driver.Download(MakeImage(10));
     EXPECT_EQ(driver.GetStatus().state, DfuState::Manifest);
     EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
 }
 
 TEST(VirtualCamera, ManifestationAtOnceIsNeverSeen) {
-    CameraDriver driver(CameraSettings{.manifestsAtOnce = true});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestsAtOnce = true});
     driver.Download(MakeImage(10));
     EXPECT_EQ(driver.GetStatus().state, DfuState::ManifestWaitReset);
     EXPECT_EQ(driver.camera.Flash(), MakeImage(10));
 }
 
 TEST(VirtualCamera, ManifestationAtOnceEndsInIdleWhenTheDeviceTolerates) {
-    CameraDriver driver(CameraSettings{.personality = Personality::Synchronous, .manifestsAtOnce = true});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.personality = Personality::Synchronous, .manifestsAtOnce = true});
     driver.Download(MakeImage(10));
     EXPECT_EQ(driver.GetStatus().state, DfuState::DfuIdle);
     EXPECT_EQ(driver.camera.Flash(), MakeImage(10));
 }
 
 TEST(VirtualCamera, TellsTheMemoryThatItsFlashTakes) {
-    CameraDriver driver(CameraSettings{});
+    CameraDriver driver;
     const std::size_t empty = driver.camera.HeldBytes();
     EXPECT_GE(empty, driver.camera.Flash().size());
     driver.EnterDfuMode();
@@ -407,8 +364,7 @@ TEST(VirtualCamera, TellsTheMemoryThatItsFlashTakes) {
 
 // Refused ones count too: they were on the bus. What comes when the camera is elsewhere reaches nothing.
 TEST(VirtualCamera, CountsTheControlTransfersOfItsStayInDfuMode) {
-    CameraDriver driver(CameraSettings{});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode();
     EXPECT_EQ(driver.camera.Transfers(), 0U);
     driver.GetStatus();
     driver.camera.ControlTransfer({.requestType = 0x80, .request = 6}, {}, driver.nowMs);
@@ -422,8 +378,7 @@ TEST(VirtualCamera, CountsTheControlTransfersOfItsStayInDfuMode) {
 }
 
 TEST(VirtualCamera, OneLongStepOfTimeIsTheSameAsManyShortOnes) {
-    CameraDriver driver(CameraSettings{.manifestMs = 300, .resetMs = 1000, .enumerateMs = 200});
-    driver.EnterDfuMode();
+    CameraDriver driver = InDfuMode({.manifestMs = 300, .resetMs = 1000, .enumerateMs = 200});
     driver.Download(MakeImage(402, {9, 9, 9, 9}));
     driver.GetStatus();
 
@@ -438,8 +393,7 @@ TEST(VirtualCamera, OneLongStepOfTimeIsTheSameAsManyShortOnes) {
 }
 
 TEST(VirtualCamera, TimesOfZeroHappenAtOnce) {
-    CameraDriver driver(CameraSettings{.manifestMs = 0, .resetMs = 0, .detachMs = 0, .enumerateMs = 0});
-    driver.camera.Plug(driver.nowMs);
+    CameraDriver driver = Running({.manifestMs = 0, .resetMs = 0, .detachMs = 0, .enumerateMs = 0});
     driver.Command(0x1E, {1, 0, 0, 0});
     driver.Pass(0);
     ASSERT_EQ(driver.camera.Mode(), BusMode::Dfu);

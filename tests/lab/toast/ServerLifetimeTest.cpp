@@ -13,6 +13,13 @@ using namespace std::chrono_literals;
 // How long a wait may take to be over on a busy machine.
 constexpr auto kPatience = 20s;
 
+void ExpectTheNextReleaseEndsTheWait(ServerLifetime& lifetime) {
+    auto released = std::async(std::launch::async, [&] { lifetime.WaitUntilReleased(); });
+    EXPECT_EQ(released.wait_for(300ms), std::future_status::timeout);
+    lifetime.RemoveHold();
+    EXPECT_EQ(released.wait_for(kPatience), std::future_status::ready);
+}
+
 TEST(ServerLifetime, WaitsForTheFirstClientBeyondTheGracePeriod) {
     ServerLifetime lifetime;
     auto unused = std::async(std::launch::async, [&] { lifetime.WaitUntilUnused(); });
@@ -54,20 +61,14 @@ TEST(ServerLifetime, LeavesAtOnceWhenToldTo) {
 TEST(ServerLifetime, WaitsForTheReleaseOfClientsThatSlippedIn) {
     ServerLifetime lifetime;
     lifetime.AddHold();
-    auto released = std::async(std::launch::async, [&] { lifetime.WaitUntilReleased(); });
-    EXPECT_EQ(released.wait_for(300ms), std::future_status::timeout);
-    lifetime.RemoveHold();
-    EXPECT_EQ(released.wait_for(kPatience), std::future_status::ready);
+    ExpectTheNextReleaseEndsTheWait(lifetime);
 }
 
 TEST(ServerLifetime, IgnoresAReleaseWithoutItsHold) {
     ServerLifetime lifetime;
     lifetime.RemoveHold();
     lifetime.AddHold();
-    auto released = std::async(std::launch::async, [&] { lifetime.WaitUntilReleased(); });
-    EXPECT_EQ(released.wait_for(300ms), std::future_status::timeout);
-    lifetime.RemoveHold();
-    EXPECT_EQ(released.wait_for(kPatience), std::future_status::ready);
+    ExpectTheNextReleaseEndsTheWait(lifetime);
 }
 
 }  // namespace

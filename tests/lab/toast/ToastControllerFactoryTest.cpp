@@ -27,6 +27,12 @@ class ToastControllerFactoryTest : public testing::Test {
         return inTime;
     }
 
+    ComPtr<IToastCntr> MakeController() {
+        ComPtr<IToastCntr> controller;
+        EXPECT_EQ(factory_->CreateInstance(nullptr, __uuidof(IToastCntr), &controller), S_OK);
+        return controller;
+    }
+
     const std::shared_ptr<ServerParts> parts_ = std::make_shared<ServerParts>(nullptr);
     const ComPtr<IClassFactory> factory_ = new ToastControllerFactory(parts_);
 };
@@ -36,14 +42,12 @@ TEST_F(ToastControllerFactoryTest, DoesNotHoldTheServerItself) {
 }
 
 TEST_F(ToastControllerFactoryTest, MakesObjectsThatHoldTheServer) {
-    ComPtr<IToastCntr> controller;
-    ASSERT_EQ(factory_->CreateInstance(nullptr, __uuidof(IToastCntr), &controller), S_OK);
+    const ComPtr<IToastCntr> controller = MakeController();
     EXPECT_FALSE(IsReleasedWithin(300ms));
 }
 
 TEST_F(ToastControllerFactoryTest, MakesObjectsThatLetGoOfTheServerWithTheirLastReference) {
-    ComPtr<IToastCntr> controller;
-    ASSERT_EQ(factory_->CreateInstance(nullptr, __uuidof(IToastCntr), &controller), S_OK);
+    ComPtr<IToastCntr> controller = MakeController();
     ComPtr<IConnectionPointContainer> container;
     ASSERT_EQ(controller.As(&container), S_OK);
     ComPtr<IConnectionPoint> point;
@@ -88,8 +92,7 @@ TEST_F(ToastControllerFactoryTest, UnlocksTheServer) {
 
 // The service finds the one object under both of its interfaces.
 TEST_F(ToastControllerFactoryTest, MakesObjectsWithOneIdentity) {
-    ComPtr<IToastCntr> controller;
-    ASSERT_EQ(factory_->CreateInstance(nullptr, __uuidof(IToastCntr), &controller), S_OK);
+    ComPtr<IToastCntr> controller = MakeController();
     ComPtr<IConnectionPointContainer> container;
     ASSERT_EQ(controller.As(&container), S_OK);
     ComPtr<IUnknown> first;

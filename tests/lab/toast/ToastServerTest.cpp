@@ -48,8 +48,26 @@ json Answer(LONG code, int sinks) {
     return {{"event", "answer"}, {"code", code}, {"sinks", sinks}, {"result", 0}};
 }
 
-class ToastServer : public ToastServerFixture {
+using ToastServer = ToastServerFixture;
+
+// A server that is activated while the laboratory listens.
+class ToastServerOnTheWire : public ToastServerFixture {
   protected:
+    void SetUp() override {
+        OpenWire();
+        controller_ = Activate();
+        events_ = EventsOf(*controller_.Get());
+    }
+
+    // A second object of the server.
+    static ComPtr<IToastCntr> ActivateAnother() {
+        ComPtr<IToastCntr> other;
+        EXPECT_EQ(
+            CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
+            S_OK);
+        return other;
+    }
+
     void ExpectEvent(const json& event) { EXPECT_EQ(wire_->NextEvent(), event); }
 
     // Advises the sink and takes the event that tells so.
@@ -59,57 +77,59 @@ class ToastServer : public ToastServerFixture {
         ExpectEvent({{"event", "advised"}, {"cookie", cookie}});
         return cookie;
     }
+    DWORD Advise(RecordingSink& sink) { return Advise(*events_.Get(), sink); }
 
     void Unadvise(IConnectionPoint& events, DWORD cookie) {
         EXPECT_EQ(events.Unadvise(cookie), S_OK);
         ExpectEvent({{"event", "unadvised"}, {"cookie", cookie}});
     }
+    void Unadvise(DWORD cookie) { Unadvise(*events_.Get(), cookie); }
+
+    // Takes the events that tell that so many sinks have taken the answer.
+    void ExpectAnswered(LONG code, int sinks) {
+        ExpectEvent(Answer(code, sinks));
+        ExpectEvent(Done("respond"));
+    }
+
+    ComPtr<IToastCntr> controller_;
+    ComPtr<IConnectionPoint> events_;
 };
 
-TEST_F(ToastServer, ReportsTheThreeCallsWithTheirTexts) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    EXPECT_EQ(controller->ShowUpdatePrompt(Text(L"5.10.2.0"), Text(L"5.10.3.0")), S_OK);
-    EXPECT_EQ(controller->NotifyProgress(Text(L"start:118")), S_OK);
-    EXPECT_EQ(controller->NotifyProgress(Text(L"1")), S_OK);
-    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+TEST_F(ToastServerOnTheWire, ReportsTheThreeCallsWithTheirTexts) {
+    EXPECT_EQ(controller_->ShowUpdatePrompt(Text(L"5.10.2.0"), Text(L"5.10.3.0")), S_OK);
+    EXPECT_EQ(controller_->NotifyProgress(Text(L"start:118")), S_OK);
+    EXPECT_EQ(controller_->NotifyProgress(Text(L"1")), S_OK);
+    EXPECT_EQ(controller_->NotifyComplete(), S_OK);
     ExpectEvent(PromptCall("ShowUpdatePrompt", {"5.10.2.0", "5.10.3.0"}));
     ExpectEvent(PromptCall("NotifyProgress", json::array({"start:118"})));
     ExpectEvent(PromptCall("NotifyProgress", json::array({"1"})));
     ExpectEvent(PromptCall("NotifyComplete", json::array()));
 }
 
-TEST_F(ToastServer, TakesAbsentAndForeignTexts) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    EXPECT_EQ(controller->ShowUpdatePrompt(nullptr, Text(L"\u00FC\u20AC")), S_OK);
+TEST_F(ToastServerOnTheWire, TakesAbsentAndForeignTexts) {
+    EXPECT_EQ(controller_->ShowUpdatePrompt(nullptr, Text(L"\u00FC\u20AC")), S_OK);
     ExpectEvent(PromptCall("ShowUpdatePrompt", {"", "\xC3\xBC\xE2\x82\xAC"}));
 }
 
-TEST_F(ToastServer, TakesCallsByNameThroughItsTypeLibrary) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, TakesCallsByNameThroughItsTypeLibrary) {
     wchar_t name[] = L"NotifyProgress";
     LPOLESTR names = name;
     DISPID id = 0;
-    ASSERT_EQ(controller->GetIDsOfNames(GUID{}, &names, 1, LOCALE_USER_DEFAULT, &id), S_OK);
+    ASSERT_EQ(controller_->GetIDsOfNames(GUID{}, &names, 1, LOCALE_USER_DEFAULT, &id), S_OK);
     const Text status(L"7");
     VARIANTARG argument;
     V_VT(&argument) = VT_BSTR;
     V_BSTR(&argument) = status;
     DISPPARAMS parameters{&argument, nullptr, 1, 0};
-    EXPECT_EQ(controller->Invoke(id, GUID{}, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr,
-                                 nullptr, nullptr),
+    EXPECT_EQ(controller_->Invoke(id, GUID{}, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr,
+                                  nullptr, nullptr),
               S_OK);
     ExpectEvent(PromptCall("NotifyProgress", json::array({"7"})));
 }
 
-TEST_F(ToastServer, FiresUserRespondAtTheAdvisedSink) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, FiresUserRespondAtTheAdvisedSink) {
     RecordingSink sink;
-    const DWORD cookie = Advise(*events.Get(), sink);
+    const DWORD cookie = Advise(sink);
     wire_->Send(Respond(1));
     const auto call = sink.NextCall();
     ASSERT_TRUE(call.has_value());
@@ -119,17 +139,13 @@ TEST_F(ToastServer, FiresUserRespondAtTheAdvisedSink) {
     EXPECT_EQ(call->type, VT_I4);
     EXPECT_EQ(call->code, 1);
     EXPECT_NE(call->thread, GetCurrentThreadId());
-    ExpectEvent(Answer(1, 1));
-    ExpectEvent(Done("respond"));
-    Unadvise(*events.Get(), cookie);
+    ExpectAnswered(1, 1);
+    Unadvise(cookie);
 }
 
-TEST_F(ToastServer, FiresEveryCodeInOrder) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, FiresEveryCodeInOrder) {
     RecordingSink sink;
-    const DWORD cookie = Advise(*events.Get(), sink);
+    const DWORD cookie = Advise(sink);
     for (const LONG code : {0L, 2L, -1L, 0x7FFFFFFFL}) {
         wire_->Send(Respond(code));
     }
@@ -137,74 +153,54 @@ TEST_F(ToastServer, FiresEveryCodeInOrder) {
         const auto call = sink.NextCall();
         ASSERT_TRUE(call.has_value());
         EXPECT_EQ(call->code, code);
-        ExpectEvent(Answer(code, 1));
-        ExpectEvent(Done("respond"));
+        ExpectAnswered(code, 1);
     }
-    Unadvise(*events.Get(), cookie);
+    Unadvise(cookie);
 }
 
 // The second sink knows IDispatch alone; the third is advised at another object of the server.
-TEST_F(ToastServer, FiresAtTheSinksOfAllItsObjects) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    ComPtr<IToastCntr> other;
-    ASSERT_EQ(
-        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
-        S_OK);
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, FiresAtTheSinksOfAllItsObjects) {
+    const ComPtr<IToastCntr> other = ActivateAnother();
     const ComPtr<IConnectionPoint> otherEvents = EventsOf(*other.Get());
     RecordingSink first;
     RecordingSink second(RecordingSink::Answers::kOnlyDispatch);
     RecordingSink third;
-    const DWORD firstCookie = Advise(*events.Get(), first);
-    const DWORD secondCookie = Advise(*events.Get(), second);
+    const DWORD firstCookie = Advise(first);
+    const DWORD secondCookie = Advise(second);
     const DWORD thirdCookie = Advise(*otherEvents.Get(), third);
     wire_->Send(Respond(1));
     EXPECT_TRUE(first.NextCall().has_value());
     EXPECT_TRUE(second.NextCall().has_value());
     EXPECT_TRUE(third.NextCall().has_value());
-    ExpectEvent(Answer(1, 3));
-    ExpectEvent(Done("respond"));
-    Unadvise(*events.Get(), firstCookie);
-    Unadvise(*events.Get(), secondCookie);
+    ExpectAnswered(1, 3);
+    Unadvise(firstCookie);
+    Unadvise(secondCookie);
     Unadvise(*otherEvents.Get(), thirdCookie);
 }
 
 // The service calls back while it handles the answer.
-TEST_F(ToastServer, TakesCallsFromInsideTheEvent) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, TakesCallsFromInsideTheEvent) {
     RecordingSink sink;
-    sink.WhenCalled([&] { EXPECT_EQ(controller->NotifyProgress(Text(L"start:0")), S_OK); });
-    const DWORD cookie = Advise(*events.Get(), sink);
+    sink.WhenCalled([&] { EXPECT_EQ(controller_->NotifyProgress(Text(L"start:0")), S_OK); });
+    const DWORD cookie = Advise(sink);
     wire_->Send(Respond(1));
     EXPECT_TRUE(sink.NextCall().has_value());
     ExpectEvent(PromptCall("NotifyProgress", json::array({"start:0"})));
-    ExpectEvent(Answer(1, 1));
-    ExpectEvent(Done("respond"));
-    Unadvise(*events.Get(), cookie);
+    ExpectAnswered(1, 1);
+    Unadvise(cookie);
 }
 
-TEST_F(ToastServer, RefusesToRespondWhenNobodyListens) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, RefusesToRespondWhenNobodyListens) {
     RecordingSink sink;
-    Unadvise(*events.Get(), Advise(*events.Get(), sink));
+    Unadvise(Advise(sink));
     wire_->Send(Respond(1));
     ExpectEvent(Answer(1, 0));
     ExpectEvent(Refused("respond", "no sink is advised"));
     EXPECT_FALSE(sink.NextCall(0ms).has_value());
 }
 
-TEST_F(ToastServer, ForgetsTheSinksOfAReleasedObject) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    ComPtr<IToastCntr> other;
-    ASSERT_EQ(
-        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
-        S_OK);
+TEST_F(ToastServerOnTheWire, ForgetsTheSinksOfAReleasedObject) {
+    ComPtr<IToastCntr> other = ActivateAnother();
     RecordingSink sink;
     Advise(*EventsOf(*other.Get()).Get(), sink);
     other.Reset();
@@ -221,19 +217,13 @@ TEST_F(ToastServer, RefusesASinkThatIsNoDispatch) {
     EXPECT_EQ(events->Advise(&sink, &cookie), CONNECT_E_CANNOTCONNECT);
 }
 
-TEST_F(ToastServer, RefusesTheCookieOfAnotherObject) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
-    ComPtr<IToastCntr> other;
-    ASSERT_EQ(
-        CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER, __uuidof(IToastCntr), &other),
-        S_OK);
-    const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
+TEST_F(ToastServerOnTheWire, RefusesTheCookieOfAnotherObject) {
+    const ComPtr<IToastCntr> other = ActivateAnother();
     RecordingSink sink;
-    const DWORD cookie = Advise(*events.Get(), sink);
+    const DWORD cookie = Advise(sink);
     EXPECT_EQ(EventsOf(*other.Get())->Unadvise(cookie), CONNECT_E_NOCONNECTION);
-    EXPECT_EQ(events->Unadvise(cookie + 1), CONNECT_E_NOCONNECTION);
-    Unadvise(*events.Get(), cookie);
+    EXPECT_EQ(events_->Unadvise(cookie + 1), CONNECT_E_NOCONNECTION);
+    Unadvise(cookie);
 }
 
 TEST_F(ToastServer, HasOneConnectionPoint) {
@@ -253,23 +243,19 @@ TEST_F(ToastServer, HasOneConnectionPoint) {
     EXPECT_EQ(enumerator->Skip(1), S_FALSE);
 }
 
-TEST_F(ToastServer, FailsTheMethodThatTheScenarioNames) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, FailsTheMethodThatTheScenarioNames) {
     wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", E_FAIL}});
     ExpectEvent(Done("fail"));
-    EXPECT_EQ(controller->NotifyProgress(Text(L"1")), E_FAIL);
-    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    EXPECT_EQ(controller_->NotifyProgress(Text(L"1")), E_FAIL);
+    EXPECT_EQ(controller_->NotifyComplete(), S_OK);
     ExpectEvent(PromptCall("NotifyProgress", json::array({"1"})));
     ExpectEvent(PromptCall("NotifyComplete", json::array()));
     wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", 0}});
     ExpectEvent(Done("fail"));
-    EXPECT_EQ(controller->NotifyProgress(Text(L"2")), S_OK);
+    EXPECT_EQ(controller_->NotifyProgress(Text(L"2")), S_OK);
 }
 
-TEST_F(ToastServer, RefusesCommandsItCannotCarryOut) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, RefusesCommandsItCannotCarryOut) {
     wire_->Send({{"command", "fail"}, {"method", "Shout"}, {"hresult", E_FAIL}});
     ExpectEvent(Refused("fail", "no such method"));
     wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", "E_FAIL"}});
@@ -284,21 +270,17 @@ TEST_F(ToastServer, RefusesCommandsItCannotCarryOut) {
     ExpectEvent(Refused("", "no such command"));
 }
 
-TEST_F(ToastServer, DiesWhenTheScenarioWantsACrash) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, DiesWhenTheScenarioWantsACrash) {
     const win32::UniqueKernelHandle process = ServerProcess();
     ASSERT_TRUE(process);
     wire_->Send({{"command", "die"}});
     ExpectEvent(Done("die"));
     EXPECT_EQ(ExitCodeWithin(process, 20s), 3u);
-    EXPECT_LT(controller->NotifyComplete(), 0);
+    EXPECT_LT(controller_->NotifyComplete(), 0);
 }
 
 // Follows the crash: a server that was killed must not spoil the next activation.
-TEST_F(ToastServer, ComesBackAfterACrash) {
-    OpenWire();
-    const ComPtr<IToastCntr> crashed = Activate();
+TEST_F(ToastServerOnTheWire, ComesBackAfterACrash) {
     const win32::UniqueKernelHandle process = ServerProcess();
     wire_->Send({{"command", "die"}});
     ASSERT_TRUE(ExitCodeWithin(process, 20s).has_value());
@@ -350,29 +332,25 @@ TEST_F(ToastServer, StaysWhileItIsLocked) {
     EXPECT_EQ(ExitCodeWithin(process, 20s), 0u);
 }
 
-TEST_F(ToastServer, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt) {
     RecordingSink sink;
-    Advise(*EventsOf(*controller.Get()).Get(), sink);
+    Advise(sink);
     const win32::UniqueKernelHandle process = ServerProcess();
     wire_->Close();
     EXPECT_EQ(ExitCodeWithin(process, 20s), 0u);
-    EXPECT_LT(controller->NotifyComplete(), 0);
+    EXPECT_LT(controller_->NotifyComplete(), 0);
 }
 
 // A sink that does not return must not keep the server: its class would stay behind. The sink is stuck until
 // the test's process ends, so what it touches lives as long.
-TEST_F(ToastServer, LeavesAlthoughASinkDoesNotReturn) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, LeavesAlthoughASinkDoesNotReturn) {
     const win32::UniqueKernelHandle entered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     static RecordingSink sink;
     sink.WhenCalled([event = entered.Get()] {
         SetEvent(event);
         Sleep(INFINITE);
     });
-    Advise(*EventsOf(*controller.Get()).Get(), sink);
+    Advise(sink);
     wire_->Send(Respond(1));
     ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
     const win32::UniqueKernelHandle process = ServerProcess();
@@ -393,12 +371,10 @@ TEST_F(ToastServer, WorksWithoutALaboratoryAndNeverAnswers) {
     EXPECT_EQ(events->Unadvise(cookie), S_OK);
 }
 
-TEST_F(ToastServer, HangsInACallUntilItIsReleased) {
-    OpenWire();
-    const ComPtr<IToastCntr> controller = Activate();
+TEST_F(ToastServerOnTheWire, HangsInACallUntilItIsReleased) {
     wire_->Send({{"command", "hang"}, {"method", "NotifyComplete"}, {"skip", 1}});
     ExpectEvent(Done("hang"));
-    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    EXPECT_EQ(controller_->NotifyComplete(), S_OK);
     ExpectEvent(PromptCall("NotifyComplete", json::array()));
     wire_->Send({{"command", "fail"}, {"method", "NotifyComplete"}, {"hresult", E_FAIL}});
     ExpectEvent(Done("fail"));
@@ -407,11 +383,11 @@ TEST_F(ToastServer, HangsInACallUntilItIsReleased) {
         wire_->Send({{"command", "release"}});
         ExpectEvent(Done("release"));
     });
-    EXPECT_EQ(controller->NotifyComplete(), E_FAIL);
+    EXPECT_EQ(controller_->NotifyComplete(), E_FAIL);
     releasing.join();
     wire_->Send({{"command", "behave"}});
     ExpectEvent(Done("behave"));
-    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    EXPECT_EQ(controller_->NotifyComplete(), S_OK);
     ExpectEvent(PromptCall("NotifyComplete", json::array()));
     wire_->Send({{"command", "hang"}, {"method", "Shout"}});
     ExpectEvent(Refused("hang", "no such method"));

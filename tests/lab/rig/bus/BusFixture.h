@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lab/rig/bus/Bus.h"
+#include "tests/lab/camera/CameraDriver.h"
 #include "tests/lab/rig/RecordedEvents.h"
 
 // A bus of cameras that change their modes within milliseconds, and all that it announces and records.
@@ -37,6 +38,12 @@ class BusFixture : public ::testing::Test {
             [] { return true; });
     }
 
+    // Begins with one camera and plugs it in.
+    void BeginRunning(lab::CameraSettings camera = QuickCamera()) {
+        Begin({std::move(camera)});
+        bus_->Plug(0);
+    }
+
     // False when the bus has not settled within ten seconds.
     bool Settle() {
         const auto settled = std::make_shared<std::promise<void>>();
@@ -52,13 +59,7 @@ class BusFixture : public ::testing::Test {
 
     // The answer to the firmware command that makes the camera come back in DFU mode.
     lab::TransferResult SendDfuModeCommand(const lab::rig::Presence& presence) {
-        std::vector<std::uint8_t> frame(lab::VirtualCamera::kFrameSize);
-        frame[0] = 20;
-        frame[2] = 0xAB;
-        frame[3] = 0xCD;
-        frame[4] = 0x1E;
-        frame[8] = 1;
-        return bus_->WriteCommand(presence, frame);
+        return bus_->WriteCommand(presence, lab::test::MakeFrame(0x1E, {1}));
     }
 
     // Plugs camera 0 in and brings it into DFU mode.

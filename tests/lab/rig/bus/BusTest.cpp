@@ -45,8 +45,7 @@ class BusTest : public BusFixture {
 }  // namespace
 
 TEST_F(BusTest, AnnouncesARunningCameraAsUsbDeviceThenSensorThenVideoCamera) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     ASSERT_TRUE(Settle());
     ExpectAnnounced(OfRunningCamera(DBT_DEVICEARRIVAL));
     bus_->Unplug(0);
@@ -99,8 +98,7 @@ TEST_F(BusTest, ListsOnlyWhatIsPresentInTheClassAsked) {
 
 // A handle opened before the camera left must not reach it when it is back, as with the real driver.
 TEST_F(BusTest, WhatWasOpenedInOneStayIsDisconnectedInTheNext) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto first = bus_->FindSource(links_.Capture());
     ASSERT_TRUE(first.has_value());
     bus_->Unplug(0);
@@ -160,8 +158,7 @@ TEST_F(BusTest, TheFaultThatUnplugsIsAnnouncedAsAnUnplugging) {
 TEST_F(BusTest, UnpluggingBetweenTwoModesKeepsTheCameraAway) {
     auto camera = QuickCamera();
     camera.enumerateMs = 60'000;
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     ASSERT_EQ(SendDfuModeCommand(*bus_->FindSource(links_.Capture())).end, TransferEnd::Ok);
     ASSERT_TRUE(events_.WaitFor("camera", 2));
     bus_->Unplug(0);
@@ -173,8 +170,7 @@ TEST_F(BusTest, UnpluggingBetweenTwoModesKeepsTheCameraAway) {
 TEST_F(BusTest, SettlesOnlyWhenNoCameraIsOnItsWay) {
     auto camera = QuickCamera();
     camera.detachMs = 60'000;
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     ASSERT_TRUE(Settle());
     ASSERT_EQ(SendDfuModeCommand(*bus_->FindSource(links_.Capture())).end, TransferEnd::Ok);
     const auto settled = std::make_shared<std::promise<void>>();
@@ -211,8 +207,7 @@ TEST_F(BusTest, SkippedTimeMakesHappenWhatIsDueThen) {
     auto camera = QuickCamera();
     camera.detachMs = 10;
     camera.enumerateMs = 3'600'000;
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     SendDfuModeCommand(*bus_->FindSource(links_.SensorCamera()));
     const auto before = bus_->ClockMs();
     bus_->Skip(3'700'000);

@@ -66,8 +66,7 @@ class VirtualSourceTest : public BusFixture {
 }  // namespace
 
 TEST_F(VirtualSourceTest, ActivatesOneSourceUntilItIsShutDown) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto activate = MakeActivate(links_.Capture().c_str());
     ComPtr<IMFMediaSource> first;
     ComPtr<IMFMediaSource> second;
@@ -96,8 +95,7 @@ TEST_F(VirtualSourceTest, DoesNotActivateWhatIsNotThere) {
 }
 
 TEST_F(VirtualSourceTest, HasTheExtensionUnitBehindAnotherNode) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto topology = Topology();
     DWORD count = 0;
     GUID type{};
@@ -118,16 +116,14 @@ TEST_F(VirtualSourceTest, HasTheExtensionUnitBehindAnotherNode) {
 TEST_F(VirtualSourceTest, ACameraWithoutExtensionUnitHasNoSuchNode) {
     auto camera = QuickCamera();
     camera.hasExtensionUnit = false;
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     DWORD count = 0;
     EXPECT_EQ(Topology()->get_NumNodes(&count), S_OK);
     EXPECT_EQ(count, 1U);
 }
 
 TEST_F(VirtualSourceTest, AnswersTheSupportProbeWithoutAnyTransfer) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto unit = ExtensionUnit();
     ULONG returned = 7;
     EXPECT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SETSUPPORT), {}, returned), S_OK);
@@ -136,14 +132,9 @@ TEST_F(VirtualSourceTest, AnswersTheSupportProbeWithoutAnyTransfer) {
 }
 
 TEST_F(VirtualSourceTest, CarriesACommandAndItsReply) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto unit = ExtensionUnit();
-    std::vector<std::uint8_t> frame(lab::VirtualCamera::kFrameSize);
-    frame[0] = 20;
-    frame[2] = 0xAB;
-    frame[3] = 0xCD;
-    frame[4] = 0x10;
+    auto frame = lab::test::MakeFrame(0x10);
     ULONG returned = 0;
     ASSERT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SET), frame, returned), S_OK);
     ASSERT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_GET), frame, returned), S_OK);
@@ -154,8 +145,7 @@ TEST_F(VirtualSourceTest, CarriesACommandAndItsReply) {
 }
 
 TEST_F(VirtualSourceTest, RefusesAnAddressThatIsNotTheUnits) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto unit = ExtensionUnit();
     std::vector<std::uint8_t> data(lab::VirtualCamera::kFrameSize);
     ULONG returned = 0;
@@ -179,8 +169,7 @@ TEST_F(VirtualSourceTest, RefusesAnAddressThatIsNotTheUnits) {
 }
 
 TEST_F(VirtualSourceTest, RefusesDataOfAnotherSizeThanTheControl) {
-    Begin({QuickCamera()});
-    bus_->Plug(0);
+    BeginRunning();
     const auto unit = ExtensionUnit();
     std::vector<std::uint8_t> data(lab::VirtualCamera::kFrameSize - 1);
     ULONG returned = 0;
@@ -198,8 +187,7 @@ TEST_F(VirtualSourceTest, GivesTheDriversResultForEachEndOfATransfer) {
     camera.faults = {{lab::Fault::Where::CommandWrite, lab::Fault::What::Stall},
                      {lab::Fault::Where::CommandWrite, lab::Fault::What::Timeout, 1},
                      {lab::Fault::Where::CommandWrite, lab::Fault::What::Unplug, 2}};
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     const auto unit = ExtensionUnit();
     std::vector<std::uint8_t> data(lab::VirtualCamera::kFrameSize);
     ULONG returned = 0;
@@ -213,8 +201,7 @@ TEST_F(VirtualSourceTest, GivesTheDriversResultForEachEndOfATransfer) {
 TEST_F(VirtualSourceTest, HasTheNodesThatItsSettingsList) {
     auto camera = QuickCamera();
     camera.nodes = {lab::TopologyNode::Foreign, lab::TopologyNode::ExtensionUnit, lab::TopologyNode::Broken};
-    Begin({camera});
-    bus_->Plug(0);
+    BeginRunning(camera);
     const auto topology = Topology();
     DWORD count = 0;
     EXPECT_EQ(topology->get_NumNodes(&count), S_OK);

@@ -15,6 +15,14 @@ using nlohmann::json;
 
 namespace {
 
+// An event of the USB device class, to be delivered or to burst.
+json EventCommand(const char* name, unsigned type, const char* link) {
+    return {{"command", name},
+            {"type", type},
+            {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
+            {"link", link}};
+}
+
 class RigCommandsTest : public BusFixture {
   protected:
     json Do(const json& command) { return CarryOut(*bus_, command.at("command"), command); }
@@ -50,10 +58,7 @@ TEST_F(RigCommandsTest, SavesTheFlash) {
 
 TEST_F(RigCommandsTest, DeliversAMadeUpEventToTheServiceOnly) {
     Begin({});
-    Do({{"command", "deliver"},
-        {"type", 0x8000},
-        {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
-        {"link", "any \xC3\xA9"}});
+    Do(EventCommand("deliver", 0x8000, "any \xC3\xA9"));
     ASSERT_TRUE(Settle());
     const auto announced = TakeAnnounced();
     ASSERT_EQ(announced.size(), 1U);
@@ -73,19 +78,13 @@ TEST_F(RigCommandsTest, RefusesWhatItDoesNotUnderstand) {
 
 TEST_F(RigCommandsTest, DeliversAnEventManyTimes) {
     Begin({});
-    Do({{"command", "deliver"},
-        {"type", 1},
-        {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
-        {"link", "x"},
-        {"times", 200}});
+    json command = EventCommand("deliver", 1, "x");
+    command["times"] = 200;
+    Do(command);
     ASSERT_TRUE(Settle());
     EXPECT_EQ(TakeAnnounced().size(), 200U);
-    EXPECT_THROW(Do({{"command", "deliver"},
-                     {"type", 1},
-                     {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
-                     {"link", "x"},
-                     {"times", -1}}),
-                 std::runtime_error);
+    command["times"] = -1;
+    EXPECT_THROW(Do(command), std::runtime_error);
 }
 
 TEST_F(RigCommandsTest, PutsOtherCamerasInPlaceOfThoseThatAreGone) {
@@ -124,8 +123,9 @@ TEST_F(RigCommandsTest, StartsThreadsThatOnlyWait) {
 }
 
 TEST_F(RigCommandsTest, ReadsABurst) {
-    json command{{"command", "burst"}, {"type", 0x8000},  {"class", "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"},
-                 {"link", "x"},        {"count", 30'000}, {"per_second", 10'000}};
+    json command = EventCommand("burst", 0x8000, "x");
+    command["count"] = 30'000;
+    command["per_second"] = 10'000;
     const EventBurst burst = BurstOf(command);
     EXPECT_EQ(burst.event.type, 0x8000U);
     EXPECT_EQ(burst.event.link, L"x");

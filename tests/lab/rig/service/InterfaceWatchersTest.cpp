@@ -27,6 +27,12 @@ class InterfaceWatchersTest : public ::testing::Test {
         return filter;
     }
 
+    // Registers a callback for a class.
+    void Watch(const GUID& interfaceClass, PCM_NOTIFY_CALLBACK callback, void* context) {
+        const auto filter = Filter(interfaceClass);
+        ASSERT_EQ(watchers_.Register(&filter, context, callback, &handle_), DWORD{CR_SUCCESS});
+    }
+
     struct Call {
         HCMNOTIFICATION handle;
         CM_NOTIFY_ACTION action;
@@ -53,8 +59,7 @@ class InterfaceWatchersTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(InterfaceWatchersTest, CallsBackWithTheRecordOfTheEvent) {
-    const auto filter = Filter(kUsbDeviceClass);
-    ASSERT_EQ(watchers_.Register(&filter, this, &Note, &handle_), DWORD{CR_SUCCESS});
+    ASSERT_NO_FATAL_FAILURE(Watch(kUsbDeviceClass, &Note, this));
     ASSERT_NE(handle_, nullptr);
     watchers_.Notify({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"a link"});
     watchers_.Notify({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, L"another link"});
@@ -80,11 +85,10 @@ TEST_F(InterfaceWatchersTest, CallsBackWithTheRecordOfTheEvent) {
 }
 
 TEST_F(InterfaceWatchersTest, CallsBackOnlyWhoWatchesTheClass) {
-    const auto filter = Filter(kSensorCameraClass);
+    ASSERT_NO_FATAL_FAILURE(Watch(kSensorCameraClass, &Note, this));
     auto all = Filter(GUID{});
     all.Flags = 1;
     HCMNOTIFICATION second = nullptr;
-    ASSERT_EQ(watchers_.Register(&filter, this, &Note, &handle_), DWORD{CR_SUCCESS});
     ASSERT_EQ(watchers_.Register(&all, this, &Note, &second), DWORD{CR_SUCCESS});
     watchers_.Notify({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"link"});
     ASSERT_EQ(calls_.size(), 1U);
@@ -92,8 +96,7 @@ TEST_F(InterfaceWatchersTest, CallsBackOnlyWhoWatchesTheClass) {
 }
 
 TEST_F(InterfaceWatchersTest, AnEndedRegistrationIsNotCalledBackAndCannotEndTwice) {
-    const auto filter = Filter(kUsbDeviceClass);
-    ASSERT_EQ(watchers_.Register(&filter, this, &Note, &handle_), DWORD{CR_SUCCESS});
+    ASSERT_NO_FATAL_FAILURE(Watch(kUsbDeviceClass, &Note, this));
     EXPECT_EQ(watchers_.Unregister(handle_), DWORD{CR_SUCCESS});
     watchers_.Notify({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"link"});
     EXPECT_TRUE(calls_.empty());
@@ -152,8 +155,7 @@ DWORD CALLBACK EndItself(HCMNOTIFICATION handle, void* context, CM_NOTIFY_ACTION
 // The watcher's owner frees what the callback uses right after it unregistered.
 TEST_F(InterfaceWatchersTest, UnregisterWaitsForTheCallbackThatRuns) {
     SlowCallback slow;
-    const auto filter = Filter(kUsbDeviceClass);
-    ASSERT_EQ(watchers_.Register(&filter, &slow, &StayInside, &handle_), DWORD{CR_SUCCESS});
+    ASSERT_NO_FATAL_FAILURE(Watch(kUsbDeviceClass, &StayInside, &slow));
     auto notify = std::async(std::launch::async, [this] {
         watchers_.Notify({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"link"});
     });
@@ -170,8 +172,7 @@ TEST_F(InterfaceWatchersTest, UnregisterWaitsForTheCallbackThatRuns) {
 
 TEST_F(InterfaceWatchersTest, ACallbackCanEndItsOwnRegistration) {
     SelfEnding self{watchers_};
-    const auto filter = Filter(kUsbDeviceClass);
-    ASSERT_EQ(watchers_.Register(&filter, &self, &EndItself, &handle_), DWORD{CR_SUCCESS});
+    ASSERT_NO_FATAL_FAILURE(Watch(kUsbDeviceClass, &EndItself, &self));
     watchers_.Notify({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"link"});
     EXPECT_EQ(self.result, DWORD{CR_SUCCESS});
 }
