@@ -1,5 +1,6 @@
 """What scripts/bench measures by counting, with fixed expectations; its table, and its command line."""
 
+import io
 import json
 import os
 import subprocess
@@ -17,6 +18,7 @@ from veyra_lab.bench.service.contenders import Contenders
 from veyra_lab.bench.service.process_view import look
 from veyra_lab.bench.service.updates import image_of, update
 from veyra_lab.bench.table import Row, above_at_most, at_most, exactly, ratio_at_most, within
+from veyra_lab.terminal.screen import Screen
 
 ONE_AT_A_TIME = True
 
@@ -139,7 +141,9 @@ class Table(unittest.TestCase):
             at_most(9, "size", 2_000_000, 1 << 20, "bytes", note="It imports nothing."),
             Row(6, "threads", 8, 0, "", "minimal service"),
         ]
-        shown = table.text(rows).splitlines()
+        stream = io.StringIO()
+        table.show(rows, Screen(stream))
+        shown = stream.getvalue().splitlines()
         self.assertRegex(shown[2], r"^1  transfers +2,055 +2,051 +1\.002  dfu-util +2n \+ 7 +yes$")
         self.assertRegex(shown[3], r"^9  size +2,000,000 +- +bytes +- +- +at most 1,048,576 bytes +NO +\[1\]$")
         self.assertRegex(shown[4], r"^6  threads +8 +0 +- +minimal service +- +-$")

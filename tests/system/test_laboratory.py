@@ -9,10 +9,11 @@ import threading
 import unittest
 from collections.abc import Sequence
 from dataclasses import replace
-from unittest.mock import Mock
+from unittest.mock import Mock, patch
 
 from support import complaints, random_image, run_update
 from veyra_lab.terminal.screen import Screen
+from veyra_lab.terminal.table import Table
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import default_image, version_of, with_version
@@ -163,6 +164,23 @@ class Texts(unittest.TestCase):
         self.assertTrue(stream.getvalue().endswith("100 %: block 256 of 256\n"))
         self.assertNotIn("\r", stream.getvalue())
 
+    def test_screen_neither_wraps_nor_colours_what_goes_into_a_pipe(self) -> None:
+        stream = io.StringIO()
+        with patch.dict(os.environ, COLUMNS="40", FORCE_COLOR="1"):
+            screen = Screen(stream)
+            screen.step("[red]a :smile:[/red] " + "x" * 200)
+            screen.table(Table([("name", "y" * 200), ("longer", "z")]))
+        lines = [f"==> [red]a :smile:[/red] {'x' * 200}", f"name    {'y' * 200}", "longer  z"]
+        self.assertEqual(stream.getvalue().splitlines(), lines)
+
+    def test_screen_goes_on_in_silence_when_nobody_reads(self) -> None:
+        read, write = os.pipe()
+        os.close(read)
+        with os.fdopen(write, "w") as stream:
+            screen = Screen(stream)
+            screen.step("one")
+            screen.step("two")
+
     def test_screen_draws_a_bar_on_a_terminal(self) -> None:
         controller, terminal = pty.openpty()
         with os.fdopen(terminal, "w") as stream:
@@ -174,7 +192,7 @@ class Texts(unittest.TestCase):
             while "after" not in drawn:
                 drawn += os.read(controller, 10_000).decode()
         os.close(controller)
-        self.assertRegex(drawn, r"\r    \[#+\.+\]  50 %  block 1 of 2\r    \[#+\] 100 %  block 2 of 2\r\n    after")
+        self.assertRegex(drawn, r"(?s) 50 %  block 1 of 2\r.*100 %  block 2 of 2\r\n.*    after")
 
 
 def last(record: Record, name: str) -> int:

@@ -22,7 +22,7 @@ _BELOW: dict[str, set[str]] = {
     "report": {"terminal"},
     "demo": {"wire", "windows", "terminal", "updates", "report"},
     "soak": {"wire", "windows", "terminal", "judgement"},
-    "bench": set(),
+    "bench": {"terminal"},
     "bench.portable": {"bench"},
     "bench.service": {"wire", "windows", "bench"},
 }

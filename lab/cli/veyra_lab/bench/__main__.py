@@ -12,6 +12,7 @@ from pathlib import Path
 
 from ..checkout import BUILD
 from ..terminal.parser import Parser
+from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import SERVICE
@@ -20,7 +21,7 @@ from .portable import engine, executable, watcher
 from .portable.programs import PortablePrograms
 from .service import burst, memory, reaction, rest, start, transfers
 from .service.contenders import Contenders
-from .table import Failure, Row, text
+from .table import Failure, Row, show
 
 _WINDOWS = BUILD / "windows-release"
 _HOST = BUILD / "host-bench" / "host"
@@ -98,14 +99,15 @@ def main() -> int:
     except (SetUpError, MachineError, OSError) as error:
         print(f"scripts/bench: {error}", file=sys.stderr)
         return 1
-    print(text(rows))
+    screen = Screen()
+    show(rows, screen)
     for failure in failures:
-        print(f"not measured: {failure.what}: {failure.why}")
+        screen.line(f"not measured: {failure.what}: {failure.why}")
     missed = sum(row.is_missed for row in rows)
     seconds = time.monotonic() - began
     excused = sum(row.excused for row in rows)
     held = sum(row.holds is True for row in rows)
-    print(f"bars that hold: {held}, that cannot here: {excused}, that are missed: {missed}; {seconds:.0f} s in all")
+    screen.line(f"bars that hold: {held}, that cannot here: {excused}, that are missed: {missed}; {seconds:.0f} s in all")
     if options.json is not None:
         _write(options.json, rows, failures, seconds)
     return 1 if missed or failures else 0

@@ -1,8 +1,11 @@
 """The table of measurements: its rows, on the screen and as JSON."""
 
-from collections.abc import Iterable, Sequence
+from collections.abc import Sequence
 from dataclasses import asdict, dataclass
 from typing import Any
+
+from ..terminal.screen import Screen
+from ..terminal.table import Table
 
 
 @dataclass(frozen=True)
@@ -121,10 +124,9 @@ def _number(value: float | None) -> str:
     return f"{value:,.1f}" if abs(value) >= 100 else f"{value:,.3g}"
 
 
-def text(rows: Sequence[Row]) -> str:
+def show(rows: Sequence[Row], screen: Screen) -> None:
     """The rows as a table, their notes below it."""
     notes = list(dict.fromkeys(row.note for row in rows if row.note))
-    head = ("", "what", "ours", "reference", "unit", "ratio", "against", "bar", "holds", "")
     cells = [
         (
             str(row.line),
@@ -140,19 +142,7 @@ def text(rows: Sequence[Row]) -> str:
         )
         for row in rows
     ]
-    widths = [max(len(line[column]) for line in [head, *cells]) for column in range(len(head))]
-    lines = [_aligned(line, widths) for line in [head, *cells]]
-    lines.insert(1, "  ".join("-" * width for width in widths).rstrip())
-    lines += [f"[{number}] {note}" for number, note in enumerate(notes, 1)]
-    return "\n".join(lines)
-
-
-_RIGHT = frozenset((0, 2, 3, 5))
-
-
-def _aligned(cells: Iterable[str], widths: Sequence[int]) -> str:
-    placed = (
-        cell.rjust(width) if column in _RIGHT else cell.ljust(width)
-        for column, (cell, width) in enumerate(zip(cells, widths))
-    )
-    return "  ".join(placed).rstrip()
+    head = ("", "what", "ours", "reference", "unit", "ratio", "against", "bar", "holds", "")
+    screen.table(Table(cells, head, right=frozenset({0, 2, 3, 5})))
+    for number, note in enumerate(notes, 1):
+        screen.line(f"[{number}] {note}")

@@ -43,7 +43,7 @@ def main() -> int:
             _prepare(screen)
             return _show(options, screen)
     except KeyboardInterrupt:
-        screen.plain("interrupted")
+        screen.line("interrupted")
         return _INTERRUPTED
     except (DemoError, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
         print(f"scripts/demo: {error}", file=sys.stderr)
@@ -84,7 +84,7 @@ def _show(options: Options, screen: Screen) -> int:
     failed = [verdict for verdict in verdicts if not verdict.held]
     screen.step(f"{len(verdicts) - len(failed)} of {len(verdicts)} expectations held")
     for verdict in failed:
-        screen.plain(f"failed: {verdict.name}: {verdict.complaint}")
+        screen.line(f"failed: {verdict.name}: {verdict.complaint}", style="bold red")
     _close(record, screen)
     return 1 if failed else 0
 
@@ -122,10 +122,10 @@ def _outcome(record: Record) -> list[Verdict]:
 def _close(record: Record, screen: Screen) -> None:
     if record.before is None or record.after is None:
         return
-    screen.plain(f"camera firmware: {record.before.version} -> {record.after.version}")
-    screen.plain(f"image sha256: {sha256(record.plan.image)}")
-    screen.plain(f"flash sha256: {sha256(record.flash)}")
-    screen.plain(f"control transfers: {len(record.transfers())}")
+    screen.line(f"camera firmware: {record.before.version} -> {record.after.version}")
+    screen.line(f"image sha256: {sha256(record.plan.image)}")
+    screen.line(f"flash sha256: {sha256(record.flash)}")
+    screen.line(f"control transfers: {len(record.transfers())}")
 
 
 if __name__ == "__main__":

@@ -3,7 +3,6 @@
 import argparse
 import json
 import sys
-import textwrap
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
@@ -13,6 +12,8 @@ from ..scenarios.files import choose, read_folder
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
 from ..terminal.parser import add_places
+from ..terminal.screen import Screen
+from ..terminal.table import Table, style_of
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import built
 from ..windows.service_under_test import Resources
@@ -21,7 +22,6 @@ from ..wire.events import PeerError
 from .runner import Outcome, ScenarioRunner
 
 _WRONG = 2
-_LINE = 110
 
 _RUN_CLOSING = """\
 Exit status: 0 when everything held in every scenario, 1 when something did not, 2 when a scenario file or the command
@@ -77,13 +77,8 @@ def _list(options: argparse.Namespace) -> int:
         variants = read_folder(SCENARIOS)
     except ScenarioError as error:
         return _complain(error)
-    width = max((len(variant.name) for variant in variants), default=0)
-    for variant in variants:
-        room = _LINE - width - 2
-        words = ("(slow) " if variant.slow else "") + variant.description
-        if sys.stdout.isatty():
-            words = textwrap.shorten(words, max(room, 40), placeholder=" ...")
-        print(f"{variant.name:{width}}  {words}")
+    rows = [(variant.name, ("(slow) " if variant.slow else "") + variant.description) for variant in variants]
+    Screen().table(Table(rows))
     return 0
 
 
@@ -110,6 +105,7 @@ def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Va
 
 
 def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argparse.Namespace) -> int:
+    screen = Screen()
     failed = 0
     done = 0
     for variant in variants:
@@ -119,13 +115,14 @@ def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argpa
         if options.json:
             print(json.dumps(as_json(outcome)), flush=True)
         else:
-            print(f"{'held  ' if outcome.held else 'FAILED'} {outcome.seconds:5.1f} s  {outcome.name}", flush=True)
+            word = "held" if outcome.held else "FAILED"
+            screen.line((f"{word:6}", style_of(word)), f" {outcome.seconds:5.1f} s  {outcome.name}")
             for complaint in outcome.complaints:
-                print(f"         {complaint}", flush=True)
+                screen.line(f"         {complaint}")
         if failed and not options.keep_going:
             break
     if not options.json:
-        print(f"{done - failed} of {len(variants)} scenarios held")
+        screen.line(f"{done - failed} of {len(variants)} scenarios held")
     return 1 if failed else 0
 
 

@@ -9,6 +9,8 @@ from pathlib import Path
 
 from ..judgement.growth import KEPT_BY_A_CHECK
 from ..terminal.parser import Parser, add_places
+from ..terminal.screen import Screen
+from ..terminal.table import Table
 from ..windows.installation import EXECUTABLE, Installation
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import built
@@ -133,20 +135,20 @@ def _growth(before: Resources, after: Resources | None, tally: Tally) -> Iterato
 
 
 def _report(tally: Tally, before: Resources, after: Resources | None, took: float) -> None:
+    screen = Screen()
     rounds = sum(tally.rounds.values())
-    print(f"{rounds} updates and faulted updates in {took / 60:.1f} minutes, {rounds / took * 60:.0f} a minute;")
-    print(f"{tally.updated} cameras updated after {_WARM_UP} rounds of warming up")
-    width = max(map(len, tally.rounds), default=0)
-    for fault, count in sorted(tally.rounds.items()):
-        print(f"  {fault:{width}}  {count}")
+    screen.line(f"{rounds} updates and faulted updates in {took / 60:.1f} minutes, {rounds / took * 60:.0f} a minute;")
+    screen.line(f"{tally.updated} cameras updated after {_WARM_UP} rounds of warming up")
+    screen.table(Table([(fault, str(count)) for fault, count in sorted(tally.rounds.items())], right=frozenset({1})))
     if after is None:
         return
-    kept = KEPT_BY_A_CHECK * tally.removals
-    print(f"  {'':{width}}  {'start':>8}  {'end':>8}")
-    keeps = f"the uninstall monitor keeps {kept} of them open"
-    print(f"  {'handles':{width}}  {before.handles:8}  {after.handles:8}  {keeps}")
-    print(f"  {'threads':{width}}  {before.threads:8}  {after.threads:8}")
-    print(f"  {'private KiB':{width}}  {before.private_kib:8}  {after.private_kib:8}")
+    keeps = f"the uninstall monitor keeps {KEPT_BY_A_CHECK * tally.removals} of them open"
+    rows = [
+        ("handles", str(before.handles), str(after.handles), keeps),
+        ("threads", str(before.threads), str(after.threads), ""),
+        ("private KiB", str(before.private_kib), str(after.private_kib), ""),
+    ]
+    screen.table(Table(rows, head=("", "start", "end", ""), right=frozenset({1, 2})))
 
 
 if __name__ == "__main__":

@@ -1,69 +1,98 @@
-"""What a person sees: steps, notes below them, and the progress of the download."""
+"""What a person sees: lines, tables, and the progress of a download."""
 
 import os
-import shutil
 import sys
 import time
 from typing import TextIO
 
+from rich.console import Console, RenderableType
+from rich.progress import BarColumn, Progress, TextColumn
+from rich.text import Text
+
+from .table import Table
+
+
+class _Console(Console):
+    """Plain lines in a pipe, whatever the environment says."""
+
+    def __init__(self, stream: TextIO) -> None:
+        super().__init__(file=stream, force_terminal=stream.isatty(), markup=False, emoji=False, highlight=False)
+
+    def on_broken_pipe(self) -> None:
+        """Nobody reads any more, as behind `| head`. The run goes on to its cleaning up, in silence."""
+        os.dup2(os.open(os.devnull, os.O_WRONLY), self.file.fileno())
+
 
 class Screen:
-    """Writes to a terminal or a pipe. On a terminal the progress is a bar that stays on its line; in a pipe it is a
-    plain line now and then."""
+    """Writes to a terminal or a pipe. On a terminal the progress is a bar that stays on its line, and what matters has
+    a colour unless NO_COLOR is set; in a pipe the progress is a plain line now and then."""
 
     _PLAIN_SHARE = 10
     _REDRAW_SECONDS = 0.05
 
     def __init__(self, stream: TextIO | None = None) -> None:
-        self._stream = sys.stdout if stream is None else stream
-        self._terminal = self._stream.isatty()
-        self._bar_on_line = False
+        self._console = _Console(sys.stdout if stream is None else stream)
+        self._bar: Progress | None = None
         self._last_drawn = 0.0
         self._last_tenth = 0
 
     def step(self, text: str) -> None:
         """One thing that the laboratory does."""
-        self._line(f"==> {text}")
+        self.line("==> ", text, style="bold")
 
     def note(self, text: str) -> None:
         """One thing that was seen to happen."""
-        self._line(f"    {text}")
+        self.line("    ", text)
 
-    def plain(self, text: str) -> None:
-        """A line without any mark: the closing lines."""
-        self._line(text)
+    def line(self, *parts: str | tuple[str, str], style: str = "") -> None:
+        """A line without any mark, never wrapped."""
+        self._end_bar()
+        self._print(Text.assemble(*parts, style=style))
+
+    def table(self, table: Table) -> None:
+        """Fitted to the window of a terminal; in a pipe each row is a line."""
+        if self._console.is_terminal:
+            self._print(table)
+        else:
+            for line in table.lines():
+                self.line(line)
 
     def progress(self, done: int, total: int) -> None:
         """How many of all blocks are in the camera. To be called with rising numbers; equal to total ends it."""
-        if self._terminal:
+        if self._console.is_terminal:
             self._draw_bar(done, total)
         else:
             self._say_tenths(done, total)
 
-    def _line(self, text: str) -> None:
-        if self._bar_on_line:
-            self._write("\n")
-            self._bar_on_line = False
-        self._write(text + "\n")
-
-    def _write(self, text: str) -> None:
+    def _print(self, thing: RenderableType) -> None:
         try:
-            self._stream.write(text)
-            self._stream.flush()
+            self._console.print(thing, soft_wrap=isinstance(thing, Text))
+            self._console.file.flush()
         except BrokenPipeError:
-            # Nobody reads any more, as behind `| head`. The run goes on to its cleaning up, in silence.
-            os.dup2(os.open(os.devnull, os.O_WRONLY), self._stream.fileno())
+            self._console.on_broken_pipe()
 
     def _draw_bar(self, done: int, total: int) -> None:
         now = time.monotonic()
-        if done < total and now - self._last_drawn < self._REDRAW_SECONDS:
+        if self._bar is None:
+            columns = (
+                TextColumn("   "),
+                BarColumn(50, complete_style="cyan", finished_style="green"),
+                TextColumn("{task.percentage:3.0f} %  block {task.completed} of {task.total}"),
+            )
+            self._bar = Progress(*columns, console=self._console, auto_refresh=False)
+            self._bar.add_task("", total=total)
+            self._bar.start()
+        elif done < total and now - self._last_drawn < self._REDRAW_SECONDS:
             return
         self._last_drawn = now
-        label = f" {100 * done // total:3d} %  block {done:>{len(str(total))}} of {total}"
-        width = max(10, min(50, shutil.get_terminal_size().columns - len(label) - 8))
-        filled = width * done // total
-        self._write(f"\r    [{'#' * filled}{'.' * (width - filled)}]{label}")
-        self._bar_on_line = True
+        self._bar.update(self._bar.task_ids[0], completed=done, refresh=True)
+        if done == total:
+            self._end_bar()
+
+    def _end_bar(self) -> None:
+        if self._bar is not None:
+            self._bar.stop()
+            self._bar = None
 
     def _say_tenths(self, done: int, total: int) -> None:
         tenth = self._PLAIN_SHARE * done // total
