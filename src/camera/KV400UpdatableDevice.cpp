@@ -3,7 +3,7 @@
 #include "camera/ExtensionUnit.h"
 #include "camera/FirmwareCommandPipe.h"
 #include "discovery/KV400DfuDevicesFactory.h"
-#include "service/UpdateModeSetting.h"
+#include "service/UpdateModeSetting.h"  // a leaf with a library of its own: the camera writes the mode
 #include "win32/BinaryFile.h"
 #include "win32/NarrowText.h"
 #include "win32/UnquotedPath.h"

@@ -97,7 +97,7 @@ def _no_other_wait(what: str, waited_ms: int, laid_down_ms: int) -> Row:
         waited_ms,
         laid_down_ms,
         "ms",
-        against="laid down",
+        against="by design",
         reference=laid_down_ms,
         bar="no other wait",
         note="A camera's version is read in both ways in which it is listed, with a pause of 100 ms each; before that its"

@@ -55,7 +55,7 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         _LAID_DOWN_WAKE_UPS,
         "",
         against=_AGAINST,
-        note="One a second is laid down.",
+        note="One a second is by design.",
     )
     yield Row(LINE, "threads", len(product.threads), len(minimal.threads), "", _AGAINST)
     yield Row(LINE, "handles", handles_of_product, handles_of_minimal, "", _AGAINST)
