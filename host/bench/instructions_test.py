@@ -1,20 +1,14 @@
-"""Counts the instructions of the engine and of a refresh beside those of the bare work:
-instructions_test.py PROGRAM RESULTS, the counted_work program and the file for the cases' results."""
+"""Counts the instructions of the engine and of a refresh beside those of the bare work. VEYRA_COUNTED_WORK names the program
+that does both."""
 
-import sys
-import unittest
+import os
 from functools import cache
 from pathlib import Path
 
-_CHECKOUT = Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(_CHECKOUT / "host" / "support"), str(_CHECKOUT / "lab" / "cli")]
+import pytest
+from veyra_lab.bench.portable.instructions import CountError, instructions
 
-from recorded_results import run_recorded  # noqa: E402
-from veyra_lab.bench.portable.instructions import CountError, instructions  # noqa: E402
-
-RESULTS = Path(sys.argv.pop()).resolve()
-PROGRAM = Path(sys.argv.pop()).resolve()
-
+PROGRAM = Path(os.environ["VEYRA_COUNTED_WORK"])
 BLOCKS = (1000, 2000, 3000)
 LINKS = (10000, 20000, 30000)
 
@@ -31,47 +25,37 @@ def slope(first: int, second: int, *works: tuple[str, int]) -> float:
     return rise / (second - first)
 
 
-class Engine(unittest.TestCase):
-    def test_adds_no_more_than_3_percent_to_its_transfers(self) -> None:
-        own = slope(*BLOCKS[:2], ("engine", 1))
-        bare = slope(*BLOCKS[:2], ("bare-loop", 1))
-        print(f"engine: {own:.1f} instructions a block, bare loop: {bare:.1f}")
-        self.assertLessEqual(own, 1.03 * bare)
-
-    def test_adds_the_same_for_each_block(self) -> None:
-        """The camera's share, whose flash grows by leaps, is taken off."""
-        alone = (("engine", 1), ("bare-loop", -1))
-        early, late = slope(*BLOCKS[:2], *alone), slope(*BLOCKS[1:], *alone)
-        self.assertGreater(early, 0)
-        self.assertLess(abs(late - early), 0.01 * early)
+def test_the_engine_adds_no_more_than_3_percent_to_its_transfers() -> None:
+    assert slope(*BLOCKS[:2], ("engine", 1)) <= 1.03 * slope(*BLOCKS[:2], ("bare-loop", 1))
 
 
-class Refresh(unittest.TestCase):
-    def test_takes_no_more_than_3_times_the_bare_work(self) -> None:
-        for size in LINKS:
-            relation = count("refresh", size) / count("bare-refresh", size)
-            print(f"refresh of {size} links: {relation:.3f} times the bare work")
-            self.assertLessEqual(relation, 3)
-
-    def test_takes_the_same_for_each_link(self) -> None:
-        early, late = slope(*LINKS[:2], ("refresh", 1)), slope(*LINKS[1:], ("refresh", 1))
-        self.assertLess(abs(late - early), 0.01 * early)
+def test_the_engine_adds_the_same_for_each_block() -> None:
+    """The camera's share, whose flash grows by leaps, is taken off."""
+    alone = (("engine", 1), ("bare-loop", -1))
+    early, late = slope(*BLOCKS[:2], *alone), slope(*BLOCKS[1:], *alone)
+    assert early > 0
+    assert abs(late - early) < 0.01 * early
 
 
-class Instructions(unittest.TestCase):
-    def test_are_the_same_each_time(self) -> None:
-        self.assertAlmostEqual(
-            instructions(PROGRAM, "engine", "1000"), count("engine", 1000), delta=0.001 * count("engine", 1000)
-        )
-
-    def test_are_not_counted_for_a_program_that_fails(self) -> None:
-        with self.assertRaisesRegex(CountError, "no work nonsense"):
-            instructions(PROGRAM, "nonsense", "1")
-
-    def test_are_not_counted_for_a_program_that_measures_nothing(self) -> None:
-        with self.assertRaisesRegex(CountError, "collected no instructions"):
-            instructions(Path("/bin/true"))
+@pytest.mark.parametrize("size", LINKS)
+def test_a_refresh_takes_no_more_than_3_times_the_bare_work(size: int) -> None:
+    assert count("refresh", size) / count("bare-refresh", size) <= 3
 
 
-if __name__ == "__main__":
-    run_recorded(RESULTS)
+def test_a_refresh_takes_the_same_for_each_link() -> None:
+    early, late = slope(*LINKS[:2], ("refresh", 1)), slope(*LINKS[1:], ("refresh", 1))
+    assert abs(late - early) < 0.01 * early
+
+
+def test_instructions_are_the_same_each_time() -> None:
+    assert instructions(PROGRAM, "engine", "1000") == pytest.approx(count("engine", 1000), rel=0.001)
+
+
+def test_instructions_are_not_counted_for_a_program_that_fails() -> None:
+    with pytest.raises(CountError, match="no work nonsense"):
+        instructions(PROGRAM, "nonsense", "1")
+
+
+def test_instructions_are_not_counted_for_a_program_that_measures_nothing() -> None:
+    with pytest.raises(CountError, match="collected no instructions"):
+        instructions(Path("/bin/true"))

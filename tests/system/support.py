@@ -1,16 +1,15 @@
 """What the system tests share: where things are, a machine that stays booted, and how a run is judged."""
 
-import atexit
 import os
 import random
 import subprocess
-import unittest
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 from contextlib import contextmanager
 from dataclasses import dataclass
 from io import StringIO
 from pathlib import Path
 
+import pytest
 from veyra_lab.demo.laboratory import Laboratory
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.updates.judge import judge
@@ -24,16 +23,13 @@ from veyra_lab.wire.peer import Peer
 
 CHECKOUT = Path(__file__).resolve().parents[2]
 BUILD = Path(os.environ.get("VEYRA_BUILD_FOLDER", CHECKOUT / "build" / "windows-release"))
-PREFIX = BUILD / f"wine-system-{os.environ.get('VEYRA_TEST_MACHINE', '0')}"
+_PREFIX = "wine-system-"
+PREFIX = BUILD / (_PREFIX + os.environ.get("PYTEST_XDIST_WORKER", "gw0"))
 DEMO_PREFIX = CHECKOUT / "build" / "wine"
 
+slow = pytest.mark.slow
+
 _booted: list[Machine] = []
-
-
-def slow(test: Callable[..., None]) -> Callable[..., None]:
-    """Marks a test that takes a minute or more, or needs what only scripts/test --all installs."""
-    test.slow = True  # type: ignore[attr-defined]
-    return test
 
 
 def the_machine() -> Machine:
@@ -48,17 +44,22 @@ def is_booted(machine: Machine) -> bool:
     return machine in _booted
 
 
-@atexit.register
 def discard_the_machine() -> None:
     """Shuts it down; the next one to ask boots it anew. For the end, and after a test that may have left it astray."""
     while _booted:
         _booted.pop().__exit__(None, None, None)
 
 
-def random_image(test: unittest.TestCase, size: int) -> bytes:
+def end_all_machines() -> None:
+    """Shuts down whatever machine of the tests still runs, whoever has booted it."""
+    for prefix in BUILD.glob(f"{_PREFIX}*"):
+        Machine(prefix).__exit__(None, None, None)
+
+
+def random_image(size: int) -> bytes:
     """An image that no test has seen before; its seed is printed so that a failure can be repeated."""
     seed = int(os.environ.get("VEYRA_TEST_SEED", random.SystemRandom().randrange(1 << 32)))
-    print(f"{test.id()}: VEYRA_TEST_SEED={seed}", flush=True)
+    print(f"VEYRA_TEST_SEED={seed}")
     return random.Random(seed).randbytes(size)
 
 

@@ -9,6 +9,7 @@ import unittest
 from pathlib import Path
 from unittest.mock import patch
 
+import pytest
 from support import BUILD, CHECKOUT, slow, the_machine
 from veyra_lab.bench import __main__ as bench
 from veyra_lab.bench import table
@@ -20,7 +21,7 @@ from veyra_lab.bench.service.updates import image_of, update
 from veyra_lab.bench.table import Row, above_at_most, at_most, exactly, ratio_at_most, within
 from veyra_lab.terminal.screen import Screen
 
-ONE_AT_A_TIME = True
+pytestmark = pytest.mark.xdist_group("bench")
 
 _RELEASE = CHECKOUT / "build" / "windows-release"
 _STAND_IN = CHECKOUT / "build" / "host-bench" / "host" / "libusb"
@@ -188,7 +189,3 @@ class CommandLine(unittest.TestCase):
         self.assertIn(result.returncode, (0, 1), result.stdout + result.stderr)
         self.assertEqual(written["failures"], [])
         self.assertEqual({row["line"] for row in written["rows"]}, {3, 5, 6, 8})
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -8,12 +8,13 @@ import tempfile
 import unittest
 from pathlib import Path
 
+import pytest
 from support import CHECKOUT, DEMO_PREFIX, random_image, run_demo
 from veyra_lab.windows.image import default_image, version_of
 from veyra_lab.windows.machine import processes_of
 
 # Two demos of one checkout would share one machine.
-ONE_AT_A_TIME = True
+pytestmark = pytest.mark.xdist_group("demo")
 
 
 def sha256(content: bytes) -> str:
@@ -48,7 +49,7 @@ class Demo(unittest.TestCase):
             self.check_update(run_demo(), default_image(), "5.10.2.0", 1024)
 
     def test_takes_the_image_camera_version_and_transfer_size_of_a_person(self) -> None:
-        content = random_image(self, 10_000)
+        content = random_image(10_000)
         with tempfile.NamedTemporaryFile(suffix=" my image.bin") as image:
             image.write(content)
             image.flush()
@@ -151,7 +152,3 @@ class Demo(unittest.TestCase):
 
     def test_refuses_a_transcript_that_it_cannot_write(self) -> None:
         self.check_refusal("--transcript", "/does/not/exist/run.jsonl", because="cannot be written")
-
-
-if __name__ == "__main__":
-    unittest.main()

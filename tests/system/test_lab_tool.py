@@ -358,7 +358,3 @@ class InAWindow(unittest.TestCase):
         )
         self.assertEqual(done.returncode, 1)
         self.assertIn("apt-get install python3-tk", done.stderr)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -151,7 +151,7 @@ class Texts(unittest.TestCase):
         self.assertEqual(version_of(default_image()), "5.10.3.0")
         self.assertEqual(default_image()[398:402], bytes([0, 3, 10, 5]))
         self.assertEqual(len(default_image()), 256 * 1024)
-        image = random_image(self, 402)
+        image = random_image(402)
         self.assertEqual(version_of(with_version(image, "1.2.11.5")), "1.2.11.5")
         self.assertEqual(with_version(image, "1.2.11.5")[:398], image[:398])
 
@@ -221,7 +221,7 @@ def without(record: Record, name: str) -> Record:
 class Judgement(unittest.TestCase):
     def test_judgement_notices_whatever_goes_wrong(self) -> None:
         """An expectation is worth something only when it can fail: a good record, spoiled in many ways."""
-        good = run_update(UpdatePlan(image=with_version(random_image(self, 5000), "9.8.7.6")))
+        good = run_update(UpdatePlan(image=with_version(random_image(5000), "9.8.7.6")))
         self.assertEqual(complaints(good), [])
         assert good.before is not None and good.after is not None
         early = next(event for event in good.events if event["event"] == "firmware-command")
@@ -265,7 +265,3 @@ class Judgement(unittest.TestCase):
         for name, record in spoiled.items():
             with self.subTest(name):
                 self.assertTrue(any(name in complaint for complaint in complaints(record)), complaints(record))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -97,7 +97,3 @@ class Telling(unittest.TestCase):
                 asked += 1
             starts.join()
             self.assertGreater(asked, 10)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -389,7 +389,3 @@ class Packages(unittest.TestCase):
             programs.append((tree / "build" / "windows-release" / f"{SERVICE}.exe").read_bytes())
         self.assertEqual(len(programs[0]), len(programs[1]))
         self.assertTrue(programs[0] == programs[1], "the two executables differ")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -18,7 +18,7 @@ class Road(unittest.TestCase):
 
     def check_update(self, size: int, transfer_size: int) -> None:
         """An image of this size arrives whole."""
-        image = random_image(self, size)
+        image = random_image(size)
         self.check(UpdatePlan(image=image, camera_version="1.2.3.4", transfer_size=transfer_size), Foreseen.UPDATED)
 
     def test_updates_with_the_smallest_image(self) -> None:
@@ -38,27 +38,27 @@ class Road(unittest.TestCase):
                     self.check_update(size, transfer_size)
 
     def test_updates_with_eight_mebibytes(self) -> None:
-        self.check(UpdatePlan(image=random_image(self, 8 << 20), transfer_size=4096), Foreseen.UPDATED)
+        self.check(UpdatePlan(image=random_image(8 << 20), transfer_size=4096), Foreseen.UPDATED)
 
     @slow
     def test_updates_past_the_last_block_number(self) -> None:
         # 65,537 blocks: the number of the last one is 0 again.
-        self.check(UpdatePlan(image=random_image(self, 128 * 65_536 + 1), transfer_size=128), Foreseen.UPDATED)
+        self.check(UpdatePlan(image=random_image(128 * 65_536 + 1), transfer_size=128), Foreseen.UPDATED)
 
     def test_updates_with_the_largest_transfer_size(self) -> None:
-        self.check(UpdatePlan(image=random_image(self, 100_001), transfer_size=65_535), Foreseen.UPDATED)
+        self.check(UpdatePlan(image=random_image(100_001), transfer_size=65_535), Foreseen.UPDATED)
 
     def test_updates_with_the_smallest_transfer_size_that_the_probe_fits(self) -> None:
-        self.check(UpdatePlan(image=random_image(self, 4096), transfer_size=68), Foreseen.UPDATED)
+        self.check(UpdatePlan(image=random_image(4096), transfer_size=68), Foreseen.UPDATED)
 
     def test_updates_to_an_older_version(self) -> None:
         self.check(UpdatePlan(camera_version="255.255.255.255"), Foreseen.UPDATED)
 
     def test_asks_no_second_time_after_an_image_without_a_known_version(self) -> None:
-        self.check(UpdatePlan(image=with_version(random_image(self, 4096), "0.0.0.0")), Foreseen.UPDATED)
+        self.check(UpdatePlan(image=with_version(random_image(4096), "0.0.0.0")), Foreseen.UPDATED)
 
     def test_sends_no_block_to_a_camera_whose_transfers_are_too_short_for_the_probe(self) -> None:
-        self.check(UpdatePlan(image=random_image(self, 4096), transfer_size=67), Foreseen.PROBE_REFUSED)
+        self.check(UpdatePlan(image=random_image(4096), transfer_size=67), Foreseen.PROBE_REFUSED)
 
     def test_leaves_the_camera_alone_when_the_user_declines(self) -> None:
         self.check(UpdatePlan(accept=False), Foreseen.DECLINED)
@@ -101,7 +101,3 @@ class Road(unittest.TestCase):
 
     def test_ends_the_update_when_the_camera_is_pulled_out(self) -> None:
         self.check_end("unplug")
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -85,7 +85,3 @@ class Rooms(unittest.TestCase):
 
     def test_every_import_is_found(self) -> None:
         self.assertEqual({each for used in _IMPORTS.values() for each in used} - _MODULES.keys(), set())
-
-
-if __name__ == "__main__":
-    unittest.main()

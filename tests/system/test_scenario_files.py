@@ -247,7 +247,3 @@ class TransferPatterns(unittest.TestCase):
         self.assertEqual(shortened(""), "nothing")
         self.assertEqual(shortened("GETSTATE DETACH "), "GETSTATE DETACH")
         self.assertRegex(shortened("GETSTATUS " * 100), r"^(GETSTATUS ){12}\.\.\.\(76 more\)\.\.\.( GETSTATUS){12}$")
-
-
-if __name__ == "__main__":
-    unittest.main()

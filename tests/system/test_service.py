@@ -126,7 +126,3 @@ class Service(unittest.TestCase):
             since = on.peer.mark()
             on.machine.demand("sc", "start", SERVICE)
             self.check_stop(on, on.wait_for_state(RUNNING, since)["pid"])
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -181,7 +181,3 @@ class ArgumentTypes(unittest.TestCase):
 
     def test_an_unknown_type_is_shown_in_bytes(self) -> None:
         self.assertEqual(self.read("ItemRevolution", "%10!s!", "0102ff"), "0102ff")
-
-
-if __name__ == "__main__":
-    unittest.main()
