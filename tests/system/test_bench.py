@@ -118,16 +118,23 @@ class Process(unittest.TestCase):
 
 class Table(unittest.TestCase):
     def test_a_bar_holds_up_to_its_limit(self) -> None:
-        self.assertTrue(at_most(1, "x", 20, 20, "ms").holds)
-        self.assertFalse(at_most(1, "x", 20.1, 20, "ms").holds)
+        self.assertTrue(at_most(1, "x", 20, 20, "KiB").holds)
+        self.assertFalse(at_most(1, "x", 20.1, 20, "KiB").holds)
         self.assertTrue(ratio_at_most(1, "x", 103, 100, 1.03, "ns", against="y").holds)
         self.assertFalse(ratio_at_most(1, "x", 104, 100, 1.03, "ns", against="y").holds)
-        self.assertTrue(above_at_most(1, "x", 120, 100, 20, "ms", against="y").holds)
-        self.assertFalse(above_at_most(1, "x", 121, 100, 20, "ms", against="y").holds)
+        self.assertTrue(above_at_most(1, "x", 120, 100, 20, "KiB", against="y").holds)
+        self.assertFalse(above_at_most(1, "x", 121, 100, 20, "KiB", against="y").holds)
         self.assertTrue(exactly(1, "x", 7, 7, "", against="y", reference=9, bar="7").holds)
         self.assertFalse(exactly(1, "x", 8, 7, "", against="y", reference=9, bar="7").holds)
         self.assertTrue(within(1, "x", 99, 100, 0.01, "", against="y", bar="1 %").holds)
         self.assertFalse(within(1, "x", 98, 100, 0.01, "", against="y", bar="1 %").holds)
+
+    def test_no_bar_is_a_time(self) -> None:
+        """A machine half as fast would miss it though nothing has changed."""
+        for unit in ("s", "ms", "us", "ns"):
+            with self.subTest(unit=unit):
+                self.assertRaises(ValueError, at_most, 1, "x", 1, 2, unit)
+                self.assertRaises(ValueError, above_at_most, 1, "x", 1, 1, 2, unit, against="y")
 
     def test_an_excuse_is_for_a_bar_that_does_not_hold(self) -> None:
         missed = above_at_most(6, "x", 200, 100, 20, "KiB", against="y", note="because", excused=True)
@@ -174,7 +181,7 @@ class CommandLine(unittest.TestCase):
 
     def test_what_cannot_be_measured_keeps_nothing_else_from_it(self) -> None:
         with patch.object(executable, "measure", side_effect=OSError("no such file")), patch("os.sched_setaffinity"):
-            with patch.object(bench.engine, "measure", return_value=iter([at_most(2, "x", 1, 1, "ns")])):
+            with patch.object(bench.engine, "measure", return_value=iter([at_most(2, "x", 1, 1, "KiB")])):
                 rows, failures = bench._measure(["size", "engine"])
         self.assertEqual([row.line for row in rows], [2])
         self.assertEqual([(failure.line, failure.why) for failure in failures], [(9, "OSError: no such file")])

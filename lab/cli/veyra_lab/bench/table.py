@@ -7,6 +7,8 @@ from typing import Any
 from ..terminal.screen import Screen
 from ..terminal.table import Table
 
+_TIMES = ("s", "ms", "us", "ns")
+
 
 @dataclass(frozen=True)
 class Row:
@@ -63,7 +65,7 @@ def at_most(
     note: str = "",
 ) -> Row:
     """A row whose bar is a limit in its own unit."""
-    bar = f"at most {_number(limit)} {unit}"
+    bar = f"at most {_counted(limit, unit)}"
     return Row(line, what, ours, reference, unit, against, bar, ours <= limit, note)
 
 
@@ -88,7 +90,7 @@ def above_at_most(
     excused: bool = False,
 ) -> Row:
     """A row whose bar is what it may have more than the reference."""
-    bar = f"at most {_number(limit)} {unit} more".replace("  ", " ")
+    bar = f"at most {_counted(limit, unit)} more"
     holds = ours - reference <= limit
     return Row(line, what, ours, reference, unit, against, bar, holds, note, excused and not holds)
 
@@ -114,6 +116,13 @@ def within(
 ) -> Row:
     """A row that may differ from its reference by a share of it, upwards and downwards."""
     return Row(line, what, ours, reference, unit, against, bar, abs(ours - reference) <= share * abs(reference))
+
+
+def _counted(limit: float, unit: str) -> str:
+    """A limit in its own unit, which is none of time: how long things take is the machine's business."""
+    if unit in _TIMES:
+        raise ValueError(f"a limit of {limit} {unit} would judge the machine; a time is told, or judged by its ratio")
+    return f"{_number(limit)} {unit}".rstrip()
 
 
 def _number(value: float | None) -> str:

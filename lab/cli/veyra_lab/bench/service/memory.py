@@ -67,8 +67,9 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         (above_idle - _IMAGE) / 1024,
         _BAR_KIB,
         "KiB",
-        note=f"The most of {len(calm):,} looks at the private bytes, {idle.private_bytes / 1024:,.0f} KiB when idle. Threads that COM"
-        f" begins and ends are left out: this Windows counts {thread_bytes // 1024:,} KiB for each, its whole stack.",
+        note=f"The most of {len(calm):,} looks at the private bytes, {idle.private_bytes / 1024:,.0f} KiB when idle."
+        f" Threads that COM begins and ends are left out: this Windows counts {thread_bytes // 1024:,} KiB for each,"
+        " its whole stack.",
     )
 
 

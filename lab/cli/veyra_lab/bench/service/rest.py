@@ -14,7 +14,7 @@ _CALM_SECONDS = 3
 _CROWD = 10
 _BAR_KIB = 2048
 # One a second, and the one at the end of the minute.
-_LAID_DOWN_WAKE_UPS = _SECONDS + 1
+_MEANT_WAKE_UPS = _SECONDS + 1
 _AGAINST = "minimal service"
 
 
@@ -52,10 +52,10 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         f"wake-ups in {_SECONDS} s at rest",
         product.wake_ups_since(before[0]),
         minimal.wake_ups_since(before[1]),
-        _LAID_DOWN_WAKE_UPS,
+        _MEANT_WAKE_UPS,
         "",
         against=_AGAINST,
-        note="One a second is by design.",
+        note="One a second is deliberate.",
     )
     yield Row(LINE, "threads", len(product.threads), len(minimal.threads), "", _AGAINST)
     yield Row(LINE, "handles", handles_of_product, handles_of_minimal, "", _AGAINST)
@@ -76,9 +76,10 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         _BAR_KIB,
         "KiB",
         against=_AGAINST,
-        note=f"This Windows writes {stack_kib:,.0f} KiB for the stacks of a thread that only waits, and keeps the stacks of one"
-        f" that has ended: {product.mappings_by_size[stack]} here and {minimal.mappings_by_size[stack]} in the minimal service."
-        " The threads are those of the work item and of COM.",
+        note=f"This Windows writes {stack_kib:,.0f} KiB for the stacks of a thread that only waits, and keeps the"
+        f" stacks of one that has ended: {product.mappings_by_size[stack]} here and"
+        f" {minimal.mappings_by_size[stack]} in the minimal service. The threads are those of the work item and of"
+        " COM.",
         excused=without_stacks.holds is True,
     )
     yield without_stacks
