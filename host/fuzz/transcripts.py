@@ -121,7 +121,7 @@ class Reader:
     def read(self, pieces: Iterator[bytes], lines: int) -> None:
         """Raises a Find."""
         self._failures.clear()
-        with Peer({}, self._add_words, lambda event: None, self._transcript) as peer:
+        with Peer({}, self._formats.add_words, lambda event: None, self._transcript) as peer:
             try:
                 self._deliver(peer.port, pieces)
                 refusal = self._await_end(peer)
@@ -132,11 +132,6 @@ class Reader:
         if not refusal and len(events) != lines + 1:
             raise Find(f"{lines} lines became {len(events) - 1} events, and nothing was refused")
         self._check_transcript(events)
-
-    def _add_words(self, event: Event) -> None:
-        """As the laboratory does."""
-        if event["event"] == "trace":
-            event["text"] = self._formats.text(event["group"], event["number"], event["arguments"])
 
     def _deliver(self, port: int, pieces: Iterator[bytes]) -> None:
         with socket.create_connection(("127.0.0.1", port), timeout=QUIET_SECONDS) as channel:

@@ -88,7 +88,7 @@ class ScenarioFiles(unittest.TestCase):
     def test_names_unknown_and_missing_fields(self) -> None:
         self.assertRegex(self.complaint({**GOOD, "step": []}), "file: .*'step' was unexpected.*; known are: .*, steps$")
         self.assertIn("file: 'steps' is a required property", self.complaint({"description": "a"}))
-        self.assertRegex(self.complaint({**GOOD, "stage": {"camera": []}}), "stage: .*'camera' was unexpected.*cameras,")
+        self.assertRegex(self.complaint({**GOOD, "stage": {"camera": []}}), "stage: .*'camera' was unexpected.*cameras")
         self.assertIn(
             "stage.cameras[0].faults[0]: 'what' is a required property",
             self.complaint({**GOOD, "stage": {"cameras": [{"faults": [{"where": "DNLOAD"}]}]}}),

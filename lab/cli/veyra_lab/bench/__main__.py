@@ -11,7 +11,7 @@ from dataclasses import asdict
 from pathlib import Path
 
 from ..checkout import BUILD
-from ..terminal.parser import Parser
+from ..terminal.parser import Parser, writable
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..windows.machine import Machine, MachineError
@@ -107,7 +107,8 @@ def main() -> int:
     seconds = time.monotonic() - began
     excused = sum(row.excused for row in rows)
     held = sum(row.holds is True for row in rows)
-    screen.line(f"bars that hold: {held}, that cannot here: {excused}, that are missed: {missed}; {seconds:.0f} s in all")
+    bars = f"bars that hold: {held}, that cannot here: {excused}, that are missed: {missed}"
+    screen.line(f"{bars}; {seconds:.0f} s in all")
     if options.json is not None:
         _write(options.json, rows, failures, seconds)
     return 1 if missed or failures else 0
@@ -122,7 +123,7 @@ def _parse() -> argparse.Namespace:
         metavar="NAME",
         help=f"what to measure (default: all): {', '.join(NAMES)}",
     )
-    parser.add_argument("--json", type=_writable, metavar="FILE", help="write the table as JSON, too")
+    parser.add_argument("--json", type=writable, metavar="FILE", help="write the table as JSON, too")
     return parser.parse_args()
 
 
@@ -130,19 +131,6 @@ def _measurement(name: str) -> str:
     if name not in NAMES:
         raise argparse.ArgumentTypeError(f"'{name}' is not one of {', '.join(NAMES)}")
     return name
-
-
-def _writable(name: str) -> Path:
-    """Refused now rather than minutes later."""
-    path = Path(name).absolute()
-    was_there = path.exists()
-    try:
-        path.open("a", encoding="utf-8").close()
-        if not was_there:
-            path.unlink()
-    except OSError as error:
-        raise argparse.ArgumentTypeError(f"'{name}' cannot be written: {error.strerror}") from None
-    return path
 
 
 def _prepare() -> None:

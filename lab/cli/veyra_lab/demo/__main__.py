@@ -1,13 +1,8 @@
 """The demo: python3 -m veyra_lab.demo, started by scripts/demo."""
 
-import fcntl
-import signal
 import subprocess
 import sys
-from collections.abc import Iterator
-from contextlib import contextmanager
 from dataclasses import replace
-from typing import NoReturn
 
 from ..checkout import BUILD, CHECKOUT
 from ..terminal.screen import Screen
@@ -19,51 +14,31 @@ from ..updates.record import Record
 from ..windows.image import read_image, sha256
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import Programs
+from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .laboratory import Laboratory
 from .options import Options, parse
 
+_MACHINE = BUILD / "wine"
 _PRESET = "windows-release"
 _TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl")
 _INTERRUPTED = 130
 
 
-class DemoError(Exception):
-    """The demo cannot be carried out."""
-
-
 def main() -> int:
     """The exit status: 0 when everything held, 1 when not, 2 for a wrong command line."""
     options = parse(sys.argv[1:])
-    for number in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, _interrupt)
     screen = Screen()
     try:
-        with _only_one():
+        with sole_use(_MACHINE):
             _prepare(screen)
             return _show(options, screen)
     except KeyboardInterrupt:
         screen.line("interrupted")
         return _INTERRUPTED
-    except (DemoError, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
+    except (SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
         print(f"scripts/demo: {error}", file=sys.stderr)
         return 1
-
-
-def _interrupt(number: int, _frame: object) -> NoReturn:
-    raise KeyboardInterrupt(signal.Signals(number).name)
-
-
-@contextmanager
-def _only_one() -> Iterator[None]:
-    """Two demos of one checkout would share one machine."""
-    BUILD.mkdir(exist_ok=True)
-    with (BUILD / "demo.lock").open("w") as lock:
-        try:
-            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-        except BlockingIOError:
-            raise DemoError("a demo is running in this checkout already") from None
-        yield
 
 
 def _prepare(screen: Screen) -> None:
@@ -75,7 +50,7 @@ def _prepare(screen: Screen) -> None:
 
 def _show(options: Options, screen: Screen) -> int:
     plan = _plan(options)
-    machine = Machine(BUILD / "wine")
+    machine = Machine(_MACHINE)
     screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
     with machine:
         laboratory = Laboratory(machine, Programs.of(BUILD / _PRESET), CHECKOUT / "trace")

@@ -10,8 +10,6 @@ from pathlib import Path
 Ask = Callable[[str, str], bool]
 
 _WINDOW = Path(__file__).with_name("question_window.py")
-# The Python of the system has the package python3-tk; the one that runs this program may be another.
-_PYTHONS = (sys.executable, "/usr/bin/python3")
 _YES = ("y", "yes")
 _NO = ("n", "no")
 
@@ -30,26 +28,21 @@ def terminal() -> Ask:
 
 
 def window() -> Ask:
-    """Asks in a window. An AnswerError when there is no display, or no Python that can draw on it."""
+    """Asks in a window. An AnswerError when there is no display, or nothing that can draw on it."""
     if not os.environ.get("DISPLAY"):
         raise AnswerError(
             "--answer window needs a display, and DISPLAY is not set: set it, or use --answer ask"
         )
-    complaint = ""
-    for python in _PYTHONS:
-        if not python or not Path(python).exists():
-            continue
-        tried = subprocess.run(
-            [python, str(_WINDOW), "--check"],
-            stdin=subprocess.DEVNULL,
-            capture_output=True,
-            text=True,
-            check=False,
-        )
-        if tried.returncode == 0:
-            return lambda camera, image: _ask_in_window(python, camera, image)
-        complaint = " ".join(tried.stderr.split())
-    raise AnswerError(f"--answer window cannot open a window: {complaint or 'there is no Python that could'}")
+    tried = subprocess.run(
+        [sys.executable, str(_WINDOW), "--check"],
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        text=True,
+        check=False,
+    )
+    if tried.returncode != 0:
+        raise AnswerError(f"--answer window cannot open a window: {' '.join(tried.stderr.split())}")
+    return _ask_in_window
 
 
 def _ask_at_terminal(camera_version: str, image_version: str) -> bool:
@@ -69,10 +62,10 @@ def _ask_at_terminal(camera_version: str, image_version: str) -> bool:
         screen.write("    Please answer y or n.\n")
 
 
-def _ask_in_window(python: str, camera_version: str, image_version: str) -> bool:
+def _ask_in_window(camera_version: str, image_version: str) -> bool:
     """A window that is closed, or killed, means no."""
     shown = subprocess.Popen(
-        [python, str(_WINDOW), camera_version, image_version],
+        [sys.executable, str(_WINDOW), camera_version, image_version],
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,
         text=True,

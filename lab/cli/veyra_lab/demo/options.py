@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
-from ..terminal.parser import Parser
+from ..terminal.parser import Parser, add_transcript
 from ..windows.image import SMALLEST_IMAGE
 from . import answer
 
@@ -78,16 +78,6 @@ def _image(text: str) -> Path:
     return path.resolve()
 
 
-def _transcript(text: str) -> Path:
-    path = Path(text)
-    if path.is_dir():
-        raise argparse.ArgumentTypeError(f"'{text}' is a folder")
-    target = path if path.exists() else path.parent
-    if not target.exists() or not os.access(target, os.W_OK):
-        raise argparse.ArgumentTypeError(f"'{text}' cannot be written")
-    return path.resolve()
-
-
 def _parser() -> Parser:
     parser = Parser(prog="scripts/demo", description=DESCRIPTION, epilog=CLOSING)
     parser.add_argument(
@@ -117,12 +107,7 @@ def _parser() -> Parser:
         help="what the user says to the service's question; ask puts it to you at the terminal, window shows it in a"
         " window (default: %(default)s)",
     )
-    parser.add_argument(
-        "--transcript",
-        type=_transcript,
-        metavar="FILE",
-        help="keep a record of every crossing between service, camera and user, one JSON object a line",
-    )
+    add_transcript(parser)
     return parser
 
 

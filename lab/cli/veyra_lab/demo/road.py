@@ -1,13 +1,12 @@
 """The road of one update: every step of it, in the order in which it is gone."""
 
-import tempfile
 from dataclasses import replace
-from pathlib import Path
 
 from ..updates.plan import Foreseen, UpdatePlan
 from ..updates.record import CameraState, Record
+from ..windows.camera import read_flash
 from ..windows.installation import EXECUTABLE, Installation
-from ..windows.machine import SERVICES_KEY, Machine, MachineError, windows_path
+from ..windows.machine import SERVICES_KEY, Machine, MachineError
 from ..windows.programs import SERVICE
 from ..wire.events import RIG, TOAST, Event, PeerError
 from ..wire.peer import Peer
@@ -111,10 +110,7 @@ class Road:
     def _look(self) -> None:
         self._step("Reading the camera's flash")
         self._record.after = self._state()
-        with tempfile.TemporaryDirectory() as folder:
-            flash = Path(folder) / "flash.bin"
-            self._peer.command(RIG, "save-flash", camera=0, path=windows_path(flash))
-            self._record.flash = flash.read_bytes()
+        self._record.flash = read_flash(self._peer, 0)
 
     def _remove_driver(self) -> None:
         removed = self._step("Removing the camera's driver package and unplugging the camera")

@@ -4,14 +4,13 @@ import argparse
 import json
 import sys
 from collections.abc import Sequence
-from pathlib import Path
 from typing import Any
 
 from ..scenarios.errors import ScenarioError
 from ..scenarios.files import choose, read_folder
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
-from ..terminal.parser import add_places
+from ..terminal.parser import add_places, add_transcript
 from ..terminal.screen import Screen
 from ..terminal.table import Table, style_of
 from ..windows.machine import Machine, MachineError
@@ -42,7 +41,6 @@ def register(subparsers: Any) -> None:
         help="run scenarios on the service",
         description="Runs scenarios on the service that ships, and says of each in one line what came of it.",
         epilog=_RUN_CLOSING,
-        formatter_class=argparse.RawDescriptionHelpFormatter,
     )
     run.add_argument("names", nargs="*", metavar="NAME", help="a scenario, or a file's name for all of its scenarios")
     run.add_argument("--all", action="store_true", help="every scenario, the slow ones too")
@@ -50,7 +48,7 @@ def register(subparsers: Any) -> None:
     run.add_argument("--keep-going", action="store_true", help="go on after a scenario that did not hold")
     run.add_argument("--fresh", action="store_true", help="start the service anew for each scenario")
     run.add_argument("--json", action="store_true", help="write one JSON object a scenario instead of a line")
-    run.add_argument("--transcript", type=Path, metavar="FILE", help="keep a record of every crossing")
+    add_transcript(run)
     add_places(run)
     run.set_defaults(run=_run)
 

@@ -1,15 +1,13 @@
 """One scenario on its way: its steps carried out in the machine, its expectations judged."""
 
-import tempfile
 from collections.abc import Callable, Iterable
-from pathlib import Path
 from typing import Any
 
 from ..judgement.checks import judge
 from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, removals
 from ..judgement.observed import CameraNow, Observed
 from ..scenarios.variant import ImagePlan, Variant
-from ..windows.machine import windows_path
+from ..windows.camera import read_flash
 from ..windows.service_under_test import Resources
 from ..wire.events import LAB, RIG, TOAST, Event
 from .installed_service import InstalledService
@@ -211,17 +209,13 @@ class ScenarioRun:
 
     def _look(self, camera: int) -> CameraNow:
         answer = self._peer.command(RIG, "state", camera=camera)
-        with tempfile.TemporaryDirectory() as folder:
-            path = Path(folder) / "flash.bin"
-            self._peer.command(RIG, "save-flash", camera=camera, path=windows_path(path))
-            flash = path.read_bytes()
         return CameraNow(
             mode=answer["mode"],
             version=answer["version"],
             dfu_state=answer["dfu_state"],
             dfu_status=answer["dfu_status"],
             gaps=answer["block_number_gaps"],
-            flash=flash,
+            flash=read_flash(self._peer, camera),
         )
 
     def _events(self, since: int) -> list[Event]:

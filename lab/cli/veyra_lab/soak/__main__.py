@@ -5,10 +5,9 @@ import random
 import sys
 import time
 from collections.abc import Iterator
-from pathlib import Path
 
 from ..judgement.growth import KEPT_BY_A_CHECK
-from ..terminal.parser import Parser, add_places
+from ..terminal.parser import Parser, add_places, add_transcript
 from ..terminal.screen import Screen
 from ..terminal.table import Table
 from ..windows.installation import EXECUTABLE, Installation
@@ -72,7 +71,7 @@ def _parse() -> argparse.Namespace:
     parser = Parser(prog="scripts/soak", description=_DESCRIPTION, epilog=_CLOSING)
     parser.add_argument("minutes", type=_minutes, metavar="MINUTES", help="how long to go on, at most a day")
     parser.add_argument("--seed", type=_seed, metavar="N", help="repeat the choices of a run that told this seed")
-    parser.add_argument("--transcript", type=Path, metavar="FILE", help="keep a record of every crossing")
+    add_transcript(parser)
     parser.add_argument("--real-time", action="store_true", help="let the service's waits take their time")
     add_places(parser)
     return parser.parse_args()

@@ -1,17 +1,15 @@
 """Random faults against one service process."""
 
 import random
-import tempfile
 from collections import Counter
 from dataclasses import dataclass, field
-from pathlib import Path
 from typing import Any
 
 from ..judgement.flash import old_flash
 from ..judgement.growth import removals
+from ..windows.camera import read_flash
 from ..windows.image import with_version
 from ..windows.installation import Installation
-from ..windows.machine import windows_path
 from ..windows.service_under_test import ServiceUnderTest
 from ..wire.events import RIG, TOAST
 from ..wire.peer import Peer
@@ -119,10 +117,7 @@ class Soak:
 
     def _judge(self, fault: str, number: int, camera: dict[str, Any], image: bytes) -> None:
         state = self._peer.command(RIG, "state", camera=number)
-        with tempfile.TemporaryDirectory() as folder:
-            path = Path(folder) / "flash.bin"
-            self._peer.command(RIG, "save-flash", camera=number, path=windows_path(path))
-            flash = path.read_bytes()
+        flash = read_flash(self._peer, number)
         wanted = image if fault in _HARMLESS else old_flash(camera)
         self.tally.updated += flash == image
         if flash != wanted:

@@ -21,6 +21,29 @@ class Parser(argparse.ArgumentParser):
         self.exit(2, f"{self.prog}: {line} (--help shows the options)\n")
 
 
+def writable(text: str) -> Path:
+    """The argument's type of a file that is going to be written: refused now rather than minutes later."""
+    path = Path(text).absolute()
+    was_there = path.exists()
+    try:
+        path.open("a", encoding="utf-8").close()
+        if not was_there:
+            path.unlink()
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be written: {error.strerror}") from None
+    return path
+
+
+def add_transcript(parser: argparse.ArgumentParser) -> None:
+    """The option that names the transcript."""
+    parser.add_argument(
+        "--transcript",
+        type=writable,
+        metavar="FILE",
+        help="keep a record of every crossing between service, camera and user, one JSON object a line",
+    )
+
+
 def _absolute(text: str) -> Path:
     return Path(text).resolve()
 

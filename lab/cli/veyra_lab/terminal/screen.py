@@ -76,7 +76,7 @@ class Screen:
         if self._bar is None:
             columns = (
                 TextColumn("   "),
-                BarColumn(50, complete_style="cyan", finished_style="green"),
+                BarColumn(max(10, min(50, self._console.width - 35)), complete_style="cyan", finished_style="green"),
                 TextColumn("{task.percentage:3.0f} %  block {task.completed} of {task.total}"),
             )
             self._bar = Progress(*columns, console=self._console, auto_refresh=False)
