@@ -62,11 +62,14 @@ class Rooms(unittest.TestCase):
         lengths = {module: len(path.read_text(encoding="utf-8").splitlines()) for module, path in _MODULES.items()}
         self.assertEqual({module: lines for module, lines in lengths.items() if lines > _LONGEST}, {})
 
-    def test_every_room_says_what_it_is_for(self) -> None:
+    def test_every_room_says_what_it_is_for_and_what_it_uses(self) -> None:
         for name in {room(module) for module in _MODULES}:
             with self.subTest(room=name):
                 text = _ROOT.joinpath(*name.split("."), "__init__.py").read_text(encoding="utf-8")
-                self.assertTrue(ast.get_docstring(ast.parse(text)))
+                said = ast.get_docstring(ast.parse(text)) or ""
+                self.assertTrue(said)
+                used = {room(each) for module in _MODULES if room(module) == name for each in _IMPORTS[module]}
+                self.assertEqual([each for each in used & _BELOW[name] if each not in said], [])
 
     def test_imports_only_go_down(self) -> None:
         self.assertEqual(set(_BELOW), {room(module) for module in _MODULES})
