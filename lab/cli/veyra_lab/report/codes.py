@@ -159,3 +159,8 @@ DFU_STATUSES = {
 def named(names: dict[int, str], number: int | None) -> str:
     """A number's name, or the number itself."""
     return "unknown" if number is None else names.get(number, f"number {number}")
+
+
+def duration(seconds: float) -> str:
+    """A length of time for a person."""
+    return f"{seconds:.1f} s" if seconds < 120 else f"{int(seconds // 60)} min {seconds % 60:.0f} s"

@@ -4,9 +4,9 @@ from collections.abc import Sequence
 from dataclasses import dataclass, field
 
 from .codes import CONTROLS, DEVICE_EVENTS, SERVICE_STATES, named
-from .download import Download, Role, Transfer, describe
 from .summary import Summary
 from .transcript import Event, Transcript, number, numbers, text, texts
+from .transfer import Role, Transfer, describe
 from .words import Lane, Telling, class_name, is_block_progress, is_step, tell
 
 # What one lane draws at most. A page with more grows heavy, and no screen has that many columns.
@@ -66,6 +66,11 @@ class Row:
     marks: list[Mark] = field(default_factory=list)
     # How many marks there were before they were thinned out; 0 when all are drawn.
     thinned_from: int = 0
+
+    @property
+    def levels(self) -> int:
+        """On how many levels its spans lie."""
+        return 1 + max((span.level for span in self.spans), default=0)
 
 
 def rows(transcript: Transcript, summary: Summary) -> list[Row]:
@@ -270,12 +275,3 @@ def _group_tip(group: Sequence[Mark]) -> str:
     waits = sum(mark.kind == "w" for mark in group)
     asked = f", {waits:,} of them because the camera was not ready" if waits else ""
     return f"{group[0].at:.3f} s to {group[-1].at:.3f} s\n{len(group):,} requests{asked}\nfirst: {first}\nlast: {last}"
-
-
-def curve(download: Download, most: int = 400) -> list[tuple[float, int, int]]:
-    """Time, blocks and bytes of a download's progress, at most so many points, first and last always."""
-    points = download.curve
-    if len(points) <= most:
-        return points
-    step = (len(points) - 1) / (most - 1)
-    return [points[round(index * step)] for index in range(most)]

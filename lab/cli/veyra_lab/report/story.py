@@ -3,9 +3,10 @@
 from dataclasses import dataclass
 
 from .codes import DFU_STATES, named
-from .download import Download, Role, Transfer, all_transfers, describe
+from .download import Download, all_transfers
 from .summary import Summary
 from .transcript import Transcript
+from .transfer import Role, Transfer, describe
 from .words import Lane, Telling, is_block_progress, is_step, tell
 
 # More lines than anybody reads; a record of many thousand events has them as technical detail only.
