@@ -2,16 +2,8 @@
 
 namespace test_support {
 
-FakeActivation* FakeActivation::current_ = nullptr;
-
 FakeActivation::FakeActivation(IUnknown* object)
-    : object_(object), create_("CoCreateInstance", OnCreate), run_("OleRun", OnRun) {
-    current_ = this;
-}
-
-FakeActivation::~FakeActivation() {
-    current_ = nullptr;
-}
+    : object_(object), create_("CoCreateInstance", OnCreate), run_("OleRun", OnRun) {}
 
 HRESULT WINAPI FakeActivation::OnCreate(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
                                         void** created) {

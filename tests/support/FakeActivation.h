@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <objbase.h>
@@ -13,7 +14,7 @@ namespace test_support {
 
 // Stands in for the activation of COM classes: gives one object to everybody who asks, and records who asked
 // for what. Only one exists at a time.
-class FakeActivation {
+class FakeActivation : public OnlyOne<FakeActivation> {
   public:
     struct Creation {
         CLSID classId;
@@ -24,10 +25,6 @@ class FakeActivation {
 
     // `object` is not owned.
     explicit FakeActivation(IUnknown* object);
-    ~FakeActivation();
-
-    FakeActivation(const FakeActivation&) = delete;
-    FakeActivation& operator=(const FakeActivation&) = delete;
 
     // Results of CoCreateInstance and OleRun; a failed creation gives null.
     HRESULT creationResult = S_OK;
@@ -42,8 +39,6 @@ class FakeActivation {
     static HRESULT WINAPI OnCreate(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
                                    void** created);
     static HRESULT WINAPI OnRun(IUnknown* unknown);
-
-    static FakeActivation* current_;
 
     IUnknown* object_;
     ImportRedirect create_;

@@ -14,13 +14,10 @@ bool Never() {
 
 }  // namespace
 
-FakeClock* FakeClock::current_ = nullptr;
-
 FakeClock::FakeClock(Threads threads)
     : threads_(threads),
       ownThread_(GetCurrentThreadId()),
       now_(kStart),
-      reachable_(current_, this),
       sleep_("Sleep", &RedirectedSleep),
       getTickCount64_("GetTickCount64", &RedirectedGetTickCount64),
       waitForSingleObject_("WaitForSingleObject", &RedirectedWaitForSingleObject) {}

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
-#include "tests/support/Reachable.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -21,7 +21,7 @@ namespace test_support {
 // A thread that waits through the clock must have ended before the clock goes. Waits without a time-out and
 // those of 0 ms go to Windows, the former unrecorded. One clock at a time. Mind that the library's timed
 // waits (std::future::wait_for) are such waits too on a thread that the clock rules.
-class FakeClock {
+class FakeClock : public OnlyOne<FakeClock> {
   public:
     // Whose time it is: the thread's that made the clock, or every thread's. On other threads a fake wait
     // takes about a real millisecond, so that a thread that polls does not starve the test.
@@ -37,9 +37,6 @@ class FakeClock {
     };
 
     explicit FakeClock(Threads threads = Threads::Own);
-
-    FakeClock(const FakeClock&) = delete;
-    FakeClock& operator=(const FakeClock&) = delete;
 
     // What GetTickCount64 answers. Starts shortly before a value that 32 bits do not hold.
     [[nodiscard]] ULONGLONG Now() const;
@@ -68,15 +65,12 @@ class FakeClock {
     void Record(const Call& call);
     [[nodiscard]] std::vector<DWORD> Milliseconds(Call::Kind kind) const;
 
-    static FakeClock* current_;
-
     Threads threads_;
     DWORD ownThread_;
     mutable std::mutex lock_;
     ULONGLONG now_;
     std::multimap<ULONGLONG, std::function<void()>> actions_;
     std::vector<Call> calls_;
-    Reachable<FakeClock> reachable_;
     ImportRedirect sleep_;
     ImportRedirect getTickCount64_;
     ImportRedirect waitForSingleObject_;

@@ -1,11 +1,11 @@
 #include "tests/support/FakeConfigurationManager.h"
 
 #include "tests/support/GuidText.h"
+#include "tests/support/Text.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <sstream>
 #include <utility>
 
 namespace test_support {
@@ -21,24 +21,13 @@ const char* DeviceText(const wchar_t* device) {
     return device == nullptr ? "no device" : "a device";
 }
 
-template <typename... Values>
-std::string Text(const Values&... values) {
-    std::ostringstream text;
-    (text << ... << values);
-    return text.str();
-}
-
 }  // namespace
-
-FakeConfigurationManager* FakeConfigurationManager::current_ = nullptr;
 
 FakeConfigurationManager::FakeConfigurationManager()
     : registerNotification_("CM_Register_Notification", &RegisterNotification),
       unregisterNotification_("CM_Unregister_Notification", &UnregisterNotification),
       getListSize_("CM_Get_Device_Interface_List_SizeW", &GetListSize),
-      getList_("CM_Get_Device_Interface_ListW", &GetList) {
-    current_ = this;
-}
+      getList_("CM_Get_Device_Interface_ListW", &GetList) {}
 
 void FakeConfigurationManager::SetPresent(std::vector<std::wstring> links) {
     const std::scoped_lock guard(lock_);

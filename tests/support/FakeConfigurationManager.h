@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <cfgmgr32.h>
@@ -22,7 +23,7 @@ namespace test_support {
 // Every link is of one class: what class a caller asks for is recorded, not judged. Callbacks run on the
 // thread that calls Plug, Unplug or Fire; ending a registration waits for callbacks that run on other
 // threads. May be used from any thread.
-class FakeConfigurationManager {
+class FakeConfigurationManager : public OnlyOne<FakeConfigurationManager> {
   public:
     struct Registration {
         CM_NOTIFY_FILTER filter;
@@ -33,9 +34,6 @@ class FakeConfigurationManager {
     };
 
     FakeConfigurationManager();
-
-    FakeConfigurationManager(const FakeConfigurationManager&) = delete;
-    FakeConfigurationManager& operator=(const FakeConfigurationManager&) = delete;
 
     // Changes what is present without telling anybody.
     void SetPresent(std::vector<std::wstring> links);
@@ -84,8 +82,6 @@ class FakeConfigurationManager {
                                     ULONG flags);
 
     [[nodiscard]] std::vector<wchar_t> List() const;
-
-    static FakeConfigurationManager* current_;
 
     mutable std::mutex lock_;
     std::condition_variable callbackEnded_;

@@ -2,6 +2,7 @@
 
 #include "tests/support/ForwardingAttributes.h"
 #include "tests/support/GuidText.h"
+#include "tests/support/Text.h"
 
 #include <mfapi.h>
 
@@ -28,15 +29,6 @@ std::string Count(IMFAttributes* attributes) {
     UINT32 count = 0;
     attributes->GetCount(&count);
     return "(" + std::to_string(count) + " attributes)";
-}
-
-// Plain ASCII by construction.
-std::string Narrow(const wchar_t* text) {
-    std::string narrow;
-    for (; *text != L'\0'; ++text) {
-        narrow.push_back(static_cast<char>(*text));
-    }
-    return narrow;
 }
 
 std::wstring TextOf(IMFAttributes& attributes, const GUID& key) {
@@ -97,18 +89,10 @@ class FakeMediaFoundation::Attributes final : public ForwardingAttributes<IMFAtt
     std::atomic<ULONG> references_{1};
 };
 
-FakeMediaFoundation* FakeMediaFoundation::current_ = nullptr;
-
 FakeMediaFoundation::FakeMediaFoundation()
     : createAttributes_("MFCreateAttributes", &OnCreateAttributes),
       enumDeviceSources_("MFEnumDeviceSources", &OnEnumDeviceSources),
-      createDeviceSourceActivate_("MFCreateDeviceSourceActivate", &OnCreateDeviceSourceActivate) {
-    current_ = this;
-}
-
-FakeMediaFoundation::~FakeMediaFoundation() {
-    current_ = nullptr;
-}
+      createDeviceSourceActivate_("MFCreateDeviceSourceActivate", &OnCreateDeviceSourceActivate) {}
 
 FakeCamera& FakeMediaFoundation::AddCamera(std::wstring symbolicLink, std::wstring friendlyName) {
     FakeCamera& camera = AddPlainCamera(std::move(symbolicLink), std::move(friendlyName));

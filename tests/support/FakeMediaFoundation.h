@@ -3,6 +3,7 @@
 #include "tests/support/CallJournal.h"
 #include "tests/support/FakeCamera.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 #include "tests/support/TaskMemory.h"
 
 #include <windows.h>
@@ -22,13 +23,9 @@ namespace test_support {
 //
 // Whatever the program made of a camera must be gone before this is. May be used from any thread; one at a
 // time.
-class FakeMediaFoundation {
+class FakeMediaFoundation : public OnlyOne<FakeMediaFoundation> {
   public:
     FakeMediaFoundation();
-    ~FakeMediaFoundation();
-
-    FakeMediaFoundation(const FakeMediaFoundation&) = delete;
-    FakeMediaFoundation& operator=(const FakeMediaFoundation&) = delete;
 
     // A camera of the family: its topology has a node of another type and, as node 1, the extension unit.
     FakeCamera& AddCamera(std::wstring symbolicLink, std::wstring friendlyName = L"KV400 camera");
@@ -70,8 +67,6 @@ class FakeMediaFoundation {
 
     [[nodiscard]] HRESULT List(bool sensorCamerasOnly, IMFActivate**& sources, UINT32& count);
     [[nodiscard]] FakeCamera* Find(const std::wstring& symbolicLink);
-
-    static FakeMediaFoundation* current_;
 
     mutable std::mutex lock_;
     CallJournal journal_;

@@ -1,5 +1,7 @@
 #include "tests/support/FakeToastServer.h"
 
+#include "tests/support/DispatchCall.h"
+
 #include <oleauto.h>
 #include <olectl.h>
 
@@ -145,13 +147,7 @@ HRESULT FakeToastServer::FireUserRespond(LONG answer, VARIANT* result) {
         FAILED(sink_->QueryInterface(kEventInterface, reinterpret_cast<void**>(&events)))) {
         return CONNECT_E_NOCONNECTION;
     }
-    VARIANT argument;
-    VariantInit(&argument);
-    V_VT(&argument) = VT_I4;
-    V_I4(&argument) = answer;
-    DISPPARAMS parameters{&argument, nullptr, 1, 0};
-    const HRESULT status = events->Invoke(kUserRespond, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD,
-                                          &parameters, result, nullptr, nullptr);
+    const HRESULT status = CallWithNumber(*events, kUserRespond, answer, result);
     events->Release();
     return status;
 }

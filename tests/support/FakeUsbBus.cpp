@@ -1,8 +1,8 @@
 #include "tests/support/FakeUsbBus.h"
 
+#include "tests/support/Text.h"
+
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -13,30 +13,7 @@ constexpr std::wstring_view kLinkStart = L"\\\\?\\usb#";
 constexpr UCHAR kDeviceDescriptor = 1;
 constexpr UCHAR kConfigurationDescriptor = 2;
 
-template <typename... Values>
-std::string Text(const Values&... values) {
-    std::ostringstream text;
-    (text << ... << values);
-    return text.str();
-}
-
-std::string Hex(unsigned long value, int digits) {
-    std::ostringstream text;
-    text << std::hex << std::uppercase << std::setfill('0') << std::setw(digits) << value;
-    return text.str();
-}
-
-std::string Narrow(std::wstring_view text) {
-    std::string narrow;
-    for (const wchar_t character : text) {
-        narrow.push_back(character < 0x80 ? static_cast<char>(character) : '?');
-    }
-    return narrow;
-}
-
 }  // namespace
-
-FakeUsbBus* FakeUsbBus::current_ = nullptr;
 
 FakeUsbBus::FakeUsbBus()
     : createFile_("CreateFileW", &RedirectedCreateFile),
@@ -47,9 +24,7 @@ FakeUsbBus::FakeUsbBus()
       queryInterfaceSettings_("WinUsb_QueryInterfaceSettings", &QueryInterfaceSettings),
       getAssociatedInterface_("WinUsb_GetAssociatedInterface", &GetAssociatedInterface),
       setCurrentAlternateSetting_("WinUsb_SetCurrentAlternateSetting", &SetCurrentAlternateSetting),
-      controlTransfer_("WinUsb_ControlTransfer", &ControlTransfer) {
-    current_ = this;
-}
+      controlTransfer_("WinUsb_ControlTransfer", &ControlTransfer) {}
 
 FakeUsbBus::~FakeUsbBus() {
     for (const auto& [file, device] : files_) {

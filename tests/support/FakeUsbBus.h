@@ -2,6 +2,7 @@
 
 #include "tests/support/FakeUsbDevice.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <winusb.h>
@@ -21,13 +22,10 @@ namespace test_support {
 // Handles have names in the recorded calls: "file" for a device's file, "main" for the handle of
 // WinUsb_Initialize, "interface 1" for the associated handle of the device's second interface, "a freed
 // handle" and "no handle".
-class FakeUsbBus {
+class FakeUsbBus : public OnlyOne<FakeUsbBus> {
   public:
     FakeUsbBus();
     ~FakeUsbBus();
-
-    FakeUsbBus(const FakeUsbBus&) = delete;
-    FakeUsbBus& operator=(const FakeUsbBus&) = delete;
 
     // Puts a device on the bus; it opens under exactly its link.
     FakeUsbDevice& Add(const std::wstring& link, std::uint16_t transferSize = 4096);
@@ -88,8 +86,6 @@ class FakeUsbBus {
         DWORD error;
         std::size_t skip;
     };
-
-    static FakeUsbBus* current_;
 
     std::vector<std::shared_ptr<FakeUsbDevice>> devices_;
     std::map<HANDLE, std::shared_ptr<FakeUsbDevice>> files_;

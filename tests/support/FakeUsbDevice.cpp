@@ -1,18 +1,12 @@
 #include "tests/support/FakeUsbDevice.h"
 
+#include "tests/support/DfuNumbers.h"
+
 #include <algorithm>
 #include <utility>
 
 namespace test_support {
 namespace {
-
-constexpr std::uint8_t kDetach = 0;
-constexpr std::uint8_t kDnload = 1;
-constexpr std::uint8_t kUpload = 2;
-constexpr std::uint8_t kGetStatus = 3;
-constexpr std::uint8_t kGetState = 5;
-constexpr std::uint8_t kDownloadIdle = 5;
-constexpr std::uint8_t kManifestWaitReset = 8;
 
 std::uint8_t LowByte(std::uint16_t value) {
     return static_cast<std::uint8_t>(value & 0xFF);

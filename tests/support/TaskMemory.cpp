@@ -7,15 +7,7 @@
 
 namespace test_support {
 
-TaskMemory* TaskMemory::current_ = nullptr;
-
-TaskMemory::TaskMemory() : free_("CoTaskMemFree", &OnFree) {
-    current_ = this;
-}
-
-TaskMemory::~TaskMemory() {
-    current_ = nullptr;
-}
+TaskMemory::TaskMemory() : free_("CoTaskMemFree", &OnFree) {}
 
 void* TaskMemory::Allocate(std::size_t size) {
     void* const block = CoTaskMemAlloc(size);

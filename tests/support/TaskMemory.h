@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -13,13 +14,9 @@ namespace test_support {
 // COM's memory, as far as fakes hand it out to the program: knows which of those blocks the program has not
 // freed yet. While it lives, the program's CoTaskMemFree goes to it and on to Windows. May be used from any
 // thread; one at a time.
-class TaskMemory {
+class TaskMemory : public OnlyOne<TaskMemory> {
   public:
     TaskMemory();
-    ~TaskMemory();
-
-    TaskMemory(const TaskMemory&) = delete;
-    TaskMemory& operator=(const TaskMemory&) = delete;
 
     [[nodiscard]] void* Allocate(std::size_t size);
     // A copy with a terminator.
@@ -29,8 +26,6 @@ class TaskMemory {
 
   private:
     static void WINAPI OnFree(void* block);
-
-    static TaskMemory* current_;
 
     mutable std::mutex lock_;
     std::set<void*> blocks_;

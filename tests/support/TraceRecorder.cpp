@@ -8,7 +8,6 @@
 
 namespace test_support {
 
-TraceRecorder* TraceRecorder::current_ = nullptr;
 WMIDPREQUEST TraceRecorder::callback_ = nullptr;
 void* TraceRecorder::context_ = nullptr;
 
@@ -26,16 +25,10 @@ TraceRecorder::TraceRecorder()
       getTraceLoggerHandle_("GetTraceLoggerHandle", OnGetTraceLoggerHandle),
       getTraceEnableLevel_("GetTraceEnableLevel", OnGetTraceEnableLevel),
       getTraceEnableFlags_("GetTraceEnableFlags", OnGetTraceEnableFlags),
-      traceMessage_("TraceMessage", OnTraceMessage) {
-    if (current_ != nullptr) {
-        throw std::logic_error("one trace recorder at a time");
-    }
-    current_ = this;
-}
+      traceMessage_("TraceMessage", OnTraceMessage) {}
 
 TraceRecorder::~TraceRecorder() {
     DisableSession();
-    current_ = nullptr;
 }
 
 void TraceRecorder::EnableSession(UCHAR level, ULONG flags) {
@@ -107,7 +100,8 @@ ULONG WINAPI TraceRecorder::OnRegisterTraceGuids(WMIDPREQUEST callback, void* co
              .firstGuidHandle = hasGuids ? guids[0].RegHandle : nullptr,
              .hasMofImagePath = mofImagePath != nullptr,
              .hasMofResourceName = mofResourceName != nullptr,
-             .registrationHandle = registrationHandle});
+             .registrationHandle = registrationHandle,
+             .messagesBefore = recorder.messages_.size()});
     }
     if (recorder.registrationResult_ != ERROR_SUCCESS) {
         return recorder.registrationResult_;

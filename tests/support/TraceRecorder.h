@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <evntrace.h>
@@ -42,6 +43,7 @@ struct TraceRegistration {
     bool hasMofImagePath;
     bool hasMofResourceName;
     TRACEHANDLE* registrationHandle;
+    std::size_t messagesBefore;  // those that the recorder had got
 };
 
 // Stands in for the system's classic tracing: takes registrations, plays one session that can be enabled and
@@ -50,16 +52,13 @@ struct TraceRegistration {
 // A session that is enabled before the provider registers reaches it on registration, as in Windows. The
 // destructor disables the session, so that nothing is left enabled for the next test. Only one exists at a
 // time.
-class TraceRecorder {
+class TraceRecorder : public OnlyOne<TraceRecorder> {
   public:
     static constexpr TRACEHANDLE kLogger = 0x0000123400005678;
     static constexpr TRACEHANDLE kRegistrationHandle = 0x0000987600005432;
 
     TraceRecorder();
     ~TraceRecorder();
-
-    TraceRecorder(const TraceRecorder&) = delete;
-    TraceRecorder& operator=(const TraceRecorder&) = delete;
 
     void EnableSession(UCHAR level, ULONG flags = 1);
     void DisableSession();
@@ -97,7 +96,6 @@ class TraceRecorder {
 
     void Notify(WMIDPREQUESTCODE request);
 
-    static TraceRecorder* current_;
     // The last registration that succeeded, of this recorder or an earlier one: a provider registers once and
     // stays registered.
     static WMIDPREQUEST callback_;
