@@ -4,11 +4,8 @@
 #include <cstdlib>
 #include <utility>
 
-MonitorStage* MonitorStage::current_ = nullptr;
-
 MonitorStage::MonitorStage()
-    : reachable_(current_, this),
-      sleep_("Sleep", OnSleep),
+    : sleep_("Sleep", OnSleep),
       createEvent_("CreateEventW", OnCreateEvent),
       arm_("RegNotifyChangeKeyValue", OnArm),
       wait_("WaitForSingleObject", OnWait),

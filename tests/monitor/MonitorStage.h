@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
-#include "tests/support/Reachable.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -14,7 +14,7 @@
 // What a monitor finds around it besides the registry: a clock on which sleeping takes no time, a change
 // notification that the test scripts, and a command interpreter that runs nothing. Records what the monitor
 // did with them, on whichever thread. Only one exists at a time, and it outlives the monitor.
-class MonitorStage {
+class MonitorStage : public test_support::OnlyOne<MonitorStage> {
   public:
     struct Arming {
         HKEY key;
@@ -38,9 +38,6 @@ class MonitorStage {
 
     MonitorStage();
     ~MonitorStage();
-
-    MonitorStage(const MonitorStage&) = delete;
-    MonitorStage& operator=(const MonitorStage&) = delete;
 
     // Runs in every sleep, command or wait for the watched event, on the thread that does it.
     std::function<void()> whileSleeping;
@@ -84,8 +81,6 @@ class MonitorStage {
         records.push_back(std::move(element));
     }
 
-    static MonitorStage* current_;
-
     // The locks of the C++ library wait for and close handles too: only this one is the monitor's.
     std::atomic<HANDLE> watchedEvent_{nullptr};
     std::atomic<bool> armingSucceeds_{false};
@@ -99,7 +94,6 @@ class MonitorStage {
     std::vector<Command> commands_;
     std::vector<std::string> closes_;
 
-    test_support::Reachable<MonitorStage> reachable_;
     test_support::ImportRedirect sleep_;
     test_support::ImportRedirect createEvent_;
     test_support::ImportRedirect arm_;

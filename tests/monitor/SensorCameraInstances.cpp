@@ -1,5 +1,7 @@
 #include "tests/monitor/SensorCameraInstances.h"
 
+#include "tests/support/Text.h"
+
 #include <windows.h>
 
 #include <stdexcept>
@@ -8,10 +10,6 @@ namespace {
 
 const std::wstring kClassKey =
     L"SYSTEM\\CurrentControlSet\\Control\\DeviceClasses\\{24e552d7-6523-47f7-a647-d3465bf1f5ca}";
-
-std::wstring ParametersKey(const std::wstring& name) {
-    return kClassKey + L"\\" + name + L"\\#GLOBAL\\Device Parameters";
-}
 
 void CreateKey(const std::wstring& path) {
     HKEY key = nullptr;
@@ -22,13 +20,6 @@ void CreateKey(const std::wstring& path) {
     RegCloseKey(key);
 }
 
-void SetGroupName(const std::wstring& name, DWORD type, const void* data, std::size_t size) {
-    if (RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey(name).c_str(), L"FSSensorGroupName", type, data,
-                        static_cast<DWORD>(size)) != ERROR_SUCCESS) {
-        throw std::runtime_error("a group name cannot be written");
-    }
-}
-
 }  // namespace
 
 SensorCameraInstances::SensorCameraInstances() {
@@ -37,6 +28,10 @@ SensorCameraInstances::SensorCameraInstances() {
 
 SensorCameraInstances::~SensorCameraInstances() {
     Clear();
+}
+
+std::wstring SensorCameraInstances::ParametersKey(const std::wstring& name) {
+    return kClassKey + L"\\" + name + L"\\#GLOBAL\\Device Parameters";
 }
 
 void SensorCameraInstances::AddClassKey() {
@@ -52,14 +47,15 @@ void SensorCameraInstances::AddUnnamedInstance(const std::wstring& name) {
 }
 
 void SensorCameraInstances::AddInstance(const std::wstring& name, const std::wstring& groupName) {
-    CreateKey(ParametersKey(name));
-    SetGroupName(name, REG_SZ, groupName.c_str(), (groupName.size() + 1) * sizeof(wchar_t));
+    AddInstanceWithData(name, REG_SZ, test_support::TerminatedBytes(groupName));
 }
 
 void SensorCameraInstances::AddInstanceWithData(const std::wstring& name, unsigned long type,
                                                 const std::string& data) {
-    CreateKey(ParametersKey(name));
-    SetGroupName(name, type, data.data(), data.size());
+    if (RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey(name).c_str(), L"FSSensorGroupName", type,
+                        data.data(), static_cast<DWORD>(data.size())) != ERROR_SUCCESS) {
+        throw std::runtime_error("a group name cannot be written");
+    }
 }
 
 void SensorCameraInstances::Clear() {

@@ -12,6 +12,9 @@ class SensorCameraInstances {
     SensorCameraInstances(const SensorCameraInstances&) = delete;
     SensorCameraInstances& operator=(const SensorCameraInstances&) = delete;
 
+    // Where the instance's "Device Parameters" are.
+    static std::wstring ParametersKey(const std::wstring& name);
+
     // The class key alone.
     void AddClassKey();
     // An instance without "Device Parameters".
