@@ -116,6 +116,7 @@ class DFUServiceBaseTest : public testing::Test {
         TraceProvider::Register();
         LearnCheckPoint();
         DFUServiceBase::SetInstance(&service_);
+        host_.Forget();
     }
     ~DFUServiceBaseTest() override { DFUServiceBase::SetInstance(nullptr); }
 
@@ -188,7 +189,6 @@ TEST_F(DFUServiceBaseTest, KeepsItsOperationsInOrder) {
     using Operation = void (*)(DFUServiceBase*, const void*, const void*);
     const auto* const slots = ReadAt<const Operation*>(service_, 0);
     const DEV_BROADCAST_DEVICEINTERFACE_W broadcast{};
-    host_.Forget();
     for (std::size_t slot = 2; slot <= 8; ++slot) {
         slots[slot](&service_, &broadcast, nullptr);
     }
@@ -222,7 +222,6 @@ TEST(DFUServiceBaseDeathTest, CountsCheckPointsFromOneInEachProcess) {
 // Registration.
 
 TEST_F(DFUServiceBaseTest, RegistersItsHandlerAndAllInterfaceClassesAndThenStarts) {
-    host_.Forget();
     std::wstring argument = L"VeyraCameraDfuService";
     std::array<wchar_t*, 2> arguments{argument.data(), nullptr};
     DFUServiceBase::ServiceMain(1, arguments.data());
@@ -238,7 +237,6 @@ TEST_F(DFUServiceBaseTest, RegistersItsHandlerAndAllInterfaceClassesAndThenStart
 }
 
 TEST_F(DFUServiceBaseTest, RaisesTheErrorWhenItsHandlerCannotBeRegistered) {
-    host_.Forget();
     host_.registerHandlerError = 1060;
     try {
         DFUServiceBase::ServiceMain(0, nullptr);
@@ -251,7 +249,6 @@ TEST_F(DFUServiceBaseTest, RaisesTheErrorWhenItsHandlerCannotBeRegistered) {
 
 TEST_F(DFUServiceBaseTest, StartsWithoutDeviceNotifications) {
     host_.registerNotificationError = 87;
-    host_.Forget();
     DFUServiceBase::ServiceMain(0, nullptr);
     const Lines lines = host_.Lines();
     ASSERT_EQ(lines.size(), 5U);
@@ -265,38 +262,12 @@ TEST_F(DFUServiceBaseTest, NeverUnregistersItsDeviceNotifications) {
 // Transitions.
 
 TEST_F(DFUServiceBaseTest, ReportsAStart) {
-    host_.Forget();
     service_.Start(0, nullptr);
     EXPECT_EQ(host_.Lines(),
               (Lines{Status(2, 0, "#1", "no handle"), "OnStart", Status(4, 0, "0", "no handle")}));
 }
 
-TEST_F(DFUServiceBaseTest, ReportsAStop) {
-    StartService();
-    service_.Stop();
-    EXPECT_EQ(host_.Lines(), (Lines{Status(3, 0, "#1"), "OnStop", Status(1, 0, "0")}));
-}
-
-TEST_F(DFUServiceBaseTest, ReportsAPauseWithTwoCheckPoints) {
-    StartService();
-    service_.Pause();
-    EXPECT_EQ(host_.Lines(), (Lines{Status(6, 0, "#1"), "OnPause", Status(7, 0, "#2")}));
-}
-
-TEST_F(DFUServiceBaseTest, ReportsAContinue) {
-    StartService();
-    service_.Continue();
-    EXPECT_EQ(host_.Lines(), (Lines{Status(5, 0, "#1"), "OnContinue", Status(4, 0, "0")}));
-}
-
-TEST_F(DFUServiceBaseTest, ReportsAShutdownWithoutAPendingState) {
-    StartService();
-    service_.Shutdown();
-    EXPECT_EQ(host_.Lines(), (Lines{"OnShutdown", Status(1, 0, "0")}));
-}
-
 TEST_F(DFUServiceBaseTest, GoesOnWithTheNumberingFromOneOperationToTheNext) {
-    host_.Forget();
     DFUServiceBase::ServiceMain(0, nullptr);
     host_.Forget();
     service_.Pause();
@@ -309,14 +280,12 @@ TEST_F(DFUServiceBaseTest, GoesOnWithTheNumberingFromOneOperationToTheNext) {
 
 TEST_F(DFUServiceBaseTest, SharesTheNumberingWithOtherFramesOfTheProcess) {
     PlainService other;
-    host_.Forget();
     service_.ReportStatus(SERVICE_STOP_PENDING, NO_ERROR);
     other.ReportStatus(SERVICE_STOP_PENDING, NO_ERROR);
     EXPECT_EQ(host_.Lines(), (Lines{Status(3, 0, "#1", "no handle"), Status(3, 0, "#2", "no handle")}));
 }
 
 TEST_F(DFUServiceBaseTest, NumbersEveryReportButThoseOfRunningAndStopped) {
-    host_.Forget();
     for (const DWORD state : {1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
         service_.ReportStatus(state, state + 100);
     }
@@ -328,7 +297,6 @@ TEST_F(DFUServiceBaseTest, NumbersEveryReportButThoseOfRunningAndStopped) {
 
 TEST_F(DFUServiceBaseTest, DoesNothingByItself) {
     PlainService plain;
-    host_.Forget();
     plain.Start(0, nullptr);
     plain.Pause();
     plain.Continue();
@@ -341,51 +309,32 @@ TEST_F(DFUServiceBaseTest, DoesNothingByItself) {
                                     Status(1, 0, "0", "no handle")}));
 }
 
-// Failures of the transitions: what is reported, traced and logged.
+// The transitions of a service that runs: what is reported, and, when they fail, traced and logged.
 
-struct Failure {
+struct Transition {
     const char* name;
-    void (DFUServiceBase::*transition)();
-    Lines lines;               // for an error code
+    DWORD control;
+    void (DFUServiceBase::*run)();
+    Lines lines;
+    Lines failedLines;         // for an error code
     USHORT trace;              // the message that carries the code
     const char* eventLogText;  // for any other exception
 };
 
-const std::vector<Failure>& Failures() {
-    static const std::vector<Failure> failures{
-        {"Stop",
-         &DFUServiceBase::Stop,
-         {Status(3, 0, "#1"), "OnStop", Status(4, 0, "0")},
-         14,
-         "Service failed to stop."},
-        {"Pause",
-         &DFUServiceBase::Pause,
-         {Status(6, 0, "#1"), "OnPause", Status(4, 0, "0")},
-         15,
-         "Service failed to pause."},
-        {"Continue",
-         &DFUServiceBase::Continue,
-         {Status(5, 0, "#1"), "OnContinue", Status(7, 0, "#2")},
-         16,
-         "Service failed to resume."},
-        {"Shutdown", &DFUServiceBase::Shutdown, {"OnShutdown"}, 17, "Service failed to shut down."},
-    };
-    return failures;
-}
-
-class FailedTransition : public DFUServiceBaseTest, public testing::WithParamInterface<std::size_t> {
+class ServiceTransition : public DFUServiceBaseTest, public testing::WithParamInterface<Transition> {
   protected:
-    [[nodiscard]] static const Failure& Case() { return Failures().at(GetParam()); }
-    void Run() { (service_.*Case().transition)(); }
+    ServiceTransition() { StartService(); }
 
-    // The lines of the transition with the event-log record behind the operation.
+    void Run() { (service_.*GetParam().run)(); }
+
+    // The lines of the failed transition with the event-log record behind the operation.
     [[nodiscard]] static Lines LinesWithRecord() {
-        Lines lines = Case().lines;
+        Lines lines = GetParam().failedLines;
         const Lines record{
             "RegisterEventSourceW(null, VeyraCameraDfuService)",
             std::string("ReportEventW(log, type 1, category 0, id 0, no user, 0 bytes, no data, "
                         "\"VeyraCameraDfuService\", \"") +
-                Case().eventLogText + "\")",
+                GetParam().eventLogText + "\")",
             "DeregisterEventSource(log)"};
         const auto operation =
             std::find_if(lines.begin(), lines.end(), [](const std::string& line) { return line[0] == 'O'; });
@@ -394,28 +343,43 @@ class FailedTransition : public DFUServiceBaseTest, public testing::WithParamInt
     }
 };
 
-TEST_P(FailedTransition, TracesAnErrorCodeAndReportsTheStateItIsBackIn) {
-    StartService();
+TEST_P(ServiceTransition, ReportsTheStatesAroundItsOperation) {
+    Run();
+    EXPECT_EQ(host_.Lines(), GetParam().lines);
+}
+
+TEST_P(ServiceTransition, RunsForItsControlWhichReturnsZero) {
+    EXPECT_EQ(Control(GetParam().control), 0U);
+    EXPECT_EQ(host_.Lines(), GetParam().lines);
+}
+
+TEST_P(ServiceTransition, HasAControlThatReturnsZeroWhenItsOperationFails) {
+    service_.onOperation = RaiseCode;
+    EXPECT_EQ(Control(GetParam().control), 0U);
+    service_.onOperation = RaiseNumber;
+    EXPECT_EQ(Control(GetParam().control), 0U);
+}
+
+TEST_P(ServiceTransition, TracesAnErrorCodeAndReportsTheStateItIsBackIn) {
     traces_.EnableSession(2);
     service_.onOperation = RaiseCode;
     Run();
-    EXPECT_EQ(host_.Lines(), Case().lines);
+    EXPECT_EQ(host_.Lines(), GetParam().failedLines);
     const auto messages = traces_.Messages();
     ASSERT_EQ(messages.size(), 1U);
     EXPECT_TRUE(messages[0].group == kServiceBaseGroup);
-    EXPECT_EQ(messages[0].number, Case().trace);
+    EXPECT_EQ(messages[0].number, GetParam().trace);
     EXPECT_EQ(messages[0].Code(), 1450U);
 }
 
-TEST_P(FailedTransition, TracesNoErrorCodeToASessionBelowErrors) {
-    StartService();
+TEST_P(ServiceTransition, TracesNoErrorCodeToASessionBelowErrors) {
     traces_.EnableSession(1);
     service_.onOperation = RaiseCode;
     Run();
     EXPECT_TRUE(traces_.Messages().empty());
 }
 
-TEST_P(FailedTransition, LogsAnyOtherExceptionAndReportsTheStateItIsBackIn) {
+TEST_P(ServiceTransition, LogsAnyOtherExceptionAndReportsTheStateItIsBackIn) {
     for (const auto raise : {RaiseText, RaiseNumber}) {
         StartService();
         traces_.EnableSession(255);
@@ -427,8 +391,7 @@ TEST_P(FailedTransition, LogsAnyOtherExceptionAndReportsTheStateItIsBackIn) {
     }
 }
 
-TEST_P(FailedTransition, ReportsTheSameWhenThereIsNoEventLog) {
-    StartService();
+TEST_P(ServiceTransition, ReportsTheSameWhenThereIsNoEventLog) {
     host_.registerEventSourceError = 1722;
     service_.onOperation = RaiseText;
     Run();
@@ -439,8 +402,36 @@ TEST_P(FailedTransition, ReportsTheSameWhenThereIsNoEventLog) {
     EXPECT_EQ(host_.Lines(), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Transitions, FailedTransition, testing::Range(std::size_t{0}, std::size_t{4}),
-                         [](const auto& index) { return Failures().at(index.param).name; });
+INSTANTIATE_TEST_SUITE_P(Table, ServiceTransition,
+                         testing::Values(Transition{"Stop",
+                                                    1,
+                                                    &DFUServiceBase::Stop,
+                                                    {Status(3, 0, "#1"), "OnStop", Status(1, 0, "0")},
+                                                    {Status(3, 0, "#1"), "OnStop", Status(4, 0, "0")},
+                                                    14,
+                                                    "Service failed to stop."},
+                                         Transition{"Pause",
+                                                    2,
+                                                    &DFUServiceBase::Pause,
+                                                    {Status(6, 0, "#1"), "OnPause", Status(7, 0, "#2")},
+                                                    {Status(6, 0, "#1"), "OnPause", Status(4, 0, "0")},
+                                                    15,
+                                                    "Service failed to pause."},
+                                         Transition{"Continue",
+                                                    3,
+                                                    &DFUServiceBase::Continue,
+                                                    {Status(5, 0, "#1"), "OnContinue", Status(4, 0, "0")},
+                                                    {Status(5, 0, "#1"), "OnContinue", Status(7, 0, "#2")},
+                                                    16,
+                                                    "Service failed to resume."},
+                                         Transition{"Shutdown",
+                                                    5,
+                                                    &DFUServiceBase::Shutdown,
+                                                    {"OnShutdown", Status(1, 0, "0")},
+                                                    {"OnShutdown"},
+                                                    17,
+                                                    "Service failed to shut down."}),
+                         [](const auto& transition) { return transition.param.name; });
 
 TEST_F(DFUServiceBaseTest, GoesBackToThePausedStateWhenItCannotStop) {
     StartService();
@@ -465,7 +456,6 @@ TEST_F(DFUServiceBaseTest, GoesBackToTheStartingStateWhenItCannotStop) {
 TEST_F(DFUServiceBaseTest, ReportsTheErrorCodeWithWhichItFailsToStart) {
     traces_.EnableSession(4);
     service_.onOperation = RaiseCode;
-    host_.Forget();
     service_.Start(0, nullptr);
     EXPECT_EQ(host_.Lines(),
               (Lines{Status(2, 0, "#1", "no handle"), "OnStart", Status(1, 1450, "0", "no handle")}));
@@ -519,36 +509,6 @@ TEST_F(DFUServiceBaseTest, ForgetsTheExitCodeOfAFailedStartOnTheNext) {
 
 // Controls.
 
-struct ControlCase {
-    const char* name;
-    DWORD control;
-    Lines lines;
-};
-
-class HandledControl : public DFUServiceBaseTest, public testing::WithParamInterface<ControlCase> {};
-
-TEST_P(HandledControl, RunsItsTransitionAndReturnsZero) {
-    StartService();
-    EXPECT_EQ(Control(GetParam().control), 0U);
-    EXPECT_EQ(host_.Lines(), GetParam().lines);
-}
-
-TEST_P(HandledControl, ReturnsZeroWhenItsOperationFails) {
-    StartService();
-    service_.onOperation = RaiseCode;
-    EXPECT_EQ(Control(GetParam().control), 0U);
-    service_.onOperation = RaiseNumber;
-    EXPECT_EQ(Control(GetParam().control), 0U);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, HandledControl,
-    testing::Values(ControlCase{"Stop", 1, {Status(3, 0, "#1"), "OnStop", Status(1, 0, "0")}},
-                    ControlCase{"Pause", 2, {Status(6, 0, "#1"), "OnPause", Status(7, 0, "#2")}},
-                    ControlCase{"Continue", 3, {Status(5, 0, "#1"), "OnContinue", Status(4, 0, "0")}},
-                    ControlCase{"Shutdown", 5, {"OnShutdown", Status(1, 0, "0")}}),
-    [](const auto& control) { return control.param.name; });
-
 TEST_F(DFUServiceBaseTest, AnswersAnInterrogationWithoutAReport) {
     StartService();
     EXPECT_EQ(Control(SERVICE_CONTROL_INTERROGATE), 0U);
@@ -568,39 +528,41 @@ TEST_F(DFUServiceBaseTest, IgnoresEveryOtherControl) {
 
 // Device events.
 
-TEST_F(DFUServiceBaseTest, HandsTheArrivalOfASensorCameraOn) {
-    traces_.EnableSession(4);
-    host_.Forget();
-    EXPECT_EQ(DeviceEvent(0x8000, kSensorCamera), 0U);
-    EXPECT_EQ(host_.Lines(), (Lines{kEventText, kFormat, kSensorCameraText, "OnCameraArrival", kFree}));
-    EXPECT_EQ(traces_.Numbers(kServiceBaseGroup), std::vector<USHORT>{12});
-    EXPECT_TRUE(traces_.Messages().at(0).arguments.empty());
+struct Arrival {
+    const char* name;
+    GUID interfaceClass;
+    const char* classText;
+    const char* operation;
+    USHORT trace;
+    Lines traceArguments;
+};
+
+const std::vector<Arrival> kArrivals{
+    {"SensorCamera", kSensorCamera, kSensorCameraText, "OnCameraArrival", 12, {}},
+    {"VideoCamera", kVideoCamera, kVideoCameraText, "OnCameraArrival", 12, {}},
+    {"UsbDevice", kUsbDevice, kUsbDeviceText, "OnUsbDeviceArrival", 13, {"Ge", std::string("{\0", 2)}}};
+
+std::string NameOfArrival(const testing::TestParamInfo<Arrival>& arrival) {
+    return arrival.param.name;
 }
 
-TEST_F(DFUServiceBaseTest, HandsTheArrivalOfAVideoCameraOn) {
+class DeviceArrival : public DFUServiceBaseTest, public testing::WithParamInterface<Arrival> {};
+
+TEST_P(DeviceArrival, IsTracedAndHandedOn) {
     traces_.EnableSession(4);
-    host_.Forget();
-    EXPECT_EQ(DeviceEvent(0x8000, kVideoCamera), 0U);
-    EXPECT_EQ(host_.Lines(), (Lines{kEventText, kFormat, kVideoCameraText, "OnCameraArrival", kFree}));
-    EXPECT_EQ(traces_.Numbers(kServiceBaseGroup), std::vector<USHORT>{12});
+    EXPECT_EQ(DeviceEvent(0x8000, GetParam().interfaceClass), 0U);
+    EXPECT_EQ(host_.Lines(), (Lines{kEventText, kFormat, GetParam().classText, GetParam().operation, kFree}));
+    EXPECT_EQ(traces_.Numbers(kServiceBaseGroup), std::vector<USHORT>{GetParam().trace});
+    EXPECT_EQ(traces_.Messages().at(0).arguments, GetParam().traceArguments);
 }
 
-TEST_F(DFUServiceBaseTest, HandsTheArrivalOfAUsbDeviceOn) {
-    traces_.EnableSession(4);
-    host_.Forget();
-    EXPECT_EQ(DeviceEvent(0x8000, kUsbDevice), 0U);
-    EXPECT_EQ(host_.Lines(), (Lines{kEventText, kFormat, kUsbDeviceText, "OnUsbDeviceArrival", kFree}));
-    EXPECT_EQ(traces_.Numbers(kServiceBaseGroup), std::vector<USHORT>{13});
-    EXPECT_EQ(traces_.Messages().at(0).arguments, (Lines{"Ge", std::string("{\0", 2)}));
-}
-
-TEST_F(DFUServiceBaseTest, TracesArrivalsFromLevelFourOn) {
+TEST_P(DeviceArrival, IsNotTracedBelowLevelFour) {
     traces_.EnableSession(3);
-    DeviceEvent(0x8000, kSensorCamera);
-    DeviceEvent(0x8000, kVideoCamera);
-    DeviceEvent(0x8000, kUsbDevice);
+    DeviceEvent(0x8000, GetParam().interfaceClass);
     EXPECT_TRUE(traces_.Messages().empty());
 }
+
+INSTANTIATE_TEST_SUITE_P(Classes, DeviceArrival, testing::ValuesIn(kArrivals), NameOfArrival);
 
 TEST_F(DFUServiceBaseTest, HandsTheCameraItsWholeRecord) {
     DEV_BROADCAST_DEVICEINTERFACE_W broadcast{};
@@ -613,7 +575,6 @@ TEST_F(DFUServiceBaseTest, ReadsTheClassWhateverTheDeviceTypeOfTheRecord) {
     DEV_BROADCAST_DEVICEINTERFACE_W broadcast{};
     broadcast.dbcc_devicetype = 3;
     broadcast.dbcc_classguid = kUsbDevice;
-    host_.Forget();
     Control(11, 0x8000, &broadcast);
     EXPECT_EQ(host_.Lines(), (Lines{kEventText, kFormat, kUsbDeviceText, "OnUsbDeviceArrival", kFree}));
 }
@@ -654,7 +615,6 @@ TEST_F(DFUServiceBaseTest, SurvivesAnEventWithoutARecord) {
 TEST_F(DFUServiceBaseTest, GoesOnWhenThereIsNoMemoryForTheClassText) {
     traces_.EnableSession(4);
     host_.classTextFails = true;
-    host_.Forget();
     EXPECT_EQ(DeviceEvent(0x8000, kUsbDevice), 0U);
     EXPECT_EQ(DeviceEvent(0x8000, kVideoCamera), 0U);
     const Lines lines = host_.Lines();
@@ -725,7 +685,7 @@ TEST_F(DFUServiceBaseTest, KeepsTheMonitorWatchingBetweenTwoRemovals) {
     EXPECT_EQ(MonitorSleeps(), std::vector<DWORD>{1000});
 }
 
-class ArrivalWhileWatching : public DFUServiceBaseTest, public testing::WithParamInterface<GUID> {
+class ArrivalWhileWatching : public DFUServiceBaseTest, public testing::WithParamInterface<Arrival> {
   protected:
     // Whether the monitor is watching at this moment.
     bool IsWatching() {
@@ -739,7 +699,7 @@ class ArrivalWhileWatching : public DFUServiceBaseTest, public testing::WithPara
     void Arrive() {
         host_.hasCamera = true;
         DeviceEvent(0x8004, kSensorCamera);
-        DeviceEvent(0x8000, GetParam());
+        DeviceEvent(0x8000, GetParam().interfaceClass);
     }
 };
 
@@ -765,8 +725,8 @@ TEST_P(ArrivalWhileWatching, TellsTheMonitorAndShowsTheClassInTheOrderOfItsKind)
             wasWatching = IsWatching();
         }
     };
-    DeviceEvent(0x8000, GetParam());
-    EXPECT_EQ(wasWatching, GetParam() == kUsbDevice);
+    DeviceEvent(0x8000, GetParam().interfaceClass);
+    EXPECT_EQ(wasWatching, GetParam().interfaceClass == kUsbDevice);
 }
 
 std::function<void(USHORT)> onTrace;
@@ -787,7 +747,7 @@ TEST_P(ArrivalWhileWatching, TracesTheArrivalBeforeItTellsTheMonitor) {
     host_.hasCamera = true;
     DeviceEvent(0x8004, kSensorCamera);
     host_.Forget();
-    DeviceEvent(0x8000, GetParam());
+    DeviceEvent(0x8000, GetParam().interfaceClass);
     EXPECT_TRUE(wasWatching);
     const Lines lines = host_.Lines();
     const auto traced = std::find(lines.begin(), lines.end(), "traced");
@@ -796,18 +756,11 @@ TEST_P(ArrivalWhileWatching, TracesTheArrivalBeforeItTellsTheMonitor) {
     EXPECT_LT(traced, shown);
 }
 
-INSTANTIATE_TEST_SUITE_P(Classes, ArrivalWhileWatching,
-                         testing::Values(kSensorCamera, kVideoCamera, kUsbDevice), [](const auto& id) {
-                             if (id.param == kUsbDevice) {
-                                 return "UsbDevice";
-                             }
-                             return id.param == kSensorCamera ? "SensorCamera" : "VideoCamera";
-                         });
+INSTANTIATE_TEST_SUITE_P(Classes, ArrivalWhileWatching, testing::ValuesIn(kArrivals), NameOfArrival);
 
 // The event log.
 
 TEST_F(DFUServiceBaseTest, WritesAnEventLogRecordWithItsNameAndTheMessage) {
-    host_.Forget();
     service_.WriteEventLogEntry(L"KV400CameraService::OnStart Enter", EVENTLOG_INFORMATION_TYPE);
     EXPECT_EQ(host_.Lines(), (Lines{"RegisterEventSourceW(null, VeyraCameraDfuService)",
                                     "ReportEventW(log, type 4, category 0, id 0, no user, 0 bytes, no data, "
@@ -817,7 +770,6 @@ TEST_F(DFUServiceBaseTest, WritesAnEventLogRecordWithItsNameAndTheMessage) {
 
 TEST_F(DFUServiceBaseTest, WritesNothingWithoutAnEventLog) {
     host_.registerEventSourceError = 1722;
-    host_.Forget();
     service_.WriteEventLogEntry(L"message", EVENTLOG_ERROR_TYPE);
     EXPECT_EQ(host_.Lines(), Lines{"RegisterEventSourceW(null, VeyraCameraDfuService)"});
 }

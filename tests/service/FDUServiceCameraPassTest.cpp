@@ -72,6 +72,11 @@ class FDUServiceCameraPass : public FDUServiceStage {
         camera.Firmware().SetVersion(5, 10, 2, 0);
         return camera;
     }
+    // A camera, and an image with another version.
+    FakeCamera& PlugCameraForUpdate(const std::wstring& link = kLink) {
+        folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+        return PlugCamera(link);
+    }
     HRESULT Arrive(const std::wstring& link = kLink) {
         return Service().OnCameraArrival(Arrival(link).Record());
     }
@@ -86,8 +91,7 @@ class FDUServiceCameraPass : public FDUServiceStage {
 };
 
 TEST_F(FDUServiceCameraPass, AsksTheUserWhenTheVersionsDiffer) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate();
     EXPECT_EQ(Arrive(), 0);
     ASSERT_EQ(toast_.Calls().size(), 1u);
     EXPECT_EQ(toast_.Calls()[0].method, "ShowUpdatePrompt");
@@ -95,8 +99,7 @@ TEST_F(FDUServiceCameraPass, AsksTheUserWhenTheVersionsDiffer) {
 }
 
 TEST_F(FDUServiceCameraPass, SendsTheCameraIntoDfuModeWhenTheUserAccepts) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     Arrive();
     const auto before = camera.Firmware().Commands().size();
     EXPECT_EQ(toast_.FireUserRespond(kAccepted), S_OK);
@@ -107,8 +110,7 @@ TEST_F(FDUServiceCameraPass, SendsTheCameraIntoDfuModeWhenTheUserAccepts) {
 }
 
 TEST_F(FDUServiceCameraPass, LeavesTheCameraAloneWhenTheUserDeclines) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     Arrive();
     const auto before = camera.Firmware().Commands().size();
     for (const LONG answer : {0, 2, -1}) {
@@ -118,17 +120,14 @@ TEST_F(FDUServiceCameraPass, LeavesTheCameraAloneWhenTheUserDeclines) {
 }
 
 TEST_F(FDUServiceCameraPass, AsksForOlderFirmwareToo) {
-    PlugCamera().Firmware().SetVersion(6, 0, 0, 0);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate().Firmware().SetVersion(6, 0, 0, 0);
     EXPECT_EQ(Arrive(), 0);
     EXPECT_EQ(Prompts(), 1u);
 }
 
 TEST_F(FDUServiceCameraPass, TracesBothVersions) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    Service();
-    traces_.Forget();
+    PlugCameraForUpdate();
+    MadeService();
     Arrive();
     EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 27}));
     EXPECT_EQ(TracedText(23), std::string("5.10.2.0", 9));
@@ -136,14 +135,9 @@ TEST_F(FDUServiceCameraPass, TracesBothVersions) {
 }
 
 TEST_F(FDUServiceCameraPass, TracesTheVersionsAsInformation) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    traces_.EnableSession(3);
-    Arrive();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(4);
-    Arrive();
-    EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 27}));
+    PlugCameraForUpdate();
+    MadeService();
+    ExpectTracedFrom(4, {23, 27}, [this] { Arrive(); });
 }
 
 TEST_F(FDUServiceCameraPass, DoesNothingForTheImagesOwnVersion) {
@@ -154,24 +148,13 @@ TEST_F(FDUServiceCameraPass, DoesNothingForTheImagesOwnVersion) {
     EXPECT_FALSE(IsPending(camera));
 }
 
-struct OtherMode {
-    const char* name;
-    std::optional<std::wstring> text;
-};
-
 class FDUServiceCameraPassInOtherMode : public FDUServiceCameraPass,
                                         public testing::WithParamInterface<OtherMode> {};
 
 TEST_P(FDUServiceCameraPassInOtherMode, DoesNothing) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    if (GetParam().text) {
-        SetUpdateMode(*GetParam().text);
-    } else {
-        RemoveUpdateMode();
-    }
-    Service();
-    traces_.Forget();
+    PlugCameraForUpdate();
+    SetUpdateMode(GetParam().text);
+    MadeService();
     EXPECT_EQ(Arrive(), 1058);
     EXPECT_TRUE(cameras_.Journal().Lines().empty());
     EXPECT_TRUE(folders_.WindowsQueries().empty());
@@ -179,12 +162,7 @@ TEST_P(FDUServiceCameraPassInOtherMode, DoesNothing) {
     EXPECT_TRUE(TraceNumbers().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, FDUServiceCameraPassInOtherMode,
-                         testing::Values(OtherMode{"Disabled", L"Disabled"}, OtherMode{"Auto", L"Auto"},
-                                         OtherMode{"None", std::nullopt},
-                                         OtherMode{"OtherCase", L"service controlled"},
-                                         OtherMode{"Longer", L"Service Controlled2"}),
-                         [](const auto& mode) { return mode.param.name; });
+INSTANTIATE_TEST_SUITE_P(Modes, FDUServiceCameraPassInOtherMode, testing::ValuesIn(kOtherModes), NameOfMode);
 
 TEST_F(FDUServiceCameraPass, DoesNothingWithoutCameras) {
     folders_.WriteVersionedImage(Image(5, 10, 3, 0));
@@ -194,10 +172,8 @@ TEST_F(FDUServiceCameraPass, DoesNothingWithoutCameras) {
 }
 
 TEST_F(FDUServiceCameraPass, DoesNothingForACameraThatIsNotListed) {
-    FakeCamera& other = PlugCamera(kOtherLink);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    Service();
-    traces_.Forget();
+    FakeCamera& other = PlugCameraForUpdate(kOtherLink);
+    MadeService();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_TRUE(folders_.WindowsQueries().empty());
     EXPECT_TRUE(toast_.Calls().empty());
@@ -206,15 +182,13 @@ TEST_F(FDUServiceCameraPass, DoesNothingForACameraThatIsNotListed) {
 }
 
 TEST_F(FDUServiceCameraPass, FindsTheCameraByItsLinkWithoutRegardToCase) {
-    PlugCamera(L"\\\\?\\USB#Vid_2F1A&pid_0400#abc#{e5323777}\\Global");
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate(L"\\\\?\\USB#Vid_2F1A&pid_0400#abc#{e5323777}\\Global");
     EXPECT_EQ(Arrive(L"\\\\?\\usb#VID_2f1a&PID_0400#ABC#{E5323777}\\global"), 0);
     EXPECT_EQ(Prompts(), 1u);
 }
 
 TEST_F(FDUServiceCameraPass, ComparesTheWholeLink) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate();
     EXPECT_EQ(Arrive(kLink + L"2"), 0);
     EXPECT_EQ(Arrive(kLink.substr(0, kLink.size() - 1)), 0);
     EXPECT_EQ(Arrive(L""), 0);
@@ -223,8 +197,7 @@ TEST_F(FDUServiceCameraPass, ComparesTheWholeLink) {
 
 // The single-byte folding changes no character beyond a byte.
 TEST_F(FDUServiceCameraPass, ComparesCharactersBeyondAByteAsTheyAre) {
-    PlugCamera(L"\\\\?\\usb#\x0430");
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate(L"\\\\?\\usb#\x0430");
     EXPECT_EQ(Arrive(L"\\\\?\\usb#\x0410"), 0);
     EXPECT_EQ(Prompts(), 0u);
     EXPECT_EQ(Arrive(L"\\\\?\\usb#\xFFFF"), 0);
@@ -234,8 +207,7 @@ TEST_F(FDUServiceCameraPass, ComparesCharactersBeyondAByteAsTheyAre) {
 }
 
 TEST_F(FDUServiceCameraPass, ReadsNoLinkBeyondTheEndOfItsRecord) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate();
     const Arrival cut(kLink, kLink.size() - 1);
     EXPECT_EQ(Service().OnCameraArrival(cut.Record()), 0);
     EXPECT_EQ(Prompts(), 0u);
@@ -245,8 +217,7 @@ TEST_F(FDUServiceCameraPass, ReadsNoLinkBeyondTheEndOfItsRecord) {
 }
 
 TEST_F(FDUServiceCameraPass, ReadsNoLinkFromARecordThatIsTooShort) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate();
     Arrival arrival(kLink);
     for (const DWORD size : {0u, 4u, 27u, 28u, 29u}) {
         arrival.SetSize(size);
@@ -258,24 +229,21 @@ TEST_F(FDUServiceCameraPass, ReadsNoLinkFromARecordThatIsTooShort) {
 TEST_F(FDUServiceCameraPass, SkipsACameraWithoutTheExtensionUnit) {
     cameras_.AddPlainCamera(kLink);
     folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    Service();
-    traces_.Forget();
+    MadeService();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_TRUE(toast_.Calls().empty());
     EXPECT_TRUE(TraceNumbers().empty());
 }
 
 TEST_F(FDUServiceCameraPass, SkipsTheCameraUnderTheLinkOfTheCaptureCategory) {
-    PlugCamera(kCaptureLink);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate(kCaptureLink);
     EXPECT_EQ(Arrive(kCaptureLink), 0);
     EXPECT_TRUE(toast_.Calls().empty());
     EXPECT_TRUE(folders_.WindowsQueries().empty());
 }
 
 TEST_F(FDUServiceCameraPass, AsksOnceForACameraThatIsListedTwice) {
-    PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_EQ(Prompts(), 1u);
 }
@@ -283,8 +251,7 @@ TEST_F(FDUServiceCameraPass, AsksOnceForACameraThatIsListedTwice) {
 TEST_F(FDUServiceCameraPass, FindsTheCameraBehindOthers) {
     FakeCamera& other = PlugCamera(kOtherLink);
     other.Firmware().SetVersion(1, 1, 1, 1);
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     EXPECT_EQ(Arrive(), 0);
     ASSERT_EQ(Prompts(), 1u);
     EXPECT_EQ(toast_.Calls()[0].texts.at(0), L"5.10.2.0");
@@ -293,11 +260,9 @@ TEST_F(FDUServiceCameraPass, FindsTheCameraBehindOthers) {
 }
 
 TEST_F(FDUServiceCameraPass, NeverAsksForACameraOfUnknownVersion) {
-    FakeCamera& camera = PlugCamera();
+    FakeCamera& camera = PlugCameraForUpdate();
     camera.Firmware().SetVersion(0, 0, 0, 0);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    Service();
-    traces_.Forget();
+    MadeService();
     EXPECT_EQ(Arrive(), static_cast<HRESULT>(0x80004005));
     EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{22});
     EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 22).at(0).arguments.empty());
@@ -308,27 +273,19 @@ TEST_F(FDUServiceCameraPass, NeverAsksForACameraOfUnknownVersion) {
 
 TEST_F(FDUServiceCameraPass, TracesAnUnknownVersionAsCritical) {
     PlugCamera().Firmware().SetVersion(0, 0, 0, 0);
-    Service();
-    traces_.Forget();
-    traces_.EnableSession(0);
-    Arrive();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(1);
-    Arrive();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{22});
+    MadeService();
+    ExpectTracedFrom(1, {22}, [this] { Arrive(); });
 }
 
 TEST_F(FDUServiceCameraPass, NeverAsksForACameraThatDoesNotAnswer) {
-    PlugCamera().Firmware().SetReadResult(E_FAIL);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    PlugCameraForUpdate().Firmware().SetReadResult(E_FAIL);
     EXPECT_EQ(Arrive(), static_cast<HRESULT>(0x80004005));
     EXPECT_TRUE(toast_.Calls().empty());
 }
 
 TEST_F(FDUServiceCameraPass, DoesNothingWithoutAnImage) {
     FakeCamera& camera = PlugCamera();
-    Service();
-    traces_.Forget();
+    MadeService();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 25}));
     EXPECT_TRUE(toast_.Calls().empty());
@@ -338,8 +295,7 @@ TEST_F(FDUServiceCameraPass, DoesNothingWithoutAnImage) {
 TEST_F(FDUServiceCameraPass, DoesNothingWithAnImageThatIsTooShort) {
     FakeCamera& camera = PlugCamera();
     folders_.WriteVersionedImage(std::vector<std::uint8_t>(401, 9));
-    Service();
-    traces_.Forget();
+    MadeService();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{23, 26}));
     EXPECT_TRUE(toast_.Calls().empty());
@@ -356,8 +312,7 @@ TEST_F(FDUServiceCameraPass, DoesNotLookForTheImageInTheSystemDirectory) {
 }
 
 TEST_F(FDUServiceCameraPass, AsksWithAnEmptyVersionWhenTheWindowsDirectoryCannotBeTold) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     folders_.FailWindowsDirectory(ERROR_ACCESS_DENIED);
     EXPECT_EQ(Arrive(), 0);
     ASSERT_EQ(Prompts(), 1u);
@@ -366,16 +321,14 @@ TEST_F(FDUServiceCameraPass, AsksWithAnEmptyVersionWhenTheWindowsDirectoryCannot
 }
 
 TEST_F(FDUServiceCameraPass, WaitsForTheAnswerThoughThePromptFailed) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     toast_.results["ShowUpdatePrompt"] = E_FAIL;
     EXPECT_EQ(Arrive(), 0);
     EXPECT_TRUE(IsPending(camera));
 }
 
 TEST_F(FDUServiceCameraPass, MakesTheCameraPendingOnlyAfterThePrompt) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     bool pendingDuringPrompt = true;
     toast_.whileCalled = [&](const test_support::FakeToastServer::Call&) {
         pendingDuringPrompt = IsPending(camera);
@@ -386,9 +339,8 @@ TEST_F(FDUServiceCameraPass, MakesTheCameraPendingOnlyAfterThePrompt) {
 }
 
 TEST_F(FDUServiceCameraPass, GivesAnEarlierPromptsAnswerToTheNewerCamera) {
-    FakeCamera& first = PlugCamera();
+    FakeCamera& first = PlugCameraForUpdate();
     FakeCamera& second = PlugCamera(kOtherLink);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
     EXPECT_EQ(Arrive(kLink), 0);
     EXPECT_EQ(Arrive(kOtherLink), 0);
     EXPECT_EQ(Prompts(), 2u);
@@ -397,9 +349,8 @@ TEST_F(FDUServiceCameraPass, GivesAnEarlierPromptsAnswerToTheNewerCamera) {
 }
 
 TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraForANewerOne) {
-    FakeCamera& first = PlugCamera();
+    FakeCamera& first = PlugCameraForUpdate();
     FakeCamera& second = PlugCamera(kOtherLink);
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
     Arrive(kLink);
     EXPECT_GT(first.References(), 0);
     Arrive(kOtherLink);
@@ -475,8 +426,7 @@ TEST_F(FDUServiceAnswersDuringPasses, ReachAPendingCameraEachAndTheLastOneInTheE
 }
 
 TEST_F(FDUServiceCameraPass, KeepsThePendingCameraThroughPassesThatEndEarlier) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     Arrive();
     Arrive(kOtherLink);
     folders_.WriteVersionedImage(Image(5, 10, 2, 0));
@@ -488,8 +438,7 @@ TEST_F(FDUServiceCameraPass, KeepsThePendingCameraThroughPassesThatEndEarlier) {
 }
 
 TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraBehindItsEventAndBeforeTheRest) {
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     Arrive();
     const HANDLE event = life_.unnamedEvents.at(0);
     bool isEventClosed = false;
@@ -518,8 +467,7 @@ TEST_F(FDUServiceCameraPass, HoldsNoCameraThatIsNotPending) {
 
 TEST_F(FDUServiceCameraPass, AsksNobodyWithoutAPromptClient) {
     activation_.creationResult = E_FAIL;
-    FakeCamera& camera = PlugCamera();
-    folders_.WriteVersionedImage(Image(5, 10, 3, 0));
+    FakeCamera& camera = PlugCameraForUpdate();
     EXPECT_EQ(Arrive(), 0);
     EXPECT_TRUE(toast_.Calls().empty());
     EXPECT_GT(camera.References(), 0) << "it is the pending camera all the same";
@@ -529,10 +477,7 @@ TEST_F(FDUServiceCameraPass, AsksNobodyWithoutAPromptClient) {
 
 class FDUServiceImageVersion : public FDUServiceStage {
   protected:
-    FDUServiceImageVersion() {
-        Service();
-        traces_.Forget();
-    }
+    FDUServiceImageVersion() { MadeService(); }
     HRESULT Read() { return FDUService::ReadImageVersion(text_); }
 
     std::wstring text_ = L"untouched";
@@ -609,31 +554,18 @@ TEST_P(FDUServiceShortImage, HasNoVersion) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, FDUServiceShortImage, testing::Values(0, 1, 397, 398, 399, 401));
 
-TEST_F(FDUServiceImageVersion, HasFailuresThatAreCritical) {
-    traces_.EnableSession(0);
-    Read();
+TEST_F(FDUServiceImageVersion, HasAShortFileThatIsCritical) {
     folders_.WriteVersionedImage({});
-    Read();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(1);
-    Read();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{26});
+    ExpectTracedFrom(1, {26}, [this] { Read(); });
 }
 
 TEST_F(FDUServiceImageVersion, HasAMissingFileThatIsCritical) {
-    traces_.EnableSession(1);
-    Read();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{25});
+    ExpectTracedFrom(1, {25}, [this] { Read(); });
 }
 
 TEST_F(FDUServiceImageVersion, IsTracedAsInformation) {
     folders_.WriteVersionedImage(Image(5, 10, 3, 0));
-    traces_.EnableSession(3);
-    Read();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(4);
-    Read();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{27});
+    ExpectTracedFrom(4, {27}, [this] { Read(); });
 }
 
 }  // namespace

@@ -45,12 +45,16 @@ class FDUServiceDfuPass : public FDUServiceStage {
         devices_.SetPresent({kLink});
         return bus_.Add(kLink, transferSize);
     }
+    // One that takes blocks of that size, and an image to download.
+    FakeUsbDevice& PlugDeviceForImage(std::size_t imageSize = 100, std::uint16_t transferSize = 4096) {
+        folders_.WriteDownloadedImage(ImageOf(imageSize));
+        return PlugDevice(transferSize);
+    }
     // Forgets what construction left behind, and runs the pass.
     HRESULT Run() {
-        Service();
-        traces_.Forget();
+        FDUService& service = MadeService();
         devices_.ForgetCalls();
-        return Service().OnUsbDeviceArrival();
+        return service.OnUsbDeviceArrival();
     }
     // The methods that the toast controller was called for, in order.
     [[nodiscard]] std::vector<std::string> Methods() const {
@@ -79,16 +83,11 @@ TEST_F(FDUServiceDfuPass, DownloadsTheImageAndReportsEveryBlock) {
 }
 
 class FDUServiceDfuPassInOtherMode : public FDUServiceDfuPass,
-                                     public testing::WithParamInterface<const wchar_t*> {};
+                                     public testing::WithParamInterface<OtherMode> {};
 
 TEST_P(FDUServiceDfuPassInOtherMode, DoesNothing) {
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
-    if (GetParam() != nullptr) {
-        SetUpdateMode(GetParam());
-    } else {
-        RemoveUpdateMode();
-    }
+    PlugDeviceForImage();
+    SetUpdateMode(GetParam().text);
     EXPECT_EQ(Run(), 1058);
     EXPECT_TRUE(devices_.Calls().empty());
     EXPECT_TRUE(clock_.Waits().empty());
@@ -97,12 +96,7 @@ TEST_P(FDUServiceDfuPassInOtherMode, DoesNothing) {
     EXPECT_TRUE(TraceNumbers().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, FDUServiceDfuPassInOtherMode, testing::Values(L"Disabled", L"Auto", nullptr),
-                         [](const auto& mode) {
-                             return mode.param == nullptr   ? "None"
-                                    : mode.param[0] == L'D' ? "Disabled"
-                                                            : "Auto";
-                         });
+INSTANTIATE_TEST_SUITE_P(Modes, FDUServiceDfuPassInOtherMode, testing::ValuesIn(kOtherModes), NameOfMode);
 
 TEST_F(FDUServiceDfuPass, EndsAfter100MillisecondsWithoutADevice) {
     EXPECT_EQ(Run(), kNoInterface);
@@ -114,37 +108,9 @@ TEST_F(FDUServiceDfuPass, EndsAfter100MillisecondsWithoutADevice) {
     EXPECT_TRUE(toast_.Calls().empty());
 }
 
-// Refuses events with a name: the watcher's have one, the service's own has none.
-class RefusedNamedEvents {
-  public:
-    RefusedNamedEvents() { current_ = this; }
-    ~RefusedNamedEvents() { current_ = nullptr; }
-
-    RefusedNamedEvents(const RefusedNamedEvents&) = delete;
-    RefusedNamedEvents& operator=(const RefusedNamedEvents&) = delete;
-
-  private:
-    static HANDLE WINAPI OnCreate(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL initialState,
-                                  const wchar_t* name) {
-        if (name != nullptr) {
-            SetLastError(ERROR_INVALID_HANDLE);
-            return nullptr;
-        }
-        return current_->create_.Original<decltype(CreateEventW)>()(security, manualReset, initialState,
-                                                                    name);
-    }
-
-    static inline RefusedNamedEvents* current_ = nullptr;
-
-    test_support::ImportRedirect create_{"CreateEventW", OnCreate};
-};
-
 // Without its event the watcher has nothing to wait for: the wait fails at once.
 TEST_F(FDUServiceDfuPass, TakesAWaitThatFailsForAMissingDevice) {
-    {
-        const RefusedNamedEvents refused;
-        Service();
-    }
+    life_.namedEventError = ERROR_INVALID_HANDLE;
     PlugDevice();
     EXPECT_EQ(Run(), kNoInterface);
     EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{18});
@@ -159,29 +125,18 @@ TEST_F(FDUServiceDfuPass, TakesNoOtherUsbDevice) {
 }
 
 TEST_F(FDUServiceDfuPass, TracesAMissingDeviceAsAnError) {
-    traces_.EnableSession(1);
-    Run();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(2);
-    Run();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{18});
+    ExpectTracedFrom(2, {18}, [this] { Run(); });
 }
 
 TEST_F(FDUServiceDfuPass, TracesAFoundDeviceAsInformation) {
     PlugDevice();
-    traces_.EnableSession(3);
-    Run();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(4);
-    Run();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{19});
+    ExpectTracedFrom(4, {19}, [this] { Run(); });
     EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 19).at(0).arguments.empty());
 }
 
 TEST_F(FDUServiceDfuPass, ListsTheDevicesAnew) {
     Service();
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage();
     EXPECT_EQ(Run(), 0);
     devices_.SetPresent({});
     EXPECT_EQ(Run(), kNoInterface) << "the device of the pass before is not in the list any more";
@@ -224,8 +179,7 @@ TEST_F(FDUServiceDfuPass, OpensAnEmptyPathWhenTheListIsEmptyAfterAll) {
 }
 
 TEST_F(FDUServiceDfuPass, EndsWithADeviceThatDoesNotOpen) {
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage();
     bus_.Fail("CreateFileW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(Run(), kInvalidHandle);
     EXPECT_EQ(TraceNumbers(), (std::vector<USHORT>{19, 20}));
@@ -236,14 +190,10 @@ TEST_F(FDUServiceDfuPass, EndsWithADeviceThatDoesNotOpen) {
 
 TEST_F(FDUServiceDfuPass, TracesADeviceThatDoesNotOpenAsAnError) {
     PlugDevice();
-    bus_.Fail("CreateFileW", ERROR_ACCESS_DENIED);
-    traces_.EnableSession(1);
-    Run();
-    EXPECT_TRUE(TraceNumbers().empty());
-    bus_.Fail("CreateFileW", ERROR_ACCESS_DENIED);
-    traces_.EnableSession(2);
-    Run();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{20});
+    ExpectTracedFrom(2, {20}, [this] {
+        bus_.Fail("CreateFileW", ERROR_ACCESS_DENIED);
+        Run();
+    });
 }
 
 TEST_F(FDUServiceDfuPass, EndsWithADeviceWithoutDfuInterface) {
@@ -256,8 +206,7 @@ TEST_F(FDUServiceDfuPass, EndsWithADeviceWithoutDfuInterface) {
 }
 
 TEST_F(FDUServiceDfuPass, ReadsTheDevicesStatusOf68Bytes) {
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage();
     EXPECT_EQ(Run(), 0);
     EXPECT_TRUE(BusSaw("A1 02 0000 0000 0044, 68 bytes"));
 }
@@ -282,8 +231,7 @@ TEST_F(FDUServiceDfuPass, FailsWithoutAnImageButCompletes) {
 }
 
 TEST_F(FDUServiceDfuPass, OpensTheImageUnderTheSystemDirectoryForItsSizeAndForTheEngine) {
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage();
     EXPECT_EQ(Run(), 0);
     EXPECT_EQ(folders_.OpenedFiles(),
               (Texts{L"system\\drivers\\KV400Firmware.bin rb", L"system\\drivers\\KV400Firmware.bin rb"}));
@@ -315,8 +263,7 @@ struct Blocks {
 class FDUServiceBlockCount : public FDUServiceDfuPass, public testing::WithParamInterface<Blocks> {};
 
 TEST_P(FDUServiceBlockCount, IsTheWholeTransfersInTheImage) {
-    PlugDevice(GetParam().transferSize);
-    folders_.WriteDownloadedImage(ImageOf(GetParam().imageSize));
+    PlugDeviceForImage(GetParam().imageSize, GetParam().transferSize);
     EXPECT_EQ(Run(), 0);
     ASSERT_EQ(ProgressTexts().size(), GetParam().reports + 1);
     EXPECT_EQ(ProgressTexts().front(), GetParam().started);
@@ -331,15 +278,13 @@ INSTANTIATE_TEST_SUITE_P(Images, FDUServiceBlockCount,
                                          Blocks{70000, 65535, L"start:1", 2}));
 
 TEST_F(FDUServiceDfuPass, NeverDividesByATransferSizeOfZero) {
-    PlugDevice(0);
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage(100, 0);
     EXPECT_LT(Run(), 0);
     EXPECT_EQ(Methods(), std::vector<std::string>{"NotifyComplete"});
 }
 
 TEST_F(FDUServiceDfuPass, SendsNoBlockToADeviceWhoseTransfersAreShorterThanItsStatus) {
-    FakeUsbDevice& device = PlugDevice(64);
-    folders_.WriteDownloadedImage(ImageOf(128));
+    FakeUsbDevice& device = PlugDeviceForImage(128, 64);
     EXPECT_EQ(Run(), kBadLength);
     EXPECT_TRUE(device.downloaded.empty());
     EXPECT_EQ(ProgressTexts(), Texts{L"start:2"});
@@ -347,8 +292,7 @@ TEST_F(FDUServiceDfuPass, SendsNoBlockToADeviceWhoseTransfersAreShorterThanItsSt
 }
 
 TEST_F(FDUServiceDfuPass, GivesTheFailureOfTheDownloadAndCompletesOnce) {
-    FakeUsbDevice& device = PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
+    FakeUsbDevice& device = PlugDeviceForImage(300, 100);
     device.control = [&device](const WINUSB_SETUP_PACKET& setup, std::span<std::uint8_t> data) -> DWORD {
         if (setup.Request == 1 && setup.Value == 2) {
             return ERROR_GEN_FAILURE;
@@ -362,8 +306,7 @@ TEST_F(FDUServiceDfuPass, GivesTheFailureOfTheDownloadAndCompletesOnce) {
 }
 
 TEST_F(FDUServiceDfuPass, GoesOnWhenTheControllerTakesNoProgress) {
-    FakeUsbDevice& device = PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
+    FakeUsbDevice& device = PlugDeviceForImage(300, 100);
     toast_.results = {{"NotifyProgress", E_FAIL}, {"NotifyComplete", E_FAIL}};
     EXPECT_EQ(Run(), 0);
     EXPECT_EQ(device.downloaded.size(), 300u);
@@ -372,8 +315,7 @@ TEST_F(FDUServiceDfuPass, GoesOnWhenTheControllerTakesNoProgress) {
 
 // A report that cannot be made for want of memory ends the download, but not without a word to the user.
 TEST_F(FDUServiceDfuPass, CompletesWhenAReportRaises) {
-    PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
+    PlugDeviceForImage(300, 100);
     toast_.whileCalled = [](const FakeToastServer::Call& call) {
         if (call.texts == Texts{L"2"}) {
             throw std::bad_alloc();
@@ -386,8 +328,7 @@ TEST_F(FDUServiceDfuPass, CompletesWhenAReportRaises) {
 }
 
 TEST_F(FDUServiceDfuPass, CompletesBeforeItClosesTheImageAndTheDevice) {
-    PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    PlugDeviceForImage();
     std::optional<bool> imageInUse;
     std::size_t openFiles = 0;
     toast_.whileCalled = [&](const FakeToastServer::Call& call) {
@@ -413,8 +354,7 @@ TEST_F(FDUServiceDfuPass, ClosesTheDeviceAfterAFailureToo) {
 }
 
 TEST_F(FDUServiceDfuPass, RunsAgainForTheNextArrival) {
-    FakeUsbDevice& device = PlugDevice();
-    folders_.WriteDownloadedImage(ImageOf(100));
+    FakeUsbDevice& device = PlugDeviceForImage();
     EXPECT_EQ(Run(), 0);
     device.dfuState = 2;
     EXPECT_EQ(Run(), 0);
@@ -422,31 +362,29 @@ TEST_F(FDUServiceDfuPass, RunsAgainForTheNextArrival) {
     EXPECT_EQ(toast_.CallsOf("NotifyComplete").size(), 2u);
 }
 
-class FDUServiceWithoutPrompt : public FDUServiceDfuPass {};
+class FDUServiceWithoutPrompt : public FDUServiceDfuPass {
+  protected:
+    void ExpectToDownloadAllTheSame() {
+        FakeUsbDevice& device = PlugDeviceForImage(300, 100);
+        EXPECT_EQ(Run(), 0);
+        EXPECT_EQ(device.downloaded.size(), 300u);
+        EXPECT_TRUE(toast_.Calls().empty());
+    }
+};
 
 TEST_F(FDUServiceWithoutPrompt, DownloadsAllTheSame) {
     activation_.creationResult = E_FAIL;
-    FakeUsbDevice& device = PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
-    EXPECT_EQ(Run(), 0);
-    EXPECT_EQ(device.downloaded.size(), 300u);
-    EXPECT_TRUE(toast_.Calls().empty());
+    ExpectToDownloadAllTheSame();
 }
 
 TEST_F(FDUServiceWithoutPrompt, DownloadsAllTheSameWhenComRefusedItsSecurity) {
     com_.securityResult = E_FAIL;
-    FakeUsbDevice& device = PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
-    EXPECT_EQ(Run(), 0);
-    EXPECT_EQ(device.downloaded.size(), 300u);
+    ExpectToDownloadAllTheSame();
 }
 
 TEST_F(FDUServiceWithoutPrompt, DownloadsAllTheSameWhenTheControllerCannotBeRegistered) {
     FailToastController(ERROR_ACCESS_DENIED);
-    FakeUsbDevice& device = PlugDevice(100);
-    folders_.WriteDownloadedImage(ImageOf(300));
-    EXPECT_EQ(Run(), 0);
-    EXPECT_EQ(device.downloaded.size(), 300u);
+    ExpectToDownloadAllTheSame();
 }
 
 using FDUServiceProgress = FDUServiceDfuPass;

@@ -36,6 +36,18 @@ class FDUServiceLife : public FDUServiceStage {
 
     // The functions called for COM and the toast controller.
     [[nodiscard]] Strings Calls() const { return calls_; }
+    void MakeAnew() {
+        service_.reset();
+        Service();
+    }
+    // A service that sets itself up and will not ask anybody, though it stays in COM.
+    void ExpectToRunWithoutAPrompt() {
+        Service();
+        EXPECT_EQ(com_.uninitialisations, 0);
+        EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
+        EXPECT_EQ(toast_.References(), 0u);
+        EXPECT_EQ(toast_.Sink(), nullptr);
+    }
 };
 
 TEST_F(FDUServiceLife, BeginsInThisOrder) {
@@ -54,53 +66,17 @@ TEST_F(FDUServiceLife, RegistersTheTraceProviderOnce) {
     EXPECT_EQ(traces_.Registrations().size(), 1u);
 }
 
-// Notes how much was traced before the provider is registered.
-class RegistrationMoment {
-  public:
-    explicit RegistrationMoment(const test_support::TraceRecorder& traces) : traces_(traces) {
-        current_ = this;
-    }
-    ~RegistrationMoment() { current_ = nullptr; }
-
-    RegistrationMoment(const RegistrationMoment&) = delete;
-    RegistrationMoment& operator=(const RegistrationMoment&) = delete;
-
-    [[nodiscard]] std::optional<std::size_t> MessagesBefore() const { return messagesBefore_; }
-
-  private:
-    static ULONG WINAPI OnRegister(WMIDPREQUEST callback, void* context, const GUID* controlGuid,
-                                   ULONG guidCount, TRACE_GUID_REGISTRATION* guids, const wchar_t* imagePath,
-                                   const wchar_t* resourceName, TRACEHANDLE* registration) {
-        current_->messagesBefore_ = current_->traces_.Messages().size();
-        return current_->register_.Original<decltype(RegisterTraceGuidsW)>()(
-            callback, context, controlGuid, guidCount, guids, imagePath, resourceName, registration);
-    }
-
-    static inline RegistrationMoment* current_ = nullptr;
-
-    const test_support::TraceRecorder& traces_;
-    std::optional<std::size_t> messagesBefore_;
-    test_support::ImportRedirect register_{"RegisterTraceGuidsW", OnRegister};
-};
-
 TEST_F(FDUServiceLife, RegistersTheTraceProviderBeforeItTracesAnything) {
     Service();  // from here on a session takes messages
     service_.reset();
     traces_.Forget();
-    const RegistrationMoment moment(traces_);
     Service();
-    EXPECT_EQ(moment.MessagesBefore(), 0u);
+    EXPECT_EQ(traces_.Registrations().back().messagesBefore, 0u);
     EXPECT_FALSE(traces_.Messages().empty());
 }
 
 TEST_F(FDUServiceLife, TracesItsConstructionAsInformation) {
-    traces_.EnableSession(3);
-    Service();
-    EXPECT_TRUE(TraceNumbers().empty());
-    service_.reset();
-    traces_.EnableSession(4);
-    Service();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
+    ExpectTracedFrom(4, {10}, [this] { MakeAnew(); });
     EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 10).at(0).arguments.empty());
 }
 
@@ -195,13 +171,7 @@ TEST_F(FDUServiceLife, LeavesComBeforeItTracesTheRefusal) {
 
 TEST_F(FDUServiceLife, TracesTheRefusalOfSecurityAsAnError) {
     com_.securityResult = E_FAIL;
-    traces_.EnableSession(1);
-    Service();
-    EXPECT_TRUE(TraceNumbers().empty());
-    service_.reset();
-    traces_.EnableSession(2);
-    Service();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{11});
+    ExpectTracedFrom(2, {11}, [this] { MakeAnew(); });
 }
 
 TEST_F(FDUServiceLife, StopsSettingUpThePromptWhenTheControllerCannotBeRegistered) {
@@ -217,39 +187,22 @@ TEST_F(FDUServiceLife, StopsSettingUpThePromptWhenTheControllerCannotBeRegistere
 
 TEST_F(FDUServiceLife, TracesAControllerThatCannotBeRegisteredAsAnError) {
     FailToastController(ERROR_ACCESS_DENIED);
-    traces_.EnableSession(1);
-    Service();
-    EXPECT_TRUE(TraceNumbers().empty());
-    service_.reset();
-    traces_.EnableSession(2);
-    Service();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{12});
+    ExpectTracedFrom(2, {12}, [this] { MakeAnew(); });
 }
 
 TEST_F(FDUServiceLife, RunsWithoutAPromptWhenTheControllerCannotBeActivated) {
     activation_.creationResult = static_cast<HRESULT>(0x80040154);  // REGDB_E_CLASSNOTREG
-    Service();
-    EXPECT_EQ(com_.uninitialisations, 0);
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
-    EXPECT_EQ(toast_.Sink(), nullptr);
+    ExpectToRunWithoutAPrompt();
 }
 
 TEST_F(FDUServiceLife, RunsWithoutAPromptWhenTheControllerDoesNotRun) {
     activation_.runResult = E_FAIL;
-    Service();
-    EXPECT_EQ(com_.uninitialisations, 0);
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
-    EXPECT_EQ(toast_.References(), 0u);
-    EXPECT_EQ(toast_.Sink(), nullptr);
+    ExpectToRunWithoutAPrompt();
 }
 
 TEST_F(FDUServiceLife, RunsWithoutAPromptWhenTheControllerHasNotItsInterface) {
     toast_.interfaceResult = E_NOINTERFACE;
-    Service();
-    EXPECT_EQ(com_.uninitialisations, 0);
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
-    EXPECT_EQ(toast_.References(), 0u);
-    EXPECT_EQ(toast_.Sink(), nullptr);
+    ExpectToRunWithoutAPrompt();
 }
 
 TEST_F(FDUServiceLife, HoldsTheControllerOnceAndConnectsItsSink) {
@@ -326,9 +279,7 @@ TEST_F(FDUServiceLife, IgnoresTheArgumentsOfItsStart) {
 }
 
 TEST_F(FDUServiceLife, TracesTheScopeOfItsStart) {
-    Service();
-    traces_.Forget();
-    Service().OnStart(0, nullptr);
+    MadeService().OnStart(0, nullptr);
     EXPECT_EQ(Scopes(), (Strings{"> FDUService::OnStart", "< FDUService::OnStart"}));
     Service().OnStop();
 }
@@ -374,15 +325,11 @@ TEST_F(FDUServiceLife, SetsItsFlagThenWaitsForTheWorkItemThenLeavesCom) {
 }
 
 TEST_F(FDUServiceLife, TracesItsStopAsInformation) {
-    Service().OnStart(0, nullptr);
-    traces_.EnableSession(3);
-    traces_.Forget();
-    Service().OnStop();
-    EXPECT_TRUE(TraceNumbers().empty());
-    traces_.EnableSession(4);
-    Service().OnStart(0, nullptr);
-    Service().OnStop();
-    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{24});
+    Service();
+    ExpectTracedFrom(4, {24}, [this] {
+        Service().OnStart(0, nullptr);
+        Service().OnStop();
+    });
     EXPECT_TRUE(traces_.Find(kUpdateServiceGroup, 24).at(0).arguments.empty());
 }
 
@@ -402,8 +349,7 @@ TEST_F(FDUServiceLife, LeavesComOnceMoreAtItsStopWhenItHadNoPrompt) {
 }
 
 TEST_F(FDUServiceLife, TracesTheScopeOfItsEnd) {
-    Service();
-    traces_.Forget();
+    MadeService();
     service_.reset();
     EXPECT_EQ(Scopes(), (Strings{"> FDUService::~FDUService", "< FDUService::~FDUService"}));
 }

@@ -9,10 +9,7 @@ const wchar_t* const kSettingsKey =
 
 }  // namespace
 
-FDUServiceStage* FDUServiceStage::current_ = nullptr;
-
 FDUServiceStage::FDUServiceStage() : setKeyValue_("RegSetKeyValueW", OnSetKeyValue) {
-    current_ = this;
     CleanRegistry();
     HKEY key = nullptr;
     RegCreateKeyExW(HKEY_LOCAL_MACHINE, kToastClassKey, 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr);
@@ -29,7 +26,6 @@ FDUServiceStage::FDUServiceStage() : setKeyValue_("RegSetKeyValueW", OnSetKeyVal
 FDUServiceStage::~FDUServiceStage() {
     service_.reset();
     CleanRegistry();
-    current_ = nullptr;
 }
 
 void FDUServiceStage::CleanRegistry() {
@@ -38,19 +34,25 @@ void FDUServiceStage::CleanRegistry() {
     RegDeleteTreeW(HKEY_CURRENT_USER, kSettingsKey);
 }
 
-void FDUServiceStage::SetUpdateMode(const std::wstring& text) {
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, kUpdateModeKey, L"DFUAutoMode", REG_SZ, text.c_str(),
-                    static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
-}
-
-void FDUServiceStage::RemoveUpdateMode() {
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kUpdateModeKey);
+void FDUServiceStage::SetUpdateMode(const std::optional<std::wstring>& text) {
+    if (!text) {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, kUpdateModeKey);
+        return;
+    }
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, kUpdateModeKey, L"DFUAutoMode", REG_SZ, text->c_str(),
+                    static_cast<DWORD>((text->size() + 1) * sizeof(wchar_t)));
 }
 
 FDUService& FDUServiceStage::Service() {
     if (!service_) {
         service_ = std::make_unique<FDUService>();
     }
+    return *service_;
+}
+
+FDUService& FDUServiceStage::MadeService() {
+    Service();
+    traces_.Forget();
     return *service_;
 }
 
@@ -73,6 +75,17 @@ std::string FDUServiceStage::TracedText(USHORT number) const {
         return "no single text";
     }
     return messages[0].arguments[0];
+}
+
+void FDUServiceStage::ExpectTracedFrom(UCHAR level, const std::vector<USHORT>& numbers,
+                                       const std::function<void()>& act) {
+    traces_.EnableSession(static_cast<UCHAR>(level - 1));
+    traces_.Forget();
+    act();
+    EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{});
+    traces_.EnableSession(level);
+    act();
+    EXPECT_EQ(TraceNumbers(), numbers);
 }
 
 std::vector<std::string> FDUServiceStage::Scopes() const {

@@ -12,30 +12,50 @@
 #include "tests/support/FakeToastServer.h"
 #include "tests/support/FakeUsbBus.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 #include "tests/support/TraceRecorder.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
+
+// An update mode in which the service does nothing.
+struct OtherMode {
+    const char* name;
+    std::optional<std::wstring> text;
+};
+
+inline const std::vector<OtherMode> kOtherModes{{"Disabled", L"Disabled"},
+                                                {"Auto", L"Auto"},
+                                                {"None", std::nullopt},
+                                                {"OtherCase", L"service controlled"},
+                                                {"Longer", L"Service Controlled2"}};
+
+inline std::string NameOfMode(const testing::TestParamInfo<OtherMode>& mode) {
+    return mode.param.name;
+}
 
 // The machine around an update service: the toast controller is registered and there, the update mode is
 // "Service Controlled", a trace session takes everything, and there is neither camera nor image. The registry
 // is the machine's own.
-class FDUServiceStage : public testing::Test {
+class FDUServiceStage : public testing::Test, public test_support::OnlyOne<FDUServiceStage> {
   protected:
     FDUServiceStage();
     ~FDUServiceStage() override;
 
-    void SetUpdateMode(const std::wstring& text);
-    void RemoveUpdateMode();
+    // Without a text there is no setting.
+    void SetUpdateMode(const std::optional<std::wstring>& text);
     // The registration of the toast controller fails from now on, with this status of its last call.
     void FailToastController(LSTATUS status) { settingStatus_ = status; }
 
     // The service; made when it is first asked for.
     FDUService& Service();
+    // The service as it is made, with its traces forgotten.
+    FDUService& MadeService();
 
     // The texts of "NotifyProgress", in order.
     [[nodiscard]] std::vector<std::wstring> ProgressTexts() const;
@@ -43,6 +63,8 @@ class FDUServiceStage : public testing::Test {
     [[nodiscard]] std::vector<USHORT> TraceNumbers() const;
     // The only text of its message of that number, terminator included.
     [[nodiscard]] std::string TracedText(USHORT number) const;
+    // What `act` traces, these numbers, goes to a session of this level, and not to one of the level below.
+    void ExpectTracedFrom(UCHAR level, const std::vector<USHORT>& numbers, const std::function<void()>& act);
     // What entered (">") and left ("<") the scope trace, in order.
     [[nodiscard]] std::vector<std::string> Scopes() const;
 
@@ -65,8 +87,6 @@ class FDUServiceStage : public testing::Test {
     static LSTATUS WINAPI OnSetKeyValue(HKEY parent, const wchar_t* path, const wchar_t* name, DWORD type,
                                         const void* data, DWORD size);
     static void CleanRegistry();
-
-    static FDUServiceStage* current_;
 
     LSTATUS settingStatus_ = ERROR_SUCCESS;
     test_support::ImportRedirect setKeyValue_;

@@ -1,17 +1,9 @@
 #include "tests/service/FakeComRuntime.h"
 
-FakeComRuntime* FakeComRuntime::current_ = nullptr;
-
 FakeComRuntime::FakeComRuntime()
     : initialise_("CoInitializeEx", OnInitialise),
       security_("CoInitializeSecurity", OnSecurity),
-      uninitialise_("CoUninitialize", OnUninitialise) {
-    current_ = this;
-}
-
-FakeComRuntime::~FakeComRuntime() {
-    current_ = nullptr;
-}
+      uninitialise_("CoUninitialize", OnUninitialise) {}
 
 void FakeComRuntime::Report(const std::string& function) const {
     if (report) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <objbase.h>
@@ -11,7 +12,7 @@
 
 // Stands in for the process-wide set-up of COM, which a real process can make only once, and records it. Only
 // one exists at a time.
-class FakeComRuntime {
+class FakeComRuntime : public test_support::OnlyOne<FakeComRuntime> {
   public:
     struct Initialisation {
         void* reserved;
@@ -30,10 +31,6 @@ class FakeComRuntime {
     };
 
     FakeComRuntime();
-    ~FakeComRuntime();
-
-    FakeComRuntime(const FakeComRuntime&) = delete;
-    FakeComRuntime& operator=(const FakeComRuntime&) = delete;
 
     HRESULT initialisationResult = S_OK;
     HRESULT securityResult = S_OK;
@@ -53,8 +50,6 @@ class FakeComRuntime {
     static void WINAPI OnUninitialise();
 
     void Report(const std::string& function) const;
-
-    static FakeComRuntime* current_;
 
     test_support::ImportRedirect initialise_;
     test_support::ImportRedirect security_;

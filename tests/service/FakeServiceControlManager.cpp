@@ -1,11 +1,15 @@
 #include "tests/service/FakeServiceControlManager.h"
 
+#include "tests/support/Text.h"
+
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <string_view>
 
 namespace {
+
+using test_support::Hex;
+using test_support::NarrowOrNull;
+using test_support::Text;
 
 int managerObject = 0;
 int serviceObject = 0;
@@ -25,23 +29,6 @@ std::string NameOf(SC_HANDLE handle) {
     return handle == ServiceHandle() ? "service" : "an unknown handle";
 }
 
-std::string Narrow(const wchar_t* text) {
-    if (text == nullptr) {
-        return "null";
-    }
-    std::string narrow;
-    for (const wchar_t character : std::wstring_view(text)) {
-        narrow.push_back(static_cast<char>(character));
-    }
-    return narrow;
-}
-
-std::string Hex(DWORD value) {
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "0x%lX", value);
-    return text.data();
-}
-
 // Gives the handle, or null with the error as the last error.
 SC_HANDLE Answer(DWORD error, SC_HANDLE handle) {
     SetLastError(error);
@@ -55,8 +42,6 @@ BOOL Answer(DWORD error) {
 
 }  // namespace
 
-FakeServiceControlManager* FakeServiceControlManager::current_ = nullptr;
-
 FakeServiceControlManager::FakeServiceControlManager()
     : getModuleFileName_("GetModuleFileNameW", OnGetModuleFileName),
       openManager_("OpenSCManagerW", OnOpenManager),
@@ -67,13 +52,7 @@ FakeServiceControlManager::FakeServiceControlManager()
       deleteService_("DeleteService", OnDeleteService),
       closeServiceHandle_("CloseServiceHandle", OnCloseServiceHandle),
       startDispatcher_("StartServiceCtrlDispatcherW", OnStartDispatcher),
-      sleep_("Sleep", OnSleep) {
-    current_ = this;
-}
-
-FakeServiceControlManager::~FakeServiceControlManager() {
-    current_ = nullptr;
-}
+      sleep_("Sleep", OnSleep) {}
 
 void FakeServiceControlManager::Watch(const std::function<void()>& program) {
     console_.emplace();
@@ -107,8 +86,7 @@ void FakeServiceControlManager::Record(const std::string& line) {
 
 DWORD WINAPI FakeServiceControlManager::OnGetModuleFileName(HMODULE module, wchar_t* path, DWORD capacity) {
     FakeServiceControlManager& fake = *current_;
-    fake.Record(std::string("GetModuleFileNameW(") + (module == nullptr ? "null" : "a module") + ", " +
-                std::to_string(capacity) + ")");
+    fake.Record(Text("GetModuleFileNameW(", module == nullptr ? "null" : "a module", ", ", capacity, ")"));
     const std::wstring_view text = fake.modulePath;
     std::copy_n(text.data(), std::min<std::size_t>(text.size(), capacity), path);
     SetLastError(fake.modulePathError);
@@ -118,8 +96,8 @@ DWORD WINAPI FakeServiceControlManager::OnGetModuleFileName(HMODULE module, wcha
 
 SC_HANDLE WINAPI FakeServiceControlManager::OnOpenManager(const wchar_t* machine, const wchar_t* database,
                                                           DWORD access) {
-    current_->Record("OpenSCManagerW(" + Narrow(machine) + ", " + Narrow(database) + ", " + Hex(access) +
-                     ")");
+    current_->Record(Text("OpenSCManagerW(", NarrowOrNull(machine), ", ", NarrowOrNull(database), ", 0x",
+                          Hex(access), ")"));
     return Answer(current_->openManagerError, ManagerHandle());
 }
 
@@ -128,24 +106,25 @@ SC_HANDLE WINAPI FakeServiceControlManager::OnCreateService(
     DWORD startType, DWORD errorControl, const wchar_t* path, const wchar_t* loadOrderGroup, DWORD* tag,
     const wchar_t* dependencies, const wchar_t* account, const wchar_t* password) {
     const bool isEmptyList = dependencies != nullptr && dependencies[0] == L'\0' && dependencies[1] == L'\0';
-    current_->Record("CreateServiceW(" + NameOf(manager) + ", " + Narrow(name) + ", " + Narrow(displayName) +
-                     ", " + Hex(access) + ", " + Hex(type) + ", " + Hex(startType) + ", " +
-                     Hex(errorControl) + ", " + Narrow(path) + ", " + Narrow(loadOrderGroup) + ", " +
-                     (tag == nullptr ? "null" : "a tag") + ", " +
-                     (isEmptyList ? "an empty list" : "another list") + ", " + Narrow(account) + ", " +
-                     Narrow(password) + ")");
+    current_->Record(Text("CreateServiceW(", NameOf(manager), ", ", NarrowOrNull(name), ", ",
+                          NarrowOrNull(displayName), ", 0x", Hex(access), ", 0x", Hex(type), ", 0x",
+                          Hex(startType), ", 0x", Hex(errorControl), ", ", NarrowOrNull(path), ", ",
+                          NarrowOrNull(loadOrderGroup), ", ", tag == nullptr ? "null" : "a tag", ", ",
+                          isEmptyList ? "an empty list" : "another list", ", ", NarrowOrNull(account), ", ",
+                          NarrowOrNull(password), ")"));
     return Answer(current_->createServiceError, ServiceHandle());
 }
 
 SC_HANDLE WINAPI FakeServiceControlManager::OnOpenService(SC_HANDLE manager, const wchar_t* name,
                                                           DWORD access) {
-    current_->Record("OpenServiceW(" + NameOf(manager) + ", " + Narrow(name) + ", " + Hex(access) + ")");
+    current_->Record(
+        Text("OpenServiceW(", NameOf(manager), ", ", NarrowOrNull(name), ", 0x", Hex(access), ")"));
     return Answer(current_->openServiceError, ServiceHandle());
 }
 
 BOOL WINAPI FakeServiceControlManager::OnControlService(SC_HANDLE service, DWORD control,
                                                         SERVICE_STATUS* status) {
-    current_->Record("ControlService(" + NameOf(service) + ", " + std::to_string(control) + ")");
+    current_->Record(Text("ControlService(", NameOf(service), ", ", control, ")"));
     status->dwCurrentState = current_->stateAfterStop;
     return Answer(current_->stopError);
 }

@@ -2,6 +2,7 @@
 
 #include "tests/service/ConsoleCapture.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -14,13 +15,9 @@
 // Stands in for the service control manager and the console of a program that installs, removes or runs its
 // service. Every call and everything printed is kept as one line of the transcript, in the order in which it
 // happened; handles are called "manager" and "service". Each call succeeds unless its error is set.
-class FakeServiceControlManager {
+class FakeServiceControlManager : public test_support::OnlyOne<FakeServiceControlManager> {
   public:
     FakeServiceControlManager();
-    ~FakeServiceControlManager();
-
-    FakeServiceControlManager(const FakeServiceControlManager&) = delete;
-    FakeServiceControlManager& operator=(const FakeServiceControlManager&) = delete;
 
     // The path of the running program. The result is its length, or `modulePathLength` when that is set, with
     // the last error that is set.
@@ -72,8 +69,6 @@ class FakeServiceControlManager {
 
     void Record(const std::string& line);
     void TakePrinted();
-
-    static FakeServiceControlManager* current_;
 
     std::vector<std::string> transcript_;
     std::string errors_;

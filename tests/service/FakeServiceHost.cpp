@@ -1,14 +1,18 @@
 #include "tests/service/FakeServiceHost.h"
 
+#include "tests/support/Text.h"
+
 #include <dbt.h>
 #include <objbase.h>
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
 namespace {
+
+using test_support::NarrowOrNull;
+using test_support::Text;
 
 constexpr std::wstring_view kGroupName = L"Morrow KV400 Cameras";
 
@@ -21,25 +25,12 @@ SERVICE_STATUS_HANDLE StatusHandle() {
     return reinterpret_cast<SERVICE_STATUS_HANDLE>(&statusObject);
 }
 
-std::string Narrow(const wchar_t* text) {
-    if (text == nullptr) {
-        return "null";
-    }
-    std::string narrow;
-    for (const wchar_t character : std::wstring_view(text)) {
-        narrow.push_back(static_cast<char>(character));
-    }
-    return narrow;
-}
-
 bool IsZero(const GUID& id) {
     const GUID zero{};
     return std::memcmp(&id, &zero, sizeof zero) == 0;
 }
 
 }  // namespace
-
-FakeServiceHost* FakeServiceHost::current_ = nullptr;
 
 FakeServiceHost::FakeServiceHost()
     : registerHandler_("RegisterServiceCtrlHandlerExW", OnRegisterHandler),
@@ -55,13 +46,7 @@ FakeServiceHost::FakeServiceHost()
       queryInfoKey_("RegQueryInfoKeyW", OnQueryInfoKey),
       enumKey_("RegEnumKeyExW", OnEnumKey),
       getValue_("RegGetValueW", OnGetValue),
-      system_("system", OnSystem) {
-    current_ = this;
-}
-
-FakeServiceHost::~FakeServiceHost() {
-    current_ = nullptr;
-}
+      system_("system", OnSystem) {}
 
 void FakeServiceHost::Record(const std::string& line) {
     const std::scoped_lock guard(lock_);
@@ -93,7 +78,7 @@ std::string FakeServiceHost::CheckPointText(DWORD checkPoint) const {
 SERVICE_STATUS_HANDLE WINAPI FakeServiceHost::OnRegisterHandler(const wchar_t* name,
                                                                 LPHANDLER_FUNCTION_EX handler,
                                                                 void* context) {
-    current_->Record("RegisterServiceCtrlHandlerExW(" + Narrow(name) + ")");
+    current_->Record(Text("RegisterServiceCtrlHandlerExW(", NarrowOrNull(name), ")"));
     current_->handler = handler;
     current_->handlerContext = context;
     SetLastError(current_->registerHandlerError);
@@ -102,30 +87,27 @@ SERVICE_STATUS_HANDLE WINAPI FakeServiceHost::OnRegisterHandler(const wchar_t* n
 
 void* WINAPI FakeServiceHost::OnRegisterNotification(HANDLE recipient, void* filter, DWORD flags) {
     const auto& interfaces = *static_cast<const DEV_BROADCAST_DEVICEINTERFACE_W*>(filter);
-    current_->Record(
-        std::string("RegisterDeviceNotificationW(") +
-        (recipient == static_cast<HANDLE>(StatusHandle()) ? "status handle" : "another handle") + ", size " +
-        std::to_string(interfaces.dbcc_size) + ", type " + std::to_string(interfaces.dbcc_devicetype) +
-        ", reserved " + std::to_string(interfaces.dbcc_reserved) + ", class " +
-        (IsZero(interfaces.dbcc_classguid) ? "zero" : "not zero") + ", flags " + std::to_string(flags) + ")");
+    current_->Record(Text(
+        "RegisterDeviceNotificationW(",
+        recipient == static_cast<HANDLE>(StatusHandle()) ? "status handle" : "another handle", ", size ",
+        interfaces.dbcc_size, ", type ", interfaces.dbcc_devicetype, ", reserved ", interfaces.dbcc_reserved,
+        ", class ", IsZero(interfaces.dbcc_classguid) ? "zero" : "not zero", ", flags ", flags, ")"));
     SetLastError(current_->registerNotificationError);
     return current_->registerNotificationError == ERROR_SUCCESS ? &notificationObject : nullptr;
 }
 
 BOOL WINAPI FakeServiceHost::OnSetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) {
     current_->lastStatus_ = *status;
-    current_->Record(
-        std::string("status of ") + (handle == StatusHandle() ? "handle" : "no handle") + ": type " +
-        std::to_string(status->dwServiceType) + ", state " + std::to_string(status->dwCurrentState) +
-        ", accepts " + std::to_string(status->dwControlsAccepted) + ", exit " +
-        std::to_string(status->dwWin32ExitCode) + ", specific " +
-        std::to_string(status->dwServiceSpecificExitCode) + ", check-point " +
-        current_->CheckPointText(status->dwCheckPoint) + ", hint " + std::to_string(status->dwWaitHint));
+    current_->Record(Text("status of ", handle == StatusHandle() ? "handle" : "no handle", ": type ",
+                          status->dwServiceType, ", state ", status->dwCurrentState, ", accepts ",
+                          status->dwControlsAccepted, ", exit ", status->dwWin32ExitCode, ", specific ",
+                          status->dwServiceSpecificExitCode, ", check-point ",
+                          current_->CheckPointText(status->dwCheckPoint), ", hint ", status->dwWaitHint));
     return TRUE;
 }
 
 HANDLE WINAPI FakeServiceHost::OnRegisterEventSource(const wchar_t* server, const wchar_t* source) {
-    current_->Record("RegisterEventSourceW(" + Narrow(server) + ", " + Narrow(source) + ")");
+    current_->Record(Text("RegisterEventSourceW(", NarrowOrNull(server), ", ", NarrowOrNull(source), ")"));
     SetLastError(current_->registerEventSourceError);
     return current_->registerEventSourceError == ERROR_SUCCESS ? &eventLogObject : nullptr;
 }
@@ -133,25 +115,24 @@ HANDLE WINAPI FakeServiceHost::OnRegisterEventSource(const wchar_t* server, cons
 BOOL WINAPI FakeServiceHost::OnReportEvent(HANDLE log, WORD type, WORD category, DWORD id, void* user,
                                            WORD stringCount, DWORD dataSize, const wchar_t** strings,
                                            void* data) {
-    std::string line = std::string("ReportEventW(") + (log == &eventLogObject ? "log" : "another log") +
-                       ", type " + std::to_string(type) + ", category " + std::to_string(category) + ", id " +
-                       std::to_string(id) + ", " + (user == nullptr ? "no user" : "a user") + ", " +
-                       std::to_string(dataSize) + " bytes, " + (data == nullptr ? "no data" : "data");
+    std::string line =
+        Text("ReportEventW(", log == &eventLogObject ? "log" : "another log", ", type ", type, ", category ",
+             category, ", id ", id, ", ", user == nullptr ? "no user" : "a user", ", ", dataSize, " bytes, ",
+             data == nullptr ? "no data" : "data");
     for (WORD index = 0; index < stringCount; ++index) {
-        line += ", \"" + Narrow(strings[index]) + "\"";
+        line += Text(", \"", NarrowOrNull(strings[index]), "\"");
     }
     current_->Record(line + ")");
     return TRUE;
 }
 
 BOOL WINAPI FakeServiceHost::OnDeregisterEventSource(HANDLE log) {
-    current_->Record(std::string("DeregisterEventSource(") +
-                     (log == &eventLogObject ? "log" : "another log") + ")");
+    current_->Record(Text("DeregisterEventSource(", log == &eventLogObject ? "log" : "another log", ")"));
     return TRUE;
 }
 
 void WINAPI FakeServiceHost::OnOutputDebugString(const wchar_t* text) {
-    current_->Record(text != nullptr ? "debug \"" + Narrow(text) + "\"" : "debug null");
+    current_->Record(text != nullptr ? Text("debug \"", NarrowOrNull(text), "\"") : "debug null");
     if (current_->onDebugText) {
         current_->onDebugText(text != nullptr ? text : L"");
     }
@@ -168,14 +149,14 @@ HRESULT WINAPI FakeServiceHost::OnStringFromClsid(const GUID& id, wchar_t** text
 }
 
 void WINAPI FakeServiceHost::OnCoTaskMemFree(void* memory) {
-    current_->Record(std::string("CoTaskMemFree(") +
-                     (memory == current_->classText_ ? "class text" : "something else") + ")");
+    current_->Record(
+        Text("CoTaskMemFree(", memory == current_->classText_ ? "class text" : "something else", ")"));
     current_->coTaskMemFree_.Original<decltype(::CoTaskMemFree)>()(memory);
 }
 
 LSTATUS WINAPI FakeServiceHost::OnOpenKey(HKEY parent, const wchar_t* path, DWORD, REGSAM, HKEY* key) {
     if (parent == HKEY_LOCAL_MACHINE) {
-        current_->Record("monitor scans " + Narrow(path));
+        current_->Record(Text("monitor scans ", NarrowOrNull(path)));
     }
     if (!current_->hasCamera) {
         return ERROR_FILE_NOT_FOUND;

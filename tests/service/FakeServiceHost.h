@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -13,13 +14,9 @@
 // and reports to, the device notifications, the event log, the debug output, and, for its uninstall monitor,
 // the registry's sensor cameras and the command interpreter. Every call is kept as one line with all its
 // arguments.
-class FakeServiceHost {
+class FakeServiceHost : public test_support::OnlyOne<FakeServiceHost> {
   public:
     FakeServiceHost();
-    ~FakeServiceHost();
-
-    FakeServiceHost(const FakeServiceHost&) = delete;
-    FakeServiceHost& operator=(const FakeServiceHost&) = delete;
 
     // Failures: the last error that the call leaves, 0 for success.
     DWORD registerHandlerError = ERROR_SUCCESS;
@@ -73,8 +70,6 @@ class FakeServiceHost {
     static int __cdecl OnSystem(const char* command);
 
     [[nodiscard]] std::string CheckPointText(DWORD checkPoint) const;
-
-    static FakeServiceHost* current_;
 
     mutable std::mutex lock_;
     std::vector<std::string> lines_;

@@ -8,19 +8,14 @@ const HANDLE kEventSource = reinterpret_cast<HANDLE>(0x1E1);
 
 }  // namespace
 
-FakeServiceLife* FakeServiceLife::current_ = nullptr;
-
 FakeServiceLife::FakeServiceLife()
-    : reachable_(current_, this),
-      registerEventSource_("RegisterEventSourceW", OnRegisterEventSource),
+    : registerEventSource_("RegisterEventSourceW", OnRegisterEventSource),
       reportEvent_("ReportEventW", OnReportEvent),
       deregisterEventSource_("DeregisterEventSource", OnDeregisterEventSource),
       queue_("QueueUserWorkItem", OnQueue),
       wait_("WaitForSingleObject", OnWait),
       createEvent_("CreateEventW", OnCreateEvent),
       closeHandle_("CloseHandle", OnCloseHandle) {}
-
-FakeServiceLife::~FakeServiceLife() = default;
 
 void FakeServiceLife::RunWorkItem() {
     const WorkItem item = workItems.at(0);
@@ -88,18 +83,20 @@ DWORD WINAPI FakeServiceLife::OnWait(HANDLE object, DWORD milliseconds) {
 
 HANDLE WINAPI FakeServiceLife::OnCreateEvent(SECURITY_ATTRIBUTES* security, BOOL manualReset,
                                              BOOL initialState, const wchar_t* name) {
-    if (name != nullptr) {
-        return current_->createEvent_.Original<decltype(CreateEventW)>()(security, manualReset, initialState,
-                                                                         name);
+    const bool isOwn = name == nullptr;
+    if (isOwn) {
+        current_->Report("CreateEventW");
     }
-    current_->Report("CreateEventW");
-    if (current_->createEventError != 0) {
-        SetLastError(current_->createEventError);
+    const DWORD error = isOwn ? current_->createEventError : current_->namedEventError;
+    if (error != 0) {
+        SetLastError(error);
         return nullptr;
     }
     const HANDLE event =
         current_->createEvent_.Original<decltype(CreateEventW)>()(security, manualReset, initialState, name);
-    current_->unnamedEvents.push_back(event);
+    if (isOwn) {
+        current_->unnamedEvents.push_back(event);
+    }
     return event;
 }
 

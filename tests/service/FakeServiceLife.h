@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
-#include "tests/support/Reachable.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -12,7 +12,7 @@
 // What a service finds around it between its start and its stop: the event log, and a thread pool that keeps
 // the work item for the test to run. Records what happens there. A wait without a time-out runs the work
 // item, and so never hangs. Only one exists at a time.
-class FakeServiceLife {
+class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
   public:
     struct EventLogEntry {
         std::wstring source;
@@ -36,13 +36,10 @@ class FakeServiceLife {
     };
 
     FakeServiceLife();
-    ~FakeServiceLife();
-
-    FakeServiceLife(const FakeServiceLife&) = delete;
-    FakeServiceLife& operator=(const FakeServiceLife&) = delete;
 
     // The call fails with this last error, 0 for success.
     DWORD createEventError = 0;  // of an unnamed event
+    DWORD namedEventError = 0;   // of an event with a name: the watcher's
     DWORD queueError = 0;
     DWORD waitError = 0;
     // Told each call, by name, that is made.
@@ -71,12 +68,9 @@ class FakeServiceLife {
 
     void Report(const std::string& function) const;
 
-    static FakeServiceLife* current_;
-
     std::wstring openSource_;
     bool openSourceHasServer_ = false;
     DWORD ownThread_ = GetCurrentThreadId();
-    test_support::Reachable<FakeServiceLife> reachable_;
     test_support::ImportRedirect registerEventSource_;
     test_support::ImportRedirect reportEvent_;
     test_support::ImportRedirect deregisterEventSource_;

@@ -1,7 +1,8 @@
 #include "service/KeepAlive.h"
 
 #include "tests/support/ImportRedirect.h"
-#include "tests/support/Reachable.h"
+#include "tests/support/OnlyOne.h"
+#include "tests/support/Patience.h"
 #include "win32/Win32Error.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +20,7 @@ namespace {
 
 // Listens to the calls with which a KeepAlive is made, run and ended. They reach Windows, or fail with the
 // error that is set; a queued work item is kept for the test to run; a sleep takes no time.
-class KeepAliveCalls {
+class KeepAliveCalls : public test_support::OnlyOne<KeepAliveCalls> {
   public:
     struct Event {
         bool hasSecurity;
@@ -39,16 +40,11 @@ class KeepAliveCalls {
     };
 
     KeepAliveCalls()
-        : reachable_(current_, this),
-          createEvent_("CreateEventW", OnCreateEvent),
+        : createEvent_("CreateEventW", OnCreateEvent),
           queueWorkItem_("QueueUserWorkItem", OnQueueWorkItem),
           waitForSingleObject_("WaitForSingleObject", OnWait),
           closeHandle_("CloseHandle", OnCloseHandle),
           sleep_("Sleep", OnSleep) {}
-    ~KeepAliveCalls() = default;
-
-    KeepAliveCalls(const KeepAliveCalls&) = delete;
-    KeepAliveCalls& operator=(const KeepAliveCalls&) = delete;
 
     DWORD createEventError = ERROR_SUCCESS;
     DWORD queueError = ERROR_SUCCESS;
@@ -104,7 +100,8 @@ class KeepAliveCalls {
             return WAIT_FAILED;
         }
         // What would wait for ever fails its test instead.
-        const DWORD limit = current_->IsOwnThread() ? std::min(milliseconds, kPatienceMs) : milliseconds;
+        const DWORD limit =
+            current_->IsOwnThread() ? std::min(milliseconds, test_support::kPatienceMs) : milliseconds;
         return current_->waitForSingleObject_.Original<decltype(::WaitForSingleObject)>()(object, limit);
     }
 
@@ -129,12 +126,9 @@ class KeepAliveCalls {
         }
     }
 
-    static constexpr DWORD kPatienceMs = 10000;
     static constexpr std::size_t kMostSleeps = 1000;
-    static inline KeepAliveCalls* current_ = nullptr;
 
     DWORD ownThread_ = GetCurrentThreadId();
-    test_support::Reachable<KeepAliveCalls> reachable_;
     test_support::ImportRedirect createEvent_;
     test_support::ImportRedirect queueWorkItem_;
     test_support::ImportRedirect waitForSingleObject_;
@@ -186,7 +180,7 @@ class KeepAliveTest : public testing::Test {
     static void YieldUntil(const std::function<bool()>& condition) {
         const ULONGLONG start = GetTickCount64();
         while (!condition()) {
-            ASSERT_LT(GetTickCount64() - start, 10000U);
+            ASSERT_LT(GetTickCount64() - start, test_support::kPatienceMs);
             SwitchToThread();
         }
     }

@@ -39,18 +39,13 @@ UINT Answer(const std::wstring& folder, wchar_t* buffer, UINT capacity) {
 
 }  // namespace
 
-SystemFolders* SystemFolders::current_ = nullptr;
-
 SystemFolders::SystemFolders()
     : root_(NewFolder()),
       windowsDirectory_("GetWindowsDirectoryW", OnWindowsDirectory),
       systemDirectory_("GetSystemDirectoryW", OnSystemDirectory),
-      openFile_("_wfopen", OnOpenFile) {
-    current_ = this;
-}
+      openFile_("_wfopen", OnOpenFile) {}
 
 SystemFolders::~SystemFolders() {
-    current_ = nullptr;
     std::error_code ignored;
     std::filesystem::remove_all(root_, ignored);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -12,7 +13,7 @@
 
 // A Windows directory and a system directory of the test's own, apart from each other, so that a test sees
 // which of the two roads to the firmware image was taken. Both go with the object. Only one exists at a time.
-class SystemFolders {
+class SystemFolders : public test_support::OnlyOne<SystemFolders> {
   public:
     struct Query {
         bool hasBuffer;
@@ -21,9 +22,6 @@ class SystemFolders {
 
     SystemFolders();
     ~SystemFolders();
-
-    SystemFolders(const SystemFolders&) = delete;
-    SystemFolders& operator=(const SystemFolders&) = delete;
 
     // Writes the image that the camera pass reads its version from: in the drivers of the Windows directory.
     void WriteVersionedImage(const std::vector<std::uint8_t>& bytes) const;
@@ -44,8 +42,6 @@ class SystemFolders {
     static UINT WINAPI OnWindowsDirectory(wchar_t* buffer, UINT capacity);
     static UINT WINAPI OnSystemDirectory(wchar_t* buffer, UINT capacity);
     static FILE* __cdecl OnOpenFile(const wchar_t* path, const wchar_t* mode);
-
-    static SystemFolders* current_;
 
     std::filesystem::path root_;
     bool windowsDirectoryFails_ = false;

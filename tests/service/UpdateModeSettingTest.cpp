@@ -1,6 +1,7 @@
 #include "service/UpdateModeSetting.h"
 
-#include "tests/service/RegistryCalls.h"
+#include "tests/support/RegistryCalls.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -22,18 +22,17 @@ constexpr const wchar_t* kValue = L"DFUAutoMode";
 
 constexpr const char* kOpenLine =
     "RegOpenKeyExW(HKEY_LOCAL_MACHINE, SYSTEM\\CurrentControlSet\\Services\\VeyraCameraDFU, 0, 0x1)";
-constexpr const char* kQueryLine = "RegQueryValueExW(key, DFUAutoMode, null, null, 38 bytes)";
+constexpr const char* kQueryLine = "RegQueryValueExW(key 1, DFUAutoMode, null, null, 38 bytes)";
 constexpr const char* kCreateLine =
     "RegCreateKeyExW(HKEY_LOCAL_MACHINE, SYSTEM\\CurrentControlSet\\Services\\VeyraCameraDFU, 0, null, 0, "
     "0x20006, null, null)";
-constexpr const char* kCloseLine = "RegCloseKey(key)";
+constexpr const char* kCloseLine = "RegCloseKey(key 1)";
 
+using test_support::Bytes;
+using test_support::RegistryCalls;
+using test_support::TerminatedBytes;
 using Lines = std::vector<std::string>;
-
-// The bytes of a wide text, without a terminator.
-std::string Bytes(std::wstring_view text) {
-    return {reinterpret_cast<const char*>(text.data()), text.size() * 2};
-}
+using Written = std::pair<ULONG, std::string>;  // the result, and what was logged
 
 class UpdateModeSettingTest : public testing::Test {
   protected:
@@ -85,7 +84,8 @@ class UpdateModeSettingTest : public testing::Test {
 
     // From now on every registry call of the program is listened to.
     RegistryCalls& Listen() {
-        calls_ = std::make_unique<RegistryCalls>();
+        calls_ = std::make_unique<RegistryCalls>(
+            Lines{"RegOpenKeyExW", "RegQueryValueExW", "RegCreateKeyExW", "RegSetValueExW", "RegCloseKey"});
         return *calls_;
     }
 
@@ -93,8 +93,7 @@ class UpdateModeSettingTest : public testing::Test {
         return static_cast<ULONG>(UpdateModeSetting(log).IsServiceControlled());
     }
 
-    // The result of writing, followed by what was logged.
-    static std::pair<ULONG, std::string> Write(const wchar_t* text) {
+    static Written Write(const wchar_t* text) {
         std::ostringstream log;
         const HRESULT result = UpdateModeSetting(&log).WriteUpdateMode(text);
         return {static_cast<ULONG>(result), log.str()};
@@ -112,7 +111,7 @@ TEST_F(UpdateModeSettingTest, NamesTheThreeTexts) {
 }
 
 TEST_F(UpdateModeSettingTest, ReadsWithQueryAccessIntoThirtyEightBytesAndClosesTheKey) {
-    Store(REG_SZ, Bytes(std::wstring_view(L"Service Controlled\0", 19)));
+    Store(REG_SZ, TerminatedBytes(L"Service Controlled"));
     const RegistryCalls& calls = Listen();
     EXPECT_EQ(Read(), 0U);
     EXPECT_EQ(calls.Lines(), (Lines{kOpenLine, kQueryLine, kCloseLine}));
@@ -132,19 +131,19 @@ TEST_F(UpdateModeSettingTest, IsNotServiceControlledWithoutTheValue) {
 }
 
 TEST_F(UpdateModeSettingTest, TellsWhyTheKeyCannotBeOpened) {
-    Store(REG_SZ, Bytes(std::wstring_view(L"Service Controlled\0", 19)));
+    Store(REG_SZ, TerminatedBytes(L"Service Controlled"));
     RegistryCalls& calls = Listen();
-    calls.openResult = ERROR_ACCESS_DENIED;
+    calls.Fail("RegOpenKeyExW", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Read(), 0x80070005U);
-    calls.openResult = 0x12345;
+    calls.Fail("RegOpenKeyExW", 2, 0x12345);
     EXPECT_EQ(Read(), 0x80072345U);
     EXPECT_EQ(calls.Lines(), (Lines{kOpenLine, kOpenLine}));
 }
 
 TEST_F(UpdateModeSettingTest, TellsWhyTheValueCannotBeReadAndClosesTheKey) {
-    Store(REG_SZ, Bytes(std::wstring_view(L"Service Controlled\0", 19)));
+    Store(REG_SZ, TerminatedBytes(L"Service Controlled"));
     RegistryCalls& calls = Listen();
-    calls.queryResult = ERROR_ACCESS_DENIED;
+    calls.Fail("RegQueryValueExW", 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Read(), 0x80070005U);
     EXPECT_EQ(calls.Lines(), (Lines{kOpenLine, kQueryLine, kCloseLine}));
 }
@@ -191,37 +190,35 @@ constexpr ULONG kYes = 0;
 constexpr ULONG kOtherText = 0x80004005;
 constexpr ULONG kTooLong = 0x800700EA;
 
-const std::wstring_view kTerminated(L"Service Controlled\0", 19);
-
 INSTANTIATE_TEST_SUITE_P(
     Values, StoredUpdateMode,
     testing::Values(
-        StoredValue{"ServiceControlled", REG_SZ, Bytes(kTerminated), kYes},
+        StoredValue{"ServiceControlled", REG_SZ, TerminatedBytes(L"Service Controlled"), kYes},
         StoredValue{"WithoutATerminator", REG_SZ, Bytes(L"Service Controlled"), kYes},
         // The registry terminates texts for their reader, but not this: the reader's own zeros end it.
         StoredValue{"ThirtySixBytesThatNobodyTerminates", REG_BINARY, Bytes(L"Service Controlled"), kYes},
-        StoredValue{"AnotherTypeOfText", REG_EXPAND_SZ, Bytes(kTerminated), kYes},
-        StoredValue{"AnyTypeOfData", REG_BINARY, Bytes(kTerminated), kYes},
-        StoredValue{"Disabled", REG_SZ, Bytes(std::wstring_view(L"Disabled\0", 9)), kOtherText},
-        StoredValue{"Auto", REG_SZ, Bytes(std::wstring_view(L"Auto\0", 5)), kOtherText},
-        StoredValue{"EmptyText", REG_SZ, Bytes(std::wstring_view(L"\0", 1)), kOtherText},
+        StoredValue{"AnotherTypeOfText", REG_EXPAND_SZ, TerminatedBytes(L"Service Controlled"), kYes},
+        StoredValue{"AnyTypeOfData", REG_BINARY, TerminatedBytes(L"Service Controlled"), kYes},
+        StoredValue{"Disabled", REG_SZ, TerminatedBytes(L"Disabled"), kOtherText},
+        StoredValue{"Auto", REG_SZ, TerminatedBytes(L"Auto"), kOtherText},
+        StoredValue{"EmptyText", REG_SZ, TerminatedBytes(L""), kOtherText},
         StoredValue{"NoBytes", REG_BINARY, "", kOtherText},
-        StoredValue{"OtherCase", REG_SZ, Bytes(std::wstring_view(L"service controlled\0", 19)), kOtherText},
-        StoredValue{"UpperCase", REG_SZ, Bytes(std::wstring_view(L"SERVICE CONTROLLED\0", 19)), kOtherText},
-        StoredValue{"OneCharacterShort", REG_SZ, Bytes(std::wstring_view(L"Service Controlle\0", 18)),
-                    kOtherText},
+        StoredValue{"OtherCase", REG_SZ, TerminatedBytes(L"service controlled"), kOtherText},
+        StoredValue{"UpperCase", REG_SZ, TerminatedBytes(L"SERVICE CONTROLLED"), kOtherText},
+        StoredValue{"OneCharacterShort", REG_SZ, TerminatedBytes(L"Service Controlle"), kOtherText},
         StoredValue{"LeadingBlank", REG_BINARY, Bytes(L" Service Controlled"), kOtherText},
-        StoredValue{"TrailingBlankAsText", REG_SZ, Bytes(std::wstring_view(L"Service Controlled \0", 20)),
-                    kTooLong},
+        StoredValue{"TrailingBlankAsText", REG_SZ, TerminatedBytes(L"Service Controlled "), kTooLong},
         StoredValue{"TrailingBlankThatJustFits", REG_BINARY, Bytes(L"Service Controlled "), kOtherText},
-        StoredValue{"OneByteTooLong", REG_BINARY, Bytes(kTerminated) + std::string(1, '\0'), kTooLong},
+        StoredValue{"OneByteTooLong", REG_BINARY,
+                    TerminatedBytes(L"Service Controlled") + std::string(1, '\0'), kTooLong},
         StoredValue{"MuchTooLong", REG_SZ, std::string(4000, 'A'), kTooLong},
         StoredValue{"OddNumberOfBytes", REG_BINARY, Bytes(L"Service Controlled") + std::string(1, '\0'),
                     kYes},
         StoredValue{"OddByteNotZero", REG_BINARY, Bytes(L"Service Controlled") + "x", kOtherText},
         StoredValue{"NarrowText", REG_BINARY, "Service Controlled", kOtherText},
         StoredValue{"Number", REG_DWORD, std::string("\x01\0\0\0", 4), kOtherText},
-        StoredValue{"ListOfTexts", REG_MULTI_SZ, Bytes(kTerminated) + std::string(2, '\0'), kTooLong}),
+        StoredValue{"ListOfTexts", REG_MULTI_SZ,
+                    TerminatedBytes(L"Service Controlled") + std::string(2, '\0'), kTooLong}),
     [](const auto& stored) { return stored.param.name; });
 
 // Writing.
@@ -236,7 +233,7 @@ class WrittenUpdateMode : public UpdateModeSettingTest, public testing::WithPara
 
 TEST_P(WrittenUpdateMode, IsHandedToTheRegistryWithoutItsTerminator) {
     const RegistryCalls& calls = Listen();
-    EXPECT_EQ(Write(GetParam().text), (std::pair<ULONG, std::string>{0, ""}));
+    EXPECT_EQ(Write(GetParam().text), (Written{0, ""}));
     EXPECT_EQ(calls.Lines(), (Lines{kCreateLine, GetParam().line, kCloseLine}));
 }
 
@@ -254,10 +251,10 @@ TEST_P(WrittenUpdateMode, IsStoredAsAText) {
 INSTANTIATE_TEST_SUITE_P(
     Texts, WrittenUpdateMode,
     testing::Values(WrittenText{"Disabled", L"Disabled",
-                                "RegSetValueExW(key, DFUAutoMode, 0, 1, Disabled, 16 bytes)"},
-                    WrittenText{"Auto", L"Auto", "RegSetValueExW(key, DFUAutoMode, 0, 1, Auto, 8 bytes)"},
+                                "RegSetValueExW(key 1, DFUAutoMode, 0, 1, Disabled, 16 bytes)"},
+                    WrittenText{"Auto", L"Auto", "RegSetValueExW(key 1, DFUAutoMode, 0, 1, Auto, 8 bytes)"},
                     WrittenText{"ServiceControlled", L"Service Controlled",
-                                "RegSetValueExW(key, DFUAutoMode, 0, 1, Service Controlled, 36 bytes)"}),
+                                "RegSetValueExW(key 1, DFUAutoMode, 0, 1, Service Controlled, 36 bytes)"}),
     [](const auto& written) { return written.param.name; });
 
 TEST_F(UpdateModeSettingTest, ReadsAsServiceControlledAfterThatWasWritten) {
@@ -280,41 +277,38 @@ TEST_F(UpdateModeSettingTest, WritesAnEmptyTextAsNoBytes) {
 
 TEST_F(UpdateModeSettingTest, LogsADeniedKey) {
     RegistryCalls& calls = Listen();
-    calls.createResult = 5;
-    EXPECT_EQ(Write(L"Auto"), (std::pair<ULONG, std::string>{
-                                  0x80004005, "Failed open registry key with status ACCESS_DENIED\n"}));
+    calls.Fail("RegCreateKeyExW", 1, 5);
+    EXPECT_EQ(Write(L"Auto"), (Written{0x80004005, "Failed open registry key with status ACCESS_DENIED\n"}));
     EXPECT_EQ(calls.Lines(), Lines{kCreateLine});
 }
 
 TEST_F(UpdateModeSettingTest, LogsAnyOtherFailureOfTheKeyWithItsCode) {
     RegistryCalls& calls = Listen();
-    calls.createResult = 1450;
-    EXPECT_EQ(Write(L"Auto"), (std::pair<ULONG, std::string>{
-                                  0x80004005, "Failed to open / create registry key with status 1450\n"}));
-    calls.createResult = -6;
-    EXPECT_EQ(Write(L"Auto"), (std::pair<ULONG, std::string>{
-                                  0x80004005, "Failed to open / create registry key with status -6\n"}));
+    calls.Fail("RegCreateKeyExW", 1, 1450);
+    EXPECT_EQ(Write(L"Auto"),
+              (Written{0x80004005, "Failed to open / create registry key with status 1450\n"}));
+    calls.Fail("RegCreateKeyExW", 2, -6);
+    EXPECT_EQ(Write(L"Auto"), (Written{0x80004005, "Failed to open / create registry key with status -6\n"}));
     EXPECT_EQ(calls.Lines(), (Lines{kCreateLine, kCreateLine}));
 }
 
 TEST_F(UpdateModeSettingTest, LogsAFailureToWriteAndClosesTheKey) {
     RegistryCalls& calls = Listen();
-    calls.setResult = 5;
-    EXPECT_EQ(Write(L"Disabled"),
-              (std::pair<ULONG, std::string>{0x80004005, "Failed write registry value with status 5\n"}));
-    EXPECT_EQ(calls.Lines(),
-              (Lines{kCreateLine, "RegSetValueExW(key, DFUAutoMode, 0, 1, Disabled, 16 bytes)", kCloseLine}));
+    calls.Fail("RegSetValueExW", 1, 5);
+    EXPECT_EQ(Write(L"Disabled"), (Written{0x80004005, "Failed write registry value with status 5\n"}));
+    EXPECT_EQ(
+        calls.Lines(),
+        (Lines{kCreateLine, "RegSetValueExW(key 1, DFUAutoMode, 0, 1, Disabled, 16 bytes)", kCloseLine}));
 }
 
 TEST_F(UpdateModeSettingTest, FailsInTheSameWayWithoutALog) {
     RegistryCalls& calls = Listen();
     const UpdateModeSetting setting(nullptr);
-    calls.createResult = 5;
+    calls.Fail("RegCreateKeyExW", 1, 5);
     EXPECT_EQ(setting.WriteUpdateMode(L"Auto"), E_FAIL);
-    calls.createResult = 1450;
+    calls.Fail("RegCreateKeyExW", 2, 1450);
     EXPECT_EQ(setting.WriteUpdateMode(L"Auto"), E_FAIL);
-    calls.createResult = 0;
-    calls.setResult = 1450;
+    calls.Fail("RegSetValueExW", 1, 1450);
     EXPECT_EQ(setting.WriteUpdateMode(L"Auto"), E_FAIL);
     EXPECT_EQ(calls.Lines().back(), kCloseLine);
 }
