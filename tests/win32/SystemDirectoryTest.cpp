@@ -1,6 +1,7 @@
 #include "win32/SystemDirectory.h"
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,7 @@
 namespace {
 
 // Answers GetSystemDirectoryW with the results that a test sets, and records its calls.
-class FakeSystemDirectory {
+class FakeSystemDirectory : public test_support::OnlyOne<FakeSystemDirectory> {
   public:
     struct Call {
         bool hasBuffer;
@@ -24,9 +25,7 @@ class FakeSystemDirectory {
         : lengthAsked_(lengthAsked),
           lengthWritten_(lengthWritten),
           text_(text),
-          redirect_("GetSystemDirectoryW", OnGetSystemDirectory) {
-        current_ = this;
-    }
+          redirect_("GetSystemDirectoryW", OnGetSystemDirectory) {}
 
     [[nodiscard]] const std::vector<Call>& Calls() const { return calls_; }
 
@@ -42,8 +41,6 @@ class FakeSystemDirectory {
         }
         return fake.lengthWritten_;
     }
-
-    static inline FakeSystemDirectory* current_ = nullptr;
 
     UINT lengthAsked_;
     UINT lengthWritten_;
