@@ -1,6 +1,7 @@
 #include "dfu/DfuCommand.h"
 
 #include "tests/dfu/FakeUsbControlEndpoint.h"
+#include "tests/support/DfuNumbers.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/ImageFile.h"
 #include "tests/support/ImportRedirect.h"
@@ -20,17 +21,10 @@
 namespace dfu {
 namespace {
 
-using test_support::FakeClock;
-using test_support::ImageFile;
+using namespace test_support;
 using Bytes = std::vector<std::uint8_t>;
 using Requests = std::vector<std::string>;
 using StatusAnswer = FakeUsbControlEndpoint::StatusAnswer;
-
-constexpr std::uint8_t kDetach = 0;
-constexpr std::uint8_t kDnload = 1;
-constexpr std::uint8_t kUpload = 2;
-constexpr std::uint8_t kGetStatus = 3;
-constexpr std::uint8_t kGetState = 5;
 
 constexpr HRESULT kGeneralFailure = static_cast<HRESULT>(0x8007001F);
 
@@ -55,6 +49,12 @@ class DfuCommandTest : public testing::Test {
 
     HRESULT UpdateWith(const Bytes& image, std::size_t fwStatusSize = 0) {
         return Command(fwStatusSize).Update(image.data(), image.size());
+    }
+
+    HRESULT Download(const Bytes& image) { return Command().DownloadImage(image.data(), image.size()); }
+    HRESULT UpdateFromFile(const std::wstring& path) { return Command().UpdateFromFile(path.c_str()); }
+    HRESULT WaitForBlock(DWORD timeoutMs) {
+        return Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, timeoutMs);
     }
 
     // From now on, every GETSTATUS gives this.
@@ -307,8 +307,7 @@ TEST_F(DfuCommandTest, TakesABlockThatIsReadyAtTheLastPoll) {
     endpoint_->AnswerGetStatus([this] {
         return StatusAnswer{.bState = static_cast<std::uint8_t>(clock_.Elapsed() < 4800 ? 4 : 5)};
     });
-    const Bytes image = ImageOf(4);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(ImageOf(4)), S_OK);
     EXPECT_EQ(clock_.Elapsed(), 4800U);
 }
 
@@ -385,7 +384,7 @@ TEST_F(DfuCommandTest, WaitForStatePollsEvery200Milliseconds) {
     endpoint_->AnswerGetStatus([this] {
         return StatusAnswer{.bState = static_cast<std::uint8_t>(endpoint_->CountOf(kGetStatus) < 4 ? 4 : 5)};
     });
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), S_OK);
+    EXPECT_EQ(WaitForBlock(5000), S_OK);
     EXPECT_EQ(clock_.Sleeps(), (std::vector<DWORD>{200, 200, 200}));
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 4U);
 }
@@ -395,32 +394,32 @@ TEST_F(DfuCommandTest, WaitForStateIgnoresTheDevicesPollTimeout) {
         return StatusAnswer{.bState = static_cast<std::uint8_t>(endpoint_->CountOf(kGetStatus) < 2 ? 4 : 5),
                             .bwPollTimeout = 0xFFFFFF};
     });
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), S_OK);
+    EXPECT_EQ(WaitForBlock(5000), S_OK);
     EXPECT_EQ(clock_.Sleeps(), (std::vector<DWORD>{200}));
 }
 
 TEST_F(DfuCommandTest, WaitForStatePollsOnceEvenWithoutTime) {
     AnswerGetStatus({.bState = 5});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 0), S_OK);
+    EXPECT_EQ(WaitForBlock(0), S_OK);
     EXPECT_EQ(clock_.Sleeps(), std::vector<DWORD>{});
 }
 
 TEST_F(DfuCommandTest, WaitForStateJudgesTheTimeAfterASleep) {
     AnswerGetStatus({.bState = 4});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 0), E_FAIL);
+    EXPECT_EQ(WaitForBlock(0), E_FAIL);
     EXPECT_EQ(clock_.Sleeps(), (std::vector<DWORD>{200}));
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 1U);
 }
 
 TEST_F(DfuCommandTest, WaitForStateEndsWhenTheTimeIsExactlyOver) {
     AnswerGetStatus({.bState = 4});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 400), E_FAIL);
+    EXPECT_EQ(WaitForBlock(400), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 2U);
 }
 
 TEST_F(DfuCommandTest, WaitForStateExceedsATimeoutThatIsNoMultipleOfThePeriod) {
     AnswerGetStatus({.bState = 4});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 401), E_FAIL);
+    EXPECT_EQ(WaitForBlock(401), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 3U);
     EXPECT_EQ(clock_.Elapsed(), 600U);
 }
@@ -428,7 +427,7 @@ TEST_F(DfuCommandTest, WaitForStateExceedsATimeoutThatIsNoMultipleOfThePeriod) {
 TEST_F(DfuCommandTest, WaitForStateCountsTheTimeOfItsTransfers) {
     AnswerGetStatus({.bState = 4});
     endpoint_->BeforeEachTransfer([this] { clock_.Advance(4800); });
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), E_FAIL);
+    EXPECT_EQ(WaitForBlock(5000), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 1U);
 }
 
@@ -436,7 +435,7 @@ TEST_F(DfuCommandTest, WaitForStateCountsTheTimeOfItsTransfers) {
 TEST_F(DfuCommandTest, WaitForStateCountsIn64Bits) {
     ASSERT_LT(clock_.Now(), 0x100000000U);
     AnswerGetStatus({.bState = 4});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 1000), E_FAIL);
+    EXPECT_EQ(WaitForBlock(1000), E_FAIL);
     EXPECT_GT(clock_.Now(), 0x100000000U);
     EXPECT_EQ(clock_.Elapsed(), 1000U);
 }
@@ -445,14 +444,14 @@ TEST_F(DfuCommandTest, WaitForStateTakesTheLongestTimeout) {
     endpoint_->AnswerGetStatus([this] {
         return StatusAnswer{.bState = static_cast<std::uint8_t>(clock_.Elapsed() < 60000 ? 4 : 5)};
     });
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 0xFFFFFFFF), S_OK);
+    EXPECT_EQ(WaitForBlock(0xFFFFFFFF), S_OK);
     EXPECT_EQ(clock_.Elapsed(), 60000U);
 }
 
 TEST_F(DfuCommandTest, WaitForStatePollsAgainAfterATransferThatFailed) {
     endpoint_->FailRequest(kGetStatus, kGeneralFailure, 0, 3);
     AnswerGetStatus({.bState = 5});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), S_OK);
+    EXPECT_EQ(WaitForBlock(5000), S_OK);
     EXPECT_EQ(clock_.Sleeps(), (std::vector<DWORD>{200, 200, 200}));
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 4U);
     EXPECT_EQ(Log(), "");
@@ -460,7 +459,7 @@ TEST_F(DfuCommandTest, WaitForStatePollsAgainAfterATransferThatFailed) {
 
 TEST_F(DfuCommandTest, WaitForStateEndsWithEFailWhenEveryTransferFails) {
     AnswerGetStatus({.result = kGeneralFailure});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 1000), E_FAIL);
+    EXPECT_EQ(WaitForBlock(1000), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 5U);
     EXPECT_EQ(clock_.Elapsed(), 1000U);
 }
@@ -468,14 +467,14 @@ TEST_F(DfuCommandTest, WaitForStateEndsWithEFailWhenEveryTransferFails) {
 // The buffer holds an error before every transfer, so that a reply without bytes is one.
 TEST_F(DfuCommandTest, WaitForStateTakesAReplyThatWasNotWrittenForAnError) {
     AnswerGetStatus({.writes = false});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), E_FAIL);
+    EXPECT_EQ(WaitForBlock(5000), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 1U);
 }
 
 TEST_F(DfuCommandTest, WaitForStateFillsItsBufferAgainBeforeEachPoll) {
     endpoint_->AnswerGetStatus(
         [this] { return StatusAnswer{.bState = 4, .writes = endpoint_->CountOf(kGetStatus) == 1}; });
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000), E_FAIL);
+    EXPECT_EQ(WaitForBlock(5000), E_FAIL);
     EXPECT_EQ(endpoint_->Requests(), (Requests{kGetStatusRequest, kGetStatusRequest}));
 }
 
@@ -494,7 +493,7 @@ class DfuCommandWaitsOutAState : public DfuCommandTest, public testing::WithPara
 
 TEST_P(DfuCommandWaitsOutAState, ThatIsNeitherWantedNorTheErrorState) {
     AnswerGetStatus({.bState = static_cast<std::uint8_t>(GetParam())});
-    EXPECT_EQ(Command().WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 600), E_FAIL);
+    EXPECT_EQ(WaitForBlock(600), E_FAIL);
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 3U);
 }
 
@@ -526,31 +525,27 @@ TEST_F(DfuCommandTest, WaitsForTheManifestationOfAnEmptyImage) {
 }
 
 TEST_F(DfuCommandTest, DownloadImageSendsAnImageOfOneWholeBlockAndAnEmptyBlock1) {
-    const Bytes image = ImageOf(4);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(ImageOf(4)), S_OK);
     EXPECT_EQ(endpoint_->Requests(), (Requests{"21 01 0000 0000 0004 out 01 02 03 04", kGetStatusRequest,
                                                "21 01 0001 0000 0000 none"}));
 }
 
 TEST_F(DfuCommandTest, DownloadImageSendsTheRestOfAnImageThatIsOneByteLonger) {
-    const Bytes image = ImageOf(5);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(ImageOf(5)), S_OK);
     EXPECT_EQ(endpoint_->Requests(),
               (Requests{"21 01 0000 0000 0004 out 01 02 03 04", kGetStatusRequest,
                         "21 01 0001 0000 0001 out 05", kGetStatusRequest, "21 01 0002 0000 0000 none"}));
 }
 
 TEST_F(DfuCommandTest, DownloadImageSendsAnImageBelowOneBlockAsItIs) {
-    const Bytes image = ImageOf(1);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(ImageOf(1)), S_OK);
     EXPECT_EQ(endpoint_->Requests(),
               (Requests{"21 01 0000 0000 0001 out 01", kGetStatusRequest, "21 01 0001 0000 0000 none"}));
 }
 
 TEST_F(DfuCommandTest, DownloadImageIgnoresTheOutcomeOfTheLastEmptyBlock) {
     endpoint_->FailRequest(kDnload, kGeneralFailure, 1);
-    const Bytes image = ImageOf(4);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(ImageOf(4)), S_OK);
     EXPECT_EQ(endpoint_->CountOf(kDnload), 2U);
     EXPECT_EQ(Log(), "Downloaded 4, bytes remaining 0\n");
 }
@@ -558,7 +553,7 @@ TEST_F(DfuCommandTest, DownloadImageIgnoresTheOutcomeOfTheLastEmptyBlock) {
 TEST_F(DfuCommandTest, DownloadImageUsesTheWholeRangeOfTransferSizes) {
     endpoint_ = std::make_shared<FakeUsbControlEndpoint>(std::uint16_t{65535});
     const Bytes image = ImageOf(65537);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), S_OK);
+    EXPECT_EQ(Download(image), S_OK);
     EXPECT_EQ(endpoint_->Downloaded(), image);
     EXPECT_EQ(endpoint_->BlockNumbers(), (std::vector<std::uint16_t>{0, 1, 2}));
     EXPECT_EQ(Log(), "Downloaded 65535, bytes remaining 2\nDownloaded 2, bytes remaining 0\n");
@@ -567,10 +562,9 @@ TEST_F(DfuCommandTest, DownloadImageUsesTheWholeRangeOfTransferSizes) {
 // No division, no endless loop, nothing on the bus.
 TEST_F(DfuCommandTest, DownloadImageFailsForADeviceThatTakesNothing) {
     endpoint_ = std::make_shared<FakeUsbControlEndpoint>(std::uint16_t{0});
-    const Bytes image = ImageOf(4);
-    EXPECT_EQ(Command().DownloadImage(image.data(), image.size()), E_FAIL);
+    EXPECT_EQ(Download(ImageOf(4)), E_FAIL);
     EXPECT_EQ(endpoint_->Requests(), Requests{});
-    EXPECT_EQ(Command().DownloadImage(image.data(), 0), S_OK);
+    EXPECT_EQ(Download({}), S_OK);
     EXPECT_EQ(endpoint_->CountOf(kDnload), 1U);
 }
 
@@ -608,7 +602,7 @@ TEST_F(DfuCommandTest, DownloadImageLetsTheBlockNumberWrapAt65536) {
 TEST_F(DfuCommandTest, UpdateFromFileSendsTheFileUnchanged) {
     const Bytes image{0x0D, 0x0A, 0x1A, 0x00, 0x0A, 0xFF, 0x1A, 0x0D};
     const ImageFile file(image);
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(file.Path()), S_OK);
     EXPECT_EQ(endpoint_->Downloaded(), image);
     EXPECT_EQ(Log(), "Downloaded 4, bytes remaining 4\nDownloaded 4, bytes remaining 0\n");
 }
@@ -617,44 +611,44 @@ TEST_F(DfuCommandTest, UpdateFromFileReadsALargeFileWhole) {
     endpoint_ = std::make_shared<FakeUsbControlEndpoint>(std::uint16_t{4096});
     const Bytes image = ImageOf(300001);
     const ImageFile file(image);
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(file.Path()), S_OK);
     EXPECT_EQ(endpoint_->Downloaded(), image);
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileTakesAnEmptyFile) {
     const ImageFile file({});
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(file.Path()), S_OK);
     EXPECT_EQ(endpoint_->BlockNumbers(), (std::vector<std::uint16_t>{0}));
     EXPECT_EQ(endpoint_->CountOf(kGetStatus), 2U);
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileOpensAPathOutsideTheNarrowCharacterSet) {
     const ImageFile file(ImageOf(4), L"прошивка – 固件.bin");
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(file.Path()), S_OK);
     EXPECT_EQ(endpoint_->Downloaded(), ImageOf(4));
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileOpensTheUnquotedFileOfAPathInQuotes) {
     const ImageFile file(ImageOf(4), L"image with blanks.bin");
-    EXPECT_EQ(Command().UpdateFromFile((L'"' + file.Path() + L'"').c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(L'"' + file.Path() + L'"'), S_OK);
     EXPECT_EQ(endpoint_->Downloaded(), ImageOf(4));
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileRemovesOnePairOfQuotesOnly) {
     const ImageFile file(ImageOf(4));
-    EXPECT_EQ(Command().UpdateFromFile((L"\"\"" + file.Path() + L"\"\"").c_str()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(L"\"\"" + file.Path() + L"\"\""), E_FAIL);
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileUsesAPathWithOneQuoteAsItIs) {
     const ImageFile file(ImageOf(4));
-    EXPECT_EQ(Command().UpdateFromFile((L'"' + file.Path()).c_str()), E_FAIL);
-    EXPECT_EQ(Command().UpdateFromFile((file.Path() + L'"').c_str()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(L'"' + file.Path()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(file.Path() + L'"'), E_FAIL);
     EXPECT_EQ(endpoint_->Requests(), Requests{});
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileRaisesTheStandardErrorForASingleQuote) {
     try {
-        Command().UpdateFromFile(L"\"");
+        UpdateFromFile(L"\"");
         FAIL() << "nothing was raised";
     } catch (const std::out_of_range& error) {
         EXPECT_STREQ(error.what(), "invalid string position");
@@ -664,14 +658,14 @@ TEST_F(DfuCommandTest, UpdateFromFileRaisesTheStandardErrorForASingleQuote) {
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileFailsForAnEmptyPathQuotedOrNot) {
-    EXPECT_EQ(Command().UpdateFromFile(L""), E_FAIL);
-    EXPECT_EQ(Command().UpdateFromFile(L"\"\""), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(L""), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(L"\"\""), E_FAIL);
     EXPECT_EQ(endpoint_->Requests(), Requests{});
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileLogsTheAddressOfThePathThatDoesNotOpen) {
     const std::wstring path = L"C:\\no such folder\\no such file";
-    EXPECT_EQ(Command().UpdateFromFile(path.c_str()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(path), E_FAIL);
     std::ostringstream expected;
     expected << "Failed to open file " << static_cast<const void*>(path.c_str()) << '\n';
     EXPECT_EQ(Log(), expected.str());
@@ -680,7 +674,7 @@ TEST_F(DfuCommandTest, UpdateFromFileLogsTheAddressOfThePathThatDoesNotOpen) {
 
 TEST_F(DfuCommandTest, UpdateFromFileLogsTheAddressOfTheCallersTextNotOfTheUnquotedCopy) {
     const std::wstring path = L"\"C:\\no such folder\\no such file\"";
-    EXPECT_EQ(Command().UpdateFromFile(path.c_str()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(path), E_FAIL);
     std::ostringstream expected;
     expected << "Failed to open file " << static_cast<const void*>(path.c_str()) << '\n';
     EXPECT_EQ(Log(), expected.str());
@@ -688,22 +682,22 @@ TEST_F(DfuCommandTest, UpdateFromFileLogsTheAddressOfTheCallersTextNotOfTheUnquo
 
 TEST_F(DfuCommandTest, UpdateFromFileFailsForAFolder) {
     const std::wstring folder = std::filesystem::temp_directory_path().wstring();
-    EXPECT_EQ(Command().UpdateFromFile(folder.c_str()), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(folder), E_FAIL);
     EXPECT_EQ(endpoint_->Requests(), Requests{});
 }
 
 // The file is looked at before the endpoint.
 TEST_F(DfuCommandTest, UpdateFromFileFailsForAMissingFileEvenWhenNotConnected) {
     endpoint_->Disconnect();
-    EXPECT_EQ(Command().UpdateFromFile(L"C:\\no such folder\\no such file"), E_FAIL);
+    EXPECT_EQ(UpdateFromFile(L"C:\\no such folder\\no such file"), E_FAIL);
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileReturnsTheResultOfTheUpdate) {
     const ImageFile file(ImageOf(4));
     endpoint_->FailRequest(kDetach, kGeneralFailure);
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), kGeneralFailure);
+    EXPECT_EQ(UpdateFromFile(file.Path()), kGeneralFailure);
     endpoint_->Disconnect();
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), E_ACCESSDENIED);
+    EXPECT_EQ(UpdateFromFile(file.Path()), E_ACCESSDENIED);
 }
 
 int ReadThatFails(int, void*, unsigned) {
@@ -717,8 +711,8 @@ int ReadThatFindsNothing(int, void*, unsigned) {
 
 TEST_F(DfuCommandTest, UpdateFromFileLogsAFileThatCannotBeRead) {
     const ImageFile file(ImageOf(4));
-    const test_support::ImportRedirect read("_read", &ReadThatFails);
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), E_FAIL);
+    const ImportRedirect read("_read", &ReadThatFails);
+    EXPECT_EQ(UpdateFromFile(file.Path()), E_FAIL);
     EXPECT_EQ(Log(), "Failed to read file\n");
     EXPECT_EQ(endpoint_->Requests(), Requests{});
 }
@@ -726,15 +720,15 @@ TEST_F(DfuCommandTest, UpdateFromFileLogsAFileThatCannotBeRead) {
 // As when the file is cut off between the question for its size and the read.
 TEST_F(DfuCommandTest, UpdateFromFileLogsAFileThatEndsTooEarly) {
     const ImageFile file(ImageOf(4));
-    const test_support::ImportRedirect read("_read", &ReadThatFindsNothing);
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), E_FAIL);
+    const ImportRedirect read("_read", &ReadThatFindsNothing);
+    EXPECT_EQ(UpdateFromFile(file.Path()), E_FAIL);
     EXPECT_EQ(Log(), "Failed to read file\n");
     EXPECT_EQ(endpoint_->Requests(), Requests{});
 }
 
 TEST_F(DfuCommandTest, UpdateFromFileLeavesTheFileClosed) {
     const ImageFile file(ImageOf(4));
-    EXPECT_EQ(Command().UpdateFromFile(file.Path().c_str()), S_OK);
+    EXPECT_EQ(UpdateFromFile(file.Path()), S_OK);
     EXPECT_TRUE(DeleteFileW(file.Path().c_str()));
 }
 

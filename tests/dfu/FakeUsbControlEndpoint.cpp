@@ -1,31 +1,16 @@
 #include "tests/dfu/FakeUsbControlEndpoint.h"
 
+#include "tests/support/DfuNumbers.h"
+#include "tests/support/Text.h"
+
 #include <algorithm>
-#include <iomanip>
-#include <sstream>
 
 namespace {
 
-constexpr std::uint8_t kDnload = 1;
-constexpr std::uint8_t kUpload = 2;
-constexpr std::uint8_t kGetStatus = 3;
-constexpr std::uint8_t kGetState = 5;
-constexpr std::uint8_t kIdle = 2;
-constexpr std::uint8_t kDownloadIdle = 5;
-constexpr std::uint8_t kManifestWaitReset = 8;
+using namespace test_support;
+
 constexpr std::uint8_t kDeviceToHost = 0x80;
 constexpr USHORT kInterfaceNumber = 7;
-
-void WriteHex(std::ostream& text, unsigned value, int digits) {
-    text << std::hex << std::uppercase << std::setfill('0') << std::setw(digits) << value << std::dec;
-}
-
-void WriteBytes(std::ostream& text, const UCHAR* bytes, std::size_t count, const char* separator) {
-    for (std::size_t place = 0; place < count; ++place) {
-        text << (place == 0 ? "" : separator);
-        WriteHex(text, bytes[place], 2);
-    }
-}
 
 }  // namespace
 
@@ -70,25 +55,16 @@ HRESULT FakeUsbControlEndpoint::Transfer(WINUSB_SETUP_PACKET& packet, PUCHAR buf
 
 void FakeUsbControlEndpoint::Record(const WINUSB_SETUP_PACKET& packet, const UCHAR* buffer,
                                     std::size_t length) {
-    std::ostringstream text;
-    WriteHex(text, packet.RequestType, 2);
-    text << ' ';
-    WriteHex(text, packet.Request, 2);
-    for (const USHORT field : {packet.Value, packet.Index, packet.Length}) {
-        text << ' ';
-        WriteHex(text, field, 4);
-    }
+    std::string text = Text(Hex(packet.RequestType, 2), ' ', Hex(packet.Request, 2), ' ',
+                            Hex(packet.Value, 4), ' ', Hex(packet.Index, 4), ' ', Hex(packet.Length, 4));
     if (buffer == nullptr && length == 0) {
-        text << " none";
+        text += " none";
     } else if ((packet.RequestType & kDeviceToHost) != 0) {
-        text << " in " << length << " [";
-        WriteBytes(text, buffer, length, " ");
-        text << ']';
+        text += Text(" in ", length, " [", HexBytes(buffer, length), ']');
     } else {
-        text << " out ";
-        WriteBytes(text, buffer, length, " ");
+        text += " out " + HexBytes(buffer, length);
     }
-    requests_.push_back(text.str());
+    requests_.push_back(text);
     requestNumbers_.push_back(packet.Request);
     if (packet.Request == kDnload) {
         blockNumbers_.push_back(packet.Value);

@@ -2,10 +2,11 @@
 
 #include "tests/support/FakeUsbBus.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +26,10 @@ const std::string kInitialize = "WinUsb_Initialize(file)";
 const std::string kReadDevice = "WinUsb_GetDescriptor(main, type 1, index 0, language 0, 18 bytes)";
 const std::string kReadHeader = "WinUsb_GetDescriptor(main, type 2, index 0, language 0, 9 bytes)";
 const std::string kQueryMain = "WinUsb_QueryInterfaceSettings(main, alternate 0)";
+const std::string kAssociateFirst = "WinUsb_GetAssociatedInterface(main, index 0)";
+const std::string kAssociateSecond = "WinUsb_GetAssociatedInterface(main, index 1)";
+const std::string kQueryFirst = "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)";
+const std::string kFreeFirst = "WinUsb_Free(interface 1)";
 const std::string kReadConfiguration = "WinUsb_GetDescriptor(main, type 2, index 0, language 0, 1024 bytes)";
 const std::string kFreeMain = "WinUsb_Free(main)";
 const std::string kCloseFile = "CloseHandle(file)";
@@ -43,6 +48,26 @@ class WinUsbDfuConnectionTest : public testing::Test {
             EXPECT_EQ(bus_.OpenInterfaces(), 0U);
         }
         EXPECT_EQ(bus_.Calls(), calls) << "destroying a connection that is not open closes nothing again";
+    }
+
+    // The same, when it fails once the device descriptor is asked for: what is called from there to the
+    // freeing of the main handle.
+    void ExpectFailedSearch(const Calls& calls) {
+        Calls all{kOpenFile, kInitialize, kReadDevice};
+        all.insert(all.end(), calls.begin(), calls.end());
+        all.insert(all.end(), {kFreeMain, kCloseFile});
+        ExpectFailedOpening(all);
+    }
+
+    // Behind the configuration's own descriptor and fillers of two bytes: to an odd place.
+    void MoveFunctionalDescriptorTo(std::size_t place) {
+        std::vector<std::uint8_t>& bytes = device_.configurationDescriptor;
+        const std::vector<std::uint8_t> functional(bytes.end() - 9, bytes.end());
+        bytes.resize(9);
+        while (bytes.size() < place) {
+            bytes.insert(bytes.end(), {2, 0x24});
+        }
+        bytes.insert(bytes.end(), functional.begin(), functional.end());
     }
 
     FakeUsbBus bus_;
@@ -94,12 +119,10 @@ TEST_F(WinUsbDfuConnectionTest, FindsTheDfuInterfaceAmongTheAssociatedOnes) {
     EXPECT_TRUE(connection.IsOpened());
     EXPECT_EQ(
         bus_.Calls(),
-        (Calls{kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-               "WinUsb_GetAssociatedInterface(main, index 0)",
-               "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)", "WinUsb_Free(interface 1)",
-               "WinUsb_GetAssociatedInterface(main, index 1)",
-               "WinUsb_QueryInterfaceSettings(interface 2, alternate 0)", kReadConfiguration,
-               "WinUsb_SetCurrentAlternateSetting(interface 2, setting 3)", "WinUsb_Free(interface 2)"}));
+        (Calls{kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst,
+               kFreeFirst, kAssociateSecond, "WinUsb_QueryInterfaceSettings(interface 2, alternate 0)",
+               kReadConfiguration, "WinUsb_SetCurrentAlternateSetting(interface 2, setting 3)",
+               "WinUsb_Free(interface 2)"}));
     EXPECT_EQ(bus_.OpenInterfaces(), 1U);
 
     const auto endpoint = connection.AcquireEndpoint();
@@ -137,13 +160,13 @@ TEST_F(WinUsbDfuConnectionTest, ClosesTheFileWhenWinUsbFailsWithLastErrorZero) {
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheDeviceDescriptorIsNotRead) {
     bus_.Fail("WinUsb_GetDescriptor", ERROR_GEN_FAILURE);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kFreeMain, kCloseFile});
+    ExpectFailedSearch({});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheDeviceDescriptorIsShort) {
     device_.deviceDescriptor.resize(17);
     device_.shortReadError = ERROR_INVALID_DATA;
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kFreeMain, kCloseFile});
+    ExpectFailedSearch({});
 }
 
 // The failure is the last error's; there is none when that is 0.
@@ -155,13 +178,9 @@ TEST_F(WinUsbDfuConnectionTest, GoesOnAfterAShortDeviceDescriptorWithLastErrorZe
 }
 
 // A driver that tells, for a read of this size, of one byte more than there was room for.
-class OverlongDescriptor {
+class OverlongDescriptor : public test_support::OnlyOne<OverlongDescriptor> {
   public:
-    explicit OverlongDescriptor(ULONG size) : size_(size) { current_ = this; }
-    ~OverlongDescriptor() { current_ = nullptr; }
-
-    OverlongDescriptor(const OverlongDescriptor&) = delete;
-    OverlongDescriptor& operator=(const OverlongDescriptor&) = delete;
+    explicit OverlongDescriptor(ULONG size) : size_(size) {}
 
   private:
     static BOOL WINAPI OnGet(WINUSB_INTERFACE_HANDLE handle, UCHAR type, UCHAR index, USHORT language,
@@ -174,8 +193,6 @@ class OverlongDescriptor {
         }
         return result;
     }
-
-    static inline OverlongDescriptor* current_ = nullptr;
 
     ULONG size_;
     test_support::ImportRedirect get_{"WinUsb_GetDescriptor", OnGet};
@@ -191,24 +208,23 @@ TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenADescriptorIsToldToBeLongerThanIt
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheConfigurationHeaderIsNotRead) {
     bus_.Fail("WinUsb_GetDescriptor", ERROR_GEN_FAILURE, 1);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheConfigurationHeaderIsShort) {
     device_.configurationDescriptor.resize(8);
     device_.shortReadError = ERROR_INVALID_DATA;
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheDeviceHasNoInterfaces) {
     device_.configurationDescriptor[4] = 0;
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheQueryOfTheMainInterfaceFails) {
     bus_.Fail("WinUsb_QueryInterfaceSettings", ERROR_NO_MORE_ITEMS);
-    ExpectFailedOpening(
-        {kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain});
 }
 
 // A query that fails with last error 0 tells of no interface: neither of its own nor of another connection's.
@@ -222,10 +238,7 @@ TEST_F(WinUsbDfuConnectionTest, TakesNoInterfaceOverFromAnEarlierConnection) {
 TEST_F(WinUsbDfuConnectionTest, FreesAnAssociatedInterfaceWhoseQueryFails) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0xFE}});
     bus_.Fail("WinUsb_QueryInterfaceSettings", ERROR_GEN_FAILURE, 1);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)",
-                         "WinUsb_Free(interface 1)", kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst, kFreeFirst});
 }
 
 TEST_F(WinUsbDfuConnectionTest, SearchesOnAfterAFailedQueryWithLastErrorZero) {
@@ -239,36 +252,27 @@ TEST_F(WinUsbDfuConnectionTest, SearchesOnAfterAFailedQueryWithLastErrorZero) {
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheNextInterfaceIsNotToBeHad) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0xFE}});
     bus_.Fail("WinUsb_GetAssociatedInterface", ERROR_GEN_FAILURE);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)", kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kAssociateFirst});
 }
 
 TEST_F(WinUsbDfuConnectionTest, SearchesOnAfterAFailedAssociationWithLastErrorZero) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0x0E}, {2, 0, 0xFE}});
     bus_.Fail("WinUsb_GetAssociatedInterface", 0);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(no handle, alternate 0)", kFreeMain, kCloseFile});
+    ExpectFailedSearch(
+        {kReadHeader, kQueryMain, kAssociateFirst, "WinUsb_QueryInterfaceSettings(no handle, alternate 0)"});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenNoInterfaceHasTheDfuClass) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0x0E}});
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)",
-                         "WinUsb_Free(interface 1)", "WinUsb_GetAssociatedInterface(main, index 1)",
-                         kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst, kFreeFirst, kAssociateSecond});
 }
 
 // The device says that it has two interfaces, and gives three: the third is freed, not looked at.
 TEST_F(WinUsbDfuConnectionTest, EndsTheSearchAtTheNumberOfInterfaces) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0x0E}, {2, 0, 0xFE}});
     device_.configurationDescriptor[4] = 2;
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)",
-                         "WinUsb_Free(interface 1)", "WinUsb_GetAssociatedInterface(main, index 1)",
-                         "WinUsb_Free(interface 2)", kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst, kFreeFirst, kAssociateSecond,
+                        "WinUsb_Free(interface 2)"});
 }
 
 TEST_F(WinUsbDfuConnectionTest, SearchesAsManyInterfacesAsAByteCounts) {
@@ -284,39 +288,32 @@ TEST_F(WinUsbDfuConnectionTest, SearchesAsManyInterfacesAsAByteCounts) {
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheWholeConfigurationIsNotRead) {
     bus_.Fail("WinUsb_GetDescriptor", ERROR_GEN_FAILURE, 2);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kReadConfiguration,
-                         kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kReadConfiguration});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWithoutAFunctionalDescriptor) {
     device_.configurationDescriptor.resize(18);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kReadConfiguration,
-                         kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kReadConfiguration});
 }
 
 TEST_F(WinUsbDfuConnectionTest, FreesTheSelectedInterfaceWithoutAFunctionalDescriptor) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0xFE}});
     device_.configurationDescriptor.resize(27);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)", kReadConfiguration,
-                         "WinUsb_Free(interface 1)", kFreeMain, kCloseFile});
+    ExpectFailedSearch(
+        {kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst, kReadConfiguration, kFreeFirst});
 }
 
 TEST_F(WinUsbDfuConnectionTest, StaysClosedWhenTheAlternateSettingIsRefused) {
     bus_.Fail("WinUsb_SetCurrentAlternateSetting", ERROR_GEN_FAILURE);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kReadConfiguration,
-                         "WinUsb_SetCurrentAlternateSetting(main, setting 0)", kFreeMain, kCloseFile});
+    ExpectFailedSearch(
+        {kReadHeader, kQueryMain, kReadConfiguration, "WinUsb_SetCurrentAlternateSetting(main, setting 0)"});
 }
 
 TEST_F(WinUsbDfuConnectionTest, FreesTheSelectedInterfaceWhenTheAlternateSettingIsRefused) {
     device_.SetInterfaces({{0, 0, 0x0E}, {1, 0, 0xFE}});
     bus_.Fail("WinUsb_SetCurrentAlternateSetting", ERROR_GEN_FAILURE);
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain,
-                         "WinUsb_GetAssociatedInterface(main, index 0)",
-                         "WinUsb_QueryInterfaceSettings(interface 1, alternate 0)", kReadConfiguration,
-                         "WinUsb_SetCurrentAlternateSetting(interface 1, setting 0)",
-                         "WinUsb_Free(interface 1)", kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kAssociateFirst, kQueryFirst, kReadConfiguration,
+                        "WinUsb_SetCurrentAlternateSetting(interface 1, setting 0)", kFreeFirst});
 }
 
 TEST_F(WinUsbDfuConnectionTest, OpensWhenTheAlternateSettingFailsWithLastErrorZero) {
@@ -327,8 +324,7 @@ TEST_F(WinUsbDfuConnectionTest, OpensWhenTheAlternateSettingFailsWithLastErrorZe
 
 TEST_F(WinUsbDfuConnectionTest, LooksAtNothingBehindWhatTheDeviceSent) {
     device_.reportedConfigurationLength = 26;  // one byte less than the functional descriptor needs
-    ExpectFailedOpening({kOpenFile, kInitialize, kReadDevice, kReadHeader, kQueryMain, kReadConfiguration,
-                         kFreeMain, kCloseFile});
+    ExpectFailedSearch({kReadHeader, kQueryMain, kReadConfiguration});
 }
 
 TEST_F(WinUsbDfuConnectionTest, LooksAtNothingBehindItsBufferWhateverLengthIsReported) {
@@ -340,28 +336,14 @@ TEST_F(WinUsbDfuConnectionTest, LooksAtNothingBehindItsBufferWhateverLengthIsRep
 }
 
 TEST_F(WinUsbDfuConnectionTest, DoesNotFindAFunctionalDescriptorBehind1024Bytes) {
-    std::vector<std::uint8_t>& bytes = device_.configurationDescriptor;
-    const std::vector<std::uint8_t> functional(bytes.end() - 9, bytes.end());
-    bytes.resize(9);
-    while (bytes.size() < 1018) {
-        const std::array<std::uint8_t, 2> filler{2, 0x24};
-        bytes.insert(bytes.end(), filler.begin(), filler.end());
-    }
-    bytes.insert(bytes.end(), functional.begin(), functional.end());
+    MoveFunctionalDescriptorTo(1019);
     const WinUsbDfuConnection connection(kLink);
     EXPECT_FALSE(connection.IsOpened());
 }
 
 TEST_F(WinUsbDfuConnectionTest, FindsAFunctionalDescriptorThatEndsThe1024Bytes) {
-    std::vector<std::uint8_t>& bytes = device_.configurationDescriptor;
-    const std::vector<std::uint8_t> functional(bytes.end() - 9, bytes.end());
-    bytes.resize(9);
-    while (bytes.size() < 1015) {
-        const std::array<std::uint8_t, 2> filler{2, 0x24};
-        bytes.insert(bytes.end(), filler.begin(), filler.end());
-    }
-    bytes.insert(bytes.end(), functional.begin(), functional.end());
-    ASSERT_EQ(bytes.size(), 1024U);
+    MoveFunctionalDescriptorTo(1015);
+    ASSERT_EQ(device_.configurationDescriptor.size(), 1024U);
     WinUsbDfuConnection connection(kLink);
     ASSERT_TRUE(connection.IsOpened());
     EXPECT_EQ(connection.AcquireEndpoint()->GetMaxTransferSize(), 0x1234);
