@@ -74,6 +74,12 @@ class DeviceInterfaceWatcherTest : public testing::Test {
         return *watcher_;
     }
 
+    // With these present from now on.
+    void RefreshWith(const Links& links) {
+        manager_.SetPresent(links);
+        Watcher().Refresh();
+    }
+
     [[nodiscard]] bool IsSignalled() {
         return WaitForSingleObject(Watcher().ArrivalEvent(), 0) == WAIT_OBJECT_0;
     }
@@ -121,8 +127,7 @@ TEST_F(DeviceInterfaceWatcherTest, AsksForNoListBeforeTheFirstRefresh) {
 
 TEST_F(DeviceInterfaceWatcherTest, DoesNotReportARegistrationThatFails) {
     manager_.RefuseRegistrations(CR_FAILURE);
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
     watcher_.reset();
     EXPECT_EQ(manager_.ActiveRegistrations(), 0U);
@@ -149,8 +154,7 @@ TEST_F(DeviceInterfaceWatcherTest, ResetsAndClosesTheArrivalEventBeforeItUnregis
 }
 
 TEST_F(DeviceInterfaceWatcherTest, LeavesTheSecondEventHandleOpenAndTheEventReset) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     ASSERT_TRUE(IsSignalled());
     watcher_.reset();
     EXPECT_FALSE(events_.IsOpen(0));
@@ -175,8 +179,7 @@ TEST_F(DeviceInterfaceWatcherTest, DoesNotShareTheEventOfAnotherName) {
 
 TEST_F(DeviceInterfaceWatcherTest, KeepsItsListWithoutEvents) {
     events_.RefuseEvents();
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     EXPECT_EQ(Watcher().ArrivalEvent(), nullptr);
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
     manager_.Unplug(kFirst);
@@ -206,15 +209,13 @@ TEST_F(DeviceInterfaceWatcherTest, FoldsTheTextsOfItsFilters) {
 // ---- Refresh
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshListsTheMatchingDevicesInOrderFoldedToLowerCase) {
-    manager_.SetPresent({kSecond, kOther, UpperCase(kFirst), kComposite});
-    Watcher().Refresh();
+    RefreshWith({kSecond, kOther, UpperCase(kFirst), kComposite});
     EXPECT_EQ(LinksOf(Watcher()), (Links{kSecond, kFirst, kComposite}));
     EXPECT_TRUE(IsSignalled());
 }
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshTakesTheInstancePartAndTheKindOutOfTheFoldedLink) {
-    manager_.SetPresent({UpperCase(kComposite), kFirst});
-    Watcher().Refresh();
+    RefreshWith({UpperCase(kComposite), kFirst});
     const std::vector<DeviceEntry> devices = Watcher().Devices();
     ASSERT_EQ(devices.size(), 2U);
     EXPECT_EQ(devices[0].symbolicLink, kComposite);
@@ -233,8 +234,7 @@ TEST_F(DeviceInterfaceWatcherTest, RefreshAsksForThePresentInterfacesOfTheClass)
 }
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshResetsTheEventBeforeItAsksAndSignalsOncePerDevice) {
-    manager_.SetPresent({kFirst, kOther, kSecond});
-    Watcher().Refresh();
+    RefreshWith({kFirst, kOther, kSecond});
     events_.ForgetCalls();
     manager_.BeforeEachListing([this] { EXPECT_EQ(events_.Calls(), (Calls{"ResetEvent(0)"})); });
     Watcher().Refresh();
@@ -242,8 +242,7 @@ TEST_F(DeviceInterfaceWatcherTest, RefreshResetsTheEventBeforeItAsksAndSignalsOn
 }
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshEmptiesTheListAndResetsTheEventWithNoDevicePresent) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     ASSERT_TRUE(IsSignalled());
     manager_.SetPresent({});
     manager_.ForgetCalls();
@@ -271,15 +270,13 @@ TEST_F(DeviceInterfaceWatcherTest, RefreshAsksForTheListFromASizeOfTwo) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshDoesNotSignalForOtherDevices) {
-    manager_.SetPresent({kOther});
-    Watcher().Refresh();
+    RefreshWith({kOther});
     EXPECT_EQ(LinksOf(Watcher()), Links{});
     EXPECT_FALSE(IsSignalled());
 }
 
 TEST_F(DeviceInterfaceWatcherTest, RefreshDoesNotListADeviceTwice) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     Watcher().Refresh();
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
 }
@@ -323,17 +320,14 @@ TEST_F(DeviceInterfaceWatcherTest, RefreshEndsAtTheEmptyLink) {
 TEST_F(DeviceInterfaceWatcherTest, RefreshTakesALinkOf32767Characters) {
     const std::wstring start = L"\\\\?\\usb#vid_2f1a&pid_7e01&mi_00#";
     const std::wstring link = start + std::wstring(32767 - start.size(), L'#');
-    manager_.SetPresent({link});
-    Watcher().Refresh();
+    RefreshWith({link});
     EXPECT_EQ(LinksOf(Watcher()), (Links{link}));
 }
 
 TEST_F(DeviceInterfaceWatcherTest, DevicesAreACopy) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     const std::vector<DeviceEntry> devices = Watcher().Devices();
-    manager_.SetPresent({});
-    Watcher().Refresh();
+    RefreshWith({});
     ASSERT_EQ(devices.size(), 1U);
     EXPECT_EQ(devices[0].symbolicLink, kFirst);
 }
@@ -354,8 +348,7 @@ TEST_F(DeviceInterfaceWatcherTest, AnArrivalIsListedAndSignalled) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, AnArrivalGoesToTheEndOfTheList) {
-    manager_.SetPresent({kSecond});
-    Watcher().Refresh();
+    RefreshWith({kSecond});
     manager_.Plug(kFirst);
     EXPECT_EQ(LinksOf(Watcher()), (Links{kSecond, kFirst}));
 }
@@ -368,8 +361,7 @@ TEST_F(DeviceInterfaceWatcherTest, AnArrivalOfAnotherProductIsIgnored) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, ARemovalErasesTheEntryWithTheLinkAndSignalsTheSecondEvent) {
-    manager_.SetPresent({kFirst, kSecond, kComposite});
-    Watcher().Refresh();
+    RefreshWith({kFirst, kSecond, kComposite});
     events_.ForgetCalls();
     EXPECT_EQ(manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, UpperCase(kSecond)), 0U);
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst, kComposite}));
@@ -378,16 +370,14 @@ TEST_F(DeviceInterfaceWatcherTest, ARemovalErasesTheEntryWithTheLinkAndSignalsTh
 
 // Both handles are of one event.
 TEST_F(DeviceInterfaceWatcherTest, ARemovalSignalsTheArrivalEventToo) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     ResetEvent(Watcher().ArrivalEvent());
     manager_.Unplug(kFirst);
     EXPECT_TRUE(IsSignalled());
 }
 
 TEST_F(DeviceInterfaceWatcherTest, ARemovalOfALinkThatIsNotListedLeavesTheListUnchanged) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     events_.ForgetCalls();
     EXPECT_EQ(manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, kSecond), 0U);
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
@@ -401,8 +391,7 @@ TEST_F(DeviceInterfaceWatcherTest, ARemovalWithAnEmptyListLeavesItEmpty) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, ARemovalOfAnotherProductIsIgnored) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     events_.ForgetCalls();
     EXPECT_EQ(manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEREMOVAL, kOther), 0U);
     EXPECT_EQ(LinksOf(Watcher()), (Links{kFirst}));
@@ -410,8 +399,7 @@ TEST_F(DeviceInterfaceWatcherTest, ARemovalOfAnotherProductIsIgnored) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, EventsOfOtherFilterTypesAreIgnored) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     events_.ForgetCalls();
     for (const auto type : {CM_NOTIFY_FILTER_TYPE_DEVICEHANDLE, CM_NOTIFY_FILTER_TYPE_DEVICEINSTANCE}) {
         EXPECT_EQ(manager_.Fire(CM_NOTIFY_ACTION_DEVICEINTERFACEARRIVAL, kSecond, type), 0U);
@@ -422,8 +410,7 @@ TEST_F(DeviceInterfaceWatcherTest, EventsOfOtherFilterTypesAreIgnored) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, OtherActionsAreIgnored) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     events_.ForgetCalls();
     for (const auto action :
          {CM_NOTIFY_ACTION_DEVICEQUERYREMOVE, CM_NOTIFY_ACTION_DEVICEQUERYREMOVEFAILED,
@@ -559,8 +546,7 @@ TEST_F(DeviceInterfaceWatcherTest, WaitForDeviceComparesWholeLinksExactly) {
 }
 
 TEST_F(DeviceInterfaceWatcherTest, WaitForDeviceDoesNotFindADeviceThatIsOnlyStillInTheList) {
-    manager_.SetPresent({kFirst});
-    Watcher().Refresh();
+    RefreshWith({kFirst});
     manager_.SetPresent({});
     EXPECT_EQ(Watcher().WaitForDevice(100, kFirst), 2U);
 }

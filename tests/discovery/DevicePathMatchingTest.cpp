@@ -1,6 +1,7 @@
 #include "discovery/DevicePathMatching.h"
 
 #include "discovery/WatchedProducts.h"
+#include "tests/support/ProcessorTime.h"
 
 #include <gtest/gtest.h>
 
@@ -417,12 +418,12 @@ class DevicePathOf32767Characters : public testing::TestWithParam<const wchar_t*
 // No recursion, and no search whose time rises with the square of the length: either would show here.
 TEST_P(DevicePathOf32767Characters, IsSearchedInNoTime) {
     const std::wstring link = Repeated(GetParam(), 32767);
-    const auto start = std::chrono::steady_clock::now();
+    const std::chrono::nanoseconds start = test_support::ProcessorTime();
     for (int count = 0; count < 20; ++count) {
         EXPECT_EQ(ExtractInstancePart(link).find(L"\u2603"), std::wstring::npos);
         EXPECT_NE(static_cast<int>(ExtractInterfaceKind(link)), 3);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_LT(test_support::ProcessorTime() - start, std::chrono::seconds(2));
 }
 
 INSTANTIATE_TEST_SUITE_P(Pieces, DevicePathOf32767Characters,

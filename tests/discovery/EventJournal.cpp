@@ -1,29 +1,14 @@
 #include "tests/discovery/EventJournal.h"
 
+#include "tests/support/Text.h"
+
 #include <algorithm>
-#include <utility>
-
-namespace {
-
-std::string Narrow(const wchar_t* text) {
-    std::string narrow;
-    for (; *text != L'\0'; ++text) {
-        narrow.push_back(static_cast<char>(*text));
-    }
-    return narrow;
-}
-
-}  // namespace
-
-EventJournal* EventJournal::current_ = nullptr;
 
 EventJournal::EventJournal()
     : createEvent_("CreateEventW", &RedirectedCreateEvent),
       setEvent_("SetEvent", &RedirectedSetEvent),
       resetEvent_("ResetEvent", &RedirectedResetEvent),
-      closeHandle_("CloseHandle", &RedirectedCloseHandle) {
-    current_ = this;
-}
+      closeHandle_("CloseHandle", &RedirectedCloseHandle) {}
 
 EventJournal::~EventJournal() {
     for (const Event& event : events_) {
@@ -81,7 +66,7 @@ void EventJournal::RecordOn(const char* function, HANDLE handle, bool closes) {
         }
     }
     if (number) {
-        Record(std::string(function) + '(' + std::to_string(*number) + ')');
+        Record(test_support::Text(function, '(', *number, ')'));
     }
 }
 
@@ -92,9 +77,10 @@ HANDLE WINAPI EventJournal::RedirectedCreateEvent(LPSECURITY_ATTRIBUTES security
     if (name == nullptr) {
         return original(security, manualReset, signalled, name);
     }
-    journal.Record(std::string("CreateEventW(") + (security == nullptr ? "no security" : "security") +
-                   (manualReset != FALSE ? ", manual reset" : ", automatic reset") +
-                   (signalled != FALSE ? ", signalled, " : ", not signalled, ") + Narrow(name) + ")");
+    journal.Record(test_support::Text("CreateEventW(", security == nullptr ? "no security" : "security",
+                                      manualReset != FALSE ? ", manual reset" : ", automatic reset",
+                                      signalled != FALSE ? ", signalled, " : ", not signalled, ",
+                                      test_support::Narrow(name), ")"));
     if (journal.refusesEvents_) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;

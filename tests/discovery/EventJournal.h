@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -13,13 +14,10 @@
 // Records what the program does with events of a name, and hands every call on to Windows. Handles are
 // numbered in the order in which they were created. What the program leaves open, the journal closes when it
 // goes.
-class EventJournal {
+class EventJournal : public test_support::OnlyOne<EventJournal> {
   public:
     EventJournal();
     ~EventJournal();
-
-    EventJournal(const EventJournal&) = delete;
-    EventJournal& operator=(const EventJournal&) = delete;
 
     // One line a call, in order:
     //   CreateEventW(no security, manual reset, not signalled, name)
@@ -53,8 +51,6 @@ class EventJournal {
 
     void Record(const std::string& call);
     void RecordOn(const char* function, HANDLE handle, bool closes);
-
-    static EventJournal* current_;
 
     mutable std::mutex lock_;
     std::vector<Event> events_;

@@ -1,6 +1,7 @@
 #include "discovery/DeviceInterfaceWatcher.h"
 
 #include "tests/support/FakeConfigurationManager.h"
+#include "tests/support/Patience.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@ namespace {
 const std::wstring kDevice = L"\\\\?\\usb#vid_2f1a&pid_7e01#1#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
 constexpr const wchar_t* kNameVariable = L"VEYRA_TEST_EVENT_NAME";
 
-constexpr DWORD kPatienceMs = 60'000;
+using test_support::kPatienceMs;
 
 // Starts this program once more, for one test and with the name of the event.
 win32::UniqueKernelHandle StartElsewhere(const std::string& test, const std::wstring& eventName) {
