@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/DispatchCall.h"
+
 #include <oleauto.h>
 
 #include <atomic>
@@ -15,6 +17,7 @@
 namespace {
 
 using Microsoft::WRL::ComPtr;
+using test_support::NumberVariant;
 
 constexpr IID kMapped{0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
 constexpr IID kUnmapped{0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x56}};
@@ -46,13 +49,6 @@ class AutomationDispatchTest : public testing::Test {
         outcome.status = dispatch_->Invoke(id, IID_NULL, LOCALE_NEUTRAL, flags, parameters, &outcome.result,
                                            nullptr, &outcome.badArgument);
         return outcome;
-    }
-    static VARIANT Number(LONG value) {
-        VARIANT variant;
-        VariantInit(&variant);
-        V_VT(&variant) = VT_I4;
-        V_I4(&variant) = value;
-        return variant;
     }
     HRESULT IdsOf(std::vector<std::wstring> names, std::vector<DISPID>& ids) {
         std::vector<wchar_t*> pointers;
@@ -147,7 +143,7 @@ TEST_F(AutomationDispatchTest, RefusesAQuestionWithoutNames) {
 }
 
 TEST_F(AutomationDispatchTest, CallsTheMethodAndGivesItsResultAsANumber) {
-    const Outcome outcome = Invoke(Number(41));
+    const Outcome outcome = Invoke(NumberVariant(41));
     EXPECT_EQ(outcome.status, S_OK);
     EXPECT_EQ(received_, std::vector<LONG>{41});
     EXPECT_EQ(V_VT(&outcome.result), VT_I4);
@@ -155,28 +151,24 @@ TEST_F(AutomationDispatchTest, CallsTheMethodAndGivesItsResultAsANumber) {
 }
 
 TEST_F(AutomationDispatchTest, CallsTheMethodForACallerWhoWantsNoResult) {
-    VARIANT argument = Number(1);
-    DISPPARAMS parameters{&argument, nullptr, 1, 0};
-    EXPECT_EQ(dispatch_->Invoke(1, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &parameters, nullptr, nullptr,
-                                nullptr),
-              S_OK);
+    EXPECT_EQ(test_support::CallWithNumber(*dispatch_.Get(), 1, 1, nullptr), S_OK);
     EXPECT_EQ(received_, std::vector<LONG>{1});
 }
 
 // Scripts call this way: a method, and its value if it has one.
 TEST_F(AutomationDispatchTest, CallsTheMethodWhenAPropertyWouldDoToo) {
-    EXPECT_EQ(Invoke(Number(1), 1, DISPATCH_METHOD | DISPATCH_PROPERTYGET).status, S_OK);
+    EXPECT_EQ(Invoke(NumberVariant(1), 1, DISPATCH_METHOD | DISPATCH_PROPERTYGET).status, S_OK);
     EXPECT_EQ(received_, std::vector<LONG>{1});
 }
 
 TEST_F(AutomationDispatchTest, ReadsArgumentsThatConvertToANumber) {
-    VARIANT small = Number(0);
+    VARIANT small = NumberVariant(0);
     V_VT(&small) = VT_I2;
     V_I2(&small) = -5;
     EXPECT_EQ(Invoke(small).status, S_OK);
 
     LONG referenced = 1;
-    VARIANT reference = Number(0);
+    VARIANT reference = NumberVariant(0);
     V_VT(&reference) = VT_I4 | VT_BYREF;
     V_I4REF(&reference) = &referenced;
     EXPECT_EQ(Invoke(reference).status, S_OK);
@@ -184,7 +176,7 @@ TEST_F(AutomationDispatchTest, ReadsArgumentsThatConvertToANumber) {
 }
 
 TEST_F(AutomationDispatchTest, RefusesAnArgumentThatIsNoNumber) {
-    VARIANT text = Number(0);
+    VARIANT text = NumberVariant(0);
     V_VT(&text) = VT_BSTR;
     V_BSTR(&text) = SysAllocString(L"yes");
     const Outcome outcome = Invoke(text);
@@ -196,7 +188,7 @@ TEST_F(AutomationDispatchTest, RefusesAnArgumentThatIsNoNumber) {
 }
 
 TEST_F(AutomationDispatchTest, RefusesAnArgumentThatIsNoNumberForACallerWhoDoesNotAskWhich) {
-    VARIANT nothing = Number(0);
+    VARIANT nothing = NumberVariant(0);
     V_VT(&nothing) = VT_NULL;
     DISPPARAMS parameters{&nothing, nullptr, 1, 0};
     EXPECT_EQ(dispatch_->Invoke(1, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &parameters, nullptr, nullptr,
@@ -207,7 +199,7 @@ TEST_F(AutomationDispatchTest, RefusesAnArgumentThatIsNoNumberForACallerWhoDoesN
 
 TEST_F(AutomationDispatchTest, KnowsNoOtherMembers) {
     for (const DISPID id : std::vector<DISPID>{0, 2, -1, LONG_MAX, LONG_MIN}) {
-        EXPECT_EQ(Invoke(Number(1), id).status, DISP_E_MEMBERNOTFOUND) << id;
+        EXPECT_EQ(Invoke(NumberVariant(1), id).status, DISP_E_MEMBERNOTFOUND) << id;
     }
     EXPECT_TRUE(received_.empty());
 }
@@ -215,13 +207,13 @@ TEST_F(AutomationDispatchTest, KnowsNoOtherMembers) {
 TEST_F(AutomationDispatchTest, HasNoProperties) {
     for (const WORD flags :
          std::vector<WORD>{DISPATCH_PROPERTYGET, DISPATCH_PROPERTYPUT, DISPATCH_PROPERTYPUTREF, 0}) {
-        EXPECT_EQ(Invoke(Number(1), 1, flags).status, DISP_E_MEMBERNOTFOUND) << flags;
+        EXPECT_EQ(Invoke(NumberVariant(1), 1, flags).status, DISP_E_MEMBERNOTFOUND) << flags;
     }
     EXPECT_TRUE(received_.empty());
 }
 
 TEST_F(AutomationDispatchTest, RefusesAnyButOneUnnamedArgument) {
-    VARIANT arguments[] = {Number(1), Number(1)};
+    VARIANT arguments[] = {NumberVariant(1), NumberVariant(1)};
     DISPID name = 0;
     DISPPARAMS none{nullptr, nullptr, 0, 0};
     DISPPARAMS two{arguments, nullptr, 2, 0};
@@ -237,7 +229,7 @@ TEST_F(AutomationDispatchTest, RefusesAnyButOneUnnamedArgument) {
 
 TEST_F(AutomationDispatchTest, RefusesCallsOnceDisconnected) {
     dispatch_->Disconnect();
-    const Outcome outcome = Invoke(Number(1));
+    const Outcome outcome = Invoke(NumberVariant(1));
     EXPECT_EQ(outcome.status, CO_E_OBJNOTCONNECTED);
     EXPECT_EQ(V_VT(&outcome.result), VT_EMPTY);
     EXPECT_TRUE(received_.empty());
@@ -245,11 +237,11 @@ TEST_F(AutomationDispatchTest, RefusesCallsOnceDisconnected) {
 
 TEST_F(AutomationDispatchTest, MapsAnExceptionOfTheMethodToACode) {
     dispatch_ = Target::Make([](LONG) -> LONG { throw std::runtime_error("no"); });
-    EXPECT_EQ(Invoke(Number(1)).status, E_FAIL);
+    EXPECT_EQ(Invoke(NumberVariant(1)).status, E_FAIL);
     dispatch_ = Target::Make([](LONG) -> LONG { throw 5; });
-    EXPECT_EQ(Invoke(Number(1)).status, E_FAIL);
+    EXPECT_EQ(Invoke(NumberVariant(1)).status, E_FAIL);
     dispatch_ = Target::Make([](LONG) -> LONG { throw std::bad_alloc(); });
-    EXPECT_EQ(Invoke(Number(1)).status, E_OUTOFMEMORY);
+    EXPECT_EQ(Invoke(NumberVariant(1)).status, E_OUTOFMEMORY);
 }
 
 TEST_F(AutomationDispatchTest, CallsSeveralAtATime) {
@@ -257,11 +249,11 @@ TEST_F(AutomationDispatchTest, CallsSeveralAtATime) {
     std::optional<HRESULT> inner;
     dispatch_ = Target::Make([this, &inner](LONG value) {
         if (value == 1) {
-            inner = std::async(std::launch::async, [this] { return Invoke(Number(2)).status; }).get();
+            inner = std::async(std::launch::async, [this] { return Invoke(NumberVariant(2)).status; }).get();
         }
         return value;
     });
-    EXPECT_EQ(Invoke(Number(1)).status, S_OK);
+    EXPECT_EQ(Invoke(NumberVariant(1)).status, S_OK);
     EXPECT_EQ(inner, S_OK);
 }
 
@@ -276,7 +268,7 @@ TEST_F(AutomationDispatchTest, TakesItsFirstTwoCallsAtATime) {
             while (ready < 2) {
                 SwitchToThread();
             }
-            return Invoke(Number(1)).status;
+            return Invoke(NumberVariant(1)).status;
         };
         auto other = std::async(std::launch::async, call);
         EXPECT_EQ(call(), S_OK);

@@ -1,17 +1,9 @@
 #include "tests/prompt/BstrAllocations.h"
 
-BstrAllocations* BstrAllocations::current_ = nullptr;
-
 BstrAllocations::BstrAllocations()
     : allocate_("SysAllocString", OnAllocate),
       allocateBytes_("SysAllocStringByteLen", OnAllocateBytes),
-      free_("SysFreeString", OnFree) {
-    current_ = this;
-}
-
-BstrAllocations::~BstrAllocations() {
-    current_ = nullptr;
-}
+      free_("SysFreeString", OnFree) {}
 
 template <typename Allocate>
 BSTR BstrAllocations::Follow(Allocate allocate) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 #include <oleauto.h>
@@ -8,13 +9,9 @@
 #include <set>
 
 // Follows the BSTRs that the program allocates and frees, and refuses one of them. Only one exists at a time.
-class BstrAllocations {
+class BstrAllocations : public test_support::OnlyOne<BstrAllocations> {
   public:
     BstrAllocations();
-    ~BstrAllocations();
-
-    BstrAllocations(const BstrAllocations&) = delete;
-    BstrAllocations& operator=(const BstrAllocations&) = delete;
 
     // The `allocation`-th allocation (from 1) gives null.
     void Refuse(int allocation) { refused_ = allocation; }
@@ -30,8 +27,6 @@ class BstrAllocations {
 
     template <typename Allocate>
     BSTR Follow(Allocate allocate);
-
-    static BstrAllocations* current_;
 
     int refused_ = 0;
     int count_ = 0;

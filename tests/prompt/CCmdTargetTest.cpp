@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/DispatchCall.h"
+
 #include <oleauto.h>
 
 #include <memory>
@@ -10,6 +12,7 @@
 namespace {
 
 using Microsoft::WRL::ComPtr;
+using test_support::CallWithNumber;
 
 constexpr IID kMapped{0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
 
@@ -36,15 +39,6 @@ class CCmdTargetTest : public testing::Test {
                                                          reinterpret_cast<void**>(dispatch.GetAddressOf()));
         return dispatch;
     }
-    static HRESULT Call(IDispatch& dispatch, DISPID id, LONG value, VARIANT* result) {
-        VARIANT argument;
-        VariantInit(&argument);
-        V_VT(&argument) = VT_I4;
-        V_I4(&argument) = value;
-        DISPPARAMS parameters{&argument, nullptr, 1, 0};
-        return dispatch.Invoke(id, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &parameters, result, nullptr,
-                               nullptr);
-    }
 
     std::vector<LONG> record_;
     std::unique_ptr<RecordingTarget> target_ = std::make_unique<RecordingTarget>(&record_);
@@ -61,9 +55,9 @@ TEST_F(CCmdTargetTest, HasOneIdentity) {
 TEST_F(CCmdTargetTest, CallsItsMethodsByTheirPositionFromOne) {
     VARIANT result;
     VariantInit(&result);
-    EXPECT_EQ(Call(*Dispatch().Get(), 1, 7, &result), S_OK);
+    EXPECT_EQ(CallWithNumber(*Dispatch().Get(), 1, 7, &result), S_OK);
     EXPECT_EQ(V_I4(&result), 7);
-    EXPECT_EQ(Call(*Dispatch().Get(), 2, 8, &result), S_OK);
+    EXPECT_EQ(CallWithNumber(*Dispatch().Get(), 2, 8, &result), S_OK);
     EXPECT_EQ(V_I4(&result), -8);
     EXPECT_EQ(record_, (std::vector<LONG>{7, 8}));
 }
@@ -83,7 +77,7 @@ TEST_F(CCmdTargetTest, RefusesCallsAfterItsEnd) {
     target_.reset();
     VARIANT result;
     VariantInit(&result);
-    EXPECT_EQ(Call(*dispatch.Get(), 1, 7, &result), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(CallWithNumber(*dispatch.Get(), 1, 7, &result), CO_E_OBJNOTCONNECTED);
     EXPECT_TRUE(record_.empty());
     EXPECT_EQ(V_VT(&result), VT_EMPTY);
 }

@@ -3,14 +3,15 @@
 #include <gtest/gtest.h>
 
 #include "diagnostics/TraceProvider.h"
+#include "tests/support/DispatchCall.h"
 #include "tests/support/FakeToastServer.h"
+#include "tests/support/Patience.h"
 #include "tests/support/TraceRecorder.h"
 
 #include <oleauto.h>
 #include <olectl.h>
 
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <optional>
 #include <string>
@@ -18,9 +19,10 @@
 
 namespace {
 
-using namespace std::chrono_literals;
 using Microsoft::WRL::ComPtr;
 using test_support::FakeToastServer;
+using test_support::kPatience;
+using test_support::kWatchTime;
 using test_support::TraceRecorder;
 
 constexpr GUID kSinkGroup{0x86E9D1B4, 0x5F2A, 0x4C37, {0xB8, 0x1E, 0x20, 0xA7, 0x93, 0x4D, 0xF6, 0x5C}};
@@ -250,14 +252,7 @@ TEST_F(CSinkTest, TakesNoAnswerAfterItsEnd) {
     ComPtr<IDispatch> events;
     ASSERT_EQ(server_.Sink()->QueryInterface(kEvents, reinterpret_cast<void**>(events.GetAddressOf())), S_OK);
     sink_.reset();
-    VARIANT argument;
-    VariantInit(&argument);
-    V_VT(&argument) = VT_I4;
-    V_I4(&argument) = 1;
-    DISPPARAMS parameters{&argument, nullptr, 1, 0};
-    EXPECT_EQ(
-        events->Invoke(1, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &parameters, nullptr, nullptr, nullptr),
-        CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(test_support::CallWithNumber(*events.Get(), 1, 1, nullptr), CO_E_OBJNOTCONNECTED);
     EXPECT_EQ(accepted_, 0);
 }
 
@@ -271,11 +266,11 @@ TEST_F(CSinkTest, WaitsAtItsEndForTheAnswerBeingHandled) {
     });
     sink_->Advise(Pointer());
     auto answer = std::async(std::launch::async, [this] { return server_.FireUserRespond(1); });
-    ASSERT_EQ(entered.get_future().wait_for(20s), std::future_status::ready);
+    ASSERT_EQ(entered.get_future().wait_for(kPatience), std::future_status::ready);
     auto end = std::async(std::launch::async, [this] { sink_.reset(); });
-    EXPECT_EQ(end.wait_for(100ms), std::future_status::timeout);
+    EXPECT_EQ(end.wait_for(kWatchTime), std::future_status::timeout);
     release.set_value();
-    ASSERT_EQ(end.wait_for(20s), std::future_status::ready);
+    ASSERT_EQ(end.wait_for(kPatience), std::future_status::ready);
     EXPECT_EQ(accepted_, 1);
     EXPECT_EQ(answer.get(), S_OK);
 }

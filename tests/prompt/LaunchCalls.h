@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <windows.h>
 
@@ -9,76 +10,15 @@
 #include <string>
 #include <vector>
 
-// Stands in for the tokens and processes that the launch of the toast controller works with, records every
-// call that it makes in order, and makes single ones fail. The registry behind it is the machine's. Only one
-// exists at a time.
-class LaunchCalls {
+// Stands in for the tokens and processes that the launch of the toast controller works with, keeps every call
+// that it makes as one line with its arguments, and makes single ones fail. The registry behind it is the
+// machine's. Handles have names in the lines, for example
+//   DuplicateTokenEx(own token, 0xF00FF, null, level 2, type 1)
+//   WaitForSingleObject(process, 0xFFFFFFFF)
+//   CloseHandle(null)
+class LaunchCalls : public test_support::OnlyOne<LaunchCalls> {
   public:
-    // What the stand-ins give out.
-    static inline const HANDLE kOwnToken = reinterpret_cast<HANDLE>(0x1A1);
-    static inline const HANDLE kDuplicate = reinterpret_cast<HANDLE>(0x1A2);
-    static inline const HANDLE kProcess = reinterpret_cast<HANDLE>(0x1A3);
-    static inline const HANDLE kThread = reinterpret_cast<HANDLE>(0x1A4);
-
-    struct KeyOpen {
-        HKEY parent;
-        std::wstring path;
-        DWORD options;
-        REGSAM access;
-        HKEY opened;
-    };
-    struct KeyValue {
-        HKEY parent;
-        std::wstring path;
-        std::wstring name;
-        DWORD type;
-        std::string data;
-    };
-    struct TokenOpen {
-        HANDLE process;
-        DWORD access;
-    };
-    struct TokenDuplicate {
-        HANDLE token;
-        DWORD access;
-        const SECURITY_ATTRIBUTES* attributes;
-        int level;
-        int type;
-    };
-    struct TokenInformation {
-        HANDLE token;
-        int informationClass;
-        std::string sid;
-        DWORD attributes;
-        DWORD length;
-    };
-    struct DirectoryQuery {
-        bool hasBuffer;
-        UINT size;
-        UINT result;
-    };
-    struct Start {
-        HANDLE token;
-        std::wstring application;
-        std::wstring commandLine;
-        const SECURITY_ATTRIBUTES* processAttributes;
-        const SECURITY_ATTRIBUTES* threadAttributes;
-        BOOL inheritHandles;
-        DWORD flags;
-        const void* environment;
-        const wchar_t* currentDirectory;
-        STARTUPINFOW startup;
-    };
-    struct Wait {
-        HANDLE handle;
-        DWORD timeout;
-    };
-
     LaunchCalls();
-    ~LaunchCalls();
-
-    LaunchCalls(const LaunchCalls&) = delete;
-    LaunchCalls& operator=(const LaunchCalls&) = delete;
 
     // The function fails from now on, with this last error or, for those of the registry, this status.
     void Fail(const std::string& function, DWORD error) { failures_[function] = error; }
@@ -86,23 +26,16 @@ class LaunchCalls {
     DWORD waitResult = WAIT_OBJECT_0;
     // Runs inside the start of the process, for what the process would do.
     std::function<void()> whileStarting;
-    // Run inside the open of a key, after it was recorded: the status and the handle that it gives.
-    std::function<LSTATUS(const KeyOpen&, HKEY*)> openInstead;
+    // Runs inside the open of a key, in its place: the status and the handle that it gives.
+    std::function<LSTATUS(HKEY*)> openInstead;
 
-    // The names of the calls in the order in which they were made.
-    std::vector<std::string> order;
-    std::vector<int> guidCapacities;
-    std::vector<KeyOpen> opens;
-    std::vector<HKEY> closedKeys;
-    std::vector<KeyValue> values;
-    std::vector<TokenOpen> tokenOpens;
-    std::vector<TokenDuplicate> duplicates;
-    std::vector<std::wstring> sids;
-    std::vector<TokenInformation> informations;
-    std::vector<DirectoryQuery> directoryQueries;
-    std::vector<Start> starts;
-    std::vector<Wait> waits;
-    std::vector<HANDLE> closedHandles;
+    void Forget() { lines_.clear(); }
+    // The names of the functions in the order in which they were called.
+    [[nodiscard]] std::vector<std::string> Order() const;
+    // The calls of one function.
+    [[nodiscard]] std::vector<std::string> LinesOf(const std::string& function) const;
+    // What the last start of a process was given.
+    [[nodiscard]] const STARTUPINFOW& Startup() const { return startup_; }
 
   private:
     static int WINAPI OnGuidText(REFGUID id, wchar_t* text, int capacity);
@@ -126,11 +59,11 @@ class LaunchCalls {
     static DWORD WINAPI OnWait(HANDLE handle, DWORD timeout);
     static BOOL WINAPI OnCloseHandle(HANDLE handle);
 
-    // Notes the call; true when it is to fail, with the last error set.
-    [[nodiscard]] bool Enter(const std::string& function);
+    // Keeps the call; true when it is to fail, with the last error set.
+    bool Enter(const std::string& function, const std::string& arguments);
 
-    static LaunchCalls* current_;
-
+    std::vector<std::string> lines_;
+    STARTUPINFOW startup_{};
     std::map<std::string, DWORD> failures_;
     test_support::ImportRedirect guidText_;
     test_support::ImportRedirect openKey_;

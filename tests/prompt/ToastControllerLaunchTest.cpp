@@ -15,6 +15,7 @@
 namespace {
 
 using test_support::TraceRecorder;
+using Lines = std::vector<std::string>;
 
 const std::wstring kClassKey = L"SOFTWARE\\Classes\\CLSID\\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}";
 const std::wstring kSettingsKey =
@@ -60,36 +61,35 @@ class ToastControllerLaunch : public testing::Test {
         RegDeleteTreeW(HKEY_CURRENT_USER, kSettingsKey.c_str());
     }
 
+    [[nodiscard]] std::size_t Starts() const { return calls_->LinesOf("CreateProcessAsUserW").size(); }
+
     TraceRecorder traces_;
     std::unique_ptr<LaunchCalls> calls_ = std::make_unique<LaunchCalls>();
 };
 
 TEST_F(ToastControllerLaunch, LooksForTheClassInTheMachinesRegistry) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->guidCapacities, std::vector<int>{40});
-    ASSERT_FALSE(calls_->opens.empty());
-    EXPECT_EQ(calls_->opens[0].parent, HKEY_LOCAL_MACHINE);
-    EXPECT_EQ(calls_->opens[0].path, kClassKey);
-    EXPECT_EQ(calls_->opens[0].options, 0u);
-    EXPECT_EQ(calls_->opens[0].access, 0x20019u);
+    EXPECT_EQ(calls_->LinesOf("StringFromGUID2"), Lines{"StringFromGUID2(40 characters)"});
+    EXPECT_EQ(calls_->LinesOf("RegOpenKeyExW").at(0),
+              "RegOpenKeyExW(HKEY_LOCAL_MACHINE, "
+              "SOFTWARE\\Classes\\CLSID\\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}, 0, 0x20019)");
 }
 
 TEST_F(ToastControllerLaunch, MakesItsCallsInThisOrder) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->order, (std::vector<std::string>{
-                                 "StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken", "DuplicateTokenEx",
-                                 "ConvertStringSidToSidW", "SetTokenInformation", "GetSystemDirectoryW",
-                                 "GetSystemDirectoryW", "CreateProcessAsUserW", "WaitForSingleObject",
-                                 "CloseHandle", "CloseHandle", "RegOpenKeyExW", "RegSetKeyValueW"}));
+    EXPECT_EQ(calls_->Order(),
+              (Lines{"StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken", "DuplicateTokenEx",
+                     "ConvertStringSidToSidW", "SetTokenInformation", "GetSystemDirectoryW",
+                     "GetSystemDirectoryW", "CreateProcessAsUserW", "WaitForSingleObject", "CloseHandle",
+                     "CloseHandle", "RegOpenKeyExW", "RegSetKeyValueW"}));
 }
 
 TEST_F(ToastControllerLaunch, StartsNoProcessForARegisteredClass) {
     RegisterClass();
-    calls_->order.clear();
-    calls_->closedKeys.clear();
+    calls_->Forget();
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->order, (std::vector<std::string>{"StringFromGUID2", "RegOpenKeyExW", "RegOpenKeyExW",
-                                                       "RegSetKeyValueW"}));
+    EXPECT_EQ(calls_->Order(),
+              (Lines{"StringFromGUID2", "RegOpenKeyExW", "RegOpenKeyExW", "RegSetKeyValueW"}));
     EXPECT_EQ(ShowInActionCenter(), 1u);
 }
 
@@ -97,7 +97,7 @@ TEST_F(ToastControllerLaunch, StartsNoSecondProcessOnceTheFirstHasRegisteredTheC
     calls_->whileStarting = [] { RegisterClass(); };
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
 }
 
 TEST_F(ToastControllerLaunch, RegistersAgainWhenTheClassIsGone) {
@@ -105,123 +105,100 @@ TEST_F(ToastControllerLaunch, RegistersAgainWhenTheClassIsGone) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kClassKey.c_str());
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
 }
 
 TEST_F(ToastControllerLaunch, TakesAClassThatCannotBeOpenedForUnregistered) {
     RegisterClass();
     calls_->Fail("RegOpenKeyExW", ERROR_ACCESS_DENIED);
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
 }
 
 // Only the handle decides, whatever the status.
 TEST_F(ToastControllerLaunch, TakesAHandleForARegisteredClassWhateverTheStatus) {
-    calls_->openInstead = [](const LaunchCalls::KeyOpen&, HKEY* opened) -> LSTATUS {
+    calls_->openInstead = [](HKEY* opened) -> LSTATUS {
         *opened = HKEY_CLASSES_ROOT;
         return ERROR_ACCESS_DENIED;
     };
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_TRUE(calls_->starts.empty());
+    EXPECT_EQ(Starts(), 0u);
 }
 
 TEST_F(ToastControllerLaunch, TakesANullHandleForAnUnregisteredClassWhateverTheStatus) {
-    calls_->openInstead = [](const LaunchCalls::KeyOpen&, HKEY*) -> LSTATUS { return ERROR_SUCCESS; };
+    calls_->openInstead = [](HKEY*) -> LSTATUS { return ERROR_SUCCESS; };
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
 }
 
 TEST_F(ToastControllerLaunch, DuplicatesItsOwnTokenAsAPrimaryOne) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->tokenOpens.size(), 1u);
-    EXPECT_EQ(calls_->tokenOpens[0].process, GetCurrentProcess());
-    EXPECT_EQ(calls_->tokenOpens[0].access, 0x8Bu);
-    ASSERT_EQ(calls_->duplicates.size(), 1u);
-    EXPECT_EQ(calls_->duplicates[0].token, LaunchCalls::kOwnToken);
-    EXPECT_EQ(calls_->duplicates[0].access, 0xF00FFu);
-    EXPECT_EQ(calls_->duplicates[0].attributes, nullptr);
-    EXPECT_EQ(calls_->duplicates[0].level, 2);
-    EXPECT_EQ(calls_->duplicates[0].type, 1);
+    EXPECT_EQ(calls_->LinesOf("OpenProcessToken"), Lines{"OpenProcessToken(this process, 0x8B)"});
+    EXPECT_EQ(calls_->LinesOf("DuplicateTokenEx"),
+              Lines{"DuplicateTokenEx(own token, 0xF00FF, null, level 2, type 1)"});
 }
 
 TEST_F(ToastControllerLaunch, LowersTheDuplicateToMediumIntegrity) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->sids, std::vector<std::wstring>{L"S-1-16-8192"});
-    ASSERT_EQ(calls_->informations.size(), 1u);
-    EXPECT_EQ(calls_->informations[0].token, LaunchCalls::kDuplicate);
-    EXPECT_EQ(calls_->informations[0].informationClass, 25);
-    EXPECT_EQ(calls_->informations[0].sid, std::string("\1\1\0\0\0\0\0\x10\0\x20\0\0", 12));
-    EXPECT_EQ(calls_->informations[0].attributes, 0x20u);
-    EXPECT_EQ(calls_->informations[0].length, 28u);
+    EXPECT_EQ(calls_->LinesOf("ConvertStringSidToSidW"), Lines{"ConvertStringSidToSidW(S-1-16-8192)"});
+    EXPECT_EQ(calls_->LinesOf("SetTokenInformation"),
+              Lines{"SetTokenInformation(duplicate, class 25, 01 01 00 00 00 00 00 10 00 20 00 00, "
+                    "attributes 0x20, 28 bytes)"});
 }
 
 TEST_F(ToastControllerLaunch, GoesOnWhenTheIntegrityCannotBeLowered) {
     calls_->Fail("SetTokenInformation", ERROR_PRIVILEGE_NOT_HELD);
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
     EXPECT_EQ(ShowInActionCenter(), 1u);
 }
 
 TEST_F(ToastControllerLaunch, GoesOnWithoutAnIntegritySid) {
     calls_->Fail("ConvertStringSidToSidW", ERROR_INVALID_SID);
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_EQ(calls_->starts.size(), 1u);
+    EXPECT_EQ(Starts(), 1u);
     EXPECT_EQ(ShowInActionCenter(), 1u);
 }
 
+// 20 characters are "C:\\windows\\system32" with its terminator.
 TEST_F(ToastControllerLaunch, AsksForTheSystemDirectorysLengthFirst) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->directoryQueries.size(), 2u);
-    EXPECT_FALSE(calls_->directoryQueries[0].hasBuffer);
-    EXPECT_EQ(calls_->directoryQueries[0].size, 0u);
-    EXPECT_TRUE(calls_->directoryQueries[1].hasBuffer);
-    EXPECT_EQ(calls_->directoryQueries[1].size, calls_->directoryQueries[0].result);
+    EXPECT_EQ(calls_->LinesOf("GetSystemDirectoryW"),
+              (Lines{"GetSystemDirectoryW(no buffer, 0 characters)", "GetSystemDirectoryW(20 characters)"}));
 }
 
 TEST_F(ToastControllerLaunch, StartsTheControllerInTheSystemDirectoryToRegisterItself) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->starts.size(), 1u);
-    const LaunchCalls::Start& start = calls_->starts[0];
-    EXPECT_EQ(start.token, LaunchCalls::kDuplicate);
-    EXPECT_EQ(start.application, L"C:\\windows\\system32\\VeyraCameraToastCntl.exe");
-    EXPECT_EQ(start.commandLine, L"/RegServer");
-    EXPECT_EQ(start.processAttributes, nullptr);
-    EXPECT_EQ(start.threadAttributes, nullptr);
-    EXPECT_EQ(start.inheritHandles, FALSE);
-    EXPECT_EQ(start.flags, 0u);
-    EXPECT_EQ(start.environment, nullptr);
-    EXPECT_EQ(start.currentDirectory, nullptr);
+    EXPECT_EQ(calls_->LinesOf("CreateProcessAsUserW"),
+              Lines{"CreateProcessAsUserW(duplicate, C:\\windows\\system32\\VeyraCameraToastCntl.exe, "
+                    "/RegServer, null, null, inherit 0, flags 0, null, null)"});
 }
 
 TEST_F(ToastControllerLaunch, NamesNothingButTheSizeInTheStartupInformation) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->starts.size(), 1u);
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&calls_->starts[0].startup);
-    EXPECT_EQ(calls_->starts[0].startup.cb, 104u);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(&calls_->Startup());
+    EXPECT_EQ(calls_->Startup().cb, 104u);
     EXPECT_TRUE(std::all_of(bytes + 4, bytes + 104, [](unsigned char byte) { return byte == 0; }));
 }
 
 TEST_F(ToastControllerLaunch, WaitsForTheControllersEndWithoutTimeOutAndClosesItsHandles) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->waits.size(), 1u);
-    EXPECT_EQ(calls_->waits[0].handle, LaunchCalls::kProcess);
-    EXPECT_EQ(calls_->waits[0].timeout, 0xFFFFFFFFu);
-    EXPECT_EQ(calls_->closedHandles, (std::vector<HANDLE>{LaunchCalls::kProcess, LaunchCalls::kThread}));
+    EXPECT_EQ(calls_->LinesOf("WaitForSingleObject"), Lines{"WaitForSingleObject(process, 0xFFFFFFFF)"});
+    EXPECT_EQ(calls_->LinesOf("CloseHandle"), (Lines{"CloseHandle(process)", "CloseHandle(thread)"}));
 }
 
 TEST_F(ToastControllerLaunch, LeavesItsKeysOpen) {
     calls_->whileStarting = [] { RegisterClass(); };
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    calls_->closedKeys.clear();
+    calls_->Forget();
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    EXPECT_TRUE(calls_->closedKeys.empty());
+    EXPECT_EQ(calls_->LinesOf("RegCloseKey"), Lines{});
 }
 
 TEST_F(ToastControllerLaunch, GivesTheErrorOfItsTokenAndDoesNothingElse) {
     calls_->Fail("OpenProcessToken", ERROR_ACCESS_DENIED);
     EXPECT_EQ(EnsureToastControllerRegistered(), kAccessDenied);
-    EXPECT_EQ(calls_->order,
-              (std::vector<std::string>{"StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken"}));
+    EXPECT_EQ(calls_->Order(), (Lines{"StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken"}));
     EXPECT_EQ(ShowInActionCenter(), std::nullopt);
     EXPECT_TRUE(traces_.Messages().empty());
 }
@@ -229,9 +206,9 @@ TEST_F(ToastControllerLaunch, GivesTheErrorOfItsTokenAndDoesNothingElse) {
 TEST_F(ToastControllerLaunch, GivesTheErrorOfTheDuplicateAndDoesNothingElse) {
     calls_->Fail("DuplicateTokenEx", ERROR_ACCESS_DENIED);
     EXPECT_EQ(EnsureToastControllerRegistered(), kAccessDenied);
-    EXPECT_EQ(calls_->order, (std::vector<std::string>{"StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken",
-                                                       "DuplicateTokenEx"}));
-    EXPECT_TRUE(calls_->closedHandles.empty());
+    EXPECT_EQ(calls_->Order(),
+              (Lines{"StringFromGUID2", "RegOpenKeyExW", "OpenProcessToken", "DuplicateTokenEx"}));
+    EXPECT_EQ(calls_->LinesOf("CloseHandle"), Lines{});
     EXPECT_EQ(ShowInActionCenter(), std::nullopt);
 }
 
@@ -248,8 +225,8 @@ TEST_F(ToastControllerLaunch, TracesAFailedStartAndGoesOnAsIfItHadSucceeded) {
     const auto messages = traces_.Find(kLaunchGroup, kStartFailed);
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0].Code(), 193u);
-    EXPECT_TRUE(calls_->waits.empty());
-    EXPECT_EQ(calls_->closedHandles, (std::vector<HANDLE>{nullptr, nullptr}));
+    EXPECT_EQ(calls_->LinesOf("WaitForSingleObject"), Lines{});
+    EXPECT_EQ(calls_->LinesOf("CloseHandle"), (Lines{"CloseHandle(null)", "CloseHandle(null)"}));
     EXPECT_EQ(ShowInActionCenter(), 1u);
 }
 
@@ -275,9 +252,9 @@ TEST_F(ToastControllerLaunch, GivesTheResultOfTheSettingAfterAFailedStart) {
 TEST_F(ToastControllerLaunch, GivesAFailedWaitUnchangedAndWritesNoSetting) {
     calls_->waitResult = WAIT_FAILED;
     EXPECT_EQ(EnsureToastControllerRegistered(), static_cast<HRESULT>(0xFFFFFFFF));
-    EXPECT_TRUE(calls_->closedHandles.empty());
-    EXPECT_EQ(calls_->opens.size(), 1u);
-    EXPECT_TRUE(calls_->values.empty());
+    EXPECT_EQ(calls_->LinesOf("CloseHandle"), Lines{});
+    EXPECT_EQ(calls_->LinesOf("RegOpenKeyExW").size(), 1u);
+    EXPECT_EQ(calls_->LinesOf("RegSetKeyValueW"), Lines{});
     EXPECT_EQ(ShowInActionCenter(), std::nullopt);
     EXPECT_TRUE(traces_.Messages().empty());
 }
@@ -290,17 +267,14 @@ TEST_F(ToastControllerLaunch, TurnsAPositiveWaitResultIntoAFailure) {
 
 TEST_F(ToastControllerLaunch, WritesTheNotificationSettingOfItsOwnAccount) {
     EXPECT_EQ(EnsureToastControllerRegistered(), 0);
-    ASSERT_EQ(calls_->opens.size(), 2u);
-    EXPECT_EQ(calls_->opens[1].parent, HKEY_CURRENT_USER);
-    EXPECT_EQ(calls_->opens[1].path, kSettingsKey);
-    EXPECT_EQ(calls_->opens[1].options, 0u);
-    EXPECT_EQ(calls_->opens[1].access, 0x20019u);
-    ASSERT_EQ(calls_->values.size(), 1u);
-    EXPECT_EQ(calls_->values[0].parent, HKEY_CURRENT_USER);
-    EXPECT_EQ(calls_->values[0].path, kSettingsKey);
-    EXPECT_EQ(calls_->values[0].name, L"ShowInActionCenter");
-    EXPECT_EQ(calls_->values[0].type, 4u);
-    EXPECT_EQ(calls_->values[0].data, std::string("\1\0\0\0", 4));
+    const std::string settings =
+        "HKEY_CURRENT_USER, SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Notifications\\Settings\\"
+        "Morrow.Veyra.DFUToastCntl";
+    const Lines opens = calls_->LinesOf("RegOpenKeyExW");
+    ASSERT_EQ(opens.size(), 2u);
+    EXPECT_EQ(opens[1], "RegOpenKeyExW(" + settings + ", 0, 0x20019)");
+    EXPECT_EQ(calls_->LinesOf("RegSetKeyValueW"),
+              Lines{"RegSetKeyValueW(" + settings + ", ShowInActionCenter, type 4, 01 00 00 00)"});
 }
 
 TEST_F(ToastControllerLaunch, CreatesTheSettingsKeyWithItsOneValue) {

@@ -207,7 +207,7 @@ std::vector<Drive> DrivesOfTheService() {
         }),
         OfTheService([](auto& stage) {
             LaunchCalls launch;
-            launch.openInstead = [](const auto&, HKEY*) { return ERROR_FILE_NOT_FOUND; };
+            launch.openInstead = [](HKEY*) { return ERROR_FILE_NOT_FOUND; };
             launch.Fail("CreateProcessAsUserW", ERROR_FILE_NOT_FOUND);
             stage.Service();
         }),

@@ -1,6 +1,7 @@
 #include "prompt/CNotifyClient.h"
 #include "prompt/CSink.h"
 #include "prompt/ToastController.h"
+#include "tests/support/Patience.h"
 #include "win32/UniqueHandle.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +18,7 @@ namespace {
 
 const wchar_t* const kServerKey =
     L"SOFTWARE\\Classes\\CLSID\\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}\\LocalServer32";
-constexpr DWORD kPatienceMs = 30'000;
+using test_support::kPatienceMs;
 const wchar_t* const kToDieEvent = L"VeyraOddToastServerDies";
 
 std::wstring WindowsPath(const std::string& path) {
