@@ -85,6 +85,21 @@ class FirmwareCommandPipeTest : public ::testing::Test {
         bytesReturned_ = bytesReturned;
     }
 
+    // Both as plain properties of 1024 bytes with a cleared count, in buffers of their own.
+    void ExpectAWriteThenARead() const {
+        const auto calls = control_.Calls();
+        ASSERT_EQ(calls.size(), 2u);
+        EXPECT_EQ(calls[0].descriptor, CommandControl(2));
+        EXPECT_EQ(calls[1].descriptor, CommandControl(1));
+        for (const KsCall& call : calls) {
+            EXPECT_EQ(call.operation, KsCall::Operation::Property);
+            EXPECT_EQ(call.dataLength, 1024u);
+            EXPECT_NE(call.bytesReturned, nullptr);
+            EXPECT_EQ(call.bytesReturnedBefore, 0u);
+        }
+        EXPECT_NE(calls[1].data, calls[0].data);
+    }
+
     std::size_t Writes() const { return CountOf(2); }
     std::size_t Reads() const { return CountOf(1); }
     std::vector<BYTE> Written() const { return control_.Calls().at(0).dataBefore; }
@@ -122,7 +137,11 @@ class FirmwareCommandPipeTest : public ::testing::Test {
 };
 
 using FirmwareCommandPipeSendCommand = FirmwareCommandPipeTest;
-using FirmwareCommandPipeSendCommandAndRead = FirmwareCommandPipeTest;
+
+class FirmwareCommandPipeSendCommandAndRead : public FirmwareCommandPipeTest {
+  protected:
+    FirmwareCommandPipeSendCommandAndRead() { SetReply(0x10, 1024); }
+};
 
 TEST(FirmwareCommandPipe, HasItsOperationsInTheirSlotsWithTheDestructorLast) {
     EXPECT_EQ(VirtualSlot(&IFirmwareCommandPipe::SendCommand), 0u);
@@ -150,19 +169,7 @@ TEST(FirmwareCommandPipe, ReleasesTheControlWhenDroppedThroughItsInterface) {
 TEST_F(FirmwareCommandPipeSendCommand, WritesThenReadsTheControlWithPlainProperties) {
     EXPECT_EQ(pipe_.SendCommand(0x1E, nullptr, 0, 1, 0, 0, 0), S_OK);
 
-    const auto calls = control_.Calls();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].operation, KsCall::Operation::Property);
-    EXPECT_EQ(calls[0].descriptor, CommandControl(2));
-    EXPECT_EQ(calls[0].dataLength, 1024u);
-    EXPECT_NE(calls[0].bytesReturned, nullptr);
-    EXPECT_EQ(calls[0].bytesReturnedBefore, 0u);
-    EXPECT_EQ(calls[1].operation, KsCall::Operation::Property);
-    EXPECT_EQ(calls[1].descriptor, CommandControl(1));
-    EXPECT_EQ(calls[1].dataLength, 1024u);
-    EXPECT_NE(calls[1].bytesReturned, nullptr);
-    EXPECT_EQ(calls[1].bytesReturnedBefore, 0u);
-    EXPECT_NE(calls[1].data, calls[0].data);
+    ExpectAWriteThenARead();
 }
 
 TEST_F(FirmwareCommandPipeSendCommand, SendsTheDfuModeCommandAsTheFirmwareKnowsIt) {
@@ -293,24 +300,11 @@ TEST_F(FirmwareCommandPipeSendCommand, DoesNotCareHowMuchReplyDataIsMissing) {
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, WritesThenReadsTheControlWithPlainProperties) {
-    SetReply(0x10, 1024);
     std::array<BYTE, 230> reply{};
 
     EXPECT_EQ(pipe_.SendCommandAndRead(reply.data(), 0x10, reply.size(), 0, 0, 0, 0), S_OK);
 
-    const auto calls = control_.Calls();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].operation, KsCall::Operation::Property);
-    EXPECT_EQ(calls[0].descriptor, CommandControl(2));
-    EXPECT_EQ(calls[0].dataLength, 1024u);
-    EXPECT_NE(calls[0].bytesReturned, nullptr);
-    EXPECT_EQ(calls[0].bytesReturnedBefore, 0u);
-    EXPECT_EQ(calls[1].operation, KsCall::Operation::Property);
-    EXPECT_EQ(calls[1].descriptor, CommandControl(1));
-    EXPECT_EQ(calls[1].dataLength, 1024u);
-    EXPECT_NE(calls[1].bytesReturned, nullptr);
-    EXPECT_EQ(calls[1].bytesReturnedBefore, 0u);
-    EXPECT_NE(calls[1].data, calls[0].data);
+    ExpectAWriteThenARead();
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, SendsAFrameWithoutDataWhateverItExpectsBack) {
@@ -326,8 +320,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, SendsAFrameWithoutDataWhateverItEx
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, PausesFor100MillisecondsBetweenWriteAndRead) {
-    SetReply(0x10, 1024);
-
     EXPECT_EQ(pipe_.SendCommandAndRead(nullptr, 0x10, 0, 0, 0, 0, 0), S_OK);
 
     EXPECT_EQ(clock_.Sleeps(), (std::vector<DWORD>{100}));
@@ -335,7 +327,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, PausesFor100MillisecondsBetweenWri
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, CopiesTheExpectedBytesBehindTheEchoAndNoMore) {
-    SetReply(0x10, 1024);
     std::iota(reply_.begin() + 4, reply_.begin() + 14, BYTE{1});
     std::array<BYTE, 5> reply{};
     reply[3] = 0xEE;
@@ -346,7 +337,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, CopiesTheExpectedBytesBehindTheEch
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, TakesAReplyOf1020Bytes) {
-    SetReply(0x10, 1024);
     std::iota(reply_.begin() + 4, reply_.end(), BYTE{7});
     std::vector<BYTE> reply(1020);
 
@@ -376,7 +366,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, ReturnsAFailedWriteAsItIsWithoutPa
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, ReturnsAFailedReadAsItIsAndDoesNotRetry) {
-    SetReply(0x10, 1024);
     reply_[4] = 9;
     readResult_ = kDeviceGone;
     std::array<BYTE, 2> reply{};
@@ -389,7 +378,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, ReturnsAFailedReadAsItIsAndDoesNot
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, ReturnsOkForAnySuccessOfThePropertyCalls) {
-    SetReply(0x10, 1024);
     writeResult_ = S_FALSE;
     readResult_ = S_FALSE;
     std::array<BYTE, 2> reply{};
@@ -450,7 +438,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, TakesNoMoreThanItAskedForFromADriv
 // This C runtime lets nobody set a handler for its invalid-parameter reports. What can be seen is that its
 // checked copy, which raises the report, was given the null pointer, and the errno that belongs to it.
 TEST_F(FirmwareCommandPipeSendCommandAndRead, HasTheRuntimeReportANullReply) {
-    SetReply(0x10, 1024);
     const CheckedCopyRecorder copies;
     errno = 0;
 
@@ -465,7 +452,6 @@ TEST_F(FirmwareCommandPipeSendCommandAndRead, HasTheRuntimeReportANullReply) {
 }
 
 TEST_F(FirmwareCommandPipeSendCommandAndRead, HasNothingReportedForANullReplyOfNoLength) {
-    SetReply(0x10, 1024);
     const CheckedCopyRecorder copies;
     errno = 0;
 

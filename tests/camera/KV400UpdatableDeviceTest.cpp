@@ -5,6 +5,7 @@
 #include "tests/support/FakeClock.h"
 #include "tests/support/FakeMediaFoundation.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
 
 #include <gtest/gtest.h>
 
@@ -30,14 +31,8 @@ constexpr const wchar_t* kSensorLink =
     L"\\\\?\\usb#vid_2f1a&pid_7e00&mi_00#6&1#{24e552d7-6523-47f7-a647-d3465bf1f5ca}\\global";
 
 // The texts of UUIDs, as the system makes them or not.
-class UuidTexts {
+class UuidTexts : public test_support::OnlyOne<UuidTexts> {
   public:
-    UuidTexts() { current_ = this; }
-    ~UuidTexts() { current_ = nullptr; }
-
-    UuidTexts(const UuidTexts&) = delete;
-    UuidTexts& operator=(const UuidTexts&) = delete;
-
     RPC_STATUS result = RPC_S_OK;
     std::vector<UUID> asked;
     int unfreed = 0;
@@ -56,13 +51,9 @@ class UuidTexts {
         return current_->free_.Original<decltype(Free)>()(text);
     }
 
-    static UuidTexts* current_;
-
     ImportRedirect toString_{"UuidToStringW", &ToString};
     ImportRedirect free_{"RpcStringFreeW", &Free};
 };
-
-UuidTexts* UuidTexts::current_ = nullptr;
 
 class KV400UpdatableDeviceTest : public ::testing::Test {
   protected:

@@ -5,19 +5,23 @@
 #include "tests/support/FakeConfigurationManager.h"
 #include "tests/support/FakeMediaFoundation.h"
 #include "tests/support/FakeUsbBus.h"
+#include "tests/support/ImageFile.h"
 #include "tests/support/ImportRedirect.h"
+#include "tests/support/OnlyOne.h"
+#include "tests/support/Text.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The camera's whole update, from the image's path to the download into each device in DFU mode.
@@ -43,60 +47,23 @@ constexpr const char* kFirstName =
 constexpr const char* kSecondName =
     "KV400 DFU \\\\?\\usb#vid_2f1a&pid_7e02#0002#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
 
-std::string Narrow(const std::wstring& text) {
-    std::string narrow;
-    for (const wchar_t character : text) {
-        narrow.push_back(static_cast<char>(character));
+const std::vector<std::uint8_t> kImage{'T', 'h', 'e', ' ', 'f', 'i', 'r', 'm',
+                                       'w', 'a', 'r', 'e', 0,   1,   0xFF};
+
+bool IsOpenElsewhere(const std::wstring& path) {
+    const HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        return GetLastError() == ERROR_SHARING_VIOLATION;
     }
-    return narrow;
+    CloseHandle(file);
+    return false;
 }
-
-// A real file, away again after the test.
-class ImageFile {
-  public:
-    ImageFile()
-        : path_(std::filesystem::temp_directory_path() /
-                (L"veyra-camera-test-" + std::to_wstring(GetCurrentProcessId()) + L".bin")) {
-        std::ofstream(path_, std::ios::binary) << kContent;
-    }
-    ~ImageFile() {
-        std::error_code ignored;
-        std::filesystem::remove(path_, ignored);
-    }
-
-    ImageFile(const ImageFile&) = delete;
-    ImageFile& operator=(const ImageFile&) = delete;
-
-    std::wstring Path() const { return path_.wstring(); }
-    static std::vector<std::uint8_t> Content() { return {kContent.begin(), kContent.end()}; }
-
-    bool IsOpenElsewhere() const {
-        const HANDLE file = CreateFileW(path_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file == INVALID_HANDLE_VALUE) {
-            return GetLastError() == ERROR_SHARING_VIOLATION;
-        }
-        CloseHandle(file);
-        return false;
-    }
-
-  private:
-    static constexpr std::string_view kContent =
-        "the firmware of a camera, 45 bytes of it\x01\x02\x03\x04\x05";
-
-    std::filesystem::path path_;
-};
 
 // Every file that the C++ library opens, with the mode; a path that is not a legal file name can be led to a
 // real file.
-class OpenedFiles {
+class OpenedFiles : public test_support::OnlyOne<OpenedFiles> {
   public:
-    OpenedFiles() { current_ = this; }
-    ~OpenedFiles() { current_ = nullptr; }
-
-    OpenedFiles(const OpenedFiles&) = delete;
-    OpenedFiles& operator=(const OpenedFiles&) = delete;
-
     void Lead(std::wstring from, std::wstring to) {
         from_ = std::move(from);
         to_ = std::move(to);
@@ -110,15 +77,11 @@ class OpenedFiles {
             path == current_->from_ ? current_->to_.c_str() : path, mode);
     }
 
-    static OpenedFiles* current_;
-
     std::wstring from_;
     std::wstring to_;
     std::vector<std::wstring> calls_;
     ImportRedirect open_{"_wfopen", &Open};
 };
-
-OpenedFiles* OpenedFiles::current_ = nullptr;
 
 class KV400UpdatableDeviceUpdate : public ::testing::Test {
   protected:
@@ -175,7 +138,7 @@ class KV400UpdatableDeviceUpdate : public ::testing::Test {
     }
 
     const StoredUpdateMode stored_;
-    ImageFile image_;
+    const test_support::ImageFile image_{kImage};
     FakeClock clock_;
     FakeConfigurationManager configurationManager_;
     FakeUsbBus bus_;
@@ -194,7 +157,7 @@ TEST_F(KV400UpdatableDeviceUpdate, DownloadsTheImageIntoTheDeviceInDfuMode) {
 
     EXPECT_EQ(Update(), S_OK);
 
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
     EXPECT_EQ(DfuModeCommands(), 1u);
     EXPECT_FALSE(IsLogged("More than one")) << log_.str();
     EXPECT_FALSE(IsLogged("Failed")) << log_.str();
@@ -207,7 +170,7 @@ TEST_F(KV400UpdatableDeviceUpdate, WorksWithoutALogStream) {
 
     EXPECT_TRUE(FAILED(Update()));
 
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
     EXPECT_EQ(Update(L"C:\\no such folder\\image.bin"), kFail);
     EXPECT_EQ(log_.str(), "");
 }
@@ -242,7 +205,7 @@ TEST_F(KV400UpdatableDeviceUpdate, TestsTheFileForBinaryReadingAndClosesItAgainA
     std::optional<bool> isOpen;
     configurationManager_.BeforeEachListing([&] {
         if (!isOpen) {
-            isOpen = image_.IsOpenElsewhere();
+            isOpen = IsOpenElsewhere(image_.Path());
         }
     });
 
@@ -259,7 +222,7 @@ TEST_F(KV400UpdatableDeviceUpdate, TakesAPathInQuotes) {
 
     EXPECT_EQ(Update(L"\"" + image_.Path() + L"\""), S_OK);
 
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
     EXPECT_EQ(files.Calls(), (std::vector<std::wstring>{image_.Path() + L" rb", image_.Path() + L" rb"}));
 }
 
@@ -272,7 +235,7 @@ TEST_F(KV400UpdatableDeviceUpdate, HandsThePathToTheDevicesWithItsQuotes) {
     EXPECT_EQ(Update(L"\"\"image\"\""), S_OK);
 
     EXPECT_EQ(files.Calls(), (std::vector<std::wstring>{L"\"image\" rb", L"\"image\" rb"}));
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
 }
 
 TEST_F(KV400UpdatableDeviceUpdate, TakesAPathWithAQuoteAtItsStartOnlyAsItIs) {
@@ -358,7 +321,7 @@ TEST_F(KV400UpdatableDeviceUpdate, GoesOnWhenTheDfuModeCommandFails) {
 
     EXPECT_EQ(Update(), S_OK);
 
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
 }
 
 TEST_F(KV400UpdatableDeviceUpdate, WaitsTenSecondsForADeviceAndThenGivesUp) {
@@ -377,7 +340,7 @@ TEST_F(KV400UpdatableDeviceUpdate, UpdatesADeviceThatComesInTime) {
 
     EXPECT_EQ(Update(), S_OK);
 
-    EXPECT_EQ(device.downloaded, ImageFile::Content());
+    EXPECT_EQ(device.downloaded, kImage);
 }
 
 TEST_F(KV400UpdatableDeviceUpdate, MissesADeviceThatComesTooLate) {
@@ -412,7 +375,7 @@ TEST_F(KV400UpdatableDeviceUpdate, GoesOnBehindAFailedDeviceAndReturnsTheLastRes
 
     EXPECT_EQ(Update(), S_OK);
 
-    EXPECT_EQ(second.downloaded, ImageFile::Content());
+    EXPECT_EQ(second.downloaded, kImage);
     EXPECT_TRUE(IsLogged("\nFailed to update device " + std::string(kFirstName) + "\n")) << log_.str();
     EXPECT_FALSE(IsLogged("Failed to update device " + std::string(kSecondName))) << log_.str();
 }
@@ -423,7 +386,7 @@ TEST_F(KV400UpdatableDeviceUpdate, ReturnsTheLastDevicesFailureThoughTheFirstWas
 
     EXPECT_EQ(Update(), static_cast<HRESULT>(0x8007001F)) << "the failed transfer's code";
 
-    EXPECT_EQ(first.downloaded, ImageFile::Content());
+    EXPECT_EQ(first.downloaded, kImage);
     EXPECT_TRUE(log_.str().ends_with("Failed to update device " + std::string(kSecondName) + "\n"))
         << log_.str();
     EXPECT_FALSE(IsLogged("Failed to update device " + std::string(kFirstName))) << log_.str();
@@ -435,7 +398,8 @@ TEST_F(KV400UpdatableDeviceUpdate, HandsItsLogStreamToTheDevices) {
     EXPECT_EQ(Update(), kFail);
 
     EXPECT_EQ(log_.str(), Announcement() + "Failed to connect to DFU interface with symbolic link" +
-                              Narrow(kFirstLink) + "\nFailed to update device " + kFirstName + "\n");
+                              test_support::Narrow(kFirstLink) + "\nFailed to update device " + kFirstName +
+                              "\n");
 }
 
 }  // namespace
