@@ -4,17 +4,17 @@
 #include "host/bench/BareRefresh.h"
 #include "host/bench/EngineDownload.h"
 #include "host/bench/PresentLinks.h"
+#include "tests/support/ProcessorTime.h"
 
 #include <benchmark/benchmark.h>
 
 #include <malloc.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <functional>
-#include <stdexcept>
 #include <vector>
 
 // How long the engine takes beside its bare transfers, and a refresh beside its bare work; the argument is
@@ -29,14 +29,9 @@ constexpr std::int64_t kMostBlocks = 65000;
 
 // What a work takes on the processor, in nanoseconds.
 double TimeOf(const std::function<void()>& work) {
-    const auto now = [] {
-        timespec time{};
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-        return 1e9 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec);
-    };
-    const double begin = now();
+    const std::chrono::nanoseconds begin = test_support::ProcessorTime();
     work();
-    return now() - begin;
+    return static_cast<double>((test_support::ProcessorTime() - begin).count());
 }
 
 double Median(std::vector<double> values) {
@@ -91,16 +86,10 @@ void Engine(benchmark::State& state) {
     state.counters["times_bare"] = Median(relations);
 }
 
-void MustBeAllMatching(std::size_t found) {
-    if (found != bench::PresentLinks::kMatching) {
-        throw std::runtime_error("not the matching links were found");
-    }
-}
-
 void BareRefresh(benchmark::State& state) {
     const bench::PresentLinks present(static_cast<std::size_t>(state.range(0)));
     for ([[maybe_unused]] const auto& each : state) {
-        MustBeAllMatching(bench::RefreshBare());
+        bench::PresentLinks::MustBeAllMatching(bench::RefreshBare());
     }
 }
 
@@ -116,7 +105,7 @@ void Refresh(benchmark::State& state) {
         state.PauseTiming();
         const double bare = TimeOf([times] {
             for (std::int64_t count = 0; count < times; ++count) {
-                MustBeAllMatching(bench::RefreshBare());
+                bench::PresentLinks::MustBeAllMatching(bench::RefreshBare());
             }
         });
         state.ResumeTiming();
@@ -127,7 +116,7 @@ void Refresh(benchmark::State& state) {
         });
         relations.push_back(own / bare);
     }
-    MustBeAllMatching(watcher.Devices().size());
+    bench::PresentLinks::MustBeAllMatching(watcher.Devices().size());
     state.counters["times_bare"] = Median(relations);
 }
 

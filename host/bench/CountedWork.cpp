@@ -48,18 +48,12 @@ void CountDownload(Download& download, std::size_t blocks) {
     Print(allocations);
 }
 
-void MustBeAllMatching(std::size_t found) {
-    if (found != bench::PresentLinks::kMatching) {
-        throw std::runtime_error("not the matching links were found");
-    }
-}
-
 void CountRefresh(std::size_t links) {
     const bench::PresentLinks present(links);
     DeviceInterfaceWatcher watcher(kDfuDeviceWatcherName, kVendorText, kFirstDfuProductText);
     watcher.AddFilter(kVendorText, kSecondDfuProductText);
     const bench::Allocations allocations = Count([&] { watcher.Refresh(); });
-    MustBeAllMatching(watcher.Devices().size());
+    bench::PresentLinks::MustBeAllMatching(watcher.Devices().size());
     std::cout << '{';
     Print(allocations);
 }
@@ -68,7 +62,7 @@ void CountBareRefresh(std::size_t links) {
     const bench::PresentLinks present(links);
     std::size_t found = 0;
     const bench::Allocations allocations = Count([&] { found = bench::RefreshBare(); });
-    MustBeAllMatching(found);
+    bench::PresentLinks::MustBeAllMatching(found);
     std::cout << '{';
     Print(allocations);
 }

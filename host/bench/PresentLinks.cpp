@@ -38,29 +38,27 @@ std::vector<wchar_t> MakeList(std::size_t count) {
 
 }  // namespace
 
-const std::vector<wchar_t>* PresentLinks::current_ = nullptr;
-
 PresentLinks::PresentLinks(std::size_t count)
     : list_(MakeList(count)),
       getListSize_("CM_Get_Device_Interface_List_SizeW", &GetListSize),
-      getList_("CM_Get_Device_Interface_ListW", &GetList) {
-    current_ = &list_;
-}
+      getList_("CM_Get_Device_Interface_ListW", &GetList) {}
 
-PresentLinks::~PresentLinks() {
-    current_ = nullptr;
+void PresentLinks::MustBeAllMatching(std::size_t found) {
+    if (found != kMatching) {
+        throw std::runtime_error("not the matching links were found");
+    }
 }
 
 CONFIGRET WINAPI PresentLinks::GetListSize(ULONG* length, GUID*, DEVINSTID_W, ULONG) {
-    *length = static_cast<ULONG>(current_->size());
+    *length = static_cast<ULONG>(current_->list_.size());
     return CR_SUCCESS;
 }
 
 CONFIGRET WINAPI PresentLinks::GetList(GUID*, DEVINSTID_W, wchar_t* buffer, ULONG length, ULONG) {
-    if (length < current_->size()) {
+    if (length < current_->list_.size()) {
         return CR_BUFFER_SMALL;
     }
-    std::copy(current_->begin(), current_->end(), buffer);
+    std::copy(current_->list_.begin(), current_->list_.end(), buffer);
     return CR_SUCCESS;
 }
 

@@ -3,6 +3,7 @@
 #include "host/fuzz/Promise.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <cwctype>
 #include <regex>
 #include <string>

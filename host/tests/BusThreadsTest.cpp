@@ -6,6 +6,10 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 

@@ -103,24 +103,40 @@ TEST_F(PersonalityTest, Kv400IsUpdatedWithoutTheProbeToo) {
     EXPECT_EQ(camera.Flash(), image_);
 }
 
-// (a) The standard to the letter.
+// The devices that follow the standard where the service does not.
 
-TEST_F(PersonalityTest, StrictDeviceRefusesTheDetachAndTheUpdateEndsBeforeAnyBlock) {
-    VirtualCamera& camera = Begin({.personality = Personality::Strict});
+struct Refusal {
+    const char* name;
+    Personality personality;
+    DfuState state;  // in which a request that is refused leaves the device
+};
+
+class RefusingPersonality : public PersonalityTest, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(RefusingPersonality, RefusesTheDetachAndTheUpdateEndsBeforeAnyBlock) {
+    VirtualCamera& camera = Begin({.personality = GetParam().personality});
     EXPECT_EQ(Update<CameraEndpoint>(kProbe), kStalled);
     EXPECT_EQ(FirstLine(), kDetachFailed);
     EXPECT_TRUE(IsFlashUntouched());
-    EXPECT_EQ(camera.State(), DfuState::Error);
+    EXPECT_EQ(camera.State(), GetParam().state);
     EXPECT_EQ(Took(), 0U);
 }
 
-TEST_F(PersonalityTest, StrictDeviceTakesTheProbeForAnUploadAndRefusesTheFirstBlock) {
-    Begin({.personality = Personality::Strict});
+TEST_P(RefusingPersonality, TakesTheProbeForAnUploadAndRefusesTheFirstBlock) {
+    Begin({.personality = GetParam().personality});
     EXPECT_EQ(Update<DetachingEndpoint>(kProbe), kStalled);
     EXPECT_EQ(FirstLine(), kBlockFailed);
     EXPECT_TRUE(IsFlashUntouched());
     EXPECT_EQ(Took(), 0U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Devices, RefusingPersonality,
+                         testing::Values(Refusal{"Strict", Personality::Strict, DfuState::Error},
+                                         Refusal{"Lenient", Personality::Lenient, DfuState::DfuIdle},
+                                         Refusal{"Synchronous", Personality::Synchronous, DfuState::Error}),
+                         [](const auto& refusal) { return refusal.param.name; });
+
+// (a) The standard to the letter.
 
 TEST_F(PersonalityTest, StrictDeviceThatWritesLongerThanThePollPeriodFailsAtItsFirstBlock) {
     VirtualCamera& camera = Begin({.personality = Personality::Strict, .blockMs = 300});
@@ -141,22 +157,6 @@ TEST_F(PersonalityTest, StrictDeviceIsWrittenButItsEndIsReportedAsAFailure) {
 }
 
 // (b) Stalls in place; dfuDNBUSY with poll time 0 until the block is written.
-
-TEST_F(PersonalityTest, LenientDeviceRefusesTheDetachAndStaysReady) {
-    VirtualCamera& camera = Begin({.personality = Personality::Lenient});
-    EXPECT_EQ(Update<CameraEndpoint>(kProbe), kStalled);
-    EXPECT_EQ(FirstLine(), kDetachFailed);
-    EXPECT_TRUE(IsFlashUntouched());
-    EXPECT_EQ(camera.State(), DfuState::DfuIdle);
-    EXPECT_EQ(Took(), 0U);
-}
-
-TEST_F(PersonalityTest, LenientDeviceTakesTheProbeForAnUploadAndRefusesTheFirstBlock) {
-    Begin({.personality = Personality::Lenient});
-    EXPECT_EQ(Update<DetachingEndpoint>(kProbe), kStalled);
-    EXPECT_EQ(FirstLine(), kBlockFailed);
-    EXPECT_TRUE(IsFlashUntouched());
-}
 
 TEST_F(PersonalityTest, LenientDeviceIsPolledAtTheServicesOwnPaceWhileItIsBusy) {
     VirtualCamera& camera = Begin({.personality = Personality::Lenient, .blockMs = 1100});
@@ -182,21 +182,6 @@ TEST_F(PersonalityTest, LenientDeviceIsWrittenButItsEndTimesOutAfterThirtySecond
 }
 
 // (c) Synchronous; manifestation ends in dfuIDLE.
-
-TEST_F(PersonalityTest, SynchronousDeviceRefusesTheDetachAndTheUpdateEndsBeforeAnyBlock) {
-    Begin({.personality = Personality::Synchronous});
-    EXPECT_EQ(Update<CameraEndpoint>(kProbe), kStalled);
-    EXPECT_EQ(FirstLine(), kDetachFailed);
-    EXPECT_TRUE(IsFlashUntouched());
-    EXPECT_EQ(Took(), 0U);
-}
-
-TEST_F(PersonalityTest, SynchronousDeviceTakesTheProbeForAnUploadAndRefusesTheFirstBlock) {
-    Begin({.personality = Personality::Synchronous});
-    EXPECT_EQ(Update<DetachingEndpoint>(kProbe), kStalled);
-    EXPECT_EQ(FirstLine(), kBlockFailed);
-    EXPECT_TRUE(IsFlashUntouched());
-}
 
 TEST_F(PersonalityTest, SynchronousDeviceIsWrittenButBackInIdleItTimesOutAfterThirtySeconds) {
     VirtualCamera& camera =
