@@ -1,7 +1,7 @@
 """Small transcripts, written by hand, for the tests of the report."""
 
 import json
-from typing import Any
+from typing import Any, Self
 
 from veyra_lab.report.transcript import Transcript, parse
 
@@ -25,31 +25,34 @@ class Written:
         self.events: list[dict[str, Any]] = []
         self._t = 0.0
 
-    def add(self, source: str, event: str, *, after: float = 0.01, **fields: Any) -> dict[str, Any]:
+    def add(self, source: str, event: str, *, after: float = 0.01, **fields: Any) -> Self:
         """One more event."""
         self._t += after
         self.events.append({"t": round(self._t, 6), "source": source, "event": event, **fields})
-        return self.events[-1]
+        return self
 
-    def rig(self, event: str, **fields: Any) -> dict[str, Any]:
+    def rig(self, event: str, **fields: Any) -> Self:
         """An event of the service's process."""
         return self.add("rig", event, pid=_SERVICE, **fields)
 
-    def step(self, text: str) -> None:
-        self.add("lab", "step", text=text)
+    def step(self, text: str) -> Self:
+        return self.add("lab", "step", text=text)
 
-    def prompt(self, method: str, *texts: str) -> None:
-        self.add("toast", "prompt-call", method=method, texts=list(texts), pid=8)
+    def camera(self, change: str, version: str = "5.10.2.0", *, number: int = 0, after: float = 0.01) -> Self:
+        return self.rig("camera", camera=number, change=change, version=version, after=after)
 
-    def trace(self, number: int, text: str, *arguments: str) -> None:
+    def prompt(self, method: str, *texts: str) -> Self:
+        return self.add("toast", "prompt-call", method=method, texts=list(texts), pid=8)
+
+    def trace(self, number: int, text: str, *arguments: str) -> Self:
         """A message of the update service."""
         coded = [argument.encode().hex() + "00" for argument in arguments]
-        self.rig("trace", group=_UPDATE_SERVICE, number=number, flags=43, arguments=coded, text=text)
+        return self.rig("trace", group=_UPDATE_SERVICE, number=number, flags=43, arguments=coded, text=text)
 
-    def transfer(self, setup: str, data: str = "", *, error: int = 0, after: float = 0.01) -> None:
+    def transfer(self, setup: str, data: str = "", *, error: int = 0, after: float = 0.01) -> Self:
         """A control transfer; an error makes it a failed one."""
         length = int.from_bytes(bytes.fromhex(setup)[6:8], "little")
-        self.rig(
+        return self.rig(
             "transfer",
             setup=setup,
             length=length,
@@ -60,73 +63,74 @@ class Written:
             after=after,
         )
 
+    def command(self, opcode: int, parameters: list[int], result: int = 0) -> Self:
+        """A firmware command."""
+        fields = {"length": 20, "magic": 52651, "opcode": opcode, "parameters": parameters, "result": result}
+        return self.rig("firmware-command", **fields)
+
+    def without_the_last(self) -> Self:
+        """Takes the newest event out again."""
+        self.events.pop()
+        return self
+
+    def and_later(self, other: "Written", seconds: float = 10) -> Self:
+        """Another transcript's events, so much later than they were."""
+        self.events += [{**event, "t": event["t"] + seconds} for event in other.events]
+        return self
+
     # The road.
 
-    def begin(self, camera: str = "5.10.2.0", image: str = "5.10.3.0") -> None:
+    def begin(self, camera: str = "5.10.2.0", image: str = "5.10.3.0") -> Self:
         """The service runs, the camera is plugged in and the user is asked."""
-        self.step("Starting the service")
-        self.rig("service-status", words=[16, 4, 5, 0, 0, 0, 0])
-        self.step("Plugging the camera in")
-        self.rig("camera", camera=0, change="plugged", version=camera)
-        self.rig(
-            "control",
-            control=11,
-            thread=1,
-            type=0x8000,
-            **{"class": "{24E552D7-6523-47F7-A647-D3465BF1F5CA}"},
-        )
-        self.rig("firmware-command", length=20, magic=52651, opcode=16, parameters=[0, 0, 0, 0], result=0)
-        self.rig("firmware-reply", opcode=16, bytes=234, result=0)
+        link = {"class": "{24E552D7-6523-47F7-A647-D3465BF1F5CA}"}
+        self.step("Starting the service").rig("service-status", words=[16, 4, 5, 0, 0, 0, 0])
+        self.step("Plugging the camera in").camera("plugged", camera)
+        self.rig("control", control=11, thread=1, type=0x8000, **link)
+        self.command(16, [0, 0, 0, 0]).rig("firmware-reply", opcode=16, bytes=234, result=0)
         self.trace(23, f"The camera's firmware version is {camera}", camera)
         self.trace(27, f"The firmware image's version is {image}", image)
         if camera != image:
             self.prompt("ShowUpdatePrompt", camera, image)
-        self.rig("handled", control=11, result=0, ms=40)
+        return self.rig("handled", control=11, result=0, ms=40)
 
-    def answer(self, code: int = 1, sinks: int = 1) -> None:
+    def answer(self, code: int = 1, sinks: int = 1, *, result: int = 0) -> Self:
+        """The user's answer, after the command that a yes leads to and its result."""
         if code == 1 and sinks:
-            self.rig("firmware-command", length=20, magic=52651, opcode=30, parameters=[1, 0, 0, 0], result=0)
-        self.add("toast", "answer", code=code, sinks=sinks, result=0, pid=8)
+            self.command(30, [1, 0, 0, 0], result)
+        return self.add("toast", "answer", code=code, sinks=sinks, result=0, pid=8)
 
-    def enter_dfu_mode(self, blocks: int, *, version: str = "5.10.2.0") -> None:
-        self.rig("camera", camera=0, change="left", version=version)
-        self.rig("camera", camera=0, change="dfu", version=version, after=0.3)
-        self.rig("usb-open", link="usb", ok=True)
-        self.prompt("NotifyProgress", f"start:{blocks}")
+    def enter_dfu_mode(self, blocks: int) -> Self:
+        self.camera("left").camera("dfu", after=0.3).rig("usb-open", link="usb", ok=True)
+        return self.prompt("NotifyProgress", f"start:{blocks}")
 
-    def prepare(self, state: str = IDLE) -> None:
+    def prepare(self, state: str = IDLE) -> Self:
         """What comes before the first block; without the trial read when the camera is not idle."""
-        self.transfer(_GETSTATE, IDLE)
-        self.transfer(_DETACH)
-        self.transfer(_GETSTATE, state)
-        if state == IDLE:
-            self.transfer(_UPLOAD, "00" * 68)
+        self.transfer(_GETSTATE, IDLE).transfer(_DETACH).transfer(_GETSTATE, state)
+        return self.transfer(_UPLOAD, "00" * 68) if state == IDLE else self
 
-    def block(self, number: int, size: int = 1024, *, error: int = 0, told: bool = True) -> None:
+    def block(self, number: int, size: int = 1024, *, error: int = 0, told: bool = True) -> Self:
         """A block, and the camera's answer that it is ready for the next."""
-        value, length = (number % 65536).to_bytes(2, "little").hex(" "), size.to_bytes(2, "little").hex(" ")
-        self.transfer(f"21 01 {value} 00 00 {length}", error=error)
+        self.transfer(f"21 01 {_word(number)} 00 00 {_word(size)}", error=error)
         if not error and told:
-            self.status(READY)
-            self.prompt("NotifyProgress", str((number + 1) % 65536))
+            self.status().prompt("NotifyProgress", str((number + 1) % 65536))
+        return self
 
-    def status(self, data: str = READY, *, error: int = 0, after: float = 0.01) -> None:
-        self.transfer(_GETSTATUS, data, error=error, after=after)
+    def status(self, data: str = READY, *, error: int = 0, after: float = 0.01) -> Self:
+        return self.transfer(_GETSTATUS, data, error=error, after=after)
 
-    def finish(self, blocks: int, *, last_error: int = 433) -> None:
+    def end_of_image(self, blocks: int) -> Self:
+        return self.transfer(f"21 01 {_word(blocks)} 00 00 00 00")
+
+    def finish(self, blocks: int) -> Self:
         """The end of the image, manifestation, and the camera's restart over the last request."""
-        self.transfer(f"21 01 {(blocks % 65536).to_bytes(2, 'little').hex(' ')} 00 00 00 00")
-        self.status(MANIFESTING)
-        self.status(DONE, after=0.2)
-        self.status(error=last_error)
-        self.close()
+        self.end_of_image(blocks).status(MANIFESTING).status(DONE, after=0.2).status(error=433)
+        return self.close()
 
-    def close(self, after: float = 0.01) -> None:
-        self.prompt("NotifyComplete")
-        self.rig("usb-close", link="usb", ok=True, after=after)
+    def close(self, after: float = 0.01) -> Self:
+        return self.prompt("NotifyComplete").rig("usb-close", link="usb", ok=True, after=after)
 
-    def come_back(self, version: str = "5.10.3.0") -> None:
-        self.rig("camera", camera=0, change="running", version=version, after=0.5)
+    def come_back(self, version: str = "5.10.3.0") -> Self:
+        return self.camera("running", version, after=0.5)
 
     # The forms in which the report takes it.
 
@@ -140,29 +144,29 @@ class Written:
         return parse(self.lines(), "run.jsonl")
 
 
+def begun(blocks: int = 8) -> Written:
+    """The way to a download, up to its announcement."""
+    return Written().begin().answer().enter_dfu_mode(blocks)
+
+
+def sending(sent: int, blocks: int) -> Written:
+    """A download that has sent so many of its blocks."""
+    written = begun(blocks).prepare()
+    for number in range(sent):
+        written.block(number)
+    return written
+
+
 def good(blocks: int = 4) -> Written:
     """An update from 5.10.2.0 to 5.10.3.0."""
-    written = Written()
-    written.begin()
-    written.answer()
-    written.enter_dfu_mode(blocks)
-    written.prepare()
-    for number in range(blocks):
-        written.block(number)
-    written.finish(blocks)
-    written.come_back()
-    return written
+    return sending(blocks, blocks).finish(blocks).come_back()
 
 
 def stopped(block: int, blocks: int = 1024, *, error: int = 31) -> Written:
     """A download whose block of this number, from 1, the camera refuses."""
-    written = Written()
-    written.begin()
-    written.answer()
-    written.enter_dfu_mode(blocks)
-    written.prepare()
-    for number in range(block - 1):
-        written.block(number)
-    written.block(block - 1, error=error)
-    written.close()
-    return written
+    return sending(block - 1, blocks).block(block - 1, error=error).close()
+
+
+def _word(number: int) -> str:
+    """A number's sixteen bits as they stand in a request."""
+    return (number % 65536).to_bytes(2, "little").hex(" ")
