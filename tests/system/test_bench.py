@@ -56,7 +56,7 @@ class Counts(unittest.TestCase):
         # A GETSTATUS comes before the blocks, an empty DNLOAD with its GETSTATUS behind them.
         self.assertEqual(transfers.dfu_util_transfers(image_of(100 * 1024), _STAND_IN), 2 * 100 + 3)
 
-    def test_nothing_is_waited_for_but_what_is_laid_down(self) -> None:
+    def test_nothing_is_waited_for_but_the_deliberate_pauses(self) -> None:
         self.contenders.start(self.contenders.product, skip_waits=True)
         seen = reaction.react(self.contenders)
         # The look for a device in DFU mode, and two readings of the camera's version.
