@@ -275,7 +275,11 @@ INSTANTIATE_TEST_SUITE_P(Images, FDUServiceBlockCount,
                                          Blocks{4095, 4096, L"start:0", 1}, Blocks{4096, 4096, L"start:1", 1},
                                          Blocks{4097, 4096, L"start:1", 2},
                                          Blocks{65536, 64 * 2, L"start:512", 512},
-                                         Blocks{70000, 65535, L"start:1", 2}));
+                                         Blocks{70000, 65535, L"start:1", 2}),
+                         [](const auto& blocks) {
+                             return std::to_string(blocks.param.imageSize) + "BytesInBlocksOf" +
+                                    std::to_string(blocks.param.transferSize);
+                         });
 
 TEST_F(FDUServiceDfuPass, NeverDividesByATransferSizeOfZero) {
     PlugDeviceForImage(100, 0);

@@ -2,7 +2,7 @@
 //   odd_toast_server without-interface | without-events | dies
 // without-interface has no IToastCntr; without-events has no connection points; dies answers every call until
 // the event "VeyraOddToastServerDies" is set, and ends like a crash then, with exit code 3. Each leaves when
-// its object is released, or when nobody comes for a minute.
+// its object is released, or when nobody comes for 40 s.
 
 #include "prompt/IToastCntr.h"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr DWORD kFirstClientPatienceMs = 60'000;
+constexpr DWORD kFirstClientPatienceMs = 40'000;
 constexpr UINT kCrashExitCode = 3;
 
 enum class Oddity { WithoutInterface, WithoutEvents, Dies };
