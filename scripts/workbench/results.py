@@ -6,27 +6,37 @@ from collections.abc import Iterable
 from pathlib import Path
 
 
-def _count_file(path: Path) -> Counter[str]:
-    counts: Counter[str] = Counter()
-    for suite in ElementTree.parse(path).getroot().iter("testsuite"):
-        for attribute in ("tests", "failures", "errors", "skipped", "disabled"):
-            counts[attribute] += int(suite.get(attribute, 0))
-    return counts
+def _outcome(case: ElementTree.Element) -> str:
+    if case.find("failure") is not None or case.find("error") is not None:
+        return "failed"
+    return "skipped" if case.find("skipped") is not None else "passed"
 
 
-def closing_line(expected: Iterable[Path]) -> tuple[str, bool]:
-    """ "N passed, N failed" with the skipped ones if there are any, and whether that is a success. A file that is not
-    there or not whole is a program that did not run to its end: one failed case."""
-    counts: Counter[str] = Counter()
-    for path in expected:
+def _say_why(case: ElementTree.Element) -> None:
+    reason = case.find("skipped")
+    text = "" if reason is None else reason.get("message") or reason.text or ""
+    print(f"skipped: {case.get('classname')}.{case.get('name')}: {text.strip().splitlines()[-1] if text.strip() else 'no reason'}")
+
+
+def closing_line(files: Iterable[Path]) -> tuple[str, bool]:
+    """ "N passed, N failed" with the skipped ones if there are any, and whether that is a success. Why a case was skipped
+    is printed. A file that is not there or not whole is a program that did not run to its end: one failed case."""
+    outcomes: Counter[str] = Counter()
+    for path in files:
         try:
-            counts += _count_file(path)
+            cases = list(ElementTree.parse(path).getroot().iter("testcase"))
         except (OSError, ElementTree.ParseError):
             print(f"{path.stem} did not run to its end")
-            counts += Counter(tests=1, failures=1)
-    failed = counts["failures"] + counts["errors"]
-    passed = counts["tests"] - failed - counts["skipped"] - counts["disabled"]
-    line = f"{passed} passed, {failed} failed"
-    if counts["skipped"]:
-        line += f", {counts['skipped']} skipped"
-    return line, passed > 0 and failed == 0
+            outcomes["failed"] += 1
+            continue
+        for case in cases:
+            if case.get("status") == "notrun":
+                continue
+            outcome = _outcome(case)
+            outcomes[outcome] += 1
+            if outcome == "skipped":
+                _say_why(case)
+    line = f"{outcomes['passed']} passed, {outcomes['failed']} failed"
+    if outcomes["skipped"]:
+        line += f", {outcomes['skipped']} skipped"
+    return line, outcomes["passed"] > 0 and not outcomes["failed"]
