@@ -11,9 +11,9 @@ from pathlib import Path
 from veyra_lab.checkout import CHECKOUT
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
+from veyra_lab.windows.machine import Machine
 
 from .builds import Build, TestProgram, programs_of
-from .wine import TestMachine
 
 _COVERAGE = Build("windows-coverage", "which lines and branches of src/ run")
 _FOLDER = _COVERAGE.folder
@@ -40,7 +40,7 @@ def run_tests() -> None:
     call_setup("build", _COVERAGE.preset, *(program.name for program in programs))
     for counts in _FOLDER.rglob("*.gcda"):
         counts.unlink()
-    with TestMachine(_FOLDER) as machine:
+    with Machine(_FOLDER / "wine") as machine:
         for program in programs:
             print(f"running {program.name}", flush=True)
             path = _FOLDER / "tests" / program.folder / f"{program.name}.exe"

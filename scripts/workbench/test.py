@@ -12,11 +12,11 @@ from pathlib import Path
 from veyra_lab.checkout import BUILD, CHECKOUT
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
+from veyra_lab.windows.machine import Machine, MachineError
 
 from .builds import BUILDS, RELEASE, Build, TestProgram, programs_of
 from .jobs import Job, JobScreen
 from .results import closing_line
-from .wine import TestMachine
 
 _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # What the system tests run: the product, what the laboratory puts under it, and what the tests of -remove run into.
@@ -69,7 +69,7 @@ class Run:
         for file in files:
             file.unlink(missing_ok=True)
         self._expect(files)
-        with TestMachine(build.folder) if build.is_windows else nullcontext() as machine:
+        with Machine(build.folder / "wine") if build.is_windows else nullcontext() as machine:
             environment = machine.environment if machine else dict(os.environ)
             names = "|".join(program.name for program in programs)
             ctest = ["ctest", "--tests-regex", f"^({names})$", "-j2", "--output-on-failure", "--no-tests=error"]
@@ -175,7 +175,7 @@ def main() -> int:
                     parser.error(wrong)
             else:
                 _whole(run, slow=options.all)
-    except SetUpError as error:
+    except (SetUpError, MachineError) as error:
         print(f"scripts/test: {error}", file=sys.stderr)
         return 1
     print(f"took {time.monotonic() - began:.0f} s")

@@ -63,13 +63,14 @@ def processes_of(prefix: Path) -> dict[int, list[str]]:
 
 
 class Machine:
-    """Use it as a context: it is booted on entry, and on exit every process in it is ended and waited for."""
+    """Use it as a context: it is booted on entry, and on exit every process in it is ended and waited for. `environment` is
+    that of its processes, for whoever starts one without run()."""
 
     def __init__(self, prefix: Path) -> None:
         self.prefix = prefix
         self._wine = str(_WINE)
         self._server = shutil.which("wineserver") or "/usr/lib/wine/wineserver"
-        self._environment = {
+        self.environment = {
             **{name: text for name, text in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")},
             "WINEPREFIX": str(prefix),
             "WINEARCH": "win64",
@@ -220,7 +221,7 @@ class Machine:
         # A session of its own keeps Ctrl-C for this program, which has to clean up with these processes alive.
         process = subprocess.Popen(
             [self._wine, *command],
-            env=self._environment,
+            env=self.environment,
             stdin=subprocess.DEVNULL,
             stdout=output,
             stderr=output,
@@ -241,7 +242,7 @@ class Machine:
     def _call_server(self, *arguments: str) -> int:
         return subprocess.run(
             [self._server, *arguments],
-            env=self._environment,
+            env=self.environment,
             stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
