@@ -87,6 +87,8 @@ class Installation:
     def put_toast_server(self, there: bool) -> None:
         """Puts the toast server into the machine, or takes it away with its registration."""
         if there:
+            # A new file: one that runs would get stuck when its own was written over.
+            self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
             shutil.copyfile(self._programs.toast_server, self._machine.file(_TOAST_SERVER))
         else:
             self._unregister_toast_server()
