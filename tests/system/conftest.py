@@ -1,41 +1,77 @@
 """How pytest runs the system tests: each of its workers on a Windows machine of its own, which stays booted.
 
-As the other test programs do, they run in a random order when GTEST_SHUFFLE is set, from GTEST_RANDOM_SEED. What must not
-run side by side has a mark xdist_group of one name, and so does what one worker does faster than two."""
+As the other test programs do, they run in a random order when GTEST_SHUFFLE is set, from GTEST_RANDOM_SEED. What must
+not run side by side has a mark xdist_group of one name; so have the tests of a module that use the fixture `shared`."""
 
+import faulthandler
 import os
 import random
 import signal
 import sys
-from collections.abc import Iterator
-from types import FrameType
+from collections.abc import Callable, Iterator
+from typing import Any
 
 import pytest
 import support
 
 _LONGEST_TEST = 1500
+_STDERR = pytest.StashKey[int]()
 _SHUFFLED = os.environ.get("GTEST_SHUFFLE", "0") != "0"
 
-# A shell starts what runs in the background deaf to Ctrl+C; the programs that tests interrupt would inherit that.
-signal.signal(signal.SIGINT, signal.default_int_handler)
-signal.signal(signal.SIGTERM, signal.default_int_handler)
 sys.dont_write_bytecode = True
 os.environ["PYTHONDONTWRITEBYTECODE"] = "1"
 
 
-def _give_up(number: int, frame: FrameType | None) -> None:
-    raise TimeoutError(f"the test has not ended for {_LONGEST_TEST} s")
-
-
-def pytest_configure() -> None:
-    signal.signal(signal.SIGALRM, _give_up)
+def pytest_configure(config: pytest.Config) -> None:
+    # pytest catches what a test writes; what is told about one that hangs is to be seen.
+    config.stash[_STDERR] = os.dup(sys.stderr.fileno())
+    if _is_worker(config):
+        return
+    # A shell starts what runs in the background deaf to Ctrl+C; the programs that tests interrupt would inherit that.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     if _SHUFFLED:
         # The workers that are started later find the same one.
         os.environ.setdefault("GTEST_RANDOM_SEED", str(random.randrange(1, 100_000)))
 
 
+def _is_worker(config: pytest.Config) -> bool:
+    """Whether this is one of several processes. Its tests may run in any of its threads, so it cannot have signals."""
+    return hasattr(config, "workerinput")
+
+
 def pytest_report_header() -> str | None:
     return f"random order, GTEST_RANDOM_SEED={os.environ['GTEST_RANDOM_SEED']}" if _SHUFFLED else None
+
+
+@pytest.fixture(scope="module")
+def shared(request: pytest.FixtureRequest) -> Iterator[support.Shared[Any]]:
+    """What the tests of a module share in the machine; the module's SHARED makes it."""
+    the_shared: support.Shared[Any] = support.Shared(request.module.SHARED)
+    yield the_shared
+    the_shared.leave()
+
+
+@pytest.fixture
+def run(capsys: pytest.CaptureFixture[str], monkeypatch: pytest.MonkeyPatch) -> support.Run:
+    """Runs a program of the laboratory here; its exit status and what it says on both streams."""
+
+    def run_here(main: Callable[[], int], *arguments: str) -> tuple[int, str, str]:
+        monkeypatch.setattr(sys, "argv", ["program", *arguments])
+        try:
+            status = main()
+        except SystemExit as ended:
+            assert isinstance(ended.code, int)
+            status = ended.code
+        said = capsys.readouterr()
+        return status, said.out, said.err
+
+    return run_here
+
+
+def pytest_itemcollected(item: pytest.Item) -> None:
+    if isinstance(item, pytest.Function) and "shared" in item.fixturenames:
+        item.add_marker(pytest.mark.xdist_group(item.module.__name__))
 
 
 @pytest.hookimpl(trylast=True)
@@ -57,11 +93,12 @@ def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_protocol(item: pytest.Item) -> Iterator[None]:
-    """No test hangs the whole run, and a machine that a failed one may have left astray is not used again."""
+    """No test hangs the whole run: its process ends, and xdist goes on with another. A machine that a failed test may
+    have left astray is not used again."""
     failed = item.session.testsfailed
-    signal.setitimer(signal.ITIMER_REAL, _LONGEST_TEST, _LONGEST_TEST)
+    faulthandler.dump_traceback_later(_LONGEST_TEST, exit=True, file=item.config.stash[_STDERR])
     yield
-    signal.setitimer(signal.ITIMER_REAL, 0)
+    faulthandler.cancel_dump_traceback_later()
     if item.session.testsfailed > failed:
         support.discard_the_machine()
 
@@ -69,5 +106,5 @@ def pytest_runtest_protocol(item: pytest.Item) -> Iterator[None]:
 def pytest_unconfigure(config: pytest.Config) -> None:
     """Nothing is left running, also after an interruption, or by a worker that ended in the middle."""
     support.discard_the_machine()
-    if not hasattr(config, "workerinput"):
-        support.end_all_machines()
+    if config.getoption("numprocesses", 0) and not _is_worker(config):
+        support.end_machines_of_workers()

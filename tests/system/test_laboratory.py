@@ -8,19 +8,15 @@ import socket
 import threading
 import unittest
 from collections.abc import Sequence
-from dataclasses import replace
 from unittest.mock import Mock, patch
 
-from support import complaints, random_image, run_update
+from support import random_image
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
-from veyra_lab.updates.plan import UpdatePlan
-from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import default_image, version_of, with_version
 from veyra_lab.windows.service_under_test import ServiceUnderTest
-from veyra_lab.wire.events import ENTER_DFU_MODE, RIG, TOAST, Event, PeerError
+from veyra_lab.wire.events import RIG, TOAST, Event, PeerError
 from veyra_lab.wire.peer import Peer
-from veyra_lab.wire.trace_formats import UPDATE_SERVICE_TRACES
 
 
 class FakeProcess:
@@ -193,75 +189,3 @@ class Texts(unittest.TestCase):
                 drawn += os.read(controller, 10_000).decode()
         os.close(controller)
         self.assertRegex(drawn, r"(?s) 50 %  block 1 of 2\r.*100 %  block 2 of 2\r\n.*    after")
-
-
-def last(record: Record, name: str) -> int:
-    """Where the last event of a kind stands that does not come from the service's installer."""
-    return max(
-        position
-        for position, event in enumerate(record.events)
-        if event["event"] == name and (event["source"] != RIG or event["pid"] == record.service_pid)
-    )
-
-
-def changed(record: Record, name: str, **fields: object) -> Record:
-    """The record with some fields of the last event of a kind changed."""
-    events = list(record.events)
-    position = last(record, name)
-    events[position] = {**events[position], **fields}
-    return replace(record, events=events)
-
-
-def without(record: Record, name: str) -> Record:
-    """The record without the last event of a kind."""
-    position = last(record, name)
-    return replace(record, events=record.events[:position] + record.events[position + 1 :])
-
-
-class Judgement(unittest.TestCase):
-    def test_judgement_notices_whatever_goes_wrong(self) -> None:
-        """An expectation is worth something only when it can fail: a good record, spoiled in many ways."""
-        good = run_update(UpdatePlan(image=with_version(random_image(5000), "9.8.7.6")))
-        self.assertEqual(complaints(good), [])
-        assert good.before is not None and good.after is not None
-        early = next(event for event in good.events if event["event"] == "firmware-command")
-        spoiled = {
-            "installing says": replace(good, install_text="VeyraCameraDfuService is installed.\n\n"),
-            "is configured": replace(good, service_key={**good.service_key, "Start": ("REG_DWORD", "0x2")}),
-            "reports its states": changed(good, "service-status", words=[16, 1, 5, 0, 0, 3, 0]),
-            "notice of the start": without(good, "event-log"),
-            "every interface class": changed(good, "notification-registered", flags=1),
-            "handled with result 0": changed(good, "handled", result=1),
-            "asked once": changed(good, "prompt-call", method="ShowUpdatePrompt", texts=["1.1.1.1", "9.8.7.6"]),
-            "before the answer": replace(
-                good,
-                events=[{**early, "opcode": ENTER_DFU_MODE, "pid": good.service_pid}, *good.events],
-                answered_at=(good.answered_at or 0) + 1,
-            ),
-            "answer reaches": changed(good, "answer", sinks=0),
-            "by one command": changed(good, "firmware-command", opcode=ENTER_DFU_MODE, parameters=[0, 0, 0, 0]),
-            "in the order of the download": changed(good, "transfer", setup="a1 03 00 00 00 00 05 00"),
-            # The last one is a GETSTATUS, of which there may be any number; the one before the polls is not.
-            "number of transfers": replace(
-                good, events=[e for e in good.events if e.get("setup") != "21 01 00 00 00 00 00 04"]
-            ),
-            "every transfer succeeds": replace(
-                good, events=[{**e, "ok": False} if e["event"] == "transfer" else e for e in good.events]
-            ),
-            "block by block": changed(good, "prompt-call", method="NotifyProgress", texts=["5"]),
-            "end of the download": without(good, "prompt-call"),
-            "flash equals": replace(good, flash=good.flash[:-1] + bytes([good.flash[-1] ^ 1])),
-            "no block is lost": replace(good, after=replace(good.after, block_number_gaps=1)),
-            "trace tells": changed(good, "trace", group=UPDATE_SERVICE_TRACES, number=25),
-            "has its words": changed(good, "trace", text=None),
-            "only once the driver": replace(good, driver_removed_at=len(good.events)),
-            "service it knows": changed(good, "command-run", command="sc stop VeyraCameraDfuService"),
-            "within two seconds": replace(good, stop_seconds=2.1),
-            "process ends": replace(good, process_left=False),
-            "removing says": replace(good, state_after_removal="STOPPED"),
-            "no process crashed": replace(good, crashes=["process-32-64"]),
-            "gone to its end": replace(good, broken_off="the rig went away"),
-        }
-        for name, record in spoiled.items():
-            with self.subTest(name):
-                self.assertTrue(any(name in complaint for complaint in complaints(record)), complaints(record))

@@ -1,21 +1,22 @@
 """The machine's promises: a run leaves nothing behind, and what goes wrong in it is told."""
 
 import subprocess
-import tempfile
-import threading
-import unittest
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import suppress
 from pathlib import Path
 
-from support import BUILD, complaints, run_update, the_machine
+import pytest
+from support import BUILD, Bench, complaints, the_machine
 from veyra_lab.bench.service.contenders import Contenders
 from veyra_lab.updates.plan import UpdatePlan
+from veyra_lab.windows.installation import EXECUTABLE
 from veyra_lab.windows.machine import Machine, MachineError, processes_of
 
 # What Wine itself writes when it first starts a console program, and when it looks at the display again.
 _WINES_OWN = ("user.reg [Console]", '"DriverDateData"')
 _ADDR_NO_RANDOMIZE = 0x0040000  # Linux' <sys/personality.h>
 _REGISTRY_FILES = ("system.reg", "user.reg", "userdef.reg")
+_TOAST_SERVER = "VeyraCameraToastCntl.exe"
 
 
 def files_of(prefix: Path) -> set[str]:
@@ -39,61 +40,58 @@ def registry_of(prefix: Path) -> dict[str, str]:
     return entries
 
 
-class MachineState(unittest.TestCase):
-    def test_leaves_the_machine_as_it_was(self) -> None:
-        with tempfile.TemporaryDirectory() as folder:
-            prefix = Path(folder) / "wine"
-            with Machine(prefix):
-                pass
-            files, registry = files_of(prefix), registry_of(prefix)
-            with Machine(prefix) as machine:
-                self.assertEqual(complaints(run_update(UpdatePlan(), machine)), [])
-            self.assertEqual(processes_of(prefix), {})
-            self.assertEqual(files_of(prefix) ^ files, set())
-            after = registry_of(prefix)
-            changed = {key for key in registry.keys() | after.keys() if registry.get(key) != after.get(key)}
-            self.assertEqual({key for key in changed if not any(own in key for own in _WINES_OWN)}, set())
-
-    def test_leaves_no_toast_server_to_the_next_run(self) -> None:
-        """It would tell the laboratory that has started it what the next one waits for."""
-        server = "VeyraCameraToastCntl.exe"
-        with Contenders(the_machine(), BUILD) as run:
-            run.product.start()
-            self.assertNotEqual(the_machine().processes(server), [])
-            run.installation.remove(None)
-            self.assertEqual(the_machine().processes(server), [])
+def test_leaves_the_machine_as_it_was(tmp_path: Path) -> None:
+    prefix = tmp_path / "wine"
+    with Machine(prefix):
+        pass
+    files, registry = files_of(prefix), registry_of(prefix)
+    with Machine(prefix) as machine, Bench(machine) as on:
+        assert complaints(on.walk(UpdatePlan())) == []
+    assert processes_of(prefix) == {}
+    assert files_of(prefix) ^ files == set()
+    after = registry_of(prefix)
+    changed = {key for key in registry.keys() | after.keys() if registry.get(key) != after.get(key)}
+    assert {key for key in changed if not any(own in key for own in _WINES_OWN)} == set()
 
 
-class Addresses(unittest.TestCase):
-    def test_are_not_randomized(self) -> None:
-        """With random ones one start of a program in some thousands fails."""
-        if subprocess.run(["setarch", "--addr-no-randomize", "true"], capture_output=True, check=False).returncode != 0:
-            self.skipTest("this system does not let a program keep its addresses from being randomized")
-        personalities = {}
-        for number, words in processes_of(the_machine().prefix).items():
-            # One that an earlier test has started may be leaving.
-            with suppress(OSError):
-                if words[0].endswith(".exe"):
-                    personalities[words[0]] = int(Path(f"/proc/{number}/personality").read_text(encoding="ascii"), 16)
-        self.assertGreater(len(personalities), 2)
-        self.assertEqual({name for name, value in personalities.items() if not value & _ADDR_NO_RANDOMIZE}, set())
+def test_leaves_no_toast_server_to_the_next_run() -> None:
+    """It would tell the laboratory that has started it what the next one waits for."""
+    with Bench(the_machine()) as on:
+        on.machine.demand(EXECUTABLE, "-install")
+        on.start_service()
+        assert on.machine.processes(_TOAST_SERVER) != []
+        on.installation.remove(None)
+        assert on.machine.processes(_TOAST_SERVER) == []
 
 
-class Telling(unittest.TestCase):
-    def test_tells_what_runs_when_a_program_does_not_end(self) -> None:
-        with self.assertRaisesRegex(MachineError, "^cmd /c .* did not end within 2 s; the machine runs: .*services.exe"):
-            the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=2)
+def test_addresses_are_not_randomized() -> None:
+    """With random ones one start of a program in some thousands fails."""
+    if subprocess.run(["setarch", "--addr-no-randomize", "true"], capture_output=True, check=False).returncode != 0:
+        pytest.skip("this system does not let a program keep its addresses from being randomized")
+    personalities = {}
+    for number, words in processes_of(the_machine().prefix).items():
+        # One that an earlier test has started may be leaving.
+        with suppress(OSError):
+            if words[0].endswith(".exe"):
+                personalities[words[0]] = int(Path(f"/proc/{number}/personality").read_text(encoding="ascii"), 16)
+    assert len(personalities) > 2
+    assert {name for name, value in personalities.items() if not value & _ADDR_NO_RANDOMIZE} == set()
 
-    def test_tells_resources_while_programs_start(self) -> None:
-        """Wine's server ends, and the whole machine with it, when it is asked for all handles while a process that
-        was started from the host has none yet."""
-        with Contenders(the_machine(), BUILD) as run:
-            run.product.start()
-            asked = 0
-            starts = threading.Thread(target=lambda: [the_machine().run("cmd", "/c", "exit") for _ in range(40)])
-            starts.start()
-            while starts.is_alive():
-                self.assertGreater(run.product.resources().handles, 0)
-                asked += 1
-            starts.join()
-            self.assertGreater(asked, 10)
+
+def test_tells_what_runs_when_a_program_does_not_end() -> None:
+    with pytest.raises(MachineError, match="^cmd /c .* did not end within 2 s; the machine runs: .*services.exe"):
+        the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=2)
+
+
+def test_tells_resources_while_programs_start() -> None:
+    """Wine's server ends, and the whole machine with it, when it is asked for all handles while a process that
+    was started from the host has none yet."""
+    with Contenders(the_machine(), BUILD) as run, ThreadPoolExecutor(max_workers=4) as beside:
+        run.product.start()
+        asked = 0
+        starts = [beside.submit(the_machine().run, "cmd", "/c", "exit") for _ in range(40)]
+        while not all(start.done() for start in starts):
+            assert run.product.resources().handles > 0
+            asked += 1
+        assert [start.result().status for start in starts] == [0] * 40
+        assert asked > 10

@@ -1,103 +1,215 @@
-"""Whole runs through the laboratory, each with another camera, image, machine or mishap."""
+"""Whole updates through the laboratory, each with another camera, image, setting or mishap."""
 
-import unittest
+from collections.abc import Callable
+from dataclasses import replace
 
-from support import complaints, random_image, run_update, slow
+import pytest
+from support import Bench, Shared, complaints, random_image, slow
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
+from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import with_version
+from veyra_lab.wire.events import ENTER_DFU_MODE, RIG
+from veyra_lab.wire.trace_formats import UPDATE_SERVICE_TRACES
+
+# One installation sees all of them.
+SHARED = Bench
 
 SIZES = (402, 4096, 100_001)
 TRANSFER_SIZES = (128, 1024, 4096)
 
 
-class Road(unittest.TestCase):
-    def check(self, plan: UpdatePlan, foreseen: Foreseen) -> None:
-        """Carries the update out; every expectation of its outcome has to hold."""
-        self.assertEqual(plan.foreseen, foreseen)
-        self.assertEqual(complaints(run_update(plan)), [])
+@pytest.fixture
+def on(shared: Shared[Bench]) -> Bench:
+    return shared.get()
 
-    def check_update(self, size: int, transfer_size: int) -> None:
-        """An image of this size arrives whole."""
-        image = random_image(size)
-        self.check(UpdatePlan(image=image, camera_version="1.2.3.4", transfer_size=transfer_size), Foreseen.UPDATED)
 
-    def test_updates_with_the_smallest_image(self) -> None:
-        self.check_update(SIZES[0], TRANSFER_SIZES[0])
+def check(on: Bench, plan: UpdatePlan, foreseen: Foreseen) -> Record:
+    """Carries the update out; every expectation of its outcome has to hold."""
+    assert plan.foreseen == foreseen
+    record = on.walk(plan)
+    assert complaints(record) == []
+    return record
 
-    def test_updates_with_an_image_of_whole_blocks(self) -> None:
-        self.check_update(SIZES[1], TRANSFER_SIZES[1])
 
-    def test_updates_with_an_image_that_ends_in_a_short_block(self) -> None:
-        self.check_update(SIZES[2], TRANSFER_SIZES[2])
-
-    @slow
-    def test_updates_with_each_size_whatever_the_camera_takes_in_one_transfer(self) -> None:
-        for size in SIZES:
-            for transfer_size in TRANSFER_SIZES:
-                with self.subTest(size=size, transfer_size=transfer_size):
-                    self.check_update(size, transfer_size)
-
-    def test_updates_with_eight_mebibytes(self) -> None:
-        self.check(UpdatePlan(image=random_image(8 << 20), transfer_size=4096), Foreseen.UPDATED)
-
-    @slow
-    def test_updates_past_the_last_block_number(self) -> None:
+@pytest.mark.parametrize(
+    ("size", "transfer_size"),
+    [
+        pytest.param(402, 128, id="the smallest image"),
+        pytest.param(4096, 1024, id="an image of whole blocks"),
+        pytest.param(100_001, 4096, id="an image that ends in a short block"),
+        pytest.param(8 << 20, 4096, id="eight mebibytes"),
+        pytest.param(100_001, 65_535, id="the largest transfer size"),
+        pytest.param(4096, 68, id="the smallest transfer size that the probe fits"),
         # 65,537 blocks: the number of the last one is 0 again.
-        self.check(UpdatePlan(image=random_image(128 * 65_536 + 1), transfer_size=128), Foreseen.UPDATED)
+        pytest.param(128 * 65_536 + 1, 128, id="past the last block number", marks=slow),
+        *(
+            pytest.param(size, transfer_size, marks=slow)
+            for size in SIZES
+            for transfer_size in TRANSFER_SIZES
+            if SIZES.index(size) != TRANSFER_SIZES.index(transfer_size)
+        ),
+    ],
+)
+def test_updates_with(on: Bench, size: int, transfer_size: int) -> None:
+    image = random_image(size)
+    check(on, UpdatePlan(image=image, camera_version="1.2.3.4", transfer_size=transfer_size), Foreseen.UPDATED)
 
-    def test_updates_with_the_largest_transfer_size(self) -> None:
-        self.check(UpdatePlan(image=random_image(100_001), transfer_size=65_535), Foreseen.UPDATED)
 
-    def test_updates_with_the_smallest_transfer_size_that_the_probe_fits(self) -> None:
-        self.check(UpdatePlan(image=random_image(4096), transfer_size=68), Foreseen.UPDATED)
+def test_updates_to_an_older_version(on: Bench) -> None:
+    check(on, UpdatePlan(camera_version="255.255.255.255"), Foreseen.UPDATED)
 
-    def test_updates_to_an_older_version(self) -> None:
-        self.check(UpdatePlan(camera_version="255.255.255.255"), Foreseen.UPDATED)
 
-    def test_asks_no_second_time_after_an_image_without_a_known_version(self) -> None:
-        self.check(UpdatePlan(image=with_version(random_image(4096), "0.0.0.0")), Foreseen.UPDATED)
+def test_asks_no_second_time_after_an_image_without_a_known_version(on: Bench) -> None:
+    check(on, UpdatePlan(image=with_version(random_image(4096), "0.0.0.0")), Foreseen.UPDATED)
 
-    def test_sends_no_block_to_a_camera_whose_transfers_are_too_short_for_the_probe(self) -> None:
-        self.check(UpdatePlan(image=random_image(4096), transfer_size=67), Foreseen.PROBE_REFUSED)
 
-    def test_leaves_the_camera_alone_when_the_user_declines(self) -> None:
-        self.check(UpdatePlan(accept=False), Foreseen.DECLINED)
+def test_sends_no_block_to_a_camera_whose_transfers_are_too_short_for_the_probe(on: Bench) -> None:
+    check(on, UpdatePlan(image=random_image(4096), transfer_size=67), Foreseen.PROBE_REFUSED)
 
-    def test_asks_nobody_in_the_automatic_mode(self) -> None:
-        self.check(UpdatePlan(update_mode="Auto"), Foreseen.NOT_ASKED)
 
-    def test_asks_nobody_when_updates_are_disabled(self) -> None:
-        self.check(UpdatePlan(update_mode="Disabled"), Foreseen.NOT_ASKED)
+def test_leaves_the_camera_alone_when_the_user_declines(on: Bench) -> None:
+    check(on, UpdatePlan(accept=False), Foreseen.DECLINED)
 
-    def test_asks_nobody_when_no_update_mode_is_set(self) -> None:
-        self.check(UpdatePlan(update_mode=None), Foreseen.NOT_ASKED)
 
-    def test_asks_nobody_when_the_update_mode_is_written_in_another_case(self) -> None:
-        self.check(UpdatePlan(update_mode="service controlled"), Foreseen.NOT_ASKED)
+@pytest.mark.parametrize(("says", "foreseen"), [(True, Foreseen.UPDATED), (False, Foreseen.DECLINED)])
+def test_does_what_the_person_says(on: Bench, says: bool, foreseen: Foreseen) -> None:
+    asked = []
 
-    def test_asks_nobody_when_the_versions_are_equal(self) -> None:
-        self.check(UpdatePlan(camera_version="5.10.3.0"), Foreseen.NOT_ASKED)
+    def ask(camera: str, image: str) -> bool:
+        asked.append((camera, image))
+        return says
 
-    def test_asks_nobody_when_the_camera_version_is_unknown(self) -> None:
-        self.check(UpdatePlan(camera_version="0.0.0.0"), Foreseen.NOT_ASKED)
+    record = on.walk(UpdatePlan(ask=ask))
+    assert asked == [("5.10.2.0", "5.10.3.0")]
+    assert record.plan.foreseen == foreseen
+    assert complaints(record) == []
 
-    def test_runs_and_stops_without_a_toast_server(self) -> None:
-        self.check(UpdatePlan(toast_server=False), Foreseen.NOT_ASKED)
 
-    def check_end(self, what: str) -> None:
-        """The fourth block meets a fault: that transfer is the last, and the service stops as ever."""
-        fault = {"where": "DNLOAD", "what": what, "skip": 3, "count": 1}
-        plan = UpdatePlan(camera={"faults": [fault]})
-        self.assertEqual(plan.foreseen, Foreseen.BROKEN_OFF)
-        record = run_update(plan)
-        self.assertEqual(complaints(record), [])
-        *before, end = record.transfers()
-        self.assertTrue(all(transfer["ok"] for transfer in before))
-        self.assertEqual((end["ok"], end["setup"]), (False, "21 01 03 00 00 00 00 04"))
-        self.assertNotEqual(record.flash, plan.image)
+@pytest.mark.parametrize(
+    "plan",
+    [
+        pytest.param(UpdatePlan(update_mode="Auto"), id="in the automatic mode"),
+        pytest.param(UpdatePlan(update_mode="Disabled"), id="when updates are disabled"),
+        pytest.param(UpdatePlan(update_mode=None), id="when no update mode is set"),
+        pytest.param(UpdatePlan(update_mode="service controlled"), id="when the update mode is in another case"),
+        pytest.param(UpdatePlan(camera_version="5.10.3.0"), id="when the versions are equal"),
+        pytest.param(UpdatePlan(camera_version="0.0.0.0"), id="when the camera's version is unknown"),
+        pytest.param(UpdatePlan(toast_server=False), id="without a toast server"),
+    ],
+)
+def test_asks_nobody(on: Bench, plan: UpdatePlan) -> None:
+    check(on, plan, Foreseen.NOT_ASKED)
 
-    def test_ends_the_update_when_the_camera_refuses_a_block(self) -> None:
-        self.check_end("stall")
 
-    def test_ends_the_update_when_the_camera_is_pulled_out(self) -> None:
-        self.check_end("unplug")
+@pytest.mark.parametrize("what", ["stall", "unplug"], ids=["refuses a block", "is pulled out"])
+def test_ends_the_update_when_the_camera(on: Bench, what: str) -> None:
+    """The fourth block meets a fault: that transfer is the last, and the service stops as ever."""
+    fault = {"where": "DNLOAD", "what": what, "skip": 3, "count": 1}
+    record = check(on, UpdatePlan(camera={"faults": [fault]}), Foreseen.BROKEN_OFF)
+    *before, end = record.transfers()
+    assert all(transfer["ok"] for transfer in before)
+    assert (end["ok"], end["setup"]) == (False, "21 01 03 00 00 00 00 04")
+    assert record.flash != record.plan.image
+
+
+@pytest.fixture(scope="module")
+def good(shared: Shared[Bench]) -> Record:
+    """An update that went well, to be spoiled."""
+    plan = UpdatePlan(image=with_version(random_image(5000), "9.8.7.6"))
+    return check(shared.get(), plan, Foreseen.UPDATED)
+
+
+def last(record: Record, name: str) -> int:
+    """Where the last event of a kind stands that does not come from the service's installer."""
+    return max(
+        position
+        for position, event in enumerate(record.events)
+        if event["event"] == name and (event["source"] != RIG or event["pid"] == record.service_pid)
+    )
+
+
+def changed(name: str, **fields: object) -> Callable[[Record], Record]:
+    """The record with some fields of the last event of a kind changed."""
+
+    def change(record: Record) -> Record:
+        events = list(record.events)
+        position = last(record, name)
+        events[position] = {**events[position], **fields}
+        return replace(record, events=events)
+
+    return change
+
+
+def without(name: str) -> Callable[[Record], Record]:
+    """The record without the last event of a kind."""
+
+    def change(record: Record) -> Record:
+        position = last(record, name)
+        return replace(record, events=record.events[:position] + record.events[position + 1 :])
+
+    return change
+
+
+def with_command_before_the_answer(record: Record) -> Record:
+    early = next(event for event in record.events if event["event"] == "firmware-command")
+    return replace(
+        record,
+        events=[{**early, "opcode": ENTER_DFU_MODE, "pid": record.service_pid}, *record.events],
+        answered_at=(record.answered_at or 0) + 1,
+    )
+
+
+def with_failed_transfers(record: Record) -> Record:
+    return replace(record, events=[{**e, "ok": False} if e["event"] == "transfer" else e for e in record.events])
+
+
+def without_first_block(record: Record) -> Record:
+    # The last transfer is a GETSTATUS, of which there may be any number; the one before the polls is not.
+    return replace(record, events=[e for e in record.events if e.get("setup") != "21 01 00 00 00 00 00 04"])
+
+
+def with_block_lost(record: Record) -> Record:
+    assert record.after is not None
+    return replace(record, after=replace(record.after, block_number_gaps=1))
+
+
+def told(**fields: object) -> Callable[[Record], Record]:
+    """The record with other fields of its own."""
+    return lambda record: replace(record, **fields)
+
+
+# What is to be noticed, and a good record spoiled so that it has to be.
+SPOILED: dict[str, Callable[[Record], Record]] = {
+    "installing says": told(install_text="VeyraCameraDfuService is installed.\n\n"),
+    "is configured": lambda good: replace(good, service_key={**good.service_key, "Start": ("REG_DWORD", "0x2")}),
+    "reports its states": changed("service-status", words=[16, 1, 5, 0, 0, 3, 0]),
+    "notice of the start": without("event-log"),
+    "every interface class": changed("notification-registered", flags=1),
+    "handled with result 0": changed("handled", result=1),
+    "asked once": changed("prompt-call", method="ShowUpdatePrompt", texts=["1.1.1.1", "9.8.7.6"]),
+    "before the answer": with_command_before_the_answer,
+    "answer reaches": changed("answer", sinks=0),
+    "by one command": changed("firmware-command", opcode=ENTER_DFU_MODE, parameters=[0, 0, 0, 0]),
+    "in the order of the download": changed("transfer", setup="a1 03 00 00 00 00 05 00"),
+    "number of transfers": without_first_block,
+    "every transfer succeeds": with_failed_transfers,
+    "block by block": changed("prompt-call", method="NotifyProgress", texts=["5"]),
+    "end of the download": without("prompt-call"),
+    "flash equals": lambda good: replace(good, flash=good.flash[:-1] + bytes([good.flash[-1] ^ 1])),
+    "no block is lost": with_block_lost,
+    "trace tells": changed("trace", group=UPDATE_SERVICE_TRACES, number=25),
+    "has its words": changed("trace", text=None),
+    "only once the driver": lambda good: replace(good, driver_removed_at=len(good.events)),
+    "service it knows": changed("command-run", command="sc stop VeyraCameraDfuService"),
+    "within two seconds": told(stop_seconds=2.1),
+    "process ends": told(process_left=False),
+    "removing says": told(state_after_removal="STOPPED"),
+    "no process crashed": told(crashes=["process-32-64"]),
+    "gone to its end": told(broken_off="the rig went away"),
+}
+
+
+@pytest.mark.parametrize("name", SPOILED)
+def test_judgement_notices(good: Record, name: str) -> None:
+    """An expectation is worth something only when it can fail."""
+    assert any(name in complaint for complaint in complaints(SPOILED[name](good)))

@@ -1,10 +1,10 @@
 """The rooms of the laboratory's programs: small modules, imports that only go down, and no circle."""
 
 import ast
-import unittest
 from collections.abc import Iterator
 from pathlib import Path
 
+import pytest
 from support import CHECKOUT
 
 _ROOT = CHECKOUT / "lab" / "cli" / "veyra_lab"
@@ -57,34 +57,37 @@ _MODULES = modules()
 _IMPORTS = {module: set(imports(module, path)) for module, path in _MODULES.items()}
 
 
-class Rooms(unittest.TestCase):
-    def test_modules_are_small(self) -> None:
-        lengths = {module: len(path.read_text(encoding="utf-8").splitlines()) for module, path in _MODULES.items()}
-        self.assertEqual({module: lines for module, lines in lengths.items() if lines > _LONGEST}, {})
+def test_modules_are_small() -> None:
+    lengths = {module: len(path.read_text(encoding="utf-8").splitlines()) for module, path in _MODULES.items()}
+    assert {module: lines for module, lines in lengths.items() if lines > _LONGEST} == {}
 
-    def test_every_room_says_what_it_is_for_and_what_it_uses(self) -> None:
-        for name in {room(module) for module in _MODULES}:
-            with self.subTest(room=name):
-                text = _ROOT.joinpath(*name.split("."), "__init__.py").read_text(encoding="utf-8")
-                said = ast.get_docstring(ast.parse(text)) or ""
-                self.assertTrue(said)
-                used = {room(each) for module in _MODULES if room(module) == name for each in _IMPORTS[module]}
-                self.assertEqual([each for each in used & _BELOW[name] if each not in said], [])
 
-    def test_imports_only_go_down(self) -> None:
-        self.assertEqual(set(_BELOW), {room(module) for module in _MODULES})
-        for module, used in _IMPORTS.items():
-            if module.rpartition(".")[2] == "__main__":
-                continue
-            with self.subTest(module=module):
-                self.assertEqual({room(each) for each in used} - _BELOW[room(module)] - {room(module), ""}, set())
+@pytest.mark.parametrize("name", sorted({room(module) for module in _MODULES}))
+def test_every_room_says_what_it_is_for_and_what_it_uses(name: str) -> None:
+    text = _ROOT.joinpath(*name.split("."), "__init__.py").read_text(encoding="utf-8")
+    said = ast.get_docstring(ast.parse(text)) or ""
+    assert said
+    used = {room(each) for module in _MODULES if room(module) == name for each in _IMPORTS[module]}
+    assert [each for each in used & _BELOW[name] if each not in said] == []
 
-    def test_no_circle(self) -> None:
-        left = dict(_IMPORTS)
-        while free := [module for module, used in left.items() if not used & left.keys()]:
-            for module in free:
-                del left[module]
-        self.assertEqual(left, {})
 
-    def test_every_import_is_found(self) -> None:
-        self.assertEqual({each for used in _IMPORTS.values() for each in used} - _MODULES.keys(), set())
+def test_imports_only_go_down() -> None:
+    assert set(_BELOW) == {room(module) for module in _MODULES}
+    wrong = {
+        module: {room(each) for each in used} - _BELOW[room(module)] - {room(module), ""}
+        for module, used in _IMPORTS.items()
+        if module.rpartition(".")[2] != "__main__"
+    }
+    assert {module: rooms for module, rooms in wrong.items() if rooms} == {}
+
+
+def test_no_circle() -> None:
+    left = dict(_IMPORTS)
+    while free := [module for module, used in left.items() if not used & left.keys()]:
+        for module in free:
+            del left[module]
+    assert left == {}
+
+
+def test_every_import_is_found() -> None:
+    assert {each for used in _IMPORTS.values() for each in used} - _MODULES.keys() == set()

@@ -2,13 +2,13 @@
 
 import re
 import tempfile
-import unittest
 from collections.abc import Sequence
 from pathlib import Path
 
-from support import CHECKOUT
+from support import CHECKOUT, TRACE_FORMATS
 from veyra_lab.wire.trace_formats import SCOPE_TRACES, SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES, TraceFormats
 
+FORMATS = TraceFormats(TRACE_FORMATS)
 _LAUNCH_TRACES = "{1FC2A5F0-3B7D-4E0C-9A54-6D0B8EC14793}"
 _SINK_TRACES = "{86E9D1B4-5F2A-4C37-B81E-20A7934DF65C}"
 
@@ -107,77 +107,80 @@ def emitted_messages() -> set[tuple[str, int, int]]:
     return messages
 
 
-class TraceTexts(unittest.TestCase):
-    def setUp(self) -> None:
-        self.formats = TraceFormats(CHECKOUT / "trace")
-
-    def test_every_emitter_of_the_sources_has_a_text_at_its_level_and_every_text_an_emitter(self) -> None:
-        described = set()
-        for group, index in self.formats:
-            message = self.formats.message(group, index)
-            assert message is not None
-            self.assertEqual(message.flags, 1, (group, index))
-            described.add((group, index, message.level))
-        self.assertEqual(described, emitted_messages())
-
-    def test_every_message_reads_as_a_sentence(self) -> None:
-        for group, index, arguments, words in _SAMPLES:
-            with self.subTest(group=group, number=index):
-                self.assertEqual(self.formats.text(group, index, arguments), words)
-        sampled = {(group.strip("{}").lower(), index) for group, index, _, _ in _SAMPLES}
-        self.assertEqual(sampled, set(self.formats))
-
-    def test_an_unknown_number_or_group_has_no_text(self) -> None:
-        self.assertIsNone(self.formats.text(UPDATE_SERVICE_TRACES, 17, []))
-        self.assertIsNone(self.formats.text("{00000000-0000-0000-0000-000000000000}", 10, []))
-
-    def test_the_group_is_known_in_any_case_and_without_braces(self) -> None:
-        for group in (SERVICE_BASE_TRACES, SERVICE_BASE_TRACES.lower(), SERVICE_BASE_TRACES.strip("{}")):
-            self.assertEqual(self.formats.text(group, 12, []), "A camera interface arrived")
-
-    def test_a_missing_argument_is_named(self) -> None:
-        text = self.formats.text(UPDATE_SERVICE_TRACES, 23, [])
-        self.assertEqual(text, "The camera's firmware version is (missing)")
-
-    def test_a_truncated_argument_is_named(self) -> None:
-        text = self.formats.text(SERVICE_BASE_TRACES, 14, [number(1450)[:6]])
-        self.assertEqual(text, "Stopping failed with error (truncated): the service goes on")
+def test_every_emitter_of_the_sources_has_a_text_at_its_level_and_every_text_an_emitter() -> None:
+    described = set()
+    for group, index in FORMATS:
+        message = FORMATS.message(group, index)
+        assert message is not None
+        assert message.flags == 1, (group, index)
+        described.add((group, index, message.level))
+    assert described == emitted_messages()
 
 
-class ArgumentTypes(unittest.TestCase):
-    """What one argument of a type looks like in a message's words."""
+def test_every_message_reads_as_a_sentence() -> None:
+    assert [FORMATS.text(group, index, arguments) for group, index, arguments, _ in _SAMPLES] == [
+        words for _, _, _, words in _SAMPLES
+    ]
+    sampled = {(group.strip("{}").lower(), index) for group, index, _, _ in _SAMPLES}
+    assert sampled == set(FORMATS)
 
-    def read(self, kind: str, place: str, argument: str) -> str | None:
-        """The words of a message that is its one argument and nothing else."""
-        group = "00112233-4455-6677-8899-aabbccddeeff"
-        with tempfile.TemporaryDirectory() as folder:
-            Path(folder, "one.tmf").write_text(
-                f'{group} One // SRC=One.cpp MJ= MN=\n#typev One_10 10 "%0{place}" // LEVEL=4 FLAGS=1\n'
-                f"{{\nValue, {kind} -- 10\n}}\n",
-                encoding="utf-8",
-            )
-            return TraceFormats(Path(folder)).text(group, 10, [argument])
 
-    def test_narrow_texts_end_at_their_terminator(self) -> None:
-        self.assertEqual(self.read("ItemString", "%10!s!", narrow("5.10") + "41"), "5.10")
-        self.assertEqual(self.read("ItemString", "%10!s!", b"cut".hex()), "cut")
+def test_an_unknown_number_or_group_has_no_text() -> None:
+    assert FORMATS.text(UPDATE_SERVICE_TRACES, 17, []) is None
+    assert FORMATS.text("{00000000-0000-0000-0000-000000000000}", 10, []) is None
 
-    def test_wide_texts_end_at_their_terminator(self) -> None:
-        self.assertEqual(self.read("ItemWString", "%10!s!", wide("Caméra") + "4100"), "Caméra")
-        self.assertEqual(self.read("ItemWString", "%10!s!", "410042"), "A\ufffd")
 
-    def test_integers_are_decimal_or_hexadecimal_as_the_text_asks(self) -> None:
-        self.assertEqual(self.read("ItemLong", "%10!d!", number(0xFFFFFFFE)), "-2")
-        self.assertEqual(self.read("ItemULong", "%10!u!", number(0xFFFFFFFE)), "4294967294")
-        self.assertEqual(self.read("ItemULongX", "#%10!08x!", number(0xABC)), "#00000abc")
-        self.assertEqual(self.read("ItemShort", "%10!d!", number(0xFFFF, 2)), "-1")
-        self.assertEqual(self.read("ItemULongLong", "%10!u!", number(1 << 40, 8)), "1099511627776")
-        self.assertEqual(self.read("ItemULongLongX", "%10!X!", number(0xABC, 8)), "ABC")
+def test_the_group_is_known_in_any_case_and_without_braces() -> None:
+    for group in (SERVICE_BASE_TRACES, SERVICE_BASE_TRACES.lower(), SERVICE_BASE_TRACES.strip("{}")):
+        assert FORMATS.text(group, 12, []) == "A camera interface arrived"
 
-    def test_statuses_are_hexadecimal_and_errors_decimal(self) -> None:
-        self.assertEqual(self.read("ItemHRESULT", "%10!s!", number(0x80070005)), "0x80070005")
-        self.assertEqual(self.read("ItemNTSTATUS", "%10!s!", number(0xC0000001)), "0xc0000001")
-        self.assertEqual(self.read("ItemWINERROR", "%10!s!", number(1053)), "1053")
 
-    def test_an_unknown_type_is_shown_in_bytes(self) -> None:
-        self.assertEqual(self.read("ItemRevolution", "%10!s!", "0102ff"), "0102ff")
+def test_a_missing_argument_is_named() -> None:
+    text = FORMATS.text(UPDATE_SERVICE_TRACES, 23, [])
+    assert text == "The camera's firmware version is (missing)"
+
+
+def test_a_truncated_argument_is_named() -> None:
+    text = FORMATS.text(SERVICE_BASE_TRACES, 14, [number(1450)[:6]])
+    assert text == "Stopping failed with error (truncated): the service goes on"
+
+
+def read(kind: str, place: str, argument: str) -> str | None:
+    """What one argument of a type looks like in a message's words: those of a message that is it and nothing else."""
+    group = "00112233-4455-6677-8899-aabbccddeeff"
+    with tempfile.TemporaryDirectory() as folder:
+        Path(folder, "one.tmf").write_text(
+            f'{group} One // SRC=One.cpp MJ= MN=\n#typev One_10 10 "%0{place}" // LEVEL=4 FLAGS=1\n'
+            f"{{\nValue, {kind} -- 10\n}}\n",
+            encoding="utf-8",
+        )
+        return TraceFormats(Path(folder)).text(group, 10, [argument])
+
+
+def test_narrow_texts_end_at_their_terminator() -> None:
+    assert read("ItemString", "%10!s!", narrow("5.10") + "41") == "5.10"
+    assert read("ItemString", "%10!s!", b"cut".hex()) == "cut"
+
+
+def test_wide_texts_end_at_their_terminator() -> None:
+    assert read("ItemWString", "%10!s!", wide("Caméra") + "4100") == "Caméra"
+    assert read("ItemWString", "%10!s!", "410042") == "A\ufffd"
+
+
+def test_integers_are_decimal_or_hexadecimal_as_the_text_asks() -> None:
+    assert read("ItemLong", "%10!d!", number(0xFFFFFFFE)) == "-2"
+    assert read("ItemULong", "%10!u!", number(0xFFFFFFFE)) == "4294967294"
+    assert read("ItemULongX", "#%10!08x!", number(0xABC)) == "#00000abc"
+    assert read("ItemShort", "%10!d!", number(0xFFFF, 2)) == "-1"
+    assert read("ItemULongLong", "%10!u!", number(1 << 40, 8)) == "1099511627776"
+    assert read("ItemULongLongX", "%10!X!", number(0xABC, 8)) == "ABC"
+
+
+def test_statuses_are_hexadecimal_and_errors_decimal() -> None:
+    assert read("ItemHRESULT", "%10!s!", number(0x80070005)) == "0x80070005"
+    assert read("ItemNTSTATUS", "%10!s!", number(0xC0000001)) == "0xc0000001"
+    assert read("ItemWINERROR", "%10!s!", number(1053)) == "1053"
+
+
+def test_an_unknown_type_is_shown_in_bytes() -> None:
+    assert read("ItemRevolution", "%10!s!", "0102ff") == "0102ff"
