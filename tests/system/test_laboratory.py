@@ -179,7 +179,7 @@ class Texts(unittest.TestCase):
 
     def test_screen_draws_a_bar_on_a_terminal(self) -> None:
         controller, terminal = pty.openpty()
-        with os.fdopen(terminal, "w") as stream:
+        with os.fdopen(terminal, "w") as stream, patch.dict(os.environ, TERM="xterm"):
             screen = Screen(stream)
             screen.progress(1, 2)
             screen.progress(2, 2)
