@@ -57,7 +57,7 @@ class JobScreen:
             self._say(f"==> {job.name}")
         task = self._progress.add_task(job.name, total=None)
         job.log.parent.mkdir(parents=True, exist_ok=True)
-        with job.log.open("w", encoding="utf-8") as log:
+        with job.log.open("w", encoding="utf-8", buffering=1) as log:
             process = subprocess.Popen(
                 job.command,
                 cwd=job.folder,
