@@ -19,8 +19,10 @@ from .jobs import Job, JobScreen
 from .results import closing_line
 
 _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
-# What the system tests run: the product, what the laboratory puts under it, and what the tests of -remove run into.
-_SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "stubborn_service")
+# What the system tests run: the product, what the laboratory puts under it, what it is measured against, and what the
+# tests of -remove run into.
+_SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
+                   "VeyraActivatingService", "stubborn_service")  # fmt: skip
 _MACHINES = 2
 
 _DESCRIPTION = """\
