@@ -23,6 +23,8 @@ constexpr UINT kCrashExitCode = 3;
 std::unique_ptr<Wire> OpenWire(const std::shared_ptr<ServerParts>& parts, LaboratoryCommands& commands) {
     std::unique_ptr<Wire> wire = Wire::Connect("toast");
     if (wire != nullptr) {
+        // The laboratory says when the server goes: a client that asks for it just when it leaves would wait in vain.
+        parts->lifetime->AddHold();
         parts->reports.Open(*wire);
         commands.TakeStage(wire->Stage());
         wire->Start([&commands](const nlohmann::json& command) { commands.CarryOut(command); },

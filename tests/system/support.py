@@ -152,12 +152,7 @@ class Bench:
     def clear(self) -> None:
         """Takes the service away that a test has installed, and what it has left."""
         remove_service(self.machine, SERVICE)
-        self.dismiss_toast_server()
         self.machine.forget_crashes()
-
-    def dismiss_toast_server(self) -> None:
-        """Left alone it goes two seconds after its last client, and who asks for it just then waits in vain."""
-        assert self.peer.dismiss(TOAST, seconds=20)
 
     def start_service(self) -> int:
         """Starts the service, which is installed already, and waits until it runs; its process id."""
@@ -176,12 +171,12 @@ class Bench:
 
     def walk(self, plan: UpdatePlan) -> Record:
         """Goes the whole road of another update: what is installed is the same, with its image and its update mode."""
-        self.dismiss_toast_server()
         self.machine.forget_crashes()
         self.peer.set_stage(plan.stage())
         self.installation.put_image(plan.image)
         self.installation.set_keys(self.peer.port, plan.update_mode)
         if not plan.toast_server:
+            assert self.peer.dismiss(TOAST, seconds=20)
             self.installation.put_toast_server(False)
         record = self.record_of(Road(plan, self.machine, self.peer, self.installation))
         if not plan.toast_server:

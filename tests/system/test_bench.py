@@ -21,7 +21,6 @@ from veyra_lab.bench.service.updates import image_of, update
 from veyra_lab.bench.table import Row, above_at_most, at_most, exactly, ratio_at_most, within
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.windows.machine import Machine
-from veyra_lab.wire.events import TOAST
 
 _RELEASE = CHECKOUT / "build" / "windows-release"
 _STAND_IN = CHECKOUT / "build" / "host-bench" / "host" / "libusb"
@@ -38,7 +37,6 @@ def contenders(shared: Shared[Contenders]) -> Iterator[Contenders]:
     the_contenders = shared.get()
     yield the_contenders
     the_contenders.end_all()
-    assert the_contenders.peer.dismiss(TOAST, seconds=20)
 
 
 def test_an_update_takes_2n_plus_7_transfers(contenders: Contenders) -> None:

@@ -56,12 +56,13 @@ def test_leaves_the_machine_as_it_was(tmp_path: Path) -> None:
 
 def test_leaves_no_toast_server_to_the_next_run() -> None:
     """It would tell the laboratory that has started it what the next one waits for."""
-    with Bench(the_machine()) as on:
-        on.machine.demand(EXECUTABLE, "-install")
-        on.start_service()
-        assert on.machine.processes(_TOAST_SERVER) != []
-        on.installation.remove(None)
-        assert on.machine.processes(_TOAST_SERVER) == []
+    killed = Bench(the_machine()).__enter__()
+    killed.machine.demand(EXECUTABLE, "-install")
+    killed.start_service()
+    assert killed.machine.processes(_TOAST_SERVER) != []
+    killed.peer.__exit__(None, None, None)
+    killed.installation.remove(None)
+    assert killed.machine.processes(_TOAST_SERVER) == []
 
 
 def test_addresses_are_not_randomized() -> None:
