@@ -17,7 +17,6 @@ import pytest
 from support import BUILD, CHECKOUT, Bench, Shared, complaints, slow
 from veyra_lab.demo.road import Road
 from veyra_lab.updates.plan import UpdatePlan
-from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import sha256
 from veyra_lab.windows.installation import EXECUTABLE, UPDATE_MODE_KEY
 from veyra_lab.windows.machine import SERVICES_KEY, Machine, Outcome, registry_string, windows_path

@@ -28,4 +28,5 @@ def SHARED(machine: Machine) -> ScenarioRunner:
     ],
 )
 def test_scenario(shared: Shared[ScenarioRunner], variant: Variant) -> None:
-    assert shared.get().run(variant).complaints == []
+    complaints = shared.get().run(variant).complaints
+    assert not complaints, "\n".join(complaints)
