@@ -2,7 +2,7 @@
 
 #include "tests/support/Text.h"
 
-#include <algorithm>
+#include <stdexcept>
 
 EventJournal::EventJournal()
     : createEvent_("CreateEventW", &RedirectedCreateEvent),
@@ -13,7 +13,7 @@ EventJournal::EventJournal()
 EventJournal::~EventJournal() {
     for (const Event& event : events_) {
         if (event.isOpen) {
-            closeHandle_.Original<decltype(::CloseHandle)>()(event.handle);
+            closeHandle_.Original<decltype(::CloseHandle)>()(event.handle.load());
         }
     }
 }
@@ -29,18 +29,15 @@ void EventJournal::ForgetCalls() {
 }
 
 HANDLE EventJournal::Handle(std::size_t number) const {
-    const std::scoped_lock guard(lock_);
-    return number < events_.size() ? events_[number].handle : nullptr;
+    return number < created_ ? events_[number].handle.load() : nullptr;
 }
 
 std::size_t EventJournal::Created() const {
-    const std::scoped_lock guard(lock_);
-    return events_.size();
+    return created_;
 }
 
 bool EventJournal::IsOpen(std::size_t number) const {
-    const std::scoped_lock guard(lock_);
-    return number < events_.size() && events_[number].isOpen;
+    return number < created_ && events_[number].isOpen;
 }
 
 void EventJournal::Record(const std::string& call) {
@@ -54,20 +51,35 @@ void EventJournal::Record(const std::string& call) {
 }
 
 void EventJournal::RecordOn(const char* function, HANDLE handle, bool closes) {
-    std::optional<std::size_t> number;
-    {
-        const std::scoped_lock guard(lock_);
-        const auto event = std::find_if(events_.begin(), events_.end(), [handle](const Event& each) {
-            return each.isOpen && each.handle == handle;
-        });
-        if (event != events_.end()) {
-            number = static_cast<std::size_t>(event - events_.begin());
-            event->isOpen = !closes;
+    const std::size_t number = NumberOf(handle);
+    if (number == kMostEvents) {
+        return;
+    }
+    if (closes) {
+        events_[number].isOpen = false;
+    }
+    Record(test_support::Text(function, '(', number, ')'));
+}
+
+void EventJournal::Add(HANDLE handle) {
+    const std::scoped_lock guard(lock_);
+    if (created_ == kMostEvents) {
+        throw std::length_error("the journal is full");
+    }
+    Event& event = events_[created_];
+    event.handle = handle;
+    event.isOpen = true;
+    ++created_;
+}
+
+std::size_t EventJournal::NumberOf(HANDLE handle) const {
+    const std::size_t created = created_;
+    for (std::size_t number = 0; number < created; ++number) {
+        if (events_[number].isOpen && events_[number].handle == handle) {
+            return number;
         }
     }
-    if (number) {
-        Record(test_support::Text(function, '(', *number, ')'));
-    }
+    return kMostEvents;
 }
 
 HANDLE WINAPI EventJournal::RedirectedCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manualReset,
@@ -86,8 +98,7 @@ HANDLE WINAPI EventJournal::RedirectedCreateEvent(LPSECURITY_ATTRIBUTES security
         return nullptr;
     }
     const HANDLE handle = original(security, manualReset, signalled, name);
-    const std::scoped_lock guard(journal.lock_);
-    journal.events_.push_back(Event{handle, true});
+    journal.Add(handle);
     return handle;
 }
 

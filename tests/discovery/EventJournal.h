@@ -5,15 +5,20 @@
 
 #include <windows.h>
 
+#include <atomic>
+#include <cstddef>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 // Records what the program does with events of a name, and hands every call on to Windows. Handles are
 // numbered in the order in which they were created. What the program leaves open, the journal closes when it
 // goes.
+//
+// The library's own locks wake their waiters with SetEvent too, on their way out of unlock() and through the
+// journal. Whatever is not an event of a name therefore passes without a lock, a container or an allocation:
+// a lock taken there could be the very one that is being released.
 class EventJournal : public test_support::OnlyOne<EventJournal> {
   public:
     EventJournal();
@@ -39,9 +44,11 @@ class EventJournal : public test_support::OnlyOne<EventJournal> {
 
   private:
     struct Event {
-        HANDLE handle;
-        bool isOpen;
+        std::atomic<HANDLE> handle = nullptr;
+        std::atomic<bool> isOpen = false;
     };
+
+    static constexpr std::size_t kMostEvents = 512;
 
     static HANDLE WINAPI RedirectedCreateEvent(LPSECURITY_ATTRIBUTES security, BOOL manualReset,
                                                BOOL signalled, LPCWSTR name);
@@ -51,9 +58,13 @@ class EventJournal : public test_support::OnlyOne<EventJournal> {
 
     void Record(const std::string& call);
     void RecordOn(const char* function, HANDLE handle, bool closes);
+    void Add(HANDLE handle);
+    // The open event with the handle; kMostEvents when there is none.
+    [[nodiscard]] std::size_t NumberOf(HANDLE handle) const;
 
-    mutable std::mutex lock_;
-    std::vector<Event> events_;
+    mutable std::mutex lock_;  // guards the calls, and that events are added one after the other
+    Event events_[kMostEvents];
+    std::atomic<std::size_t> created_ = 0;
     std::vector<std::string> calls_;
     std::function<void(const std::string&)> onCall_;
     bool refusesEvents_ = false;
