@@ -10,6 +10,16 @@ function(veyra_folder name)
     endif()
 endfunction()
 
+# precompiled_headers(NAME HEADERS ... LINK ...): headers that many files include and that take longer than all else in them,
+# read once. A target takes them with target_precompile_headers(TARGET REUSE_FROM NAME), if it is compiled with the same
+# options: LINK names the libraries that bring them.
+function(precompiled_headers name)
+    cmake_parse_arguments(PCH "" "" "HEADERS;LINK" ${ARGN})
+    add_library(${name} OBJECT ${PROJECT_SOURCE_DIR}/cmake/Nothing.cpp)
+    target_link_libraries(${name} PRIVATE project_options project_warnings ${PCH_LINK})
+    target_precompile_headers(${name} PRIVATE ${PCH_HEADERS})
+endfunction()
+
 # split_symbols(TARGET): ships the executable stripped, in the build folder's root, with its symbols kept beside it in
 # TARGET.exe.debug, which debuggers find by the link in the executable. --preserve-dates: the time in the header stays the
 # linker's, which is none.

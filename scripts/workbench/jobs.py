@@ -15,6 +15,9 @@ from rich.progress import BarColumn, Progress, TaskID, TaskProgressColumn, TextC
 _OF_TOTAL = re.compile(r"^\[(\d+)/(\d+)\]|^ *(\d+)/(\d+) Test ")
 _PERCENT = re.compile(r"\[ *(\d+)%\]")
 
+# A job that is interrupted has been told so by the terminal and has machines to shut down.
+_ENDING_PATIENCE = 20
+
 
 @dataclass(frozen=True)
 class Job:
@@ -73,8 +76,9 @@ class JobScreen:
                     log.write(line)
                     self._show(task, line)
                 status = process.wait()
-            finally:
-                process.kill()
+            except BaseException:
+                _end(process)
+                raise
         seconds = time.monotonic() - began
         self._progress.update(task, total=1, completed=1)
         outcome = "done" if status == 0 else f"FAILED with {status}"
@@ -93,3 +97,11 @@ class JobScreen:
             self._progress.update(task, completed=done, total=total)
         elif found := _PERCENT.search(line):
             self._progress.update(task, completed=int(found[1]), total=100)
+
+
+def _end(process: subprocess.Popen[str]) -> None:
+    try:
+        process.wait(_ENDING_PATIENCE)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()
