@@ -152,7 +152,7 @@ def _chosen(run: Run, build: Build, names: Sequence[str]) -> str | None:
 def main() -> int:
     parser = Parser(prog="scripts/test", description=_DESCRIPTION, epilog=_closing())
     parser.add_argument("name", nargs="*", metavar="NAME", help="build and run just this")
-    parser.add_argument("--all", action="store_true", help="every build, and what takes minutes or packages of its own")
+    parser.add_argument("--all", action="store_true", help="every build and every test")
     parser.add_argument("--preset", choices=[build.preset for build in BUILDS], help="the tests of one build")
     parser.add_argument(
         "--gtest_shuffle",

@@ -362,7 +362,7 @@ class RandomLinks {
     std::mt19937 generator_{20240229};
 };
 
-constexpr int kRandomLinks = 40000;
+constexpr int kRandomLinks = 10000;
 
 TEST(DevicePathMatching, ExtractsTheInstancePartThatTheExpressionCaptures) {
     const std::wregex expression(L"mi_..#(.*)&....#");

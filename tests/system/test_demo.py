@@ -6,7 +6,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from support import CHECKOUT, DEMO_PREFIX, Run, check_refusal, random_image, run_script
+from support import CHECKOUT, DEMO_PREFIX, Run, check_refusal, random_image, run_script, slow
 from veyra_lab.demo import __main__ as demo
 from veyra_lab.windows.image import default_image, sha256, version_of
 from veyra_lab.windows.machine import processes_of
@@ -54,6 +54,7 @@ def test_cleans_up_when_it_is_interrupted_and_shows_an_update_then() -> None:
     check_update(run_script("demo"), default_image(), "5.10.2.0", 1024)
 
 
+@slow
 def test_takes_the_image_camera_version_and_transfer_size_of_a_person_and_keeps_a_transcript(tmp_path: Path) -> None:
     image = tmp_path / "my image.bin"
     image.write_bytes(random_image(10_000))
@@ -72,6 +73,7 @@ def test_takes_the_image_camera_version_and_transfer_size_of_a_person_and_keeps_
     assert done.stdout.splitlines()[-1] == f"control transfers: {transfers}"
 
 
+@slow
 def test_shows_that_a_declined_update_changes_nothing() -> None:
     done = run_script("demo", "--answer", "decline")
     assert done.returncode == 0, done.stdout + done.stderr
@@ -82,6 +84,7 @@ def test_shows_that_a_declined_update_changes_nothing() -> None:
     assert transfers == "control transfers: 0"
 
 
+@slow
 def test_says_why_a_camera_with_tiny_transfers_is_not_updated() -> None:
     done = run_script("demo", "--transfer-size", "64")
     assert done.returncode == 1, done.stdout + done.stderr
@@ -93,6 +96,7 @@ def test_says_why_a_camera_with_tiny_transfers_is_not_updated() -> None:
     assert processes_of(DEMO_PREFIX) == {}
 
 
+@slow
 def test_says_why_equal_versions_are_no_update() -> None:
     done = run_script("demo", "--camera-version", "5.10.3.0")
     assert done.returncode == 1, done.stdout + done.stderr

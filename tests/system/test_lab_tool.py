@@ -147,6 +147,7 @@ def test_says_on_a_terminal_what_came_of_it(transcript: Path, target: Path) -> N
     assert f"written: {target}" in shown.shown
 
 
+@slow
 def test_shows_on_a_terminal_that_a_large_transcript_takes_a_while(transcript: Path, target: Path) -> None:
     transcript.write_bytes(stopped(16_000, 16_000).text())
     shown = Terminal(str(_LAB), "report", str(transcript), "-o", str(target))

@@ -6,7 +6,7 @@ from contextlib import suppress
 from pathlib import Path
 
 import pytest
-from support import BUILD, Bench, complaints, the_machine
+from support import BUILD, Bench, complaints, slow, the_machine
 from veyra_lab.bench.service.contenders import Contenders
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.installation import EXECUTABLE
@@ -40,6 +40,7 @@ def registry_of(prefix: Path) -> dict[str, str]:
     return entries
 
 
+@slow
 def test_leaves_the_machine_as_it_was(tmp_path: Path) -> None:
     prefix = tmp_path / "wine"
     with Machine(prefix):
@@ -80,10 +81,11 @@ def test_addresses_are_not_randomized() -> None:
 
 
 def test_tells_what_runs_when_a_program_does_not_end() -> None:
-    with pytest.raises(MachineError, match="^cmd /c .* did not end within 2 s; the machine runs: .*services.exe"):
-        the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=2)
+    with pytest.raises(MachineError, match=r"cmd\.exe /c .* did not end within 1 s; the machine runs: .*services.exe"):
+        the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=1)
 
 
+@slow
 def test_tells_resources_while_programs_start() -> None:
     """Wine's server ends, and the whole machine with it, when it is asked for all handles while a process that
     was started from the host has none yet."""

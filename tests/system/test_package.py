@@ -214,6 +214,7 @@ def test_removal_leaves_nothing_behind(on: Bench) -> None:
     assert sorted(state_of(on.machine) ^ before) == []
 
 
+@slow
 def test_removal_stops_the_service_first(on: Bench) -> None:
     install(on.machine)
     on.start_service()
@@ -222,6 +223,7 @@ def test_removal_stops_the_service_first(on: Bench) -> None:
     assert on.machine.crashes() == []
 
 
+@slow
 def test_removal_deletes_the_service_also_when_the_program_fails(on: Bench) -> None:
     install(on.machine)
     # Without the rig the program does not come to its -remove under Wine.
@@ -231,6 +233,7 @@ def test_removal_deletes_the_service_also_when_the_program_fails(on: Bench) -> N
     on.machine.forget_crashes()
 
 
+@slow
 def test_repair_brings_back_what_is_lost_and_installs_nothing_twice(on: Bench) -> None:
     install(on.machine)
     assert repair(on.machine).status == 0
@@ -253,12 +256,14 @@ def test_upgrade_replaces_the_older_version(on: Bench) -> None:
     check_nothing_left(on.machine)
 
 
+@slow
 def test_refuses_to_replace_a_newer_version(on: Bench) -> None:
     install(on.machine, _NEWER)
     assert install(on.machine).status != 0
     check_installed(on.machine, _NEWER)
 
 
+@slow
 def test_writes_the_update_mode_keeps_it_and_takes_it_along(on: Bench) -> None:
     assert install(on.machine, VERSION, f'DFUAUTOMODE="{_SERVICE_CONTROLLED}"').status == 0
     assert update_mode(on.machine) == ("REG_SZ", _SERVICE_CONTROLLED)
@@ -271,6 +276,7 @@ def test_writes_the_update_mode_keeps_it_and_takes_it_along(on: Bench) -> None:
     check_nothing_left(on.machine)
 
 
+@slow
 def test_leaves_an_update_mode_alone_that_it_has_not_written(on: Bench) -> None:
     on.machine.change_registry({UPDATE_MODE_KEY: {"DFUAutoMode": registry_string("Disabled")}})
     install(on.machine)
@@ -281,18 +287,21 @@ def test_leaves_an_update_mode_alone_that_it_has_not_written(on: Bench) -> None:
     assert update_mode(on.machine) == ("REG_SZ", "Disabled")
 
 
+@slow
 def test_an_upgrade_writes_the_update_mode_that_is_given(on: Bench) -> None:
     install(on.machine)
     install(on.machine, _NEWER, f'DFUAUTOMODE="{_SERVICE_CONTROLLED}"')
     assert update_mode(on.machine) == ("REG_SZ", _SERVICE_CONTROLLED)
 
 
+@slow
 def test_does_not_install_beside_a_service_that_was_installed_by_hand(on: Bench) -> None:
     on.machine.demand("sc", "create", SERVICE, "binPath=", r"C:\VeyraLab\VeyraCameraDfuService.exe")
     assert install(on.machine).status != 0
     assert not on.machine.file(_FOLDER).exists()
 
 
+@slow
 def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench) -> None:
     # Without the rig the program does not come to its -install under Wine.
     assert msiexec(on.machine, "/i", f'"{windows_path(installer(with_rig=False))}"').status != 0

@@ -375,6 +375,7 @@ def test_reads_events_without_their_fields(written: Written) -> None:
             check_reads(written, position, {key: event[key] for key in event if key != name})
 
 
+@slow
 def test_reads_events_whose_fields_are_of_another_kind() -> None:
     odd = [None, True, -1, 1 << 70, 1e300, float("nan"), "", "x", "zz", [], [None], [[]], {}, {"a": 1}]
     written = good(2)
@@ -514,6 +515,7 @@ def test_cuts_very_long_texts() -> None:
     assert len(page_of(good().step("x" * 1_000_000))) < 400_000
 
 
+@slow
 def test_stays_small_for_a_huge_transcript() -> None:
     # The camera refuses the last block.
     transcript = stopped(65_537, 65_537).read()

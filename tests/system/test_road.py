@@ -34,12 +34,12 @@ def check(on: Bench, plan: UpdatePlan, foreseen: Foreseen) -> Record:
 @pytest.mark.parametrize(
     ("size", "transfer_size"),
     [
-        pytest.param(402, 128, id="the smallest image"),
-        pytest.param(4096, 1024, id="an image of whole blocks"),
+        pytest.param(402, 128, id="the smallest image", marks=slow),
+        pytest.param(4096, 1024, id="an image of whole blocks", marks=slow),
         pytest.param(100_001, 4096, id="an image that ends in a short block"),
-        pytest.param(8 << 20, 4096, id="eight mebibytes"),
-        pytest.param(100_001, 65_535, id="the largest transfer size"),
-        pytest.param(4096, 68, id="the smallest transfer size that the probe fits"),
+        pytest.param(8 << 20, 4096, id="eight mebibytes", marks=slow),
+        pytest.param(100_001, 65_535, id="the largest transfer size", marks=slow),
+        pytest.param(4096, 68, id="the smallest transfer size that the probe fits", marks=slow),
         # 65,537 blocks: the number of the last one is 0 again.
         pytest.param(128 * 65_536 + 1, 128, id="past the last block number", marks=slow),
         *(
@@ -55,14 +55,17 @@ def test_updates_with(on: Bench, size: int, transfer_size: int) -> None:
     check(on, UpdatePlan(image=image, camera_version="1.2.3.4", transfer_size=transfer_size), Foreseen.UPDATED)
 
 
+@slow
 def test_updates_to_an_older_version(on: Bench) -> None:
     check(on, UpdatePlan(camera_version="255.255.255.255"), Foreseen.UPDATED)
 
 
+@slow
 def test_asks_no_second_time_after_an_image_without_a_known_version(on: Bench) -> None:
     check(on, UpdatePlan(image=with_version(random_image(4096), "0.0.0.0")), Foreseen.UPDATED)
 
 
+@slow
 def test_sends_no_block_to_a_camera_whose_transfers_are_too_short_for_the_probe(on: Bench) -> None:
     check(on, UpdatePlan(image=random_image(4096), transfer_size=67), Foreseen.PROBE_REFUSED)
 
@@ -72,6 +75,7 @@ def test_leaves_the_camera_alone_when_the_user_declines(on: Bench) -> None:
 
 
 @pytest.mark.parametrize(("says", "foreseen"), [(True, Foreseen.UPDATED), (False, Foreseen.DECLINED)])
+@slow
 def test_does_what_the_person_says(on: Bench, says: bool, foreseen: Foreseen) -> None:
     asked = []
 
@@ -88,13 +92,13 @@ def test_does_what_the_person_says(on: Bench, says: bool, foreseen: Foreseen) ->
 @pytest.mark.parametrize(
     "plan",
     [
-        pytest.param(UpdatePlan(update_mode="Auto"), id="in the automatic mode"),
-        pytest.param(UpdatePlan(update_mode="Disabled"), id="when updates are disabled"),
-        pytest.param(UpdatePlan(update_mode=None), id="when no update mode is set"),
-        pytest.param(UpdatePlan(update_mode="service controlled"), id="when the update mode is in another case"),
+        pytest.param(UpdatePlan(update_mode="Auto"), id="in the automatic mode", marks=slow),
+        pytest.param(UpdatePlan(update_mode="Disabled"), id="when updates are disabled", marks=slow),
+        pytest.param(UpdatePlan(update_mode=None), id="when no update mode is set", marks=slow),
+        pytest.param(UpdatePlan(update_mode="service controlled"), id="when the update mode is in another case", marks=slow),
         pytest.param(UpdatePlan(camera_version="5.10.3.0"), id="when the versions are equal"),
-        pytest.param(UpdatePlan(camera_version="0.0.0.0"), id="when the camera's version is unknown"),
-        pytest.param(UpdatePlan(toast_server=False), id="without a toast server"),
+        pytest.param(UpdatePlan(camera_version="0.0.0.0"), id="when the camera's version is unknown", marks=slow),
+        pytest.param(UpdatePlan(toast_server=False), id="without a toast server", marks=slow),
     ],
 )
 def test_asks_nobody(on: Bench, plan: UpdatePlan) -> None:
@@ -102,6 +106,7 @@ def test_asks_nobody(on: Bench, plan: UpdatePlan) -> None:
 
 
 @pytest.mark.parametrize("what", ["stall", "unplug"], ids=["refuses a block", "is pulled out"])
+@slow
 def test_ends_the_update_when_the_camera(on: Bench, what: str) -> None:
     """The fourth block meets a fault: that transfer is the last, and the service stops as ever."""
     fault = {"where": "DNLOAD", "what": what, "skip": 3, "count": 1}

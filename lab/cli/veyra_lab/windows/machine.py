@@ -107,9 +107,13 @@ class Machine:
 
     def run(self, *command: str, timeout: float = 60) -> Outcome:
         """Runs a program to its end. Its output goes through a file, since whatever it starts may outlive it and would
-        hold a pipe open."""
+        hold a pipe open. A program that has only a name is one of the system's."""
+        program, *arguments = command
+        if not PureWindowsPath(program).is_absolute():
+            # By its name alone it would be started by a program of Wine's own, in a console of its own: three for one.
+            program = rf"C:\windows\system32\{program}.exe"
         with tempfile.TemporaryFile() as output:
-            status = self._spawn(command, output, timeout)
+            status = self._spawn((program, *arguments), output, timeout)
             output.seek(0)
             text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
         return Outcome(status, text)
