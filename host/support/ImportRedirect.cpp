@@ -1,5 +1,7 @@
 #include "tests/support/ImportRedirect.h"
 
+#include <utility>
+
 #include "host/compat/ImportTable.h"
 
 // The redirect of the tests, on the host's table in place of a program's import table.
@@ -7,12 +9,11 @@
 namespace test_support {
 
 ImportRedirect::ImportRedirect(const char* functionName, void* replacement)
-    : entry_(host::ImportTable::Find(functionName)), original_(*entry_) {
-    *entry_ = replacement;
-}
+    : functionName_(functionName),
+      original_(std::exchange(*host::ImportTable::Find(functionName), replacement)) {}
 
 ImportRedirect::~ImportRedirect() {
-    *entry_ = original_;
+    *host::ImportTable::Find(functionName_.c_str()) = original_;
 }
 
 }  // namespace test_support

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 namespace test_support {
 
 // Swaps one entry of the running program's import table for a test's function, and puts the original back
@@ -26,7 +28,7 @@ class ImportRedirect {
     }
 
   private:
-    void** entry_;
+    std::string functionName_;
     void* original_;
 };
 
