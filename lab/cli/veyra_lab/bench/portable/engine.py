@@ -2,48 +2,24 @@
 
 from collections.abc import Iterator
 
-from ..table import Row, exactly, ratio_at_most, within
-from .programs import PAIRS, PortablePrograms
+from ..table import Row, exactly, within
+from .comparison import Comparison
+from .programs import PortablePrograms
 
 LINE = 2
 _BLOCKS = (1_000, 10_000, 65_000)
 _BAR = 1.03
 _LINEARITY = 0.02
-_AGAINST = "bare loop"
 
 
 def measure(programs: PortablePrograms) -> Iterator[Row]:
     """Time, instructions and allocations for each block."""
-    times = programs.times("Engine", "BareLoop")
-    for blocks in _BLOCKS:
-        time = times[blocks]
-        yield ratio_at_most(
-            LINE,
-            f"engine, time a block, n = {blocks:,}",
-            time.ours / blocks,
-            time.bare / blocks,
-            _BAR,
-            "ns",
-            against=_AGAINST,
-            note=PAIRS,
-        )
-    counted = {
-        (work, blocks): programs.instructions(work, blocks) / blocks
-        for work in ("engine", "bare-loop")
-        for blocks in _BLOCKS
-    }
-    for blocks in _BLOCKS:
-        yield ratio_at_most(
-            LINE,
-            f"engine, instructions a block, n = {blocks:,}",
-            counted["engine", blocks],
-            counted["bare-loop", blocks],
-            _BAR,
-            "",
-            against=_AGAINST,
-        )
+    comparison = Comparison(LINE, "engine, {} a block, n = ", "bare loop", _BLOCKS, _BAR)
+    yield from comparison.times(programs, "Engine", "BareLoop")
+    counted, bare = programs.instructions("engine", _BLOCKS), programs.instructions("bare-loop", _BLOCKS)
+    yield from comparison.instructions(counted, bare)
     # What the camera itself takes for a block is not the same for every n: its flash grows in leaps.
-    own = {blocks: counted["engine", blocks] - counted["bare-loop", blocks] for blocks in _BLOCKS}
+    own = {blocks: counted[blocks] - bare[blocks] for blocks in _BLOCKS}
     yield within(
         LINE,
         f"engine, instructions of its own a block, n = {_BLOCKS[-1]:,}",

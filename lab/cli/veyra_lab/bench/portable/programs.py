@@ -4,7 +4,7 @@ import json
 import statistics
 import subprocess
 from collections import defaultdict
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -15,10 +15,6 @@ from .instructions import instructions
 _PROCESSES = 5
 _REPETITIONS = 5
 _SECONDS = 300
-# Stands under the table where times are told.
-PAIRS = (
-    "The ratio is the median of pairs, each work right after its reference; ours is the reference's median time by it."
-)
 _NANOSECONDS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -42,9 +38,9 @@ class PortablePrograms:
         counted: dict[str, Any] = json.loads(_output(command))
         return counted
 
-    def instructions(self, work: str, size: int) -> int:
-        """How many instructions one work of this size takes."""
-        return instructions(self.folder / "counted_work", work, str(size))
+    def instructions(self, work: str, sizes: Sequence[int]) -> dict[int, float]:
+        """How many instructions a work of each size takes for one of its pieces."""
+        return {size: instructions(self.folder / "counted_work", work, str(size)) / size for size in sizes}
 
     def times(self, work: str, bare: str) -> dict[int, Times]:
         """Times of each size of a work. Its relation to the bare work is the median of pairs, each made one right after
