@@ -6,6 +6,7 @@ import sys
 import threading
 import time
 from collections.abc import Sequence
+from concurrent.futures import ThreadPoolExecutor
 from contextlib import nullcontext
 from pathlib import Path
 
@@ -57,6 +58,11 @@ class Run:
         self._expected: list[Path] = []
         self._failed = False
         self._lock = threading.Lock()
+
+    def configure(self, build: Build) -> bool:
+        """Makes its folder, with which its test programs are known."""
+        command = ["bash", "scripts/setup", "configure", build.preset]
+        return self._do(f"configure {build.preset}", command, build.folder.with_suffix(".configure.log"))
 
     def build(self, build: Build, targets: Sequence[str] = ()) -> bool:
         """Builds the targets, or everything."""
@@ -114,19 +120,32 @@ class Run:
 
 
 def _whole(run: Run, *, slow: bool) -> None:
-    """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
+    """Everything. All tests wait most of the time: the next build goes on beside them."""
     builds = [build for build in BUILDS if slow or build.daily]
     # Another host updates the same camera in one of the system tests: it needs that one library of a build for Linux.
     if not run.build(RELEASE) or not run.build(BENCH, ["libusb_stand_in"]):
         return
-    system = threading.Thread(target=run.system_tests, args=([] if slow else ["-m", "not slow"],))
-    system.start()
-    for build in builds:
-        if build is RELEASE or run.build(build):
-            run.test(build, [program for program in programs_of(build) if slow or not program.slow])
-    if slow:
-        run.fuzz()
-    system.join()
+    with ThreadPoolExecutor(max_workers=2) as beside:
+        try:
+            tests = [beside.submit(run.system_tests, [] if slow else ["-m", "not slow"])]
+            for build in builds:
+                if build is RELEASE or _build(run, build):
+                    programs = [program for program in programs_of(build) if slow or not program.slow]
+                    tests.append(beside.submit(run.test, build, programs))
+            if slow:
+                run.fuzz()
+            for test in tests:
+                test.result()
+        except BaseException:
+            beside.shutdown(wait=False, cancel_futures=True)
+            raise
+
+
+def _build(run: Run, build: Build) -> bool:
+    """Of Windows' checked build nothing but its test programs is run, nor built."""
+    if not build.is_windows:
+        return run.build(build)
+    return run.configure(build) and run.build(build, [program.name for program in programs_of(build)])
 
 
 def _chosen(run: Run, build: Build, names: Sequence[str]) -> str | None:
