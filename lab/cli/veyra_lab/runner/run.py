@@ -1,6 +1,7 @@
 """One scenario on its way: its steps carried out in the machine, its expectations judged."""
 
 from collections.abc import Callable, Iterable
+from contextlib import suppress
 from typing import Any
 
 from ..judgement.checks import judge
@@ -9,7 +10,7 @@ from ..judgement.observed import CameraNow, Observed
 from ..scenarios.variant import ImagePlan, Variant
 from ..windows.camera import read_flash
 from ..windows.service_under_test import Resources
-from ..wire.events import LAB, RIG, TOAST, Event
+from ..wire.events import LAB, RIG, TOAST, Event, PeerError
 from .installed_service import InstalledService
 
 _ACCEPT = 1
@@ -173,6 +174,7 @@ class ScenarioRun:
     # Looking.
 
     def _expect(self, expectation: dict[str, Any]) -> None:
+        self._hear_the_rig_out()
         observed = Observed(
             events=self._events(self._window),
             cameras=self._variant.stage.cameras,
@@ -184,6 +186,13 @@ class ScenarioRun:
         if "growth" in expectation:
             self._complain(self._growth(expectation["growth"]))
         self._window = self._peer.mark()
+
+    def _hear_the_rig_out(self) -> None:
+        """The prompt server's word of a call comes on a wire of its own: what the service did before may still be on its way
+        from the rig, which answers in the order in which things happen."""
+        if self._peer.is_connected_as(RIG):
+            with suppress(PeerError):  # a service that leaves now has said everything as well
+                self._peer.command(RIG, "state", camera=0)
 
     def _growth(self, limits: dict[str, int]) -> list[str]:
         """What grew beyond the limits since "remember resources", less what the uninstall monitor keeps open."""
