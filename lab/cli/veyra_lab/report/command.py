@@ -3,9 +3,11 @@
 import argparse
 import json
 import sys
-import time
 from pathlib import Path
 from typing import Any
+
+from rich.console import Console
+from rich.progress import BarColumn, Progress, TaskProgressColumn, TextColumn
 
 from .page import page
 from .summary import Summary, summarize
@@ -27,7 +29,6 @@ command line is wrong, or a file cannot be read or written."""
 _NO_TRANSCRIPT = 1
 _USAGE = 2
 _LARGE = 4 << 20
-_REDRAW_SECONDS = 0.1
 
 
 def register(subparsers: Any) -> None:
@@ -53,7 +54,7 @@ def run(arguments: argparse.Namespace) -> int:
     if _is_same_file(arguments.output, arguments.transcript):
         return _refuse(f"{arguments.output} is the transcript itself; name another file with -o", _USAGE)
     try:
-        transcript = read_transcript(arguments.transcript, _Progress())
+        transcript = _read(arguments.transcript)
     except TranscriptError as error:
         return _refuse(str(error), _NO_TRANSCRIPT)
     except OSError as error:
@@ -90,20 +91,11 @@ def _refuse(words: str, status: int) -> int:
     return status
 
 
-class _Progress:
-    """A line on the terminal while a large file is read; nothing in a pipe or for a small file."""
-
-    def __init__(self) -> None:
-        self._drawn = 0.0
-
-    def __call__(self, done: int, total: int) -> None:
-        if total < _LARGE or not sys.stderr.isatty():
-            return
-        now = time.monotonic()
-        if done >= total:
-            sys.stderr.write("\r\033[K")
-        elif now - self._drawn > _REDRAW_SECONDS:
-            self._drawn = now
-            filled = 30 * done // total
-            sys.stderr.write(f"\rreading [{'#' * filled}{'.' * (30 - filled)}] {100 * done // total:3d} %")
-        sys.stderr.flush()
+def _read(path: Path) -> Transcript:
+    """With a bar on the terminal while a large file is read; nothing in a pipe or for a small one."""
+    console = Console(stderr=True)
+    if not console.is_terminal or path.stat().st_size < _LARGE:
+        return read_transcript(path)
+    with Progress(TextColumn("reading"), BarColumn(), TaskProgressColumn(), console=console, transient=True) as bar:
+        task = bar.add_task("")
+        return read_transcript(path, lambda done, total: bar.update(task, completed=done, total=total))

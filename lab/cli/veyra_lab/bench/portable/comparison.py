@@ -7,9 +7,7 @@ from ..table import Row, ratio_at_most
 from .programs import PortablePrograms
 
 # Stands under the table where times are told.
-_PAIRS = (
-    "The ratio is the median of pairs, each work right after its reference; ours is the reference's median time by it."
-)
+_PAIRS = "The ratio is the median of pairs, each work right after its reference; ours is the reference's median time by it."
 
 
 @dataclass(frozen=True)
