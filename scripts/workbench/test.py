@@ -6,7 +6,6 @@ import sys
 import threading
 import time
 from collections.abc import Sequence
-from concurrent.futures import ThreadPoolExecutor
 from contextlib import nullcontext
 from pathlib import Path
 
@@ -120,25 +119,19 @@ class Run:
 
 
 def _whole(run: Run, *, slow: bool) -> None:
-    """Everything. All tests wait most of the time: the next build goes on beside them."""
+    """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
     builds = [build for build in BUILDS if slow or build.daily]
     # Another host updates the same camera in one of the system tests: it needs that one library of a build for Linux.
     if not run.build(RELEASE) or not run.build(BENCH, ["libusb_stand_in"]):
         return
-    with ThreadPoolExecutor(max_workers=2) as beside:
-        try:
-            tests = [beside.submit(run.system_tests, [] if slow else ["-m", "not slow"])]
-            for build in builds:
-                if build is RELEASE or _build(run, build):
-                    programs = [program for program in programs_of(build) if slow or not program.slow]
-                    tests.append(beside.submit(run.test, build, programs))
-            if slow:
-                run.fuzz()
-            for test in tests:
-                test.result()
-        except BaseException:
-            beside.shutdown(wait=False, cancel_futures=True)
-            raise
+    system = threading.Thread(target=run.system_tests, args=([] if slow else ["-m", "not slow"],))
+    system.start()
+    for build in builds:
+        if build is RELEASE or _build(run, build):
+            run.test(build, [program for program in programs_of(build) if slow or not program.slow])
+    if slow:
+        run.fuzz()
+    system.join()
 
 
 def _build(run: Run, build: Build) -> bool:
