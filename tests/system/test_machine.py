@@ -81,7 +81,8 @@ def test_addresses_are_not_randomized() -> None:
 
 
 def test_tells_what_runs_when_a_program_does_not_end() -> None:
-    with pytest.raises(MachineError, match=r"cmd\.exe /c .* did not end within 1 s; the machine runs: .*services.exe"):
+    told = r"^C:\\windows\\system32\\cmd\.exe /c .* did not end within 1 s; the machine runs: .*services.exe"
+    with pytest.raises(MachineError, match=told):
         the_machine().run("cmd", "/c", "for /L %i in (1,0,2) do @rem", timeout=1)
 
 
