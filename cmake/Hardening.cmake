@@ -6,6 +6,9 @@ target_compile_definitions(project_options INTERFACE
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 WINVER=0x0A00 NTDDI_VERSION=0x0A000006)
 target_compile_options(project_options INTERFACE -ffunction-sections -fdata-sections -fstack-protector-strong)
 target_link_options(project_options INTERFACE -static -Wl,--gc-sections -fstack-protector-strong)
+# GCC looks for memory to free less often than it would: a twentieth of its time.
+target_compile_options(project_options INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:--param=ggc-min-expand=400 --param=ggc-min-heapsize=1048576>)
 
 # The release of the same sources has the same bytes, in whatever folder and at whatever time it is built.
 target_compile_options(project_options INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CONFIG:Release>>:

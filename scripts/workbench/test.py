@@ -122,23 +122,27 @@ def _whole(run: Run, *, slow: bool) -> None:
     """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
     builds = [build for build in BUILDS if slow or build.daily]
     # Another host updates the same camera in one of the system tests: it needs that one library of a build for Linux.
-    if not run.build(RELEASE) or not run.build(BENCH, ["libusb_stand_in"]):
+    if not _build(run, RELEASE, slow, _SYSTEM_TARGETS) or not run.build(BENCH, ["libusb_stand_in"]):
         return
     system = threading.Thread(target=run.system_tests, args=([] if slow else ["-m", "not slow"],))
     system.start()
     for build in builds:
-        if build is RELEASE or _build(run, build):
+        if build is RELEASE or _build(run, build, slow):
             run.test(build, [program for program in programs_of(build) if slow or not program.slow])
     if slow:
         run.fuzz()
     system.join()
 
 
-def _build(run: Run, build: Build) -> bool:
-    """Of Windows' checked build nothing but its test programs is run, nor built."""
-    if not build.is_windows:
+def _build(run: Run, build: Build, slow: bool, targets: Sequence[str] = ()) -> bool:
+    """Builds the targets and the test programs that will run: nothing else of a build is used. A test program for Linux may
+    need a library that it is not linked with, and gets everything, unless it is a daily one."""
+    if slow and not build.is_windows:
         return run.build(build)
-    return run.configure(build) and run.build(build, [program.name for program in programs_of(build)])
+    if not run.configure(build):
+        return False
+    programs = [program.name for program in programs_of(build) if slow or not program.slow]
+    return run.build(build, [*targets, *programs])
 
 
 def _chosen(run: Run, build: Build, names: Sequence[str]) -> str | None:
