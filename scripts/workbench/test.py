@@ -145,24 +145,34 @@ def _build(run: Run, build: Build, slow: bool, targets: Sequence[str] = ()) -> b
     return run.build(build, [*targets, *programs])
 
 
-def _chosen(run: Run, build: Build, names: Sequence[str]) -> str | None:
-    """Just what the names say. What is wrong with them, or nothing."""
-    call_setup("configure", build.preset)
-    programs = programs_of(build)
-    modules = {path.stem.removeprefix("test_"): path.name for path in _SYSTEM_TESTS.glob("test_*.py")}
-    chosen = [program for program in programs if not names or any(map(program.answers_to, names))]
-    system = [modules[name] for name in names if name in modules] if build is RELEASE else []
+class UnknownNameError(Exception):
+    """No test has the name."""
+
+
+def choose(
+    build: Build, programs: Sequence[TestProgram], names: Sequence[str]
+) -> tuple[Sequence[TestProgram], Sequence[str]]:
+    """What the names mean: test programs, all without a name, and files of the system tests, which judge the release build."""
+    paths = _SYSTEM_TESTS.glob("test_*.py") if build is RELEASE else ()
+    modules = {path.stem.removeprefix("test_"): path.name for path in paths}
     for name in names:
         if name not in modules and not any(program.answers_to(name) for program in programs):
-            known = sorted({program.folder for program in programs if program.folder} | modules.keys())
-            return f"no test of {build.preset} is called {name}; it knows {', '.join(known)}"
-    targets = [*(program.name for program in chosen), *(_SYSTEM_TARGETS if system else ())]
-    if run.build(build, targets if names else ()):
-        if chosen:
-            run.test(build, chosen)
+            known = ", ".join(sorted({program.folder or program.name for program in programs} | modules.keys()))
+            raise UnknownNameError(f"no test of {build.preset} is called {name}; it knows {known}")
+    chosen = [program for program in programs if not names or any(map(program.answers_to, names))]
+    return chosen, [modules[name] for name in names if name in modules]
+
+
+def _chosen(run: Run, build: Build, names: Sequence[str]) -> None:
+    """Just what the names say, or all test programs of the build."""
+    call_setup("configure", build.preset)
+    programs, system = choose(build, programs_of(build), names)
+    targets = [*(program.name for program in programs), *(_SYSTEM_TARGETS if system else ())]
+    if run.build(build, targets) if names else _build(run, build, slow=True):
+        if programs:
+            run.test(build, programs)
         if system:
             run.system_tests(system)
-    return None
 
 
 def main() -> int:
@@ -190,10 +200,11 @@ def main() -> int:
             if options.name or options.preset:
                 preset = options.preset or RELEASE.preset
                 build = next(build for build in BUILDS if build.preset == preset)
-                if wrong := _chosen(run, build, options.name):
-                    parser.error(wrong)
+                _chosen(run, build, options.name)
             else:
                 _whole(run, slow=options.all)
+    except UnknownNameError as error:
+        parser.error(str(error))
     except (SetUpError, MachineError) as error:
         print(f"scripts/test: {error}", file=sys.stderr)
         return 1
