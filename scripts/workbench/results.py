@@ -18,9 +18,10 @@ def _say_why(case: ElementTree.Element) -> None:
     print(f"skipped: {case.get('classname')}.{case.get('name')}: {text.strip().splitlines()[-1] if text.strip() else 'no reason'}")
 
 
-def closing_line(files: Iterable[Path]) -> tuple[str, bool]:
+def closing_line(files: Iterable[Path], held: bool) -> tuple[str, bool]:
     """ "N passed, N failed" with the skipped ones if there are any, and whether that is a success. Why a case was skipped
-    is printed. A file that is not there or not whole is a program that did not run to its end: one failed case."""
+    is printed. A file that is not there or not whole is a program that did not run to its end: one failed case. One is also
+    what a run has failed by that did not hold while every case did."""
     outcomes: Counter[str] = Counter()
     for path in files:
         try:
@@ -36,6 +37,8 @@ def closing_line(files: Iterable[Path]) -> tuple[str, bool]:
             outcomes[outcome] += 1
             if outcome == "skipped":
                 _say_why(case)
+    if not held and not outcomes["failed"]:
+        outcomes["failed"] = 1
     line = f"{outcomes['passed']} passed, {outcomes['failed']} failed"
     if outcomes["skipped"]:
         line += f", {outcomes['skipped']} skipped"
