@@ -17,7 +17,8 @@ _COMPILER = "x86_64-w64-mingw32-g++-posix"
 
 _DESCRIPTION = """\
 Checks the C++ files that have changed since the last commit, new ones too: all of them by clang-format, those of src/ also
-by clang-tidy. With FILE, those; with --all, every file that git knows. Prints only what it finds.
+by clang-tidy, a header with a source that includes it. With FILE, those; with --all, every file that git knows. Prints
+only what it finds.
 
 It needs Debian's packages clang-format and clang-tidy."""
 
@@ -30,6 +31,19 @@ def _changed() -> list[Path]:
 def _git(*arguments: str) -> list[Path]:
     said = subprocess.run(["git", *arguments], cwd=CHECKOUT, capture_output=True, text=True, check=True).stdout
     return [Path(line) for line in said.splitlines()]
+
+
+def source_for(file: Path) -> Path | None:
+    """The source with which clang-tidy looks at a file of src/: itself, or for a header its own, or the first one that
+    includes it, maybe by another header."""
+    if file.parts[0] != "src":
+        return None
+    source = file.with_suffix(".cpp")
+    if (CHECKOUT / source).exists():
+        return source
+    line = f'#include "{file.relative_to("src").as_posix()}"'
+    others = (path for path in sorted((CHECKOUT / "src").rglob("*.[ch]*")) if line in path.read_text(encoding="utf-8"))
+    return next(filter(None, (source_for(path.relative_to(CHECKOUT)) for path in others)), None)
 
 
 def _cross_compiler_flags() -> Sequence[str]:
@@ -49,7 +63,7 @@ def _run(command: Sequence[str]) -> str:
 
 
 def _findings(files: Sequence[Path]) -> Iterable[str]:
-    tidied = [file for file in files if file.parts[0] == "src" and file.suffix == ".cpp"]
+    tidied = sorted(filter(None, set(map(source_for, files))))
     commands = [["clang-format", "--dry-run", "-Werror", str(file)] for file in files]
     if tidied:
         call_setup("configure", _PRESET)
@@ -64,13 +78,20 @@ def main() -> int:
     parser.add_argument("file", nargs="*", type=Path, metavar="FILE")
     parser.add_argument("--all", action="store_true", help="every file that git knows")
     options = parser.parse_args()
+    if options.all and options.file:
+        parser.error("--all is every file: no FILE beside it")
+    for file in options.file:
+        if not file.resolve().is_relative_to(CHECKOUT):
+            parser.error(f"{file} is not in this checkout")
+    files = [file.resolve().relative_to(CHECKOUT) for file in options.file]
+    try:
+        files = files or (_git("ls-files") if options.all else _changed())
+    except (OSError, subprocess.CalledProcessError):
+        parser.error("git does not tell which files there are: name them")
     missing = [name for name in ("clang-format", "clang-tidy") if not shutil.which(name)]
     if missing:
         print(f"scripts/check: {' and '.join(missing)} missing: apt-get install {' '.join(missing)}", file=sys.stderr)
         return 1
-    files = [file.resolve().relative_to(CHECKOUT) for file in options.file]
-    if not files:
-        files = _git("ls-files") if options.all else _changed()
     found = False
     try:
         for finding in _findings([file for file in files if file.suffix in (".cpp", ".h")]):

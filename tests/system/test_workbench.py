@@ -1,4 +1,5 @@
-"""What scripts/test counts and chooses, and which build folders scripts/setup makes anew. Nothing is built here."""
+"""What scripts/test counts and chooses, what scripts/check takes, and which build folders scripts/setup makes anew. Nothing
+is built here."""
 
 import os
 import shutil
@@ -8,11 +9,11 @@ from collections.abc import Sequence
 from pathlib import Path
 
 import pytest
-from support import CHECKOUT
+from support import CHECKOUT, Run, check_refusal
 
 sys.path.insert(0, str(CHECKOUT / "scripts"))
 
-from workbench import builds  # noqa: E402
+from workbench import builds, check  # noqa: E402
 from workbench.results import closing_line  # noqa: E402
 from workbench.test import UnknownNameError, choose  # noqa: E402
 
@@ -97,6 +98,25 @@ def test_unknown_name_is_refused_with_those_that_the_build_knows(build: builds.B
     known = str(refusal.value).partition("it knows ")[2].split(", ")
     assert {"dfu", "lab/rig", "product_test", "service"} <= set(known)
     assert ("road" in known) == (build is builds.RELEASE)
+
+
+@pytest.mark.parametrize(
+    ("arguments", "because"),
+    [(("--all", "src/service/Main.cpp"), "no FILE beside it"), (("/etc/hosts",), "/etc/hosts is not in this checkout")],
+)
+def test_check_refuses_files_that_it_would_not_look_at(run: Run, arguments: Sequence[str], because: str) -> None:
+    check_refusal(run(check.main, *arguments), because)
+
+
+def test_every_header_of_the_product_is_tidied_with_a_source() -> None:
+    headers = [path.relative_to(CHECKOUT) for path in (CHECKOUT / "src").rglob("*.h")]
+    assert [str(header) for header in headers if not check.source_for(header)] == []
+    assert check.source_for(Path("src/dfu/DfuCommand.h")) == Path("src/dfu/DfuCommand.cpp")
+
+
+def test_check_without_git_wants_the_files_named(run: Run, monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
+    monkeypatch.setenv("PATH", str(tmp_path))
+    check_refusal(run(check.main), "git does not tell which files there are")
 
 
 class Checkout:
