@@ -11,6 +11,8 @@ from veyra_lab.checkout import BUILD, CHECKOUT
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
+from .interruption import status_of
+
 _PRESET = "windows-release"
 _AT_A_TIME = 2
 _COMPILER = "x86_64-w64-mingw32-g++-posix"
@@ -104,4 +106,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(status_of(main, "scripts/check"))

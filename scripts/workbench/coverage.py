@@ -11,9 +11,10 @@ from pathlib import Path
 from veyra_lab.checkout import CHECKOUT
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
-from veyra_lab.windows.machine import Machine
+from veyra_lab.windows.machine import Machine, MachineError
 
 from .builds import Build, TestProgram, programs_of
+from .interruption import status_of
 
 _COVERAGE = Build("windows-coverage", "which lines and branches of src/ run")
 _FOLDER = _COVERAGE.folder
@@ -63,7 +64,7 @@ def main() -> int:
     try:
         if not parser.parse_args().no_run:
             run_tests()
-    except (SetUpError, subprocess.CalledProcessError) as error:
+    except (SetUpError, MachineError, subprocess.CalledProcessError) as error:
         print(f"scripts/coverage: {error}", file=sys.stderr)
         return 1
 
@@ -80,7 +81,7 @@ def main() -> int:
             for index, branch in enumerate(b for b in line["branches"] if not b["throw"]):
                 branches[name][line["line_number"], index] += branch["count"]
     if not lines:
-        print("coverage: no counts were found; run scripts/coverage without --no-run", file=sys.stderr)
+        print("scripts/coverage: no counts were found; run scripts/coverage without --no-run", file=sys.stderr)
         return 1
 
     def share(counts: dict[str, dict]) -> str:
@@ -101,4 +102,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(status_of(main, "scripts/coverage"))

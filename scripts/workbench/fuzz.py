@@ -15,6 +15,8 @@ from veyra_lab.checkout import BUILD, CHECKOUT
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
+from .interruption import status_of
+
 _FOLDER = BUILD / "host-fuzz"
 _FINDS = BUILD / "fuzz-finds"
 _SOURCES = CHECKOUT / "host" / "fuzz"
@@ -115,4 +117,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(status_of(main, "scripts/fuzz"))

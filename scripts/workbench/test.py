@@ -15,6 +15,7 @@ from veyra_lab.terminal.set_up import SetUpError, call_setup
 from veyra_lab.windows.machine import Machine, MachineError
 
 from .builds import BENCH, BUILDS, RELEASE, Build, TestProgram, programs_of
+from .interruption import status_of
 from .jobs import Job, JobScreen
 from .results import closing_line
 
@@ -213,4 +214,4 @@ def main() -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(status_of(main, "scripts/test"))

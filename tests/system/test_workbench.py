@@ -14,6 +14,7 @@ from support import CHECKOUT, Run, check_refusal
 sys.path.insert(0, str(CHECKOUT / "scripts"))
 
 from workbench import builds, check  # noqa: E402
+from workbench.interruption import status_of  # noqa: E402
 from workbench.results import closing_line  # noqa: E402
 from workbench.test import UnknownNameError, choose  # noqa: E402
 
@@ -117,6 +118,15 @@ def test_every_header_of_the_product_is_tidied_with_a_source() -> None:
 def test_check_without_git_wants_the_files_named(run: Run, monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
     monkeypatch.setenv("PATH", str(tmp_path))
     check_refusal(run(check.main), "git does not tell which files there are")
+
+
+def test_interrupted_program_says_so_in_one_line(capsys: pytest.CaptureFixture[str]) -> None:
+    def interrupted() -> int:
+        raise KeyboardInterrupt
+
+    assert status_of(interrupted, "scripts/check") == 130
+    assert capsys.readouterr() == ("", "scripts/check: interrupted\n")
+    assert status_of(lambda: 1, "scripts/check") == 1
 
 
 class Checkout:
