@@ -1,1 +1,1 @@
-"""What the developer's scripts do: builds, tests, checks, bare machines. They may use the laboratory's veyra_lab."""
+"""What the developer's scripts do: builds, tests, checks, fuzzing. They may use the laboratory's veyra_lab."""
