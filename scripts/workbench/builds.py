@@ -28,12 +28,16 @@ class Build:
         return self.preset.startswith("windows-")
 
 
-RELEASE = Build("windows-release", "whether what ships does what it should, alone and with the whole system", daily=True)
+RELEASE = Build(
+    "windows-release", "whether what ships does what it should, alone and with the whole system", daily=True
+)
 BENCH = Build("host-bench", "transfers, allocations and instructions that have become more")
 BUILDS = (
     RELEASE,
-    Build("host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code", daily=True),
-    Build("windows-checked", "misuse of the C++ library, overruns and undefined behaviour in the code that only Windows has"),
+    Build(
+        "host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code", daily=True
+    ),
+    Build("windows-checked", "misuse of the C++ library, overruns and undefined behaviour in what only Windows has"),
     Build("host-thread", "data races"),
     BENCH,
 )

@@ -18,9 +18,9 @@ _AT_A_TIME = 2
 _COMPILER = "x86_64-w64-mingw32-g++-posix"
 
 _DESCRIPTION = """\
-Checks the C++ files that have changed since the last commit, new ones too: all of them by clang-format, those of src/ also
-by clang-tidy, a header with a source that includes it. With FILE, those; with --all, every file that git knows. Prints
-only what it finds.
+Checks the C++ files that have changed since the last commit, new ones too: all of them by clang-format, those of src/
+also by clang-tidy, a header with a source that includes it. With FILE, those; with --all, every file that git knows.
+Prints only what it finds.
 
 It needs Debian's packages clang-format and clang-tidy."""
 
@@ -49,7 +49,7 @@ def source_for(file: Path) -> Path | None:
 
 
 def _cross_compiler_flags() -> Sequence[str]:
-    """What makes clang read the files as the cross compiler does; what else it needs stands in compile_commands.json."""
+    """What makes clang read the files as the cross compiler does; the rest stands in compile_commands.json."""
     version = subprocess.run([_COMPILER, "-dumpversion"], capture_output=True, text=True, check=True).stdout.strip()
     library = f"/usr/lib/gcc/x86_64-w64-mingw32/{version}/include/c++"
     flags = ["--target=x86_64-w64-windows-gnu", "-nostdinc++"]

@@ -46,7 +46,7 @@ def run_tests() -> None:
             print(f"running {program.name}", flush=True)
             path = _FOLDER / "tests" / program.folder / f"{program.name}.exe"
             subprocess.run([_WINE, path, "--gtest_brief=1"], env=machine.environment, cwd=_FOLDER, check=True,
-                           stdin=subprocess.DEVNULL)  # fmt: skip
+                           stdin=subprocess.DEVNULL)
 
 
 def gcov_files() -> Iterator[dict]:

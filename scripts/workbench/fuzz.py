@@ -21,8 +21,9 @@ _FOLDER = BUILD / "host-fuzz"
 _FINDS = BUILD / "fuzz-finds"
 _SOURCES = CHECKOUT / "host" / "fuzz"
 _TRANSCRIPTS = "transcripts"
-_TARGETS = ("descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host",
-            _TRANSCRIPTS)  # fmt: skip
+_TARGETS = (
+    "descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host", _TRANSCRIPTS
+)
 _FIXED_RUNS = 2000
 _AT_A_TIME = 2
 
@@ -32,8 +33,8 @@ Runs each TARGET for SECONDS, two at a time; without one named, all of them:
 Each line tells a target's executions, its coverage (edges of the code; lines of the reader for transcripts) and what it
 found. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
 
-SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed, the same each
-time."""
+SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed,
+the same each time."""
 
 _CLOSING = """\
 An input that breaks a target's promises is written to build/fuzz-finds, and the exit status is then 1. To see it again:
@@ -67,7 +68,7 @@ def _command(target: str, seconds: int) -> Sequence[str]:
         extent = ["--seconds", str(seconds)] if seconds else ["--runs", str(_FIXED_RUNS)]
         seed = random.randrange(1 << 15) if seconds else 1
         return [sys.executable, str(_SOURCES / "transcripts.py"), "--finds", f"{_FINDS}/{target}-", "--seed", str(seed),
-                *extent, corpus]  # fmt: skip
+                *extent, corpus]
     # What is learnt goes into the first folder: never into the seeds, and into none that a later short run looks at.
     learnt = _FOLDER / ("learnt" if seconds else "learnt-in-short-run") / target
     if not seconds:
@@ -75,7 +76,7 @@ def _command(target: str, seconds: int) -> Sequence[str]:
     learnt.mkdir(parents=True, exist_ok=True)
     extent = [f"-max_total_time={seconds}"] if seconds else ["-seed=1", f"-runs={_FIXED_RUNS}"]
     return [str(_FOLDER / "host" / "fuzz" / target), "-timeout=20", "-max_len=4096", "-print_final_stats=1",
-            f"-artifact_prefix={_FINDS}/{target}-", *extent, str(learnt), corpus]  # fmt: skip
+            f"-artifact_prefix={_FINDS}/{target}-", *extent, str(learnt), corpus]
 
 
 def _run(target: str, seconds: int) -> Outcome:

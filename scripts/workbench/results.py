@@ -15,13 +15,14 @@ def _outcome(case: ElementTree.Element) -> str:
 def _say_why(case: ElementTree.Element) -> None:
     reason = case.find("skipped")
     text = "" if reason is None else reason.get("message") or reason.text or ""
-    print(f"skipped: {case.get('classname')}.{case.get('name')}: {text.strip().splitlines()[-1] if text.strip() else 'no reason'}")
+    last = (text.strip() or "no reason").splitlines()[-1]
+    print(f"skipped: {case.get('classname')}.{case.get('name')}: {last}")
 
 
 def closing_line(files: Iterable[Path], held: bool) -> tuple[str, bool]:
-    """ "N passed, N failed" with the skipped ones if there are any, and whether that is a success. Why a case was skipped
-    is printed. A file that is not there or not whole is a program that did not run to its end: one failed case. One is also
-    what a run has failed by that did not hold while every case did."""
+    """ "N passed, N failed" with the skipped ones if there are any, and whether that is a success. Why a case was
+    skipped is printed. A file that is not there or not whole is a program that did not run to its end: one failed case.
+    So is a run that did not hold though every case did."""
     outcomes: Counter[str] = Counter()
     for path in files:
         try:

@@ -23,15 +23,16 @@ _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # What the system tests run: the product, what the laboratory puts under it, what it is measured against, and what the
 # tests of -remove run into.
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
-                   "VeyraActivatingService", "stubborn_service")  # fmt: skip
+                   "VeyraActivatingService", "stubborn_service")
 _MACHINES = 2
 
 _DESCRIPTION = """\
-Without a NAME: everything that must pass, from the packages to the last line, which counts the test cases of all builds.
-With one or more: builds and runs just that, in the release build or in the one that --preset names."""
+Without a NAME: everything that must pass, from the packages to the last line, which counts the test cases of all
+builds. With one or more: builds and runs just that, in the release build or in the one that --preset names."""
 
 _CLOSING = """\
-A NAME is a folder of tests/ (dfu, rig, lab/rig), a test program (fdu_service), or a file of tests/system/ (road, scenarios).
+A NAME is a folder of tests/ (dfu, rig, lab/rig), a test program (fdu_service), or, in the release build, a file of
+tests/system/ (road, scenarios).
 
 Examples:
   scripts/test                               all that must pass every day
@@ -67,7 +68,7 @@ class Run:
     def build(self, build: Build, targets: Sequence[str] = ()) -> bool:
         """Builds the targets, or everything."""
         return self._do(f"build {build.preset}", ["bash", "scripts/setup", "build", build.preset, *targets],
-                        build.folder / "build.log")  # fmt: skip
+                        build.folder / "build.log")
 
     def test(self, build: Build, programs: Sequence[TestProgram]) -> None:
         """Runs test programs of a build."""
@@ -83,9 +84,9 @@ class Run:
             ctest = ["ctest", "--tests-regex", f"^({names})$", "-j2", "--output-on-failure", "--no-tests=error"]
             held = self._do(f"test {build.preset}", ctest, results / "ctest.log", build.folder, environment)
             if held and self._slow and build is RELEASE:
-                # Once more, with Wine's own checks of the heap; the results take the place of the first ones, which held.
-                self._do(f"test {build.preset} with Wine's heap checks", ctest, results / "ctest-heap.log", build.folder,
-                         environment | {"WINEDEBUG": "warn+heap"})  # fmt: skip
+                # Once more, with Wine's own checks of the heap. The results take the place of the first, which held.
+                self._do(f"test {build.preset} with Wine's heap checks", ctest, results / "ctest-heap.log",
+                         build.folder, environment | {"WINEDEBUG": "warn+heap"})
 
     def system_tests(self, choice: Sequence[str]) -> None:
         """Runs the system tests that pytest's arguments choose, on machines of their own."""
@@ -110,9 +111,8 @@ class Run:
         with self._lock:
             self._expected += files
 
-    def _do(
-        self, name: str, command: Sequence[str], log: Path, folder: Path = CHECKOUT, environment: dict[str, str] | None = None
-    ) -> bool:
+    def _do(self, name: str, command: Sequence[str], log: Path, folder: Path = CHECKOUT,
+            environment: dict[str, str] | None = None) -> bool:
         held = self._screen.run(Job(name, command, log, environment or dict(os.environ), folder))
         with self._lock:
             self._failed |= not held
@@ -153,7 +153,7 @@ class UnknownNameError(Exception):
 def choose(
     build: Build, programs: Sequence[TestProgram], names: Sequence[str]
 ) -> tuple[Sequence[TestProgram], Sequence[str]]:
-    """What the names mean: test programs, all without a name, and files of system tests, which judge the release build."""
+    """What the names mean: test programs, all without a name, and files of the release build's system tests."""
     paths = _SYSTEM_TESTS.glob("test_*.py") if build is RELEASE else ()
     modules = {path.stem.removeprefix("test_"): path.name for path in paths}
     for name in names:

@@ -1,5 +1,5 @@
-"""What scripts/test counts and chooses, what scripts/check takes, and which build folders scripts/setup makes anew. Nothing
-is built here."""
+"""What scripts/test counts and chooses, what scripts/check takes, and which build folders scripts/setup makes anew.
+Nothing is built here."""
 
 import os
 import shutil
@@ -130,7 +130,7 @@ def test_interrupted_program_says_so_in_one_line(capsys: pytest.CaptureFixture[s
 
 
 class Checkout:
-    """A folder with scripts/setup alone, and for its PATH a cmake and compilers that do little but tell of themselves."""
+    """A folder with scripts/setup alone, and for its PATH a cmake and compilers that do little but say so."""
 
     def __init__(self, root: Path, tools: Path) -> None:
         (root / "scripts").mkdir(parents=True)
