@@ -14,6 +14,7 @@ from support import CHECKOUT, Run, check_refusal
 sys.path.insert(0, str(CHECKOUT / "scripts"))
 
 from workbench import builds, check  # noqa: E402
+from workbench import test as scripts_test  # noqa: E402
 from workbench.interruption import status_of  # noqa: E402
 from workbench.results import closing_line  # noqa: E402
 from workbench.test import UnknownNameError, choose  # noqa: E402
@@ -99,6 +100,39 @@ def test_unknown_name_is_refused_with_those_that_the_build_knows(build: builds.B
     known = str(refusal.value).partition("it knows ")[2].split(", ")
     assert {"dfu", "lab/rig", "product_test", "service"} <= set(known)
     assert ("road" in known) == (build is builds.RELEASE)
+
+
+@pytest.fixture
+def built(monkeypatch: pytest.MonkeyPatch) -> Sequence[str]:
+    """Nothing is set up, built or run; here is what would be built."""
+    targets: list[str] = []
+    monkeypatch.setattr(scripts_test, "call_setup", lambda *arguments: None)
+    monkeypatch.setattr(scripts_test, "programs_of", lambda build: _PROGRAMS)
+    monkeypatch.setattr(scripts_test.Run, "configure", lambda *arguments: True)
+    monkeypatch.setattr(scripts_test.Run, "build", lambda run, build, chosen=("all",): targets.extend(chosen))
+    return targets
+
+
+def test_unknown_name_is_told_in_one_line_and_nothing_is_built(run: Run, built: Sequence[str]) -> None:
+    status, _, errors = run(scripts_test.main, "--preset", "windows-checked", "road")
+    assert (status, errors.count("\n")) == (2, 1)
+    assert errors.startswith("scripts/test: no test of windows-checked is called road; it knows ")
+    assert built == []
+
+
+@pytest.mark.parametrize(
+    ("arguments", "targets"),
+    [
+        (["dfu"], ["dfu_test"]),
+        (["--preset", "windows-checked"], [program.name for program in _PROGRAMS]),
+        (["--preset", "host-sanitize"], ["all"]),
+    ],
+)
+def test_what_is_chosen_is_built(
+    run: Run, built: Sequence[str], arguments: Sequence[str], targets: Sequence[str]
+) -> None:
+    run(scripts_test.main, *arguments)
+    assert built == targets
 
 
 @pytest.mark.parametrize(
