@@ -10,6 +10,7 @@ import subprocess
 import sys
 import threading
 from collections.abc import Iterator
+from contextlib import nullcontext
 from pathlib import Path
 
 import pytest
@@ -18,7 +19,10 @@ from transcripts import good, stopped
 from veyra_lab import __main__ as lab
 from veyra_lab.demo import __main__ as demo
 from veyra_lab.demo import answer
+from veyra_lab.runner import command as runner
+from veyra_lab.terminal import set_up
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
+from veyra_lab.windows.machine import MachineError
 
 _LAB = CHECKOUT / "scripts" / "lab"
 _WINDOW = CHECKOUT / "lab" / "cli" / "veyra_lab" / "demo" / "question_window.py"
@@ -176,6 +180,44 @@ def test_ends_quietly_when_nobody_reads_on(transcript: Path) -> None:
         ["bash", "-o", "pipefail", "-c", command], capture_output=True, text=True, timeout=60, check=False
     )
     assert (done.stdout, done.stderr) == ("{\n", "")
+
+
+# scripts/lab run.
+
+
+@pytest.fixture
+def setup(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
+    """What stands in for scripts/setup. Nothing is run after it."""
+
+    def end(_: Path) -> None:
+        raise MachineError("here it ends")
+
+    path = tmp_path / "scripts" / "setup"
+    path.parent.mkdir()
+    monkeypatch.setattr(set_up, "CHECKOUT", tmp_path)
+    monkeypatch.setattr(runner, "sole_use", nullcontext)
+    monkeypatch.setattr(runner, "built", end)
+    return path
+
+
+def test_brings_the_programs_up_to_date_before_a_scenario(run: Run, setup: Path) -> None:
+    setup.write_text('echo "$*" >>"$0.calls"; echo ninja: no work to do.')
+    assert run(lab.main, "run", "two-cameras") == (1, "", "scripts/lab: here it ends\n")
+    calls = setup.with_suffix(".calls").read_text().splitlines()
+    assert calls == ["packages", "build windows-release VeyraCameraDfuService lab_rig VeyraCameraToastCntl"]
+
+
+def test_builds_nothing_where_a_folder_of_programs_is_named(run: Run, tmp_path: Path, setup: Path) -> None:
+    setup.write_text("exit 3")
+    said = run(lab.main, "run", "two-cameras", "--programs", str(tmp_path))
+    assert said == (1, "", "scripts/lab: here it ends\n")
+
+
+def test_says_that_a_build_failed(run: Run, setup: Path) -> None:
+    setup.write_text('[[ $1 == packages ]] || { echo "[1/2] compiling"; exit 3; }')
+    status, text, errors = run(lab.main, "run", "two-cameras", "--json")
+    assert (status, text) == (1, "")
+    assert re.fullmatch(r"\[1/2\] compiling\nscripts/lab: setting up failed: .* ended with 3\n", errors)
 
 
 # scripts/demo --answer ask.

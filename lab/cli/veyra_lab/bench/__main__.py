@@ -15,7 +15,7 @@ from ..terminal.parser import Parser, writable
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..windows.machine import Machine, MachineError
-from ..windows.programs import SERVICE
+from ..windows.programs import PRESET, SERVICE, TARGETS
 from ..windows.sole_use import sole_use
 from .portable import engine, executable, watcher
 from .portable.programs import PortablePrograms
@@ -23,12 +23,10 @@ from .service import burst, memory, reaction, rest, start, transfers
 from .service.contenders import Contenders
 from .table import Failure, Row, show
 
-_WINDOWS = BUILD / "windows-release"
+_WINDOWS = BUILD / PRESET
 _HOST = BUILD / "host-bench" / "host"
 _MACHINE = BUILD / "wine-bench"
-_WINDOWS_TARGETS = (
-    "VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService", "VeyraActivatingService",
-)  # fmt: skip
+_WINDOWS_TARGETS = (*TARGETS, "VeyraMinimalService", "VeyraActivatingService")
 _HOST_TARGETS = ("libusb_stand_in", "benchmarks", "counted_work")
 _INTERRUPTED = 130
 
@@ -135,7 +133,7 @@ def _measurement(name: str) -> str:
 
 def _prepare() -> None:
     call_setup("packages", "bench")
-    call_setup("build", "windows-release", *_WINDOWS_TARGETS)
+    call_setup("build", PRESET, *_WINDOWS_TARGETS)
     call_setup("build", "host-bench", *_HOST_TARGETS)
 
 

@@ -13,15 +13,13 @@ from ..updates.plan import PROBE_SIZE, Foreseen, UpdatePlan, transfer_time
 from ..updates.record import Record
 from ..windows.image import read_image, sha256
 from ..windows.machine import Machine, MachineError
-from ..windows.programs import Programs
+from ..windows.programs import PRESET, TARGETS, Programs
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .laboratory import Laboratory
 from .options import Options, parse
 
 _MACHINE = BUILD / "wine"
-_PRESET = "windows-release"
-_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl")
 _INTERRUPTED = 130
 
 
@@ -45,7 +43,7 @@ def _prepare(screen: Screen) -> None:
     screen.step("Looking for the packages that the build needs")
     call_setup("packages")
     screen.step("Building the service and the laboratory")
-    call_setup("build", _PRESET, *_TARGETS)
+    call_setup("build", PRESET, *TARGETS)
 
 
 def _show(options: Options, screen: Screen) -> int:
@@ -53,7 +51,7 @@ def _show(options: Options, screen: Screen) -> int:
     machine = Machine(_MACHINE)
     screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
     with machine:
-        laboratory = Laboratory(machine, Programs.of(BUILD / _PRESET), CHECKOUT / "trace")
+        laboratory = Laboratory(machine, Programs.of(BUILD / PRESET), CHECKOUT / "trace")
         record = laboratory.run(plan, screen, options.transcript)
     verdicts = [*judge(record), *_outcome(record)]
     failed = [verdict for verdict in verdicts if not verdict.held]

@@ -6,15 +6,17 @@ import sys
 from collections.abc import Sequence
 from typing import Any
 
+from ..checkout import BUILD
 from ..scenarios.errors import ScenarioError
 from ..scenarios.files import choose, read_folder
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
 from ..terminal.parser import add_places, add_transcript
 from ..terminal.screen import Screen
+from ..terminal.set_up import SetUpError, call_setup
 from ..terminal.table import Table, style_of
 from ..windows.machine import Machine, MachineError
-from ..windows.programs import built
+from ..windows.programs import PRESET, TARGETS, Programs, built
 from ..windows.service_under_test import Resources
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
@@ -24,7 +26,8 @@ _WRONG = 2
 
 _RUN_CLOSING = """\
 Exit status: 0 when everything held in every scenario, 1 when something did not, 2 when a scenario file or the command
-line is wrong. The programs are those of build/windows-release: scripts/setup build windows-release makes them."""
+line is wrong. What has changed in the programs of build/windows-release is built first, unless --programs names a
+folder: that one is taken as it is."""
 
 
 def register(subparsers: Any) -> None:
@@ -50,7 +53,7 @@ def register(subparsers: Any) -> None:
     run.add_argument("--json", action="store_true", help="write one JSON object a scenario instead of a line")
     add_transcript(run)
     add_places(run)
-    run.set_defaults(run=_run)
+    run.set_defaults(run=_run, programs=None)
 
 
 def as_json(outcome: Outcome) -> dict[str, Any]:
@@ -83,13 +86,16 @@ def _list(options: argparse.Namespace) -> int:
 def _run(options: argparse.Namespace) -> int:
     try:
         variants = _chosen(options, read_folder(SCENARIOS))
-        programs = built(options.programs)
-        with sole_use(options.machine), Machine(options.machine) as machine:
-            with ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner:
+        with sole_use(options.machine):
+            programs = _programs(options)
+            with (
+                Machine(options.machine) as machine,
+                ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner,
+            ):
                 return _run_all(variants, runner, options)
     except ScenarioError as error:
         return _complain(error)
-    except (MachineError, PeerError, OSError) as error:
+    except (SetUpError, MachineError, PeerError, OSError) as error:
         print(f"scripts/lab: {error}", file=sys.stderr)
         return 1
 
@@ -100,6 +106,14 @@ def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Va
     if not options.names:
         raise ScenarioError("name a scenario, or say --all or --quick (scripts/lab list shows them)")
     return choose(variants, options.names)
+
+
+def _programs(options: argparse.Namespace) -> Programs:
+    """Those of the named folder as they are; the usual ones brought up to date."""
+    if options.programs is None:
+        call_setup("packages", aside=True)
+        call_setup("build", PRESET, *TARGETS, aside=True)
+    return built(options.programs or BUILD / PRESET)
 
 
 def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argparse.Namespace) -> int:

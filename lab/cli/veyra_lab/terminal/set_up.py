@@ -3,21 +3,32 @@
 import os
 import signal
 import subprocess
+import sys
 
 from ..checkout import CHECKOUT
+
+_IDLE = "ninja: no work to do.\n"
 
 
 class SetUpError(Exception):
     """A package could not be installed, or something could not be built."""
 
 
-def call_setup(*arguments: str) -> None:
-    """scripts/setup with its output on the screen."""
+def call_setup(*arguments: str, aside: bool = False) -> None:
+    """scripts/setup with its output on the screen; aside: on standard error, and silent when nothing was to do."""
     # In a session of its own, so that an interruption reaches everything that it has started, and only once.
     setup = subprocess.Popen(
-        ["bash", str(CHECKOUT / "scripts" / "setup"), *arguments], stdin=subprocess.DEVNULL, start_new_session=True
+        ["bash", str(CHECKOUT / "scripts" / "setup"), *arguments],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE if aside else None,
+        encoding="utf-8",
+        errors="replace",
+        start_new_session=True,
     )
     try:
+        for line in setup.stdout or ():
+            if line != _IDLE:
+                print(line, end="", file=sys.stderr, flush=True)
         status = setup.wait()
     except BaseException:
         os.killpg(setup.pid, signal.SIGINT)

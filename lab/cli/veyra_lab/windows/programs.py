@@ -6,6 +6,9 @@ from pathlib import Path
 from .machine import MachineError
 
 SERVICE = "VeyraCameraDfuService"
+# The build that ships, and those of its targets that make the programs.
+PRESET = "windows-release"
+TARGETS = (SERVICE, "lab_rig", "VeyraCameraToastCntl")
 
 
 @dataclass(frozen=True)
@@ -31,5 +34,5 @@ def built(folder: Path) -> Programs:
     programs = Programs.of(folder)
     for path in (programs.service, programs.rig, programs.toast_server):
         if not path.is_file():
-            raise MachineError(f"{path} is missing: scripts/setup build windows-release builds it")
+            raise MachineError(f"{path} is missing: scripts/setup build {PRESET} builds it")
     return programs
