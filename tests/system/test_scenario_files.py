@@ -126,6 +126,25 @@ class ScenarioFiles(unittest.TestCase):
         self.assertIn("steps[1].repeat.steps[0]", self.step({"repeat": {"times": 2, "steps": ["dance"]}}))
         self.assertIn("steps[1].deliver.class", self.step({"deliver": {"type": "arrival", "class": "mouse"}}))
 
+    def test_names_what_the_prompt_server_cannot_do(self) -> None:
+        for fields in (
+            {},
+            {"ms": 5},
+            {"skip": 1},
+            {"hresult": -1},
+            {"fail": "NotifyProgress", "hang": "NotifyProgress"},
+            {"fail": "NotifyProgress", "ms": 5},
+            {"fail": "NotifyProgress", "skip": 1},
+            {"hang": "NotifyProgress", "hresult": -1},
+        ):
+            with self.subTest(fields=fields):
+                complaint = self.step({"prompt server": fields})
+                self.assertIn(f"steps[1].prompt server: {fields} is not ", complaint)
+                self.assertIn('"fail" and perhaps "hresult", or with "hang"', complaint)
+        self.assertIn("steps[1].prompt server: 'dance' is not one of", self.step({"prompt server": "dance"}))
+        self.assertRegex(self.step({"prompt server": {"stop": 1}}), "'stop' was unexpected.*; known are: fail, hang")
+        self.assertIn("prompt server.hang: 'Stop' is not one of", self.step({"prompt server": {"hang": "Stop"}}))
+
     def test_names_expectations_that_mean_nothing(self) -> None:
         for field, value in {
             "result": "fine",
@@ -139,6 +158,7 @@ class ScenarioFiles(unittest.TestCase):
             with self.subTest(field=field):
                 self.assertIn(f"steps[1].expect.{field}", self.step({"expect": {field: value}}))
         self.assertIn("'transfer' was unexpected", self.step({"expect": {"transfer": "none"}}))
+        self.assertIn("steps[1].expect: 'result' is a dependency of 'camera'", self.step({"expect": {"camera": 0}}))
         self.assertIn("a parenthesis is not closed", self.step({"expect": {"transfers": "GETSTATE (DNLOAD"}}))
 
     def test_names_parameters_that_do_not_fit(self) -> None:

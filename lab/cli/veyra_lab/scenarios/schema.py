@@ -16,7 +16,9 @@ from .transfer_pattern import compile_pattern
 SCENARIOS = CHECKOUT / "lab" / "scenarios"
 SCHEMA: dict[str, Any] = json.loads((SCENARIOS / "scenario.schema.json").read_text(encoding="utf-8"))
 # Where the schema has a title, it says what the value should be better than these say it.
-_SAID_BY_THE_TITLE = ("type", "pattern", "minItems", "maxItems", "minProperties", "maxProperties")
+_SAID_BY_THE_TITLE = (
+    "type", "pattern", "minItems", "maxItems", "minProperties", "maxProperties", "oneOf", "dependencies",
+)  # fmt: skip
 
 
 def check_as_written(content: Any) -> None:
