@@ -1,4 +1,4 @@
-"""Small transcripts, written by hand, for the tests of the report."""
+"""Small transcripts, written by hand, for the tests of the report and of the judgement of scenarios."""
 
 import json
 from typing import Any, Self
