@@ -37,10 +37,6 @@ class InstalledService:
         self.service.end()
         self._installation.remove(self.peer)
 
-    def is_installed(self) -> bool:
-        """Whether what it has installed is still there."""
-        return self._installation.is_made()
-
     def stop_service(self) -> list[str]:
         """Stops the service; complains when that takes too long."""
         seconds = self.service.stop()

@@ -95,10 +95,6 @@ class ScenarioRunner:
         outcome.seconds = time.monotonic() - began
         return outcome
 
-    def is_installed(self) -> bool:
-        """Whether the service is still installed."""
-        return self._installed.is_installed()
-
     def _prepare(self, variant: Variant) -> None:
         plan = variant.stage
         needs_fresh = (

@@ -76,7 +76,7 @@ class Soak:
         chosen = self._random.randrange(_CAMERAS)
         cameras[chosen] = self._camera(_FAULTS[fault])
         since = self._peer.mark()
-        self._peer.command(RIG, "restage", stage={"skip_waits": True, "cameras": cameras})
+        self._peer.command(RIG, "restage", stage={"cameras": cameras})
         self._peer.command(TOAST, "behave")
         try:
             self._go(fault, chosen)
