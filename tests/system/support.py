@@ -19,7 +19,7 @@ from veyra_lab.updates.record import Record
 from veyra_lab.windows.installation import Installation, remove_service
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import SERVICE, Programs
-from veyra_lab.wire.events import TOAST, Event
+from veyra_lab.wire.events import RUNNING, STOPPED, TOAST, Event
 from veyra_lab.wire.peer import Peer
 from veyra_lab.wire.trace_formats import TraceFormats
 
@@ -29,10 +29,6 @@ _PREFIX = "wine-system-"
 PREFIX = BUILD / (_PREFIX + os.environ.get("PYTEST_XDIST_WORKER", "gw0"))
 DEMO_PREFIX = CHECKOUT / "build" / "wine"
 TRACE_FORMATS = CHECKOUT / "trace"
-
-# States of a service.
-STOPPED = 1
-RUNNING = 4
 
 T = TypeVar("T")
 

@@ -13,7 +13,7 @@ from veyra_lab.judgement.growth import removals
 from veyra_lab.judgement.observed import CameraNow, Observed
 from veyra_lab.judgement.results import RESULTS
 from veyra_lab.windows.image import with_version
-from veyra_lab.wire.events import ENTER_DFU_MODE, Event
+from veyra_lab.wire.events import ENTER_DFU_MODE, SENSOR_CLASS, USB_CLASS, VIDEO_CLASS, Event
 
 Change = Callable[[Observed], Observed]
 
@@ -369,14 +369,9 @@ def control(kind: int, interface_class: str) -> Event:
 
 
 def test_counts_the_looks_of_the_uninstall_monitor() -> None:
-    sensor, video, usb = (
-        "{24E552D7-6523-47F7-A647-D3465BF1F5CA}",
-        "{e5323777-f976-4f5b-9b55-b94699c46e44}",
-        "{A5DCBF10-6530-11D2-901F-00C04FB951ED}",
-    )
     events: Sequence[Event] = [
-        *(control(kind, each) for kind in (0x8000, 0x8001, 0x8004) for each in (sensor, video, usb)),
-        control(0x8000, sensor),
+        *(control(kind, each) for kind in (0x8000, 0x8001, 0x8004) for each in (SENSOR_CLASS, VIDEO_CLASS, USB_CLASS)),
+        control(0x8000, SENSOR_CLASS),
         {"event": "control", "control": 1},
         {"event": "handled", "control": 11},
     ]

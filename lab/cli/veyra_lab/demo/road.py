@@ -8,12 +8,9 @@ from ..windows.camera import read_flash
 from ..windows.installation import EXECUTABLE, Installation
 from ..windows.machine import SERVICES_KEY, Machine, MachineError
 from ..windows.programs import SERVICE
-from ..wire.events import RIG, TOAST, Event, PeerError
+from ..wire.events import RIG, RUNNING, STOP_CONTROL, STOPPED, TOAST, Event, PeerError
 from ..wire.peer import Peer
 
-_STOPPED = 1
-_STOP_CONTROL = 1
-_RUNNING = 4
 _ACCEPT = 1
 _DECLINE = 0
 # The longest silence that is still no failure: the engine waits 30 s for the camera to finish.
@@ -60,7 +57,7 @@ class Road:
     def _start(self) -> None:
         started = self._step("Starting the service")
         self._machine.demand("sc", "start", SERVICE)
-        report = self._wait_for_report(_RUNNING, started, _LONGEST_SILENCE)
+        report = self._wait_for_report(RUNNING, started, _LONGEST_SILENCE)
         self._record.service_pid = report["pid"]
 
     def _plug(self) -> None:
@@ -135,12 +132,12 @@ class Road:
         # sc's own status does not count: under Wine it is a failure when the process ends before it has answered.
         self._machine.run("sc", "stop", SERVICE)
         control = self._peer.follow(
-            lambda event: event["event"] == "control" and event["control"] == _STOP_CONTROL,
+            lambda event: event["event"] == "control" and event["control"] == STOP_CONTROL,
             "the control that stops the service",
             since=asked,
             quiet=_SHORT_SILENCE,
         )
-        self._record.stop_seconds = self._wait_for_report(_STOPPED, asked, _SHORT_SILENCE)["t"] - control["t"]
+        self._record.stop_seconds = self._wait_for_report(STOPPED, asked, _SHORT_SILENCE)["t"] - control["t"]
         self._peer.follow(
             lambda event: event["event"] == "gone" and event["pid"] == self._record.service_pid,
             "the end of the service's process",

@@ -2,10 +2,9 @@
 
 from collections.abc import Sequence
 
-from ..wire.events import Event
+from ..wire.events import SENSOR_CLASS, VIDEO_CLASS, Event
 
 _REMOVAL = 0x8004
-_CAMERA_CLASSES = ("{24e552d7-6523-47f7-a647-d3465bf1f5ca}", "{e5323777-f976-4f5b-9b55-b94699c46e44}")
 # What one look of the uninstall monitor leaves open for the life of the process: three keys and an event.
 KEPT_BY_A_CHECK = 4
 # What Wine counts as the private memory of a thread: its stacks, whole. COM begins threads when it needs them.
@@ -15,6 +14,6 @@ STACKS_OF_A_THREAD_KIB = 3136
 def removals(events: Sequence[Event]) -> int:
     """How often the uninstall monitor has looked: removals of camera interfaces that were handed to the service."""
     return sum(
-        event["event"] == "control" and event.get("type") == _REMOVAL and event["class"].lower() in _CAMERA_CLASSES
+        event["event"] == "control" and event.get("type") == _REMOVAL and event["class"] in (SENSOR_CLASS, VIDEO_CLASS)
         for event in events
     )

@@ -5,10 +5,10 @@ from typing import Any
 
 from ..scenarios.transfer_pattern import compile_pattern, shortened, spell
 from ..windows.image import SMALLEST_IMAGE, version_of
+from ..wire.events import BLOCK_NUMBERS
 from .flash import check_flash
 from .observed import Observed, differ
 
-_BLOCK_NUMBERS = 65536
 _DEFAULT_TRANSFER_SIZE = 1024
 
 
@@ -33,7 +33,7 @@ def _updated(observed: Observed, expectation: dict[str, Any]) -> Iterator[str]:
         yield from differ("commands into DFU mode", 1, observed.commands)
     pattern = f"GETSTATE DETACH GETSTATE UPLOAD (DNLOAD GETSTATUS?+)x{sent} EMPTY? GETSTATUS?+"
     yield from check_transfers(observed, pattern)
-    progress = [f"start:{announced}", *(str(block % _BLOCK_NUMBERS) for block in range(1, sent + 1))]
+    progress = [f"start:{announced}", *(str(block % BLOCK_NUMBERS) for block in range(1, sent + 1))]
     if "progress" not in expectation:
         yield from differ("progress", progress, observed.progress)
     if "completions" not in expectation:

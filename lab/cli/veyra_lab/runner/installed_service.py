@@ -4,10 +4,8 @@ from ..scenarios.variant import ImagePlan
 from ..windows.installation import EXECUTABLE, SERVICE_CONTROLLED, Installation
 from ..windows.machine import Machine
 from ..windows.programs import Programs
-from ..windows.service_under_test import ServiceUnderTest
+from ..windows.service_under_test import STOP_LIMIT_SECONDS, ServiceUnderTest
 from ..wire.peer import Peer
-
-_STOP_LIMIT_SECONDS = 2.0
 
 
 class InstalledService:
@@ -40,7 +38,7 @@ class InstalledService:
     def stop_service(self) -> list[str]:
         """Stops the service; complains when that takes too long."""
         seconds = self.service.stop()
-        return [f"the service took {seconds:.1f} s to stop"] if seconds > _STOP_LIMIT_SECONDS else []
+        return [f"the service took {seconds:.1f} s to stop"] if seconds > STOP_LIMIT_SECONDS else []
 
     def put_image(self, image: ImagePlan) -> None:
         """Changes the firmware image in the machine."""

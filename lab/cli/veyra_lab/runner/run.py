@@ -10,15 +10,15 @@ from ..judgement.observed import CameraNow, Observed
 from ..scenarios.variant import ImagePlan, Variant
 from ..windows.camera import read_flash
 from ..windows.service_under_test import Resources
-from ..wire.events import LAB, RIG, TOAST, Event, PeerError
+from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS, Event, PeerError
 from .installed_service import InstalledService
 
 _ACCEPT = 1
 _FAILURE = -2147467259
 CLASSES = {
-    "usb": "{A5DCBF10-6530-11D2-901F-00C04FB951ED}",
-    "sensor camera": "{24E552D7-6523-47F7-A647-D3465BF1F5CA}",
-    "video camera": "{E5323777-F976-4F5B-9B55-B94699C46E44}",
+    "usb": USB_CLASS,
+    "sensor camera": SENSOR_CLASS,
+    "video camera": VIDEO_CLASS,
     "capture": "{65E8773D-8F56-11D0-A3B9-00A0C9223196}",
     "unknown": "{00000000-1111-2222-3333-444444444444}",
 }

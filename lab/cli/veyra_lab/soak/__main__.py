@@ -13,7 +13,7 @@ from ..terminal.table import Table
 from ..windows.installation import EXECUTABLE, Installation
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import built
-from ..windows.service_under_test import Resources, ServiceUnderTest
+from ..windows.service_under_test import STOP_LIMIT_SECONDS, Resources, ServiceUnderTest
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from ..wire.peer import Peer
@@ -111,7 +111,7 @@ def _run(soak: Soak, service: ServiceUnderTest, machine: Machine, seconds: float
     soak.tally.wrong += [f"a process crashed: {note}" for note in machine.crashes()]
     if after is not None:
         stopped_in = service.stop()
-        soak.tally.wrong += [f"stopping took {stopped_in:.1f} s"] if stopped_in > 2 else []
+        soak.tally.wrong += [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
     wrong = [*soak.tally.wrong, *_growth(before, after, soak.tally)]
     _report(soak.tally, before, after, took)
     for complaint in wrong[:20]:

@@ -12,8 +12,6 @@ Check = Callable[[Record], str]
 ASKED = (Foreseen.UPDATED, Foreseen.DECLINED, Foreseen.PROBE_REFUSED, Foreseen.BROKEN_OFF)
 ACCEPTED = (Foreseen.UPDATED, Foreseen.PROBE_REFUSED, Foreseen.BROKEN_OFF)
 LEFT_ALONE = (Foreseen.DECLINED, Foreseen.NOT_ASKED)
-# A block's number has 16 bits; the service's progress is that number, so it begins again too.
-BLOCK_NUMBERS = 65536
 
 
 @dataclass(frozen=True)

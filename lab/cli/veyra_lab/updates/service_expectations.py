@@ -4,10 +4,10 @@ from dataclasses import replace
 
 from ..windows.installation import EXECUTABLE
 from ..windows.programs import SERVICE
+from ..windows.service_under_test import STOP_LIMIT_SECONDS
 from .expectation import Expectations, differ
 from .record import Record
 
-_STOP_LIMIT_SECONDS = 2.0
 _MONITORED = "VeyraCameraDFU"
 EXPECTATIONS = Expectations()
 
@@ -82,7 +82,7 @@ def _monitor_commands(record: Record) -> str:
 
 @EXPECTATIONS.expect("the service stops within two seconds and its process ends")
 def _stop_time(record: Record) -> str:
-    if record.stop_seconds is None or record.stop_seconds > _STOP_LIMIT_SECONDS:
+    if record.stop_seconds is None or record.stop_seconds > STOP_LIMIT_SECONDS:
         return f"it took {record.stop_seconds} s"
     return "" if record.process_left else "the process is still there"
 

@@ -2,8 +2,8 @@
 
 from collections.abc import Iterator
 
-from ..wire.events import Event
-from .expectation import BLOCK_NUMBERS, Expectations, differ
+from ..wire.events import BLOCK_NUMBERS, Event
+from .expectation import Expectations, differ
 from .plan import PROBE_SIZE, Foreseen
 from .record import Record
 

@@ -2,7 +2,8 @@
 
 from dataclasses import replace
 
-from .expectation import ACCEPTED, ASKED, BLOCK_NUMBERS, LEFT_ALONE, Expectations, differ
+from ..wire.events import BLOCK_NUMBERS
+from .expectation import ACCEPTED, ASKED, LEFT_ALONE, Expectations, differ
 from .plan import Foreseen
 from .record import Record
 

@@ -5,7 +5,7 @@ import time
 from contextlib import ExitStack
 from pathlib import PureWindowsPath
 
-from ..wire.events import TOAST
+from ..wire.events import SENSOR_CLASS, TOAST
 from ..wire.peer import Peer
 from .image import default_image
 from .machine import SERVICES_KEY, Machine, registry_string
@@ -13,9 +13,9 @@ from .programs import SERVICE, Programs
 
 SERVICE_CONTROLLED = "Service Controlled"
 UPDATE_MODE_KEY = rf"{SERVICES_KEY}\VeyraCameraDFU"
-SENSOR_CLASS = "{24e552d7-6523-47f7-a647-d3465bf1f5ca}"
-SENSOR_CLASS_KEY = rf"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Control\DeviceClasses\{SENSOR_CLASS}"
-INSTANCE_KEY = rf"{SENSOR_CLASS_KEY}\##?#USB#VID_2F1A&PID_7E00&MI_00#6&1&0&0000#{SENSOR_CLASS}"
+_CLASS = SENSOR_CLASS.lower()
+_CLASS_KEY = rf"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Control\DeviceClasses\{_CLASS}"
+_INSTANCE_KEY = rf"{_CLASS_KEY}\##?#USB#VID_2F1A&PID_7E00&MI_00#6&1&0&0000#{_CLASS}"
 _LABORATORY_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraLaboratory"
 APP_DEFAULTS_KEY = r"HKEY_CURRENT_USER\Software\Wine\AppDefaults"
 _NOTIFICATIONS_KEY = (
@@ -65,7 +65,7 @@ class Installation:
 
     def remove_driver(self) -> None:
         """What the removal of the camera's driver package does to the registry."""
-        self._machine.change_registry({}, removed=[INSTANCE_KEY])
+        self._machine.change_registry({}, removed=[_INSTANCE_KEY])
 
     def set_keys(self, port: int, update_mode: str | None) -> None:
         """Writes the registry of a machine with this update mode, whatever a scenario has made of it."""
@@ -111,7 +111,7 @@ class Installation:
         keys: dict[str, dict[str, str | None]] = {
             _LABORATORY_KEY: {"Port": f"dword:{port:08x}"},
             rf"{APP_DEFAULTS_KEY}\{SERVICE}.exe\DllOverrides": {"winusb": registry_string("native")},
-            rf"{INSTANCE_KEY}\#GLOBAL\Device Parameters": {
+            rf"{_INSTANCE_KEY}\#GLOBAL\Device Parameters": {
                 "FSSensorGroupName": registry_string("Morrow KV400 Cameras")
             },
         }
@@ -134,7 +134,7 @@ class Installation:
         self._machine.change_registry(
             {},
             removed=[
-                SENSOR_CLASS_KEY,
+                _CLASS_KEY,
                 UPDATE_MODE_KEY,
                 _LABORATORY_KEY,
                 rf"{APP_DEFAULTS_KEY}\{SERVICE}.exe",
@@ -152,10 +152,6 @@ def remove_service(machine: Machine, name: str) -> None:
     """Deletes a service, in whatever state it is, if there is one of this name."""
     if machine.service_state(name) is None:
         return
-    machine.run("sc", "stop", name)
-    if machine.wait_for_service_state(name, "STOPPED", seconds=3) != "STOPPED":
-        # It is in the middle of something, and nobody waits for that any more.
-        machine.run("taskkill", "/F", "/IM", f"{name}.exe")
-        machine.wait_for_service_state(name, "STOPPED", seconds=5)
+    machine.end_service(name)
     machine.run("sc", "delete", name)
     machine.wait_for_service_state(name, None, seconds=5)

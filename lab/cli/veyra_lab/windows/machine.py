@@ -187,6 +187,14 @@ class Machine:
             time.sleep(0.1)
         return state
 
+    def end_service(self, name: str) -> None:
+        """Stops a service, in whatever state it is."""
+        self.run("sc", "stop", name)
+        if self.wait_for_service_state(name, "STOPPED", seconds=3) != "STOPPED":
+            # It is in the middle of something, and nobody waits for that any more.
+            self.run("taskkill", "/F", "/IM", f"{name}.exe")
+            self.wait_for_service_state(name, "STOPPED", seconds=5)
+
     def demand(self, *command: str) -> str:
         """Runs a program that has to succeed, and returns what it wrote."""
         answer = self.run(*command)

@@ -5,20 +5,18 @@ import time
 from collections.abc import Callable
 from dataclasses import dataclass
 
-from ..wire.events import RIG, Event
+from ..wire.events import RIG, RUNNING, STOP_CONTROL, STOPPED, Event
 from ..wire.peer import Peer
 from .machine import Machine
 from .programs import SERVICE
 
-_STOPPED = 1
-_RUNNING = 4
-_STOP_CONTROL = 1
+# In what time it has to have stopped.
+STOP_LIMIT_SECONDS = 2.0
 _SHUTDOWN_CONTROL = 5
 _PATIENCE = 20
 _SETTLING_PATIENCE = 45
 # Wine ends the idle threads of its pools after five seconds.
 _LEAVING_PATIENCE = 15
-_KILLED = 5
 _NOT_STARTED = "ShellExecuteEx failed"
 
 
@@ -50,7 +48,7 @@ class ServiceUnderTest:
         asked = self._peer.record("start requested", name=self._name)
         self._control("start")
         report = self.follow(
-            lambda event: event["event"] == "service-status" and event["words"][1] == _RUNNING,
+            lambda event: event["event"] == "service-status" and event["words"][1] == RUNNING,
             "the service's report that it runs",
             self._started_at,
         )
@@ -64,7 +62,7 @@ class ServiceUnderTest:
         since = self._peer.mark()
         self._control("stop")
         asked = self.follow(
-            lambda event: event["event"] == "control" and event["control"] == _STOP_CONTROL,
+            lambda event: event["event"] == "control" and event["control"] == STOP_CONTROL,
             "the control that stops the service",
             since,
         )
@@ -117,10 +115,7 @@ class ServiceUnderTest:
             self._asking.join(timeout=3 * _PATIENCE)
         if not self.is_up:
             return
-        self._machine.run("sc", "stop", self._name)
-        if self._machine.wait_for_service_state(self._name, "STOPPED", seconds=3) != "STOPPED":
-            self._machine.run("taskkill", "/F", "/IM", f"{self._name}.exe")
-            self._machine.wait_for_service_state(self._name, "STOPPED", seconds=_KILLED)
+        self._machine.end_service(self._name)
         # The process ends a little after its report; a start before that would be refused.
         deadline = time.monotonic() + _PATIENCE
         while self.is_alive() and time.monotonic() < deadline:
@@ -147,7 +142,7 @@ class ServiceUnderTest:
         stopped = self.follow(
             lambda event: event["event"] == "service-status"
             and event["pid"] == self._pid
-            and event["words"][1] == _STOPPED,
+            and event["words"][1] == STOPPED,
             "the service's report that it has stopped",
             self._started_at,
         )

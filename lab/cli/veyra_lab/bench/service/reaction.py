@@ -4,7 +4,7 @@ import statistics
 from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass
 
-from ...wire.events import Event
+from ...wire.events import SENSOR_CLASS, USB_CLASS, Event
 from ..table import Row, exactly
 from .contenders import Contenders
 from .updates import image_of, update
@@ -17,8 +17,6 @@ _PAUSES_MS = 2 * 100
 # Its USB interface arrives first: the look for a device in DFU mode waits as long for one.
 _PAUSE_BEFORE_MS = 100
 _ARRIVAL = 0x8000
-_USB_CLASS = "{A5DCBF10-6530-11D2-901F-00C04FB951ED}"
-_SENSOR_CLASS = "{24E552D7-6523-47F7-A647-D3465BF1F5CA}"
 _DNLOAD = "21 01"
 
 
@@ -60,13 +58,13 @@ def react(contenders: Contenders) -> Reaction:
     update(contenders, image_of(_BLOCK), _BLOCK)
     events = contenders.peer.events_since(since)
     plugging = _first(events, lambda event: event["event"] == "camera")
-    arrival = _first(events, _is_arrival(_SENSOR_CLASS), plugging)
+    arrival = _first(events, _is_arrival(SENSOR_CLASS), plugging)
     # The prompt server's events come by a wire of their own, so among the service's the prompt may stand a little early
     # or late. It is the last thing that the arrival's handler does.
     prompt = _first(events, _is_prompt)
     handled = _first(events, _is_handled, arrival)
     block = _first(events, _is_block, handled)
-    usb = block - 1 - _first(events[block - 1 :: -1], _is_arrival(_USB_CLASS))
+    usb = block - 1 - _first(events[block - 1 :: -1], _is_arrival(USB_CLASS))
     return Reaction(
         waits_from_plugging_ms=_waited(events[plugging:handled]),
         waits_to_prompt_ms=_waited(events[arrival:handled]),
@@ -101,7 +99,7 @@ def _empty_handler_ms(contenders: Contenders) -> float:
     contenders.camera.unplug()
     contenders.minimal.settle()
     events = contenders.peer.events_since(since)
-    arrival = _first(events, _is_arrival(_SENSOR_CLASS))
+    arrival = _first(events, _is_arrival(SENSOR_CLASS))
     handled = _first(events, _is_handled, arrival)
     return float(events[handled]["us"]) / 1000
 
