@@ -110,6 +110,11 @@ def test_explains_itself_and_each_subcommand_with_its_exit_status(run: Run) -> N
         (["report", "/", "-o", "{target}"], "cannot be read"),
         (["report", "{transcript}", "-o", "/does/not/exist/update.html"], "cannot be written"),
         (["report", "{transcript}", "-o", "{transcript}"], "itself"),
+        (["run"], "names of scenarios, --all or --quick"),
+        (["run", "--all", "--quick"], "names of scenarios, --all or --quick"),
+        (["run", "--all", "two-cameras"], "names of scenarios, --all or --quick"),
+        (["run", "two-cameras", "--quick"], "names of scenarios, --all or --quick"),
+        (["run", "no-such-scenario"], "no-such-scenario"),
     ],
     ids=lambda value: " ".join(value) if isinstance(value, list) else None,
 )

@@ -9,6 +9,7 @@ from typing import Any
 from rich.console import Console
 from rich.progress import BarColumn, Progress, TaskProgressColumn, TextColumn
 
+from ..terminal.parser import writable
 from .page import page
 from .summary import Summary, summarize
 from .transcript import Transcript, TranscriptError, read_transcript
@@ -26,8 +27,6 @@ Examples:
 Exit status: 0 when the page is written, whatever came of the update; 1 when the file is no transcript; 2 when the
 command line is wrong, or a file cannot be read or written."""
 
-_NO_TRANSCRIPT = 1
-_USAGE = 2
 _LARGE = 4 << 20
 
 
@@ -42,29 +41,30 @@ def register(subparsers: Any) -> None:
     parser.add_argument(
         "transcript", type=Path, metavar="TRANSCRIPT", help="what scripts/demo --transcript has kept"
     )
-    parser.add_argument("-o", "--output", type=Path, metavar="FILE.html", help="where the page goes")
+    parser.add_argument("-o", "--output", type=writable, metavar="FILE.html", help="where the page goes")
     parser.add_argument("--json", action="store_true", help="print outcome and totals as one JSON object")
-    parser.set_defaults(run=run)
+    parser.set_defaults(run=run, refuse=parser.error)
 
 
 def run(arguments: argparse.Namespace) -> int:
     """The exit status."""
     if arguments.output is None and not arguments.json:
-        return _refuse("say where the page goes: -o FILE.html (or --json for the numbers alone)", _USAGE)
+        arguments.refuse("say where the page goes: -o FILE.html (or --json for the numbers alone)")
     if _is_same_file(arguments.output, arguments.transcript):
-        return _refuse(f"{arguments.output} is the transcript itself; name another file with -o", _USAGE)
+        arguments.refuse(f"{arguments.output} is the transcript itself; name another file with -o")
     try:
         transcript = _read(arguments.transcript)
     except TranscriptError as error:
-        return _refuse(str(error), _NO_TRANSCRIPT)
+        print(f"scripts/lab report: {' '.join(str(error).split())}", file=sys.stderr)
+        return 1
     except OSError as error:
-        return _refuse(f"{arguments.transcript} cannot be read: {error.strerror}", _USAGE)
+        arguments.refuse(f"{arguments.transcript} cannot be read: {error.strerror}")
     summary = summarize(transcript)
     if arguments.output is not None:
         try:
             _write(transcript, summary, arguments)
         except OSError as error:
-            return _refuse(f"{arguments.output} cannot be written: {error.strerror}", _USAGE)
+            arguments.refuse(f"{arguments.output} cannot be written: {error.strerror}")
     _say(summary, arguments)
     return 0
 
@@ -84,11 +84,6 @@ def _say(summary: Summary, arguments: argparse.Namespace) -> None:
     elif sys.stdout.isatty():
         print(summary.sentence)
         print(f"written: {arguments.output}")
-
-
-def _refuse(words: str, status: int) -> int:
-    print(f"scripts/lab report: {' '.join(words.split())}", file=sys.stderr)
-    return status
 
 
 def _read(path: Path) -> Transcript:

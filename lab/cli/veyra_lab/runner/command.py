@@ -101,11 +101,11 @@ def _run(options: argparse.Namespace) -> int:
 
 
 def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Variant]:
-    if options.all or options.quick:
-        return [variant for variant in variants if options.all or not variant.slow]
-    if not options.names:
-        raise ScenarioError("name a scenario, or say --all or --quick (scripts/lab list shows them)")
-    return choose(variants, options.names)
+    if options.all + options.quick + bool(options.names) != 1:
+        raise ScenarioError("say one of these: names of scenarios, --all or --quick (scripts/lab list shows them)")
+    if options.names:
+        return choose(variants, options.names)
+    return [variant for variant in variants if options.all or not variant.slow]
 
 
 def _programs(options: argparse.Namespace) -> Programs:
