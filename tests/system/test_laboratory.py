@@ -8,9 +8,11 @@ import socket
 import threading
 import unittest
 from collections.abc import Sequence
+from contextlib import redirect_stderr
 from unittest.mock import Mock, patch
 
 from support import random_image
+from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
 from veyra_lab.windows.image import default_image, version_of, with_version
@@ -150,6 +152,15 @@ class Texts(unittest.TestCase):
         image = random_image(402)
         self.assertEqual(version_of(with_version(image, "1.2.11.5")), "1.2.11.5")
         self.assertEqual(with_version(image, "1.2.11.5")[:398], image[:398])
+
+    def test_programs_say_in_one_line_why_they_give_up(self) -> None:
+        for error, status, line in (
+            (PeerError("two\nlines"), 1, "two lines"),
+            (KeyboardInterrupt("SIGTERM"), 130, "interrupted"),
+        ):
+            with self.subTest(line=line), redirect_stderr(io.StringIO()) as said:
+                self.assertEqual(give_up("scripts/some", error), status)
+                self.assertEqual(said.getvalue(), f"scripts/some: {line}\n")
 
     def test_screen_prints_plain_lines_into_a_pipe(self) -> None:
         stream = io.StringIO()

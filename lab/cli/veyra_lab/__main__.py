@@ -11,12 +11,10 @@ from collections.abc import Sequence
 
 from .report import command as report_command
 from .runner import command as runner_command
-from .terminal.parser import Parser
+from .terminal.parser import Parser, give_up
 
 # One line for each subcommand's module.
 _COMMANDS = (report_command, runner_command)
-
-_INTERRUPTED = 130
 
 _DESCRIPTION = "Tools around the firmware update laboratory. The update itself is shown by scripts/demo."
 
@@ -45,9 +43,8 @@ def main(arguments: Sequence[str] | None = None) -> int:
         status: int = parsed.run(parsed)
         sys.stdout.flush()
         return status
-    except KeyboardInterrupt:
-        print("scripts/lab: interrupted", file=sys.stderr)
-        return _INTERRUPTED
+    except KeyboardInterrupt as error:
+        return give_up("scripts/lab", error)
     except BrokenPipeError:
         # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())

@@ -11,7 +11,7 @@ from dataclasses import asdict
 from pathlib import Path
 
 from ..checkout import BUILD
-from ..terminal.parser import Parser, writable
+from ..terminal.parser import Parser, give_up, writable
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..windows.machine import Machine, MachineError
@@ -28,7 +28,6 @@ _HOST = BUILD / "host-bench" / "host"
 _MACHINE = BUILD / "wine-bench"
 _WINDOWS_TARGETS = (*TARGETS, "VeyraMinimalService", "VeyraActivatingService")
 _HOST_TARGETS = ("libusb_stand_in", "benchmarks", "counted_work")
-_INTERRUPTED = 130
 
 _DESCRIPTION = """\
 Measures the product beside references, in one run, and shows one table: what, ours, the reference, their ratio, the
@@ -91,12 +90,8 @@ def main() -> int:
     try:
         _prepare()
         rows, failures = _measure(options.names or NAMES)
-    except KeyboardInterrupt:
-        print("scripts/bench: interrupted", file=sys.stderr)
-        return _INTERRUPTED
-    except (SetUpError, MachineError, OSError) as error:
-        print(f"scripts/bench: {error}", file=sys.stderr)
-        return 1
+    except (KeyboardInterrupt, SetUpError, MachineError, OSError) as error:
+        return give_up("scripts/bench", error)
     screen = Screen()
     show(rows, screen)
     for failure in failures:

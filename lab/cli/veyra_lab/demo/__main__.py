@@ -5,6 +5,7 @@ import sys
 from dataclasses import replace
 
 from ..checkout import BUILD, CHECKOUT
+from ..terminal.parser import give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..updates.expectation import Verdict
@@ -20,7 +21,6 @@ from .laboratory import Laboratory
 from .options import Options, parse
 
 _MACHINE = BUILD / "wine"
-_INTERRUPTED = 130
 
 
 def main() -> int:
@@ -31,12 +31,8 @@ def main() -> int:
         with sole_use(_MACHINE):
             _prepare(screen)
             return _show(options, screen)
-    except KeyboardInterrupt:
-        screen.line("interrupted")
-        return _INTERRUPTED
-    except (SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
-        print(f"scripts/demo: {error}", file=sys.stderr)
-        return 1
+    except (KeyboardInterrupt, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
+        return give_up("scripts/demo", error)
 
 
 def _prepare(screen: Screen) -> None:

@@ -9,7 +9,7 @@ from typing import Any
 from rich.console import Console
 from rich.progress import BarColumn, Progress, TaskProgressColumn, TextColumn
 
-from ..terminal.parser import writable
+from ..terminal.parser import give_up, writable
 from .page import page
 from .summary import Summary, summarize
 from .transcript import Transcript, TranscriptError, read_transcript
@@ -55,8 +55,7 @@ def run(arguments: argparse.Namespace) -> int:
     try:
         transcript = _read(arguments.transcript)
     except TranscriptError as error:
-        print(f"scripts/lab report: {' '.join(str(error).split())}", file=sys.stderr)
-        return 1
+        return give_up("scripts/lab report", error)
     except OSError as error:
         arguments.refuse(f"{arguments.transcript} cannot be read: {error.strerror}")
     summary = summarize(transcript)

@@ -2,7 +2,6 @@
 
 import argparse
 import json
-import sys
 from collections.abc import Sequence
 from typing import Any
 
@@ -11,7 +10,7 @@ from ..scenarios.errors import ScenarioError
 from ..scenarios.files import choose, read_folder
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
-from ..terminal.parser import add_places, add_transcript
+from ..terminal.parser import add_places, add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
 from ..terminal.table import Table, style_of
@@ -77,7 +76,7 @@ def _list(options: argparse.Namespace) -> int:
     try:
         variants = read_folder(SCENARIOS)
     except ScenarioError as error:
-        return _complain(error)
+        return give_up("scripts/lab", error, _WRONG)
     rows = [(variant.name, ("(slow) " if variant.slow else "") + variant.description) for variant in variants]
     Screen().table(Table(rows))
     return 0
@@ -94,10 +93,9 @@ def _run(options: argparse.Namespace) -> int:
             ):
                 return _run_all(variants, runner, options)
     except ScenarioError as error:
-        return _complain(error)
+        return give_up("scripts/lab", error, _WRONG)
     except (SetUpError, MachineError, PeerError, OSError) as error:
-        print(f"scripts/lab: {error}", file=sys.stderr)
-        return 1
+        return give_up("scripts/lab", error)
 
 
 def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Variant]:
@@ -136,8 +134,3 @@ def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argpa
     if not options.json:
         screen.line(f"{done - failed} of {len(variants)} scenarios held")
     return 1 if failed else 0
-
-
-def _complain(error: ScenarioError) -> int:
-    print(f"scripts/lab: {error}", file=sys.stderr)
-    return _WRONG

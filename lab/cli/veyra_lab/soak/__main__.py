@@ -7,7 +7,7 @@ import time
 from collections.abc import Iterator
 
 from ..judgement.growth import KEPT_BY_A_CHECK
-from ..terminal.parser import Parser, add_places, add_transcript
+from ..terminal.parser import Parser, add_places, add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.table import Table
 from ..windows.installation import EXECUTABLE, Installation
@@ -27,7 +27,6 @@ Exit status: 0 when the service lived, every camera that was left whole ended wi
 grew by nothing but what the uninstall monitor keeps open; 1 when not, 2 when the command line is wrong.
 The service's waits are skipped unless --real-time is given."""
 
-_INTERRUPTED = 130
 _WARM_UP = 20
 # What the process may hold more at the end than after the warm-up, beyond what the monitor keeps.
 _SPARE_HANDLES = 16
@@ -43,12 +42,8 @@ def main() -> int:
     try:
         with sole_use(options.machine), Machine(options.machine) as machine:
             return _soak(machine, options, seed)
-    except KeyboardInterrupt:
-        print("scripts/soak: interrupted", file=sys.stderr)
-        return _INTERRUPTED
-    except (MachineError, PeerError, OSError) as error:
-        print(f"scripts/soak: {error}", file=sys.stderr)
-        return 1
+    except (KeyboardInterrupt, MachineError, PeerError, OSError) as error:
+        return give_up("scripts/soak", error)
 
 
 def _minutes(text: str) -> float:

@@ -1,6 +1,7 @@
 """What the command lines have in common."""
 
 import argparse
+import sys
 from pathlib import Path
 from typing import Any, NoReturn
 
@@ -19,6 +20,13 @@ class Parser(argparse.ArgumentParser):
     def error(self, message: str) -> NoReturn:
         line = " ".join(message.split())
         self.exit(2, f"{self.prog}: {line} (--help shows the options)\n")
+
+
+def give_up(program: str, error: BaseException, status: int = 1) -> int:
+    """Says in one line why a program ends early; its exit status, 130 when it was interrupted."""
+    interrupted = isinstance(error, KeyboardInterrupt)
+    print(f"{program}: {'interrupted' if interrupted else ' '.join(str(error).split())}", file=sys.stderr)
+    return 130 if interrupted else status
 
 
 def writable(text: str) -> Path:
