@@ -6,6 +6,7 @@ from dataclasses import dataclass, field
 from ..wire.events import ENTER_DFU_MODE, RIG, TOAST, Event
 from .plan import UpdatePlan
 
+
 @dataclass(frozen=True)
 class CameraState:
     """Where the camera was, as its own side of the bus told it."""
