@@ -174,6 +174,10 @@ HRESULT FDUService::OnCameraArrival(const DEV_BROADCAST_DEVICEINTERFACE_W& broad
 
 std::shared_ptr<ICameraDevice> FDUService::FindArrivedCamera(
     const DEV_BROADCAST_DEVICEINTERFACE_W& broadcast) {
+    // Not at construction: a static constructor may not start it.
+    if (FAILED(mediaFoundation_.EnsureStarted())) {
+        return nullptr;
+    }
     const auto cameras = CameraDevicesFactory(&std::cout).Enumerate();
     const std::wstring_view link = SymbolicLink(broadcast);
     const auto arrived = std::find_if(cameras.begin(), cameras.end(), [link](const auto& camera) {

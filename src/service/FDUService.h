@@ -1,6 +1,7 @@
 #pragma once
 
 #include "camera/ICameraDevice.h"
+#include "camera/MediaFoundationPlatform.h"
 #include "discovery/DeviceInterfaceWatcher.h"
 #include "prompt/CNotifyClient.h"
 #include "prompt/CSink.h"
@@ -60,7 +61,7 @@ class FDUService final : public DFUServiceBase {
 
     void SetUpPrompt();
     [[nodiscard]] HRESULT CCheckToastCntrl();
-    [[nodiscard]] static std::shared_ptr<ICameraDevice> FindArrivedCamera(
+    [[nodiscard]] std::shared_ptr<ICameraDevice> FindArrivedCamera(
         const DEV_BROADCAST_DEVICEINTERFACE_W& broadcast);
     [[nodiscard]] HRESULT DownloadImageTo(const std::shared_ptr<usb_core::IUsbControlEndpoint>& endpoint);
     void NotifyStart(std::uint64_t imageSize, std::uint16_t transferSize) const;
@@ -72,5 +73,6 @@ class FDUService final : public DFUServiceBase {
     std::shared_ptr<CSink> eventSink_;
     std::shared_ptr<IToastCntrPtr> promptServer_;
     DeviceInterfaceWatcher watcher_;
+    MediaFoundationPlatform mediaFoundation_;
     std::shared_ptr<PendingCamera> pendingCamera_;
 };

@@ -98,6 +98,31 @@ TEST_F(FDUServiceCameraPass, AsksTheUserWhenTheVersionsDiffer) {
     EXPECT_EQ(toast_.Calls()[0].texts, (Texts{L"5.10.2.0", L"5.10.3.0"}));
 }
 
+// ---- Media Foundation
+
+TEST_F(FDUServiceCameraPass, StartsMediaFoundationOnceBeforeItFirstAsksForCameras) {
+    PlugCameraForUpdate();
+    Service();
+    EXPECT_EQ(cameras_.Journal().Lines(), std::vector<std::string>{});
+    Arrive();
+    Arrive();
+    const auto lines = cameras_.Journal().Lines();
+    EXPECT_EQ(lines.at(0), "MFStartup(0x20070, 0)");
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), lines.at(0)), 1);
+}
+
+TEST_F(FDUServiceCameraPass, FindsNoCameraWhenMediaFoundationDoesNotStartAndTriesAgainAtTheNextArrival) {
+    PlugCameraForUpdate();
+    cameras_.FailStartup(1, E_OUTOFMEMORY);
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(cameras_.Journal().Lines(), (std::vector<std::string>{"MFStartup(0x20070, 0)"}));
+    EXPECT_EQ(Prompts(), 0u);
+    EXPECT_EQ(Arrive(), 0);
+    EXPECT_EQ(Prompts(), 1u);
+}
+
+// ---- The pass
+
 TEST_F(FDUServiceCameraPass, SendsTheCameraIntoDfuModeWhenTheUserAccepts) {
     FakeCamera& camera = PlugCameraForUpdate();
     Arrive();

@@ -78,7 +78,7 @@ class FDUServiceStage : public testing::Test, public test_support::OnlyOne<FDUSe
     FakeComRuntime com_;
     test_support::FakeConfigurationManager devices_;
     test_support::FakeUsbBus bus_;
-    test_support::FakeMediaFoundation cameras_;
+    test_support::FakeMediaFoundation cameras_{test_support::FakeMediaFoundation::Platform::NotStarted};
     test_support::FakeToastServer toast_;
     test_support::FakeActivation activation_{toast_.Unknown()};
     std::unique_ptr<FDUService> service_;

@@ -5,6 +5,7 @@
 #include "tests/support/Text.h"
 
 #include <mfapi.h>
+#include <mferror.h>
 
 #include <algorithm>
 #include <atomic>
@@ -89,8 +90,10 @@ class FakeMediaFoundation::Attributes final : public ForwardingAttributes<IMFAtt
     std::atomic<ULONG> references_{1};
 };
 
-FakeMediaFoundation::FakeMediaFoundation()
-    : createAttributes_("MFCreateAttributes", &OnCreateAttributes),
+FakeMediaFoundation::FakeMediaFoundation(Platform platform)
+    : isStarted_(platform == Platform::Started),
+      startup_("MFStartup", &OnStartup),
+      createAttributes_("MFCreateAttributes", &OnCreateAttributes),
       enumDeviceSources_("MFEnumDeviceSources", &OnEnumDeviceSources),
       createDeviceSourceActivate_("MFCreateDeviceSourceActivate", &OnCreateDeviceSourceActivate) {}
 
@@ -161,6 +164,18 @@ FakeCamera* FakeMediaFoundation::Find(const std::wstring& symbolicLink) {
     return found == plugged_.end() ? nullptr : *found;
 }
 
+HRESULT WINAPI FakeMediaFoundation::OnStartup(ULONG version, DWORD flags) {
+    FakeMediaFoundation& fake = *current_;
+    fake.journal_.Add("MFStartup(0x" + Hex(version) + ", " + std::to_string(flags) + ")");
+    const std::scoped_lock guard(fake.lock_);
+    const auto chosen = fake.startupResults_.find(++fake.startupCalls_);
+    if (chosen != fake.startupResults_.end()) {
+        return chosen->second;
+    }
+    fake.isStarted_ = true;
+    return S_OK;
+}
+
 HRESULT WINAPI FakeMediaFoundation::OnCreateAttributes(IMFAttributes** attributes, UINT32 room) {
     FakeMediaFoundation& fake = *current_;
     fake.journal_.Add("MFCreateAttributes(" + std::to_string(room) + ")");
@@ -188,6 +203,9 @@ HRESULT WINAPI FakeMediaFoundation::OnEnumDeviceSources(IMFAttributes* attribute
     const bool sensorCamerasOnly = Holds(*attributes, kCategoryKey, kSensorCamera);
     const bool isComplete = Holds(*attributes, kSourceTypeKey, kVideoCapture);
     const std::scoped_lock guard(fake.lock_);
+    if (!fake.isStarted_) {
+        return MF_E_PLATFORM_NOT_INITIALIZED;
+    }
     const auto chosen = fake.enumerationResults_.find(++fake.enumerationCalls_);
     if (chosen != fake.enumerationResults_.end()) {
         return chosen->second;
@@ -205,6 +223,9 @@ HRESULT WINAPI FakeMediaFoundation::OnCreateDeviceSourceActivate(IMFAttributes* 
     }
     const std::wstring link = TextOf(*attributes, kSymbolicLinkKey);
     const std::scoped_lock guard(fake.lock_);
+    if (!fake.isStarted_) {
+        return MF_E_PLATFORM_NOT_INITIALIZED;
+    }
     FakeCamera* const camera = fake.Find(link);
     if (camera == nullptr) {
         return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
