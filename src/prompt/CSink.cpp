@@ -3,6 +3,10 @@
 #include "diagnostics/TraceMessageGroups.h"
 #include "diagnostics/TraceProvider.h"
 
+#include <chrono>
+#include <exception>
+#include <future>
+#include <thread>
 #include <utility>
 
 using Microsoft::WRL::ComPtr;
@@ -10,6 +14,7 @@ using Microsoft::WRL::ComPtr;
 namespace {
 
 constexpr LONG kUpdateAccepted = 1;
+constexpr std::chrono::seconds kEndPatience{2};
 
 constexpr USHORT kAdvised = 10;
 constexpr USHORT kAdviseFailed = 11;
@@ -33,7 +38,7 @@ CSink::CSink(AcceptHandler onAccepted)
 
 CSink::~CSink() {
     if (connectionPoint_) {
-        connectionPoint_->Unadvise(cookie_);
+        EndConnection();
     }
     DisconnectAutomation();
     server_.reset();
@@ -60,6 +65,25 @@ void CSink::Advise(std::shared_ptr<IToastCntrPtr> server) {
     } else {
         TraceProvider::EmitCode(TraceLevel::Error, kEventSinkTraces, kAdviseFailed,
                                 static_cast<DWORD>(result));
+    }
+}
+
+// On a thread of its own: a call into another process can take for ever, and this one is about to end. The
+// thread shares what it calls, so that no release here is the last, and a call too, while it still waits.
+void CSink::EndConnection() const {
+    try {
+        std::promise<void> ended;
+        const std::future<void> end = ended.get_future();
+        std::thread([connectionPoint = connectionPoint_, server = server_, cookie = cookie_,
+                     ended = std::move(ended)]() mutable {
+            connectionPoint->Unadvise(cookie);
+            connectionPoint.Reset();
+            server.reset();
+            ended.set_value();
+        }).detach();
+        end.wait_for(kEndPatience);
+    } catch (const std::exception&) {
+        // Neither thread nor memory: the server learns of the end when the process is gone.
     }
 }
 

@@ -17,7 +17,8 @@ class CSink final : public CCmdTarget {
 
     // `onAccepted` must not be empty.
     explicit CSink(AcceptHandler onAccepted);
-    // Ends the connection to the server, and waits for an answer being handled.
+    // Ends the connection to the server, which is given up when it takes longer than 2 s, and waits, without
+    // a limit, for an answer being handled.
     ~CSink() override;
 
     // Connects to the server's event interface. Raises a COM error (_com_error) when the server has none:
@@ -28,6 +29,7 @@ class CSink final : public CCmdTarget {
 
   private:
     LONG UserRespond(LONG answer) const;
+    void EndConnection() const;
 
     AcceptHandler onAccepted_;
     Microsoft::WRL::ComPtr<IConnectionPoint> connectionPoint_;

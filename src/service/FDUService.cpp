@@ -73,6 +73,14 @@ bool EqualsFolded(std::wstring_view left, std::wstring_view right) {
                       [](wchar_t a, wchar_t b) { return UpperCase(a) == UpperCase(b); });
 }
 
+// The last CoUninitialize takes the code of COM's in-process objects away. The pending camera, the sink and
+// the toast controller's proxy are released after it, so the apartment is kept until the process ends. It
+// fails only for want of memory; a process that begins so does not get to its end in order.
+void KeepApartment() {
+    CO_MTA_USAGE_COOKIE neverGivenBack = nullptr;
+    CoIncrementMTAUsage(&neverGivenBack);
+}
+
 }  // namespace
 
 FDUService::FDUService()
@@ -94,7 +102,9 @@ FDUService::~FDUService() {
 }
 
 void FDUService::SetUpPrompt() {
-    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
+        KeepApartment();
+    }
     HRESULT result = CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_DEFAULT,
                                           RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE, nullptr);
     if (FAILED(result)) {

@@ -26,9 +26,9 @@ inline constexpr const wchar_t* kServiceName = L"VeyraCameraDfuService";
 class FDUService final : public DFUServiceBase {
   public:
     // Registers the trace provider, initialises COM with its process-wide security, and connects to the toast
-    // controller. When COM or the controller cannot be had, the service runs without prompts. Raises
-    // win32::Win32Error when it cannot have its event, and _com_error when the controller has no event
-    // interface; either ends the process.
+    // controller. An apartment that it has entered then stays until the process ends. When COM or the
+    // controller cannot be had, the service runs without prompts. Raises win32::Win32Error when it cannot
+    // have its event, and _com_error when the controller has no event interface; either ends the process.
     FDUService();
     ~FDUService() override;
 

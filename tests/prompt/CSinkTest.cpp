@@ -12,6 +12,7 @@
 #include <olectl.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <optional>
 #include <string>
@@ -178,6 +179,38 @@ TEST_F(CSinkTest, EndsARefusedConnectionWithTheCookieThatItNeverGot) {
 TEST_F(CSinkTest, EndsNothingWhenItWasNeverConnected) {
     sink_.reset();
     EXPECT_TRUE(server_.Happenings().empty());
+}
+
+// What is given up stands there until the process ends: so does its server.
+TEST_F(CSinkTest, GivesAServerUpThatHangsAtTheEndOfTheConnection) {
+    FakeToastServer& hanging = *std::make_unique<FakeToastServer>().release();
+    std::promise<void> unadvised;
+    hanging.whileUnadvised = [&unadvised] {
+        unadvised.set_value();
+        Sleep(INFINITE);
+    };
+    sink_->Advise(std::make_shared<IToastCntrPtr>(reinterpret_cast<IToastCntr*>(hanging.Unknown())));
+    ComPtr<IDispatch> events;
+    ASSERT_EQ(hanging.Sink()->QueryInterface(kEvents, reinterpret_cast<void**>(events.GetAddressOf())), S_OK);
+
+    const auto begin = std::chrono::steady_clock::now();
+    sink_.reset();
+    const auto taken = std::chrono::steady_clock::now() - begin;
+
+    EXPECT_GE(taken, std::chrono::milliseconds(1900));
+    EXPECT_LT(taken, std::chrono::seconds(2) + kPatience);
+    ASSERT_EQ(unadvised.get_future().wait_for(kPatience), std::future_status::ready);
+    // No release was the last: that would be a call into the same server.
+    EXPECT_EQ(hanging.Happenings(), (std::vector<std::string>{"advised", "unadvised 4711"}));
+    EXPECT_EQ(test_support::CallWithNumber(*events.Get(), 1, 1, nullptr), CO_E_OBJNOTCONNECTED);
+}
+
+TEST_F(CSinkTest, WaitsForAServerThatTakesItsTimeAtTheEndOfTheConnection) {
+    server_.whileUnadvised = [] { Sleep(300); };
+    sink_->Advise(Pointer());
+    sink_.reset();
+    EXPECT_EQ(server_.Happenings(), (std::vector<std::string>{"advised", "unadvised 4711", "server released",
+                                                              "connection point released"}));
 }
 
 TEST_F(CSinkTest, AnswersTheEventInterfaceWithItsDispatch) {

@@ -381,7 +381,7 @@ TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraForANewerOne) {
     Arrive(kOtherLink);
     EXPECT_EQ(first.References(), 0);
     EXPECT_GT(second.References(), 0);
-    service_.reset();
+    EndService();
     EXPECT_EQ(second.References(), 0);
 }
 
@@ -475,7 +475,7 @@ TEST_F(FDUServiceCameraPass, ReleasesThePendingCameraBehindItsEventAndBeforeTheR
         registrations = devices_.ActiveRegistrations();
         isSinkConnected = toast_.Sink() != nullptr;
     });
-    service_.reset();
+    EndService();
     EXPECT_EQ(camera.References(), 0);
     EXPECT_TRUE(isEventClosed);
     EXPECT_EQ(registrations, 1u) << "the watcher";
@@ -496,7 +496,7 @@ TEST_F(FDUServiceCameraPass, AsksNobodyWithoutAPromptClient) {
     EXPECT_EQ(Arrive(), 0);
     EXPECT_TRUE(toast_.Calls().empty());
     EXPECT_GT(camera.References(), 0) << "it is the pending camera all the same";
-    service_.reset();
+    EndService();
     EXPECT_EQ(camera.References(), 0);
 }
 

@@ -37,7 +37,7 @@ class FDUServiceLife : public FDUServiceStage {
     // The functions called for COM and the toast controller.
     [[nodiscard]] Strings Calls() const { return calls_; }
     void MakeAnew() {
-        service_.reset();
+        EndService();
         Service();
     }
     // A service that sets itself up and will not ask anybody, though it stays in COM.
@@ -52,8 +52,8 @@ class FDUServiceLife : public FDUServiceStage {
 
 TEST_F(FDUServiceLife, BeginsInThisOrder) {
     Service();
-    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoInitializeSecurity", "RegSetKeyValueW",
-                                "CoCreateInstance", "OleRun"}));
+    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoIncrementMTAUsage",
+                                "CoInitializeSecurity", "RegSetKeyValueW", "CoCreateInstance", "OleRun"}));
     EXPECT_EQ(TraceNumbers(), std::vector<USHORT>{10});
 }
 
@@ -68,7 +68,7 @@ TEST_F(FDUServiceLife, RegistersTheTraceProviderOnce) {
 
 TEST_F(FDUServiceLife, RegistersTheTraceProviderBeforeItTracesAnything) {
     Service();  // from here on a session takes messages
-    service_.reset();
+    EndService();
     traces_.Forget();
     Service();
     EXPECT_EQ(traces_.Registrations().back().messagesBefore, 0u);
@@ -89,7 +89,7 @@ TEST_F(FDUServiceLife, TracesTheScopesOfItsConstruction) {
 TEST_F(FDUServiceLife, TracesNoScopesBelowTheirLevel) {
     traces_.EnableSession(7);
     Service().OnStart(0, nullptr);
-    service_.reset();
+    EndService();
     EXPECT_TRUE(Scopes().empty());
 }
 
@@ -133,6 +133,13 @@ TEST_F(FDUServiceLife, GoesOnWhenComWasInitialisedOtherwise) {
     EXPECT_NE(toast_.Sink(), nullptr);
 }
 
+TEST_F(FDUServiceLife, KeepsNoApartmentThatItHasNotEntered) {
+    com_.initialisationResult = RPC_E_CHANGED_MODE;
+    Service();
+    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoInitializeSecurity", "RegSetKeyValueW",
+                                "CoCreateInstance", "OleRun"}));
+}
+
 TEST_F(FDUServiceLife, LeavesTheChoiceOfAuthenticationToTheSystem) {
     Service();
     ASSERT_EQ(com_.securities.size(), 1u);
@@ -150,7 +157,8 @@ TEST_F(FDUServiceLife, LeavesTheChoiceOfAuthenticationToTheSystem) {
 TEST_F(FDUServiceLife, StopsSettingUpThePromptWhenComRefusesItsSecurity) {
     com_.securityResult = RPC_E_TOO_LATE;
     Service();
-    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoInitializeSecurity", "CoUninitialize"}));
+    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoIncrementMTAUsage",
+                                "CoInitializeSecurity", "CoUninitialize"}));
     const auto messages = traces_.Find(kUpdateServiceGroup, 11);
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0].Code(), 0x80010119u);
@@ -177,8 +185,8 @@ TEST_F(FDUServiceLife, TracesTheRefusalOfSecurityAsAnError) {
 TEST_F(FDUServiceLife, StopsSettingUpThePromptWhenTheControllerCannotBeRegistered) {
     FailToastController(ERROR_ACCESS_DENIED);
     Service();
-    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoInitializeSecurity", "RegSetKeyValueW",
-                                "CoUninitialize"}));
+    EXPECT_EQ(Calls(), (Strings{"CreateEventW", "CoInitializeEx", "CoIncrementMTAUsage",
+                                "CoInitializeSecurity", "RegSetKeyValueW", "CoUninitialize"}));
     const auto messages = traces_.Find(kUpdateServiceGroup, 12);
     ASSERT_EQ(messages.size(), 1u);
     EXPECT_EQ(messages[0].Code(), 0x80070005u);
@@ -350,14 +358,14 @@ TEST_F(FDUServiceLife, LeavesComOnceMoreAtItsStopWhenItHadNoPrompt) {
 
 TEST_F(FDUServiceLife, TracesTheScopeOfItsEnd) {
     MadeService();
-    service_.reset();
+    EndService();
     EXPECT_EQ(Scopes(), (Strings{"> FDUService::~FDUService", "< FDUService::~FDUService"}));
 }
 
 TEST_F(FDUServiceLife, LetsGoOfEverythingAtItsEnd) {
     Service();
     ASSERT_EQ(life_.unnamedEvents.size(), 1u);
-    service_.reset();
+    EndService();
     EXPECT_EQ(life_.closedUnnamedEvents, life_.unnamedEvents);
     EXPECT_EQ(devices_.ActiveRegistrations(), 0u);
     EXPECT_EQ(toast_.References(), 0u);
@@ -368,7 +376,7 @@ TEST_F(FDUServiceLife, LetsGoOfEverythingAtItsEnd) {
 
 TEST_F(FDUServiceLife, EndsWithoutHavingStarted) {
     Service();
-    service_.reset();
+    EndService();
     EXPECT_EQ(com_.uninitialisations, 0);
     EXPECT_TRUE(life_.waits.empty());
 }

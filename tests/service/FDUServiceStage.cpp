@@ -24,7 +24,7 @@ FDUServiceStage::FDUServiceStage() : setKeyValue_("RegSetKeyValueW", OnSetKeyVal
 }
 
 FDUServiceStage::~FDUServiceStage() {
-    service_.reset();
+    EndService();
     CleanRegistry();
 }
 
@@ -48,6 +48,10 @@ FDUService& FDUServiceStage::Service() {
         service_ = std::make_unique<FDUService>();
     }
     return *service_;
+}
+
+void FDUServiceStage::EndService() {
+    clock_.InRealTime([this] { service_.reset(); });
 }
 
 FDUService& FDUServiceStage::MadeService() {

@@ -54,6 +54,8 @@ class FDUServiceStage : public testing::Test, public test_support::OnlyOne<FDUSe
 
     // The service; made when it is first asked for.
     FDUService& Service();
+    // Ends it, in real time: that is what the toast controller's last answer, which it waits for, takes.
+    void EndService();
     // The service as it is made, with its traces forgotten.
     FDUService& MadeService();
 

@@ -3,7 +3,8 @@
 FakeComRuntime::FakeComRuntime()
     : initialise_("CoInitializeEx", OnInitialise),
       security_("CoInitializeSecurity", OnSecurity),
-      uninitialise_("CoUninitialize", OnUninitialise) {}
+      uninitialise_("CoUninitialize", OnUninitialise),
+      usage_("CoIncrementMTAUsage", OnUsage) {}
 
 void FakeComRuntime::Report(const std::string& function) const {
     if (report) {
@@ -30,4 +31,10 @@ HRESULT WINAPI FakeComRuntime::OnSecurity(SECURITY_DESCRIPTOR* descriptor, LONG 
 void WINAPI FakeComRuntime::OnUninitialise() {
     ++current_->uninitialisations;
     current_->Report("CoUninitialize");
+}
+
+HRESULT WINAPI FakeComRuntime::OnUsage(CO_MTA_USAGE_COOKIE* cookie) {
+    *cookie = nullptr;
+    current_->Report("CoIncrementMTAUsage");
+    return S_OK;
 }

@@ -48,10 +48,12 @@ class FakeComRuntime : public test_support::OnlyOne<FakeComRuntime> {
                                      DWORD authenticationLevel, DWORD impersonationLevel,
                                      void* authenticationList, DWORD capabilities, void* reserved3);
     static void WINAPI OnUninitialise();
+    static HRESULT WINAPI OnUsage(CO_MTA_USAGE_COOKIE* cookie);
 
     void Report(const std::string& function) const;
 
     test_support::ImportRedirect initialise_;
     test_support::ImportRedirect security_;
     test_support::ImportRedirect uninitialise_;
+    test_support::ImportRedirect usage_;
 };

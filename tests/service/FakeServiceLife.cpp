@@ -101,10 +101,12 @@ HANDLE WINAPI FakeServiceLife::OnCreateEvent(SECURITY_ATTRIBUTES* security, BOOL
 }
 
 BOOL WINAPI FakeServiceLife::OnCloseHandle(HANDLE handle) {
-    auto& own = current_->unnamedEvents;
+    // An event that was closed before is no more: its number may be another object's by now.
+    const auto& own = current_->unnamedEvents;
+    auto& closed = current_->closedUnnamedEvents;
     if (GetCurrentThreadId() == current_->ownThread_ &&
-        std::find(own.begin(), own.end(), handle) != own.end()) {
-        current_->closedUnnamedEvents.push_back(handle);
+        std::count(own.begin(), own.end(), handle) > std::count(closed.begin(), closed.end(), handle)) {
+        closed.push_back(handle);
     }
     return current_->closeHandle_.Original<decltype(CloseHandle)>()(handle);
 }

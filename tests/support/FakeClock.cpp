@@ -64,7 +64,14 @@ std::vector<DWORD> FakeClock::Milliseconds(Call::Kind kind) const {
 }
 
 bool FakeClock::RulesThisThread() const {
-    return threads_ == Threads::All || GetCurrentThreadId() == ownThread_;
+    const bool isOwn = GetCurrentThreadId() == ownThread_;
+    return isOwn ? !isOff_ : threads_ == Threads::All;
+}
+
+void FakeClock::InRealTime(const std::function<void()>& act) {
+    isOff_ = true;
+    act();
+    isOff_ = false;
 }
 
 // Moves the clock to `target`, from action to action; stops early when `isOver` says so after an action.

@@ -48,6 +48,9 @@ class FakeClock : public OnlyOne<FakeClock> {
     // Runs `action` when that much more time has passed. Actions of one moment run in the order given.
     void After(ULONGLONG milliseconds, std::function<void()> action);
 
+    // Does `act` without the clock: what it waits for on this thread takes the time that it takes.
+    void InRealTime(const std::function<void()>& act);
+
     // Everything that was waited for, in order, on the threads that the clock rules.
     [[nodiscard]] std::vector<Call> Calls() const;
     // The milliseconds of each sleep, and of each wait.
@@ -67,6 +70,7 @@ class FakeClock : public OnlyOne<FakeClock> {
 
     Threads threads_;
     DWORD ownThread_;
+    bool isOff_ = false;  // of that thread alone
     mutable std::mutex lock_;
     ULONGLONG now_;
     std::multimap<ULONGLONG, std::function<void()>> actions_;

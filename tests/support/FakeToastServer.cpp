@@ -57,6 +57,9 @@ class FakeToastServer::ConnectionPoint final : public IConnectionPoint {
         if (IUnknown* const sink = std::exchange(server_->sink_, nullptr)) {
             sink->Release();
         }
+        if (server_->whileUnadvised) {
+            server_->whileUnadvised();
+        }
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }

@@ -44,6 +44,8 @@ class FakeToastServer {
     bool givesNoConnectionPoint = false;
     HRESULT adviseResult = S_OK;
     DWORD cookie = 4711;
+    // Runs inside Unadvise, after it was recorded.
+    std::function<void()> whileUnadvised;
 
     // The server as an activation gives it; no reference is added.
     [[nodiscard]] IUnknown* Unknown();
