@@ -357,6 +357,14 @@ def test_the_version_has_one_place() -> None:
     assert f'name="Veyra.CameraDfuService" version="{VERSION}.0"'.encode() in program
 
 
+def test_the_program_says_what_it_bears() -> None:
+    """Addresses that move, also far; no code in data; a Windows directory that all sessions share."""
+    program = (BUILD / f"{SERVICE}.exe").read_bytes()
+    (header,) = struct.unpack_from("<I", program, 0x3C)
+    (characteristics,) = struct.unpack_from("<H", program, header + 24 + 70)
+    assert characteristics & 0x8160 == 0x8160
+
+
 def test_the_same_files_give_the_same_packages(tmp_path: Path) -> None:
     files = packaging.package_files(BUILD)
     made = []
