@@ -9,6 +9,7 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
         lab::rig::RedirectTracing();
         lab::rig::RedirectConfigurationManager();
         lab::rig::RedirectMediaFoundation();
+        lab::rig::RedirectCom();
         lab::rig::RedirectDeviceFiles();
         lab::rig::RedirectProcesses();
         lab::rig::RedirectTime();

@@ -87,7 +87,7 @@ void LaboratoryCommands::Hang(const json& command) {
     const std::string method = TextField(command, "method");
     if (ms < 0 || skip < 0) {
         parts_->reports.Refused("hang", "ms and skip are counts");
-    } else if (!parts_->failures.Knows(method)) {
+    } else if (method != "Unadvise" && !parts_->failures.Knows(method)) {
         parts_->reports.Refused("hang", "no such method");
     } else {
         parts_->hangs.Set(method, static_cast<unsigned>(skip), std::chrono::milliseconds(ms));

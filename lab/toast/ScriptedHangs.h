@@ -8,7 +8,8 @@
 
 namespace lab::toast {
 
-// The calls of IToastCntr that a scenario wants to hang. All members may be called from every thread.
+// The calls of IToastCntr, and of Unadvise, that a scenario wants to hang. All members may be called from
+// every thread.
 class ScriptedHangs {
   public:
     // One call of the method is to hang: the one behind the next `skip`, for that time (0: until Release()).

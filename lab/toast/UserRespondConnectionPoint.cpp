@@ -81,6 +81,7 @@ STDMETHODIMP UserRespondConnectionPoint::Unadvise(DWORD cookie) {
             return CONNECT_E_NOCONNECTION;
         }
         parts_->reports.Unadvised(cookie);
+        parts_->hangs.Pass("Unadvise");
         return S_OK;
     });
 }

@@ -4,6 +4,7 @@ import io
 import json
 import os
 import pty
+import re
 import socket
 import threading
 import unittest
@@ -108,6 +109,24 @@ class Wire(unittest.TestCase):
         self.follow("gone")
         with self.assertRaisesRegex(PeerError, "no rig is connected"):
             self.peer.command(RIG, "plug")
+
+    def test_wire_ends_a_run_that_broke_a_contract_of_windows(self) -> None:
+        breach = {"event": "contract", "contract": "one", "call": "MFStartup"}
+        told = "a contract of Windows is broken: one (MFStartup)"
+        with self.assertRaisesRegex(PeerError, re.escape(told)), Peer({}, Mock(), Mock()) as peer:
+            rig = FakeProcess(peer, RIG, 1)
+            rig.say(breach)
+            rig.say(breach)
+            peer.follow(lambda event: event["event"] == "contract", "the breach", since=0, quiet=5)
+            rig.leave()
+        with Peer({}, Mock(), Mock()) as peer:
+            rig = FakeProcess(peer, RIG, 1)
+            rig.say(breach)
+            rig.say(breach)
+            rig.leave()
+            peer.follow(lambda event: event["event"] == "gone", "the end", since=0, quiet=5)
+            self.assertEqual(peer.breaches(), [told])
+            self.assertEqual(peer.breaches(), [])
 
     def test_wire_dismisses_a_server_and_waits_for_its_end(self) -> None:
         server = self.process(TOAST, 3)

@@ -198,6 +198,7 @@ SPOILED: dict[str, Callable[[Record], Record]] = {
     "in the order of the download": changed("transfer", setup="a1 03 00 00 00 00 05 00"),
     "number of transfers": without_first_block,
     "every transfer succeeds": with_failed_transfers,
+    "every contract of Windows": told(breaches=["a contract of Windows is broken: one (MFEnumDeviceSources)"]),
     "block by block": changed("prompt-call", method="NotifyProgress", texts=["5"]),
     "end of the download": without("prompt-call"),
     "flash equals": lambda good: replace(good, flash=good.flash[:-1] + bytes([good.flash[-1] ^ 1])),

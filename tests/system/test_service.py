@@ -1,6 +1,8 @@
 """The executable's command line and the service's start and stop, step by step."""
 
+import os
 import re
+import signal
 from collections.abc import Iterator
 from concurrent.futures import ThreadPoolExecutor, TimeoutError
 
@@ -9,7 +11,7 @@ from support import BUILD, STOPPED, Bench, Shared
 from veyra_lab.windows.installation import EXECUTABLE
 from veyra_lab.windows.machine import SERVICES_KEY, windows_path
 from veyra_lab.windows.programs import SERVICE
-from veyra_lab.wire.events import RIG
+from veyra_lab.wire.events import RIG, TOAST
 
 # One installation sees all of them.
 SHARED = Bench
@@ -118,6 +120,41 @@ def test_stops_while_the_user_is_being_asked(on: Bench) -> None:
     on.peer.follow(lambda event: event["event"] == "prompt-call", "the question", since=since, quiet=20)
     on.peer.command(RIG, "settle")
     check_stop(on, process)
+
+
+@pytest.mark.parametrize("switch", ["-install", "-remove"])
+def test_does_not_wait_for_a_toast_controller_that_hangs_at_the_end(on: Bench, switch: str) -> None:
+    said(on, "-install")
+    if switch == "-install":
+        said(on, "-remove")
+        assert on.machine.wait_for_service_state(SERVICE, None, seconds=20) is None
+    since = on.peer.mark()
+    on.peer.command(TOAST, "hang", method="Unadvise")
+    try:
+        assert said(on, switch) in (INSTALLED, REMOVED)
+        unadvised = on.peer.follow(lambda event: event["event"] == "unadvised", "the call", since=since, quiet=20)
+        gone = on.peer.follow(
+            lambda event: event["event"] == "gone" and event["of"] == RIG and event["t"] > unadvised["t"],
+            "the end of the program",
+            since=since,
+            quiet=20,
+        )
+        assert 1.9 < gone["t"] - unadvised["t"] < 10
+        assert on.machine.crashes() == []
+    finally:
+        on.peer.command(TOAST, "release")
+
+
+def test_does_not_wait_for_a_toast_controller_that_answers_nothing_any_more(on: Bench) -> None:
+    process = start(on)
+    (controller,) = on.machine.processes("VeyraCameraToastCntl.exe")
+    os.kill(controller, signal.SIGSTOP)
+    try:
+        check_stop(on, process)
+    finally:
+        os.kill(controller, signal.SIGCONT)
+        # What it still had to answer is nobody else's.
+        assert on.peer.dismiss(TOAST, seconds=20)
 
 
 def test_stops_while_it_has_nothing_to_do_starts_again_and_stops_when_it_is_removed(on: Bench) -> None:

@@ -5,26 +5,26 @@
 #include <mfidl.h>
 #include <wrl/client.h>
 
-#include <atomic>
 #include <mutex>
 
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/contracts/Contracts.h"
+#include "lab/rig/contracts/GivenObject.h"
 
 namespace lab::rig {
 
 // The activation object of a camera's media source: a real attribute store, which says what is to be
 // activated by its symbolic link, and the source once it is activated.
-class VirtualActivate final : public IMFActivate {
+class VirtualActivate final : public GivenObject<IMFActivate> {
   public:
     // Made with one reference, the maker's; shares the attributes.
-    VirtualActivate(Bus& bus, Microsoft::WRL::ComPtr<IMFAttributes> attributes);
+    VirtualActivate(Bus& bus, Contracts& contracts, Microsoft::WRL::ComPtr<IMFAttributes> attributes);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
 
     // The same source until it is shut down or detached. MF_E_ATTRIBUTENOTFOUND without a symbolic link;
-    // HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) when no running camera has that link.
+    // HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND) when no running camera has that link;
+    // MF_E_PLATFORM_NOT_INITIALIZED, and nothing is opened, while the platform is down.
     HRESULT STDMETHODCALLTYPE ActivateObject(REFIID iid, void** object) override;
     HRESULT STDMETHODCALLTYPE ShutdownObject() override;
     HRESULT STDMETHODCALLTYPE DetachObject() override;
@@ -63,12 +63,12 @@ class VirtualActivate final : public IMFActivate {
     HRESULT STDMETHODCALLTYPE CopyAllItems(IMFAttributes* destination) override;
 
   private:
-    ~VirtualActivate() = default;
+    ~VirtualActivate() override = default;
 
     [[nodiscard]] HRESULT CreateSource();
 
-    std::atomic<ULONG> references_{1};
     Bus& bus_;
+    Contracts& contracts_;
     const Microsoft::WRL::ComPtr<IMFAttributes> attributes_;
     std::mutex mutex_;
     Microsoft::WRL::ComPtr<IMFMediaSource> source_;  // guarded by mutex_

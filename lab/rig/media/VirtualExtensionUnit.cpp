@@ -12,6 +12,7 @@ constexpr ULONG kControlSize = VirtualCamera::kFrameSize;
 }  // namespace
 
 HRESULT VirtualExtensionUnit::QueryInterface(REFIID iid, void** object) {
+    IsCalled("QueryInterface");
     if (object == nullptr) {
         return E_POINTER;
     }
@@ -20,24 +21,13 @@ HRESULT VirtualExtensionUnit::QueryInterface(REFIID iid, void** object) {
         return E_NOINTERFACE;
     }
     *object = static_cast<IKsControl*>(this);
-    AddRef();
+    AddReference();
     return S_OK;
-}
-
-ULONG VirtualExtensionUnit::AddRef() {
-    return ++references_;
-}
-
-ULONG VirtualExtensionUnit::Release() {
-    const ULONG left = --references_;
-    if (left == 0) {
-        delete this;
-    }
-    return left;
 }
 
 HRESULT VirtualExtensionUnit::KsProperty(PKSPROPERTY property, ULONG propertyLength, void* data,
                                          ULONG dataLength, ULONG* bytesReturned) {
+    IsCalled("KsProperty");
     if (property == nullptr || bytesReturned == nullptr) {
         return E_POINTER;
     }
@@ -62,10 +52,12 @@ HRESULT VirtualExtensionUnit::KsProperty(PKSPROPERTY property, ULONG propertyLen
 }
 
 HRESULT VirtualExtensionUnit::KsMethod(PKSMETHOD, ULONG, void*, ULONG, ULONG*) {
+    IsCalled("KsMethod");
     return HRESULT_FROM_WIN32(ERROR_SET_NOT_FOUND);
 }
 
 HRESULT VirtualExtensionUnit::KsEvent(PKSEVENT, ULONG, void*, ULONG, ULONG*) {
+    IsCalled("KsEvent");
     return HRESULT_FROM_WIN32(ERROR_SET_NOT_FOUND);
 }
 

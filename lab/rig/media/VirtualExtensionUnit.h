@@ -4,25 +4,27 @@
 #include <devicetopology.h>
 #include <ks.h>
 
-#include <atomic>
-
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/contracts/GivenObject.h"
 
 namespace lab::rig {
 
 // The instance of a camera's extension-unit node: properties addressed to this node reach the camera's
 // firmware command control. Anything that the camera driver would refuse is refused: a descriptor that is no
 // node descriptor, another node, property set or control, another size of data than the control's 1024 bytes.
-class VirtualExtensionUnit final : public IKsControl {
+class VirtualExtensionUnit final : public GivenObject<IKsControl> {
   public:
     // Made with one reference, the maker's.
     // A foreign one is another unit than the firmware's, and knows none of its controls.
-    VirtualExtensionUnit(Bus& bus, const Presence& presence, DWORD node, bool isForeign = false)
-        : bus_(bus), presence_(presence), node_(node), isForeign_(isForeign) {}
+    VirtualExtensionUnit(Bus& bus, ComLibrary& library, const Presence& presence, DWORD node,
+                         bool isForeign = false)
+        : GivenObject(library, "IKsControl"),
+          bus_(bus),
+          presence_(presence),
+          node_(node),
+          isForeign_(isForeign) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
 
     HRESULT STDMETHODCALLTYPE KsProperty(PKSPROPERTY property, ULONG propertyLength, void* data,
                                          ULONG dataLength, ULONG* bytesReturned) override;
@@ -32,13 +34,12 @@ class VirtualExtensionUnit final : public IKsControl {
                                       ULONG* bytesReturned) override;
 
   private:
-    ~VirtualExtensionUnit() = default;
+    ~VirtualExtensionUnit() override = default;
 
     [[nodiscard]] HRESULT CheckAddress(const KSP_NODE& property) const;
     HRESULT Write(std::uint8_t* data, ULONG dataLength);
     HRESULT Read(std::uint8_t* data, ULONG dataLength, ULONG& bytesReturned);
 
-    std::atomic<ULONG> references_{1};
     Bus& bus_;
     const Presence presence_;
     const DWORD node_;

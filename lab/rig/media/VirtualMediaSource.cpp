@@ -20,6 +20,7 @@ constexpr GUID kVendorType{0x941C7AC0, 0xC559, 0x11D0, {0x8A, 0x2B, 0x00, 0xA0, 
 }  // namespace
 
 HRESULT VirtualMediaSource::QueryInterface(REFIID iid, void** object) {
+    IsCalled("QueryInterface");
     if (object == nullptr) {
         return E_POINTER;
     }
@@ -32,39 +33,32 @@ HRESULT VirtualMediaSource::QueryInterface(REFIID iid, void** object) {
     } else {
         return E_NOINTERFACE;
     }
-    AddRef();
+    AddReference();
     return S_OK;
 }
 
-ULONG VirtualMediaSource::AddRef() {
-    return ++references_;
-}
-
-ULONG VirtualMediaSource::Release() {
-    const ULONG left = --references_;
-    if (left == 0) {
-        delete this;
-    }
-    return left;
-}
-
 HRESULT VirtualMediaSource::GetEvent(DWORD, IMFMediaEvent**) {
+    IsCalled("GetEvent");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::BeginGetEvent(IMFAsyncCallback*, IUnknown*) {
+    IsCalled("BeginGetEvent");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::EndGetEvent(IMFAsyncResult*, IMFMediaEvent**) {
+    IsCalled("EndGetEvent");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::QueueEvent(MediaEventType, REFGUID, HRESULT, const PROPVARIANT*) {
+    IsCalled("QueueEvent");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::GetCharacteristics(DWORD* characteristics) {
+    IsCalled("GetCharacteristics");
     const HRESULT result = Check(characteristics, 0, 1);
     if (SUCCEEDED(result)) {
         *characteristics = MFMEDIASOURCE_IS_LIVE;
@@ -73,26 +67,32 @@ HRESULT VirtualMediaSource::GetCharacteristics(DWORD* characteristics) {
 }
 
 HRESULT VirtualMediaSource::CreatePresentationDescriptor(IMFPresentationDescriptor**) {
+    IsCalled("CreatePresentationDescriptor");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::Start(IMFPresentationDescriptor*, const GUID*, const PROPVARIANT*) {
+    IsCalled("Start");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::Stop() {
+    IsCalled("Stop");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::Pause() {
+    IsCalled("Pause");
     return StreamsNothing();
 }
 
 HRESULT VirtualMediaSource::Shutdown() {
+    IsCalled("Shutdown");
     return isShutDown_.exchange(true) ? MF_E_SHUTDOWN : S_OK;
 }
 
 HRESULT VirtualMediaSource::get_NumCategories(DWORD* count) {
+    IsCalled("get_NumCategories");
     const HRESULT result = Check(count, 0, 1);
     if (SUCCEEDED(result)) {
         *count = 1;
@@ -101,6 +101,7 @@ HRESULT VirtualMediaSource::get_NumCategories(DWORD* count) {
 }
 
 HRESULT VirtualMediaSource::get_Category(DWORD index, GUID* category) {
+    IsCalled("get_Category");
     const HRESULT result = Check(category, index, 1);
     if (SUCCEEDED(result)) {
         *category = kVideoCameraClass;
@@ -109,6 +110,7 @@ HRESULT VirtualMediaSource::get_Category(DWORD index, GUID* category) {
 }
 
 HRESULT VirtualMediaSource::get_NumConnections(DWORD* count) {
+    IsCalled("get_NumConnections");
     const HRESULT result = Check(count, 0, 1);
     if (SUCCEEDED(result)) {
         *count = ConnectionCount();
@@ -117,6 +119,7 @@ HRESULT VirtualMediaSource::get_NumConnections(DWORD* count) {
 }
 
 HRESULT VirtualMediaSource::get_ConnectionInfo(DWORD index, KSTOPOLOGY_CONNECTION* connection) {
+    IsCalled("get_ConnectionInfo");
     const HRESULT result = Check(connection, index, ConnectionCount());
     if (SUCCEEDED(result)) {
         *connection = {index, 0, index + 1, 1};
@@ -126,6 +129,7 @@ HRESULT VirtualMediaSource::get_ConnectionInfo(DWORD index, KSTOPOLOGY_CONNECTIO
 
 // The length is in bytes, with the NUL.
 HRESULT VirtualMediaSource::get_NodeName(DWORD node, WCHAR* name, DWORD size, DWORD* nameLength) {
+    IsCalled("get_NodeName");
     const auto nodes = bus_.Nodes(presence_);
     const HRESULT result = Check(nameLength, node, static_cast<DWORD>(nodes.size()));
     if (FAILED(result)) {
@@ -143,6 +147,7 @@ HRESULT VirtualMediaSource::get_NodeName(DWORD node, WCHAR* name, DWORD size, DW
 }
 
 HRESULT VirtualMediaSource::get_NumNodes(DWORD* count) {
+    IsCalled("get_NumNodes");
     const HRESULT result = Check(count, 0, 1);
     if (SUCCEEDED(result)) {
         *count = static_cast<DWORD>(bus_.Nodes(presence_).size());
@@ -151,6 +156,7 @@ HRESULT VirtualMediaSource::get_NumNodes(DWORD* count) {
 }
 
 HRESULT VirtualMediaSource::get_NodeType(DWORD node, GUID* type) {
+    IsCalled("get_NodeType");
     const auto nodes = bus_.Nodes(presence_);
     const HRESULT result = Check(type, node, static_cast<DWORD>(nodes.size()));
     if (SUCCEEDED(result)) {
@@ -160,6 +166,7 @@ HRESULT VirtualMediaSource::get_NodeType(DWORD node, GUID* type) {
 }
 
 HRESULT VirtualMediaSource::CreateNodeInstance(DWORD node, REFIID iid, void** instance) {
+    IsCalled("CreateNodeInstance");
     const auto nodes = bus_.Nodes(presence_);
     const HRESULT result = Check(instance, node, static_cast<DWORD>(nodes.size()));
     if (FAILED(result)) {
@@ -170,7 +177,7 @@ HRESULT VirtualMediaSource::CreateNodeInstance(DWORD node, REFIID iid, void** in
         return E_NOINTERFACE;
     }
     const bool isForeign = nodes[node] == TopologyNode::Foreign;
-    auto* const unit = new VirtualExtensionUnit(bus_, presence_, node, isForeign);
+    auto* const unit = new VirtualExtensionUnit(bus_, Library(), presence_, node, isForeign);
     const HRESULT asked = unit->QueryInterface(iid, instance);
     unit->Release();
     return asked;

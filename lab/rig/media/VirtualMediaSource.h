@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/contracts/GivenObject.h"
 #include "lab/rig/media/KsTopologyInfo.h"
 
 namespace lab::rig {
@@ -13,14 +14,13 @@ namespace lab::rig {
 // A running camera as Media Foundation's media source: its topology, its nodes as its settings list them. It
 // streams no pictures: what belongs to streaming answers E_NOTIMPL. After Shutdown everything answers
 // MF_E_SHUTDOWN.
-class VirtualMediaSource final : public IMFMediaSource, public IKsTopologyInfo {
+class VirtualMediaSource final : public GivenObject<IMFMediaSource, IKsTopologyInfo> {
   public:
     // Made with one reference, the maker's.
-    VirtualMediaSource(Bus& bus, const Presence& presence) : bus_(bus), presence_(presence) {}
+    VirtualMediaSource(Bus& bus, ComLibrary& library, const Presence& presence)
+        : GivenObject(library, "IMFMediaSource"), bus_(bus), presence_(presence) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
-    ULONG STDMETHODCALLTYPE Release() override;
 
     HRESULT STDMETHODCALLTYPE GetEvent(DWORD flags, IMFMediaEvent** event) override;
     HRESULT STDMETHODCALLTYPE BeginGetEvent(IMFAsyncCallback* callback, IUnknown* state) override;
@@ -46,7 +46,7 @@ class VirtualMediaSource final : public IMFMediaSource, public IKsTopologyInfo {
     HRESULT STDMETHODCALLTYPE CreateNodeInstance(DWORD node, REFIID iid, void** instance) override;
 
   private:
-    ~VirtualMediaSource() = default;
+    ~VirtualMediaSource() override = default;
 
     // MF_E_SHUTDOWN after Shutdown, else E_NOTIMPL.
     [[nodiscard]] HRESULT StreamsNothing() const;
@@ -55,7 +55,6 @@ class VirtualMediaSource final : public IMFMediaSource, public IKsTopologyInfo {
     [[nodiscard]] HRESULT Check(const void* result, DWORD index, DWORD count) const;
     [[nodiscard]] DWORD ConnectionCount() const;
 
-    std::atomic<ULONG> references_{1};
     std::atomic<bool> isShutDown_{false};
     Bus& bus_;
     const Presence presence_;

@@ -21,6 +21,8 @@ using Microsoft::WRL::ComPtr;
 
 constexpr wchar_t kFriendlyName[] = L"Morrow KV400";
 
+decltype(&::MFStartup) startMedia = nullptr;
+decltype(&::MFShutdown) shutDownMedia = nullptr;
 decltype(&::MFEnumDeviceSources) enumDeviceSources = nullptr;
 // The toolchain's headers do not declare this one.
 HRESULT(WINAPI* createDeviceSourceActivate)(IMFAttributes*, IMFActivate**) = nullptr;
@@ -46,7 +48,7 @@ HRESULT DescribeSource(const std::wstring& link, ComPtr<IMFAttributes>& attribut
 }
 
 // One activation object for each link, in an array that the caller frees with CoTaskMemFree.
-HRESULT CreateActivates(Bus& bus, const std::vector<std::wstring>& links, IMFActivate**& array) {
+HRESULT CreateActivates(Rig& rig, const std::vector<std::wstring>& links, IMFActivate**& array) {
     std::vector<ComPtr<IMFActivate>> activates;
     for (const std::wstring& link : links) {
         ComPtr<IMFAttributes> attributes;
@@ -54,7 +56,8 @@ HRESULT CreateActivates(Bus& bus, const std::vector<std::wstring>& links, IMFAct
             return result;
         }
         ComPtr<IMFActivate> activate;
-        *activate.ReleaseAndGetAddressOf() = new VirtualActivate(bus, attributes);
+        *activate.ReleaseAndGetAddressOf() =
+            new VirtualActivate(rig.TheBus(), rig.TheContracts(), attributes);
         activates.push_back(activate);
     }
     array = static_cast<IMFActivate**>(CoTaskMemAlloc(activates.size() * sizeof(IMFActivate*)));
@@ -67,6 +70,27 @@ HRESULT CreateActivates(Bus& bus, const std::vector<std::wstring>& links, IMFAct
     return S_OK;
 }
 
+HRESULT WINAPI StartMedia(ULONG version, DWORD flags) {
+    Rig* const rig = Rig::Get();
+    if (rig != nullptr && rig->TheContracts().media.TakeFailure()) {
+        return MF_E_DISABLED_IN_SAFEMODE;
+    }
+    const HRESULT result = startMedia(version, flags);
+    if (rig != nullptr && SUCCEEDED(result)) {
+        rig->TheContracts().media.Started(rig->Controls().IsHandlingHere());
+    }
+    return result;
+}
+
+HRESULT WINAPI ShutDownMedia() {
+    const HRESULT result = shutDownMedia();
+    Rig* const rig = Rig::Get();
+    if (rig != nullptr && SUCCEEDED(result)) {
+        rig->TheContracts().media.ShutDown();
+    }
+    return result;
+}
+
 HRESULT WINAPI EnumDeviceSources(IMFAttributes* attributes, IMFActivate*** array, UINT32* count) {
     Rig* const rig = Rig::Get();
     if (rig == nullptr) {
@@ -77,6 +101,9 @@ HRESULT WINAPI EnumDeviceSources(IMFAttributes* attributes, IMFActivate*** array
     }
     *array = nullptr;
     *count = 0;
+    if (const HRESULT result = rig->TheContracts().media.Check("MFEnumDeviceSources"); FAILED(result)) {
+        return result;
+    }
     if (!Holds(*attributes, MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE,
                MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE_VIDCAP_GUID)) {
         return MF_E_ATTRIBUTENOTFOUND;
@@ -87,7 +114,7 @@ HRESULT WINAPI EnumDeviceSources(IMFAttributes* attributes, IMFActivate*** array
     if (links.empty()) {
         return S_OK;
     }
-    const HRESULT result = CreateActivates(rig->TheBus(), links, *array);
+    const HRESULT result = CreateActivates(*rig, links, *array);
     if (SUCCEEDED(result)) {
         *count = static_cast<UINT32>(links.size());
     }
@@ -103,6 +130,10 @@ HRESULT WINAPI CreateDeviceSourceActivate(IMFAttributes* attributes, IMFActivate
         return E_INVALIDARG;
     }
     *activate = nullptr;
+    if (const HRESULT result = rig->TheContracts().media.Check("MFCreateDeviceSourceActivate");
+        FAILED(result)) {
+        return result;
+    }
     if (!Holds(*attributes, MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE,
                MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE_VIDCAP_GUID)) {
         return MF_E_ATTRIBUTENOTFOUND;
@@ -113,7 +144,7 @@ HRESULT WINAPI CreateDeviceSourceActivate(IMFAttributes* attributes, IMFActivate
         result = attributes->CopyAllItems(own.Get());
     }
     if (SUCCEEDED(result)) {
-        *activate = new VirtualActivate(rig->TheBus(), own);
+        *activate = new VirtualActivate(rig->TheBus(), rig->TheContracts(), own);
     }
     return result;
 }
@@ -121,6 +152,8 @@ HRESULT WINAPI CreateDeviceSourceActivate(IMFAttributes* attributes, IMFActivate
 }  // namespace
 
 void RedirectMediaFoundation() {
+    Redirect("MFStartup", &StartMedia, startMedia);
+    Redirect("MFShutdown", &ShutDownMedia, shutDownMedia);
     Redirect("MFEnumDeviceSources", &EnumDeviceSources, enumDeviceSources);
     Redirect("MFCreateDeviceSourceActivate", &CreateDeviceSourceActivate, createDeviceSourceActivate);
 }

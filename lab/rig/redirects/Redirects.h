@@ -10,6 +10,7 @@ void RedirectDiagnostics();
 void RedirectTracing();
 void RedirectConfigurationManager();
 void RedirectMediaFoundation();
+void RedirectCom();
 void RedirectDeviceFiles();
 void RedirectProcesses();
 void RedirectTime();

@@ -55,7 +55,9 @@ Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
       bus_(
           settings_.bus, [this](const json& event) { Record(event); },
           [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),
-      devices_(bus_, [this](const json& event) { Record(event); }) {
+      devices_(bus_, [this](const json& event) { Record(event); }),
+      contracts_([this](std::string_view contract, std::string_view call) { TellBreach(contract, call); }) {
+    contracts_.media.FailStarts(settings.failedMediaStarts);
     // The run goes on when the connection closes; only nothing is recorded any more.
     wire_->Start([this](const json& command) { Obey(command); }, [] {});
 }
@@ -66,6 +68,12 @@ void Rig::Record(const json& event) {
     }
     const LastErrorKeeper keeper;
     wire_->Send(event);
+}
+
+// Also in a burst: it must never go unseen.
+void Rig::TellBreach(std::string_view contract, std::string_view call) {
+    const LastErrorKeeper keeper;
+    wire_->Send({{"event", "contract"}, {"contract", contract}, {"call", call}});
 }
 
 void Rig::Announce(const InterfaceEvent& event) {

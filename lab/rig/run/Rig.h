@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <memory>
+#include <string_view>
 
 #include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/contracts/Contracts.h"
 #include "lab/rig/run/RunSettings.h"
 #include "lab/rig/service/ControlLoop.h"
 #include "lab/rig/service/EventBurst.h"
@@ -38,12 +40,14 @@ class Rig {
     [[nodiscard]] ControlLoop& Controls() { return controls_; }
     [[nodiscard]] InterfaceWatchers& Watchers() { return watchers_; }
     [[nodiscard]] UsbDevices& Devices() { return devices_; }
+    [[nodiscard]] Contracts& TheContracts() { return contracts_; }
 
   private:
     static std::unique_ptr<Rig> Connect();
     void Announce(const InterfaceEvent& event);
     void QueueBurst(const EventBurst& burst);
     void Obey(const nlohmann::json& command);
+    void TellBreach(std::string_view contract, std::string_view call);
 
     const std::unique_ptr<Wire> wire_;
     const RunSettings settings_;
@@ -52,6 +56,7 @@ class Rig {
     ControlLoop controls_;
     Bus bus_;
     UsbDevices devices_;
+    Contracts contracts_;
 };
 
 }  // namespace lab::rig

@@ -225,6 +225,8 @@ RunSettings RunSettings::FromStage(const json& stage) {
             settings.bus.transferTime = std::chrono::microseconds(ToNumber<std::uint32_t>(field, value));
         } else if (field == "skip_waits") {
             settings.bus.skipsWaits = value.get<bool>();
+        } else if (field == "failed_media_starts") {
+            settings.failedMediaStarts = ToNumber<std::uint32_t>(field, value);
         } else if (field == "cameras") {
             for (const json& camera : value) {
                 settings.bus.linkStyles.emplace_back();

@@ -16,6 +16,8 @@ struct RunSettings {
         std::uint32_t flags = 0;
     };
     std::optional<TraceSession> trace;
+    // How many times MFStartup fails before it succeeds.
+    std::uint32_t failedMediaStarts = 0;
     BusSettings bus;
 
     // Reads the wire's stage. Throws std::runtime_error or a JSON exception, with a text that names the

@@ -395,6 +395,16 @@ TEST_F(ToastServerOnTheWire, HangsInACallUntilItIsReleased) {
     ExpectEvent(Refused("hang", "ms and skip are counts"));
 }
 
+TEST_F(ToastServerOnTheWire, HangsAtTheEndOfAConnection) {
+    RecordingSink sink;
+    const DWORD cookie = Advise(sink);
+    wire_->Send({{"command", "hang"}, {"method", "Unadvise"}, {"ms", 300}});
+    ExpectEvent(Done("hang"));
+    const auto begin = std::chrono::steady_clock::now();
+    Unadvise(cookie);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 250ms);
+}
+
 // The port of a laboratory that is gone is as good as none.
 TEST_F(ToastServer, WorksWhenNobodyListensAtThePort) {
     const DWORD deadPort = 1;

@@ -46,6 +46,7 @@ class Road:
             self._record.broken_off = str(error)
         self._peer.catch_up()
         self._record.events = self._peer.events()
+        self._record.breaches = self._peer.breaches()
         self._record.crashes = self._machine.crashes()
         return self._record
 

@@ -42,6 +42,8 @@ def _problem(event: Event) -> str:
         return f"{_FAILED_CALLS[kind]}: {win32_as_hresult(error)}" if error else _FAILED_CALLS[kind]
     if kind == "done" and refused:
         return f"{text(event, 'command') or 'a command'} was refused: {text(event, 'why') or 'no reason given'}"
+    if kind == "contract":
+        return f"a contract of Windows is broken: {text(event, 'contract')} ({text(event, 'call')})"
     if kind == "event-log" and number(event, "type") == 1:
         return f"an error stands in the event log: {(texts(event, 'strings') or [''])[-1]}"
     return ""

@@ -1,5 +1,6 @@
 """Carries scenarios out in a machine that is booted, one after the other."""
 
+import sys
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -55,7 +56,7 @@ class ScenarioRunner:
         try:
             self._installed.install()
         except BaseException:
-            self._peer.__exit__(None, None, None)
+            self._peer.__exit__(*sys.exc_info())
             raise
         return self
 
@@ -76,6 +77,7 @@ class ScenarioRunner:
         place = "start"
         try:
             self._prepare(variant)
+            outcome.complaints += [f"the service before: {breach}" for breach in self._peer.breaches()]
             run = ScenarioRun(variant, self._installed, outcome.complaints)
             outcome.before = self._service.resources()
             run.carry_out()
@@ -88,6 +90,7 @@ class ScenarioRunner:
                 run.clear_away()
         if run is not None:
             outcome.complaints += [f"always: {complaint}" for complaint in judge_always(run.events())]
+        outcome.complaints += self._peer.breaches()
         outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
         self._machine.forget_crashes()
         if not outcome.held:

@@ -40,6 +40,7 @@ class StagePlan:
     prompt_server: str = "there"
     transfer_us: int = 0
     skip_waits: bool = True
+    failed_media_starts: int = 0
 
     @staticmethod
     def of(fields: dict[str, Any]) -> "StagePlan":
@@ -57,6 +58,7 @@ class StagePlan:
             "trace": {"level": 8, "flags": 1},
             "transfer_us": self.transfer_us,
             "skip_waits": self.skip_waits,
+            "failed_media_starts": self.failed_media_starts,
             "cameras": list(self.cameras),
         }
 

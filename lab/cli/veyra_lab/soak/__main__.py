@@ -107,6 +107,7 @@ def _run(soak: Soak, service: ServiceUnderTest, machine: Machine, seconds: float
     if after is not None:
         stopped_in = service.stop()
         soak.tally.wrong += [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
+    soak.tally.wrong += soak.peer.breaches()
     wrong = [*soak.tally.wrong, *_growth(before, after, soak.tally)]
     _report(soak.tally, before, after, took)
     for complaint in wrong[:20]:

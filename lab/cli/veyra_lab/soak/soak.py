@@ -58,7 +58,7 @@ class Soak:
     """One service process and the cameras that come and go."""
 
     def __init__(self, peer: Peer, service: ServiceUnderTest, installation: Installation, seed: int) -> None:
-        self._peer = peer
+        self.peer = peer
         self._service = service
         self._installation = installation
         self._random = random.Random(seed)
@@ -75,14 +75,14 @@ class Soak:
         cameras = [self._camera(None) for _ in range(_CAMERAS)]
         chosen = self._random.randrange(_CAMERAS)
         cameras[chosen] = self._camera(_FAULTS[fault])
-        since = self._peer.mark()
-        self._peer.command(RIG, "restage", stage={"cameras": cameras})
-        self._peer.command(TOAST, "behave")
+        since = self.peer.mark()
+        self.peer.command(RIG, "restage", stage={"cameras": cameras})
+        self.peer.command(TOAST, "behave")
         try:
             self._go(fault, chosen)
             self._judge(fault, chosen, cameras[chosen], image)
         finally:
-            events = self._peer.events_since(since)
+            events = self.peer.events_since(since)
             self.tally.removals += removals(events)
             self.tally.rounds[fault] += 1
         bad = [event for event in events if event["event"] == "handled" and event["result"] != 0]
@@ -105,19 +105,19 @@ class Soak:
     def _go(self, fault: str, camera: int) -> None:
         if fault == "prompt server fails":
             for method in ("ShowUpdatePrompt", "NotifyProgress", "NotifyComplete"):
-                self._peer.command(TOAST, "fail", method=method, hresult=-2147467259)
-        self._peer.command(RIG, "plug", camera=camera)
+                self.peer.command(TOAST, "fail", method=method, hresult=-2147467259)
+        self.peer.command(RIG, "plug", camera=camera)
         self._service.settle()
         if fault == "unplugged while the user is asked":
-            self._peer.command(RIG, "unplug", camera=camera)
+            self.peer.command(RIG, "unplug", camera=camera)
             self._service.settle()
         if fault not in _UNASKED:
-            self._peer.command(TOAST, "respond", code=_DECLINE if fault == "user declines" else _ACCEPT)
+            self.peer.command(TOAST, "respond", code=_DECLINE if fault == "user declines" else _ACCEPT)
             self._service.settle()
 
     def _judge(self, fault: str, number: int, camera: dict[str, Any], image: bytes) -> None:
-        state = self._peer.command(RIG, "state", camera=number)
-        flash = read_flash(self._peer, number)
+        state = self.peer.command(RIG, "state", camera=number)
+        flash = read_flash(self.peer, number)
         wanted = image if fault in _HARMLESS else old_flash(camera)
         self.tally.updated += flash == image
         if flash != wanted:
@@ -127,15 +127,15 @@ class Soak:
         # A camera that is stuck in DFU mode is tried again whenever a USB device arrives.
         stays = state["mode"] == "running" and self._random.random() < _STAYING
         if state["on_its_way"] and not stays:
-            self._peer.command(RIG, "unplug", camera=number)
+            self.peer.command(RIG, "unplug", camera=number)
         if self._random.random() < _VISITING:
             self._visit(self._random.choice([each for each in range(_CAMERAS) if each != number]))
         if stays:
-            self._peer.command(RIG, "unplug", camera=number)
+            self.peer.command(RIG, "unplug", camera=number)
         self._service.settle()
 
     def _visit(self, camera: int) -> None:
         """A camera that comes and goes, and whose question nobody answers."""
-        self._peer.command(RIG, "plug", camera=camera)
+        self.peer.command(RIG, "plug", camera=camera)
         self._service.settle()
-        self._peer.command(RIG, "unplug", camera=camera)
+        self.peer.command(RIG, "unplug", camera=camera)

@@ -15,7 +15,7 @@ _EXPECTATIONS = (
 def judge(record: Record) -> list[Verdict]:
     """Every expectation that concerns this update. After a road that broke off there is only that to say."""
     if record.broken_off:
-        return [Verdict("the road is gone to its end", record.broken_off)]
+        return [Verdict("the road is gone to its end", "; ".join([record.broken_off, *record.breaches]))]
     return [
         Verdict(expectation.name, expectation.check(record))
         for expectation in _EXPECTATIONS

@@ -38,6 +38,7 @@ class Record:
     remove_text: str = ""
     state_after_removal: str | None = "never removed"
     crashes: list[str] = field(default_factory=list)
+    breaches: list[str] = field(default_factory=list)
 
     def of_service(self, name: str) -> Iterator[Event]:
         """The rig's events of one kind that came from the service's own run, in their order."""

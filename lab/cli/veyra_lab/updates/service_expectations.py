@@ -97,3 +97,8 @@ def _remove_text(record: Record) -> str:
 @EXPECTATIONS.expect("no process crashed")
 def _no_crash(record: Record) -> str:
     return differ("crashes", [], record.crashes)
+
+
+@EXPECTATIONS.expect("every contract of Windows is kept")
+def _contracts(record: Record) -> str:
+    return "; ".join(record.breaches)

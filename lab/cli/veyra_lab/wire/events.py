@@ -21,5 +21,12 @@ SENSOR_CLASS = "{24E552D7-6523-47F7-A647-D3465BF1F5CA}"
 VIDEO_CLASS = "{E5323777-F976-4F5B-9B55-B94699C46E44}"
 
 
+def breach_of(event: Event) -> str:
+    """What the rig tells of a call that Windows forbids, in words; none for any other event."""
+    if event["event"] != "contract":
+        return ""
+    return f"a contract of Windows is broken: {event['contract']} ({event['call']})"
+
+
 class PeerError(Exception):
     """Something that was waited for did not come, or cannot come any more."""

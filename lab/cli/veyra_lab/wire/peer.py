@@ -11,14 +11,15 @@ from types import TracebackType
 from typing import Any, TextIO
 
 from .connection import Connection
-from .events import LAB, RIG, TOAST, Event, PeerError
+from .events import LAB, RIG, TOAST, Event, PeerError, breach_of
 
 
 class Peer:
     """Listens on a port of 127.0.0.1, records every event and writes the transcript.
 
     A thread of its own receives; whoever waits sees the events in the order of their arrival, each exactly once handed
-    to the observer, on the waiting thread. Use it as a context.
+    to the observer, on the waiting thread. Use it as a context; a PeerError ends it when the program broke a contract of
+    Windows and nobody has asked for its breaches.
     """
 
     def __init__(
@@ -34,6 +35,7 @@ class Peer:
         self._began = time.monotonic()
         self._events: list[Event] = []
         self._seen = 0
+        self._breaches: list[str] = []
         self._connections: list[Connection] = []
         self._changed = threading.Condition()
         self._failure = ""
@@ -70,6 +72,9 @@ class Peer:
         self._selector.close()
         if self._transcript:
             self._transcript.close()
+        untold = self.breaches()
+        if untold and error is None:
+            raise PeerError("; ".join(untold))
 
     def set_stage(self, rig: Event, toast: Event | None = None) -> None:
         """What the processes that connect from now on are told. A stage that was refused before is forgotten."""
@@ -88,6 +93,12 @@ class Peer:
         """Everything behind a mark."""
         with self._changed:
             return self._events[mark:]
+
+    def breaches(self) -> list[str]:
+        """The contracts of Windows that the program broke, in words, each call once; each is told to one who asks."""
+        with self._changed:
+            told, self._breaches = self._breaches, []
+        return list(dict.fromkeys(told))
 
     def mark(self) -> int:
         """A point in the record: the number of events before it."""
@@ -189,8 +200,6 @@ class Peer:
     def _receive(self) -> None:
         while True:
             ready = [key.fileobj for key, _ in self._selector.select()]
-            if self._wake_read in ready:
-                return
             if self._listener in ready:
                 self._accept()
             with self._changed:
@@ -203,6 +212,8 @@ class Peer:
                     if some is not None:
                         self._read(connection, some)
                 self._changed.notify_all()
+            if self._wake_read in ready:
+                return
 
     def _accept(self) -> None:
         channel, _ = self._listener.accept()
@@ -248,5 +259,7 @@ class Peer:
         if self._transcript:
             self._transcript.write(json.dumps(whole, ensure_ascii=False) + "\n")
         self._events.append(whole)
+        if breach := breach_of(whole):
+            self._breaches.append(breach)
         self._changed.notify_all()
         return whole

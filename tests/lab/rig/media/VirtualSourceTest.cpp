@@ -9,6 +9,7 @@
 #include "lab/rig/media/VirtualActivate.h"
 #include "lab/rig/media/VirtualMediaSource.h"
 #include "tests/lab/rig/bus/BusFixture.h"
+#include "tests/lab/rig/contracts/ToldBreaches.h"
 
 using namespace lab::rig;
 using Microsoft::WRL::ComPtr;
@@ -21,6 +22,11 @@ constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x8007048F);
 
 class VirtualSourceTest : public BusFixture {
   protected:
+    VirtualSourceTest() {
+        contracts_.media.Started(true);
+        contracts_.com.Entered();
+    }
+
     ComPtr<IMFActivate> MakeActivate(const wchar_t* link) {
         ComPtr<IMFAttributes> attributes;
         EXPECT_EQ(MFCreateAttributes(&attributes, 1), S_OK);
@@ -28,7 +34,7 @@ class VirtualSourceTest : public BusFixture {
             attributes->SetString(MF_DEVSOURCE_ATTRIBUTE_SOURCE_TYPE_VIDCAP_SYMBOLIC_LINK, link);
         }
         ComPtr<IMFActivate> activate;
-        *activate.ReleaseAndGetAddressOf() = new VirtualActivate(*bus_, attributes);
+        *activate.ReleaseAndGetAddressOf() = new VirtualActivate(*bus_, contracts_, attributes);
         return activate;
     }
 
@@ -60,6 +66,8 @@ class VirtualSourceTest : public BusFixture {
                                &returned);
     }
 
+    ToldBreaches breaches_;
+    Contracts contracts_{breaches_.Report()};
     ComPtr<IMFActivate> activate_;
 };
 
@@ -92,6 +100,37 @@ TEST_F(VirtualSourceTest, DoesNotActivateWhatIsNotThere) {
     EXPECT_EQ(MakeActivate(nullptr)->ActivateObject(__uuidof(IMFMediaSource), &source),
               MF_E_ATTRIBUTENOTFOUND);
     EXPECT_EQ(source, nullptr);
+}
+
+TEST_F(VirtualSourceTest, ActivatesNothingWhileThePlatformIsDown) {
+    BeginRunning();
+    const auto activate = MakeActivate(links_.Capture().c_str());
+    contracts_.media.ShutDown();
+    ComPtr<IMFMediaSource> source;
+    EXPECT_EQ(activate->ActivateObject(__uuidof(IMFMediaSource), &source), MF_E_PLATFORM_NOT_INITIALIZED);
+    EXPECT_EQ(source, nullptr);
+    EXPECT_EQ(breaches_.Take(),
+              std::vector<std::string>{"Media Foundation is used between MFStartup and MFShutdown: "
+                                       "IMFActivate::ActivateObject"});
+}
+
+TEST_F(VirtualSourceTest, TellsCallsAfterTheEndOfCom) {
+    BeginRunning();
+    auto unit = ExtensionUnit();
+    ComPtr<IMFMediaSource> source;
+    ASSERT_EQ(activate_->ActivateObject(__uuidof(IMFMediaSource), &source), S_OK);
+    EXPECT_EQ(breaches_.Take(), std::vector<std::string>{});
+    contracts_.com.Left();
+    source->Shutdown();
+    unit.Reset();
+    source.Reset();
+    UINT32 items = 0;
+    activate_->GetCount(&items);
+    const std::string contract = "nothing that COM gave is called after the last CoUninitialize: ";
+    EXPECT_EQ(
+        breaches_.Take(),
+        (std::vector<std::string>{contract + "IMFMediaSource::Shutdown", contract + "IKsControl::Release",
+                                  contract + "IMFMediaSource::Release", contract + "IMFActivate::GetCount"}));
 }
 
 TEST_F(VirtualSourceTest, HasTheExtensionUnitBehindAnotherNode) {

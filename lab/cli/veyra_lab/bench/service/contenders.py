@@ -1,6 +1,7 @@
 """The product's service and those that it is measured against, side by side in one machine."""
 
 import shutil
+import sys
 from contextlib import ExitStack
 from dataclasses import dataclass
 from pathlib import Path
@@ -73,7 +74,7 @@ class Contenders:
             for name in _REFERENCES:
                 self._install(name)
         except BaseException:
-            self.__exit__(None, None, None)
+            self.__exit__(*sys.exc_info())
             raise
         return self
 

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <windows.h>
+#include <ocidl.h>
+#include <wrl/client.h>
+
+#include "lab/rig/contracts/GivenObject.h"
+
+namespace lab::rig {
+
+// A connection point of the toast controller as the program sees it.
+class WatchedConnectionPoint final : public GivenObject<IConnectionPoint> {
+  public:
+    // Shares the proxy.
+    WatchedConnectionPoint(ComLibrary& library, Microsoft::WRL::ComPtr<IConnectionPoint> proxy);
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    HRESULT STDMETHODCALLTYPE GetConnectionInterface(IID* events) override;
+    HRESULT STDMETHODCALLTYPE GetConnectionPointContainer(IConnectionPointContainer** container) override;
+    HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override;
+    HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override;
+    HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections** connections) override;
+
+  private:
+    ~WatchedConnectionPoint() override;
+
+    Microsoft::WRL::ComPtr<IConnectionPoint> proxy_;
+};
+
+}  // namespace lab::rig

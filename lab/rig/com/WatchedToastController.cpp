@@ -1,0 +1,88 @@
+#include "lab/rig/com/WatchedToastController.h"
+
+#include <utility>
+
+#include "lab/rig/com/WatchedConnectionPointContainer.h"
+
+namespace lab::rig {
+
+using Microsoft::WRL::ComPtr;
+
+WatchedToastController::WatchedToastController(ComLibrary& library, ComPtr<IUnknown> proxy)
+    : GivenObject(library, "IToastCntr"), proxy_(std::move(proxy)) {}
+
+WatchedToastController::~WatchedToastController() {
+    LetGo(controller_);
+    LetGo(proxy_);
+}
+
+HRESULT WatchedToastController::QueryInterface(REFIID iid, void** object) {
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    if (!IsCalled("QueryInterface")) {
+        return CO_E_OBJNOTCONNECTED;
+    }
+    if (iid == __uuidof(IConnectionPointContainer)) {
+        ComPtr<IConnectionPointContainer> container;
+        const HRESULT result =
+            proxy_->QueryInterface(iid, reinterpret_cast<void**>(container.GetAddressOf()));
+        if (container) {
+            *object = static_cast<IConnectionPointContainer*>(
+                new WatchedConnectionPointContainer(Library(), this, container));
+        }
+        return result;
+    }
+    if (iid == __uuidof(IToastCntr)) {
+        const std::lock_guard lock(mutex_);
+        if (controller_ == nullptr) {
+            const HRESULT result =
+                proxy_->QueryInterface(iid, reinterpret_cast<void**>(controller_.GetAddressOf()));
+            if (FAILED(result)) {
+                return result;
+            }
+        }
+    } else if (iid != __uuidof(IUnknown)) {
+        return proxy_->QueryInterface(iid, object);
+    }
+    *object = static_cast<IToastCntr*>(this);
+    AddReference();
+    return S_OK;
+}
+
+HRESULT WatchedToastController::GetTypeInfoCount(UINT* count) {
+    return IsCalled("GetTypeInfoCount") ? controller_->GetTypeInfoCount(count) : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) {
+    return IsCalled("GetTypeInfo") ? controller_->GetTypeInfo(index, locale, info) : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale,
+                                              DISPID* ids) {
+    return IsCalled("GetIDsOfNames") ? controller_->GetIDsOfNames(iid, names, count, locale, ids)
+                                     : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::Invoke(DISPID id, REFIID iid, LCID locale, WORD flags, DISPPARAMS* parameters,
+                                       VARIANT* result, EXCEPINFO* exception, UINT* argument) {
+    return IsCalled("Invoke")
+               ? controller_->Invoke(id, iid, locale, flags, parameters, result, exception, argument)
+               : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::ShowUpdatePrompt(BSTR cameraVersion, BSTR imageVersion) {
+    return IsCalled("ShowUpdatePrompt") ? controller_->ShowUpdatePrompt(cameraVersion, imageVersion)
+                                        : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::NotifyProgress(BSTR status) {
+    return IsCalled("NotifyProgress") ? controller_->NotifyProgress(status) : CO_E_OBJNOTCONNECTED;
+}
+
+HRESULT WatchedToastController::NotifyComplete() {
+    return IsCalled("NotifyComplete") ? controller_->NotifyComplete() : CO_E_OBJNOTCONNECTED;
+}
+
+}  // namespace lab::rig

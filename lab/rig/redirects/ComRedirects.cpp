@@ -1,0 +1,84 @@
+#include <windows.h>
+#include <objbase.h>
+#include <wrl/client.h>
+
+#include "VeyraCameraToast.h"
+#include "lab/rig/com/WatchedToastController.h"
+#include "lab/rig/process/ImportTable.h"
+#include "lab/rig/redirects/Redirects.h"
+#include "lab/rig/run/Rig.h"
+
+namespace lab::rig {
+namespace {
+
+using Microsoft::WRL::ComPtr;
+
+decltype(&::CoInitializeEx) initialize = nullptr;
+decltype(&::CoUninitialize) uninitialize = nullptr;
+decltype(&::CoIncrementMTAUsage) incrementUsage = nullptr;
+decltype(&::CoDecrementMTAUsage) decrementUsage = nullptr;
+decltype(&::CoCreateInstance) createInstance = nullptr;
+
+HRESULT WINAPI InitializeCounted(void* reserved, DWORD concurrency) {
+    const HRESULT result = initialize(reserved, concurrency);
+    Rig* const rig = Rig::Get();
+    if (rig != nullptr && SUCCEEDED(result)) {
+        rig->TheContracts().com.Entered();
+    }
+    return result;
+}
+
+void WINAPI UninitializeCounted() {
+    uninitialize();
+    if (Rig* const rig = Rig::Get()) {
+        rig->TheContracts().com.Left();
+    }
+}
+
+HRESULT WINAPI IncrementUsageCounted(CO_MTA_USAGE_COOKIE* cookie) {
+    const HRESULT result = incrementUsage(cookie);
+    Rig* const rig = Rig::Get();
+    if (rig != nullptr && SUCCEEDED(result)) {
+        rig->TheContracts().com.Kept();
+    }
+    return result;
+}
+
+HRESULT WINAPI DecrementUsageCounted(CO_MTA_USAGE_COOKIE cookie) {
+    const HRESULT result = decrementUsage(cookie);
+    Rig* const rig = Rig::Get();
+    if (rig != nullptr && SUCCEEDED(result)) {
+        rig->TheContracts().com.GivenBack();
+    }
+    return result;
+}
+
+HRESULT WINAPI CreateInstanceWatched(REFCLSID classId, IUnknown* outer, DWORD context, REFIID iid,
+                                     void** object) {
+    Rig* const rig = Rig::Get();
+    if (rig == nullptr || object == nullptr || classId != __uuidof(ToastCntr)) {
+        return createInstance(classId, outer, context, iid, object);
+    }
+    *object = nullptr;
+    ComPtr<IUnknown> proxy;
+    const HRESULT result = createInstance(classId, outer, context, __uuidof(IUnknown),
+                                          reinterpret_cast<void**>(proxy.GetAddressOf()));
+    if (FAILED(result)) {
+        return result;
+    }
+    ComPtr<IUnknown> watched;
+    *watched.GetAddressOf() = new WatchedToastController(rig->TheContracts().com, proxy);
+    return watched->QueryInterface(iid, object);
+}
+
+}  // namespace
+
+void RedirectCom() {
+    Redirect("CoInitializeEx", &InitializeCounted, initialize);
+    Redirect("CoUninitialize", &UninitializeCounted, uninitialize);
+    Redirect("CoIncrementMTAUsage", &IncrementUsageCounted, incrementUsage);
+    Redirect("CoDecrementMTAUsage", &DecrementUsageCounted, decrementUsage);
+    Redirect("CoCreateInstance", &CreateInstanceWatched, createInstance);
+}
+
+}  // namespace lab::rig

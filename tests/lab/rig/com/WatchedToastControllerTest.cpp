@@ -1,0 +1,160 @@
+#include "lab/rig/com/WatchedToastController.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/lab/rig/contracts/ToldBreaches.h"
+#include "tests/support/FakeToastServer.h"
+
+#include <oleauto.h>
+#include <olectl.h>
+
+using namespace lab::rig;
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr GUID kEvents{0xBAE9D3F9, 0xD047, 0x4A89, {0xB5, 0xAD, 0x86, 0x2D, 0x8A, 0x2B, 0x29, 0xD0}};
+constexpr char kContract[] = "nothing that COM gave is called after the last CoUninitialize: ";
+
+class WatchedToastControllerTest : public testing::Test {
+  protected:
+    WatchedToastControllerTest() {
+        library_.Entered();
+        *watched_.GetAddressOf() = new WatchedToastController(library_, ComPtr<IUnknown>(server_.Unknown()));
+    }
+
+    ComPtr<IToastCntr> Controller() {
+        ComPtr<IToastCntr> controller;
+        EXPECT_EQ(watched_.As(&controller), S_OK);
+        return controller;
+    }
+    ComPtr<IConnectionPoint> ConnectionPoint() {
+        ComPtr<IConnectionPointContainer> container;
+        EXPECT_EQ(watched_.As(&container), S_OK);
+        ComPtr<IConnectionPoint> point;
+        EXPECT_EQ(container->FindConnectionPoint(kEvents, &point), S_OK);
+        return point;
+    }
+    static Strings Breaches(std::initializer_list<const char*> calls) {
+        Strings breaches;
+        for (const char* const call : calls) {
+            breaches.push_back(std::string(kContract) + call);
+        }
+        return breaches;
+    }
+
+    test_support::FakeToastServer server_;
+    ToldBreaches breaches_;
+    ComLibrary library_{breaches_.Report()};
+    ComPtr<IUnknown> watched_;
+};
+
+TEST_F(WatchedToastControllerTest, PassesTheCallsOn) {
+    const BSTR text = SysAllocString(L"7");
+    const auto controller = Controller();
+    server_.results["NotifyProgress"] = E_FAIL;
+    EXPECT_EQ(controller->ShowUpdatePrompt(text, text), S_OK);
+    EXPECT_EQ(controller->NotifyProgress(text), E_FAIL);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    SysFreeString(text);
+    ASSERT_EQ(server_.Calls().size(), 3u);
+    EXPECT_EQ(server_.Calls()[0].texts, (std::vector<std::wstring>{L"7", L"7"}));
+    EXPECT_EQ(server_.Calls()[2].method, "NotifyComplete");
+    EXPECT_EQ(breaches_.Take(), Strings{});
+}
+
+TEST_F(WatchedToastControllerTest, IsOneObject) {
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched_.As(&container), S_OK);
+    ComPtr<IUnknown> identity;
+    ASSERT_EQ(container.As(&identity), S_OK);
+    EXPECT_EQ(identity.Get(), watched_.Get());
+    EXPECT_EQ(static_cast<IUnknown*>(Controller().Get()), watched_.Get());
+}
+
+TEST_F(WatchedToastControllerTest, RefusesWhatTheServerRefuses) {
+    server_.interfaceResult = E_NOINTERFACE;
+    server_.containerResult = E_ACCESSDENIED;
+    ComPtr<IToastCntr> controller;
+    ComPtr<IConnectionPointContainer> container;
+    ComPtr<IMoniker> other;
+    EXPECT_EQ(watched_.As(&controller), E_NOINTERFACE);
+    EXPECT_EQ(watched_.As(&container), E_ACCESSDENIED);
+    EXPECT_EQ(watched_.As(&other), E_NOINTERFACE);
+    EXPECT_EQ(controller, nullptr);
+    EXPECT_EQ(container, nullptr);
+}
+
+TEST_F(WatchedToastControllerTest, HasNoConnectionPointThatTheServerHasNot) {
+    server_.givesNoConnectionPoint = true;
+    server_.findResult = CONNECT_E_NOCONNECTION;
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched_.As(&container), S_OK);
+    ComPtr<IConnectionPoint> point;
+    EXPECT_EQ(container->FindConnectionPoint(kEvents, &point), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point, nullptr);
+}
+
+TEST_F(WatchedToastControllerTest, RefusesAQuestionWithoutAPlaceForTheAnswer) {
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched_.As(&container), S_OK);
+    EXPECT_EQ(watched_->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
+    EXPECT_EQ(container->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
+    EXPECT_EQ(container->FindConnectionPoint(kEvents, nullptr), E_POINTER);
+    EXPECT_EQ(ConnectionPoint()->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
+}
+
+TEST_F(WatchedToastControllerTest, ConnectsTheSinkItself) {
+    const auto point = ConnectionPoint();
+    DWORD cookie = 0;
+    EXPECT_EQ(point->Advise(server_.Unknown(), &cookie), S_OK);
+    EXPECT_EQ(cookie, server_.cookie);
+    EXPECT_EQ(server_.Sink(), server_.Unknown());
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+    EXPECT_EQ(server_.Sink(), nullptr);
+}
+
+TEST_F(WatchedToastControllerTest, LetsGoOfTheServerWithTheLastReference) {
+    ConnectionPoint();
+    Controller();
+    watched_.Reset();
+    EXPECT_EQ(server_.References(), 0u);
+    EXPECT_EQ(server_.ContainerReferences(), 0u);
+    EXPECT_EQ(server_.ConnectionPointReferences(), 0u);
+    EXPECT_EQ(breaches_.Take(), Strings{});
+}
+
+TEST_F(WatchedToastControllerTest, PassesNothingOnOnceItsCodeIsGone) {
+    auto controller = Controller();
+    auto point = ConnectionPoint();
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched_.As(&container), S_OK);
+    const std::size_t queries = server_.Queries().size();
+    library_.Left();
+    ComPtr<IConnectionPoint> another;
+    EXPECT_EQ(container->FindConnectionPoint(kEvents, &another), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(breaches_.Take(), Breaches({"IConnectionPointContainer::FindConnectionPoint"}));
+    EXPECT_EQ(controller->NotifyComplete(), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(point->Unadvise(server_.cookie), CO_E_OBJNOTCONNECTED);
+    ComPtr<IUnknown> other;
+    EXPECT_EQ(watched_->QueryInterface(__uuidof(IDispatch), reinterpret_cast<void**>(other.GetAddressOf())),
+              CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(breaches_.Take(), Breaches({"IToastCntr::NotifyComplete", "IConnectionPoint::Unadvise",
+                                          "IToastCntr::QueryInterface"}));
+    EXPECT_TRUE(server_.Calls().empty());
+    EXPECT_EQ(server_.Queries().size(), queries);
+}
+
+TEST_F(WatchedToastControllerTest, ReleasesNothingOnceItsCodeIsGone) {
+    auto point = ConnectionPoint();
+    library_.Left();
+    point.Reset();
+    watched_.Reset();
+    EXPECT_EQ(breaches_.Take(), Breaches({"IConnectionPoint::Release", "IToastCntr::Release"}));
+    EXPECT_EQ(server_.ConnectionPointReferences(), 1u);
+    EXPECT_EQ(server_.References(), 1u);
+}
+
+}  // namespace
