@@ -12,17 +12,14 @@ add_library(precompiled_headers OBJECT ${PROJECT_SOURCE_DIR}/cmake/Nothing.cpp)
 target_link_libraries(precompiled_headers PRIVATE compat GTest::gtest host_warnings host_test_options)
 target_precompile_headers(precompiled_headers PRIVATE <gtest/gtest.h>)
 
-# host_test(NAME SOURCES ... LINK ... [FILTER ...] [SLOW]): one test program, and one CTest entry for all its cases, whose
-# results it leaves in a file. FILTER is GoogleTest's, to leave cases out; SLOW leaves the program to scripts/test --all.
+# host_test(NAME SOURCES ... LINK ... [FILTER ...]): one test program, and one CTest entry for all its cases, whose results it
+# leaves in a file. FILTER is GoogleTest's, to leave cases out.
 function(host_test name)
-    cmake_parse_arguments(TEST "SLOW" "FILTER" "SOURCES;LINK" ${ARGN})
+    cmake_parse_arguments(TEST "" "FILTER" "SOURCES;LINK" ${ARGN})
     add_executable(${name} ${TEST_SOURCES})
     target_link_libraries(${name} PRIVATE compat ${TEST_LINK} GTest::gtest_main host_warnings host_test_options)
     target_precompile_headers(${name} REUSE_FROM precompiled_headers)
     add_test(NAME ${name}
         COMMAND ${name} ${TEST_FILTER} --gtest_brief=1 --gtest_output=xml:${CMAKE_BINARY_DIR}/test-results/${name}.xml)
     set_tests_properties(${name} PROPERTIES TIMEOUT 300)
-    if(TEST_SLOW)
-        set_tests_properties(${name} PROPERTIES LABELS slow)
-    endif()
 endfunction()

@@ -11,11 +11,10 @@ from veyra_lab.checkout import BUILD
 
 @dataclass(frozen=True)
 class Build:
-    """A preset with tests. The daily ones find most of what there is to find; --all runs every one."""
+    """A preset with tests. The first finds most of what there is to find, and is for every day; --all runs every one."""
 
     preset: str
     finds: str
-    daily: bool = False
 
     @property
     def folder(self) -> Path:
@@ -28,15 +27,11 @@ class Build:
         return self.preset.startswith("windows-")
 
 
-RELEASE = Build(
-    "windows-release", "whether what ships does what it should, alone and with the whole system", daily=True
-)
+RELEASE = Build("windows-release", "whether what ships does what it should, alone and with the whole system")
 BENCH = Build("host-bench", "transfers, allocations and instructions that have become more")
 BUILDS = (
     RELEASE,
-    Build(
-        "host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code", daily=True
-    ),
+    Build("host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code"),
     Build("windows-checked", "misuse of the C++ library, overruns and undefined behaviour in what only Windows has"),
     Build("host-thread", "data races"),
     BENCH,

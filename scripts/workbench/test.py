@@ -46,7 +46,7 @@ The builds, what each finds that no other does:
 
 
 def _closing() -> str:
-    lines = [f"  {build.preset:16} {'every day' if build.daily else '--all    '}  {build.finds}" for build in BUILDS]
+    lines = [f"  {build.preset:16} {'every day' if build is RELEASE else '--all    '}  {build.finds}" for build in BUILDS]
     return _CLOSING + "\n".join(lines)
 
 
@@ -121,24 +121,22 @@ class Run:
 
 def _whole(run: Run, *, slow: bool) -> None:
     """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
-    builds = [build for build in BUILDS if slow or build.daily]
     # Another host updates the same camera in one of the system tests: it needs that one library of a build for Linux.
-    if not _build(run, RELEASE, slow, _SYSTEM_TARGETS) or not run.build(BENCH, ["libusb_stand_in"]):
+    if not _build(run, RELEASE, _SYSTEM_TARGETS, slow=slow) or not run.build(BENCH, ["libusb_stand_in"]):
         return
     system = threading.Thread(target=run.system_tests, args=([] if slow else ["-m", "not slow"],))
     system.start()
-    for build in builds:
-        if build is RELEASE or _build(run, build, slow):
+    for build in BUILDS if slow else [RELEASE]:
+        if build is RELEASE or _build(run, build):
             run.test(build, [program for program in programs_of(build) if slow or not program.slow])
     if slow:
         run.fuzz()
     system.join()
 
 
-def _build(run: Run, build: Build, slow: bool, targets: Sequence[str] = ()) -> bool:
-    """Builds the targets and the test programs that will run: nothing else of a build is used. A test program for Linux may
-    need a library that it is not linked with, and gets everything, unless it is a daily one."""
-    if slow and not build.is_windows:
+def _build(run: Run, build: Build, targets: Sequence[str] = (), *, slow: bool = True) -> bool:
+    """Of a build for Windows nothing but the targets and the test programs that will run is built."""
+    if not build.is_windows:
         return run.build(build)
     if not run.configure(build):
         return False
@@ -169,7 +167,7 @@ def _chosen(run: Run, build: Build, names: Sequence[str]) -> None:
     call_setup("configure", build.preset)
     programs, system = choose(build, programs_of(build), names)
     targets = [*(program.name for program in programs), *(_SYSTEM_TARGETS if system else ())]
-    if run.build(build, targets) if names else _build(run, build, slow=True):
+    if run.build(build, targets) if names else _build(run, build):
         if programs:
             run.test(build, programs)
         if system:
