@@ -74,14 +74,18 @@ void CSink::EndConnection() const {
     try {
         std::promise<void> ended;
         const std::future<void> end = ended.get_future();
-        std::thread([connectionPoint = connectionPoint_, server = server_, cookie = cookie_,
-                     ended = std::move(ended)]() mutable {
+        std::thread call([connectionPoint = connectionPoint_, server = server_, cookie = cookie_,
+                          ended = std::move(ended)]() mutable {
             connectionPoint->Unadvise(cookie);
             connectionPoint.Reset();
             server.reset();
             ended.set_value();
-        }).detach();
-        end.wait_for(kEndPatience);
+        });
+        if (end.wait_for(kEndPatience) == std::future_status::ready) {
+            call.join();
+        } else {
+            call.detach();
+        }
     } catch (const std::exception&) {
         // Neither thread nor memory: the server learns of the end when the process is gone.
     }

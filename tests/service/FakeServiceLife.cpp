@@ -23,6 +23,11 @@ void FakeServiceLife::RunWorkItem() {
     item.function(item.context);
 }
 
+bool FakeServiceLife::IsOpenEvent(HANDLE handle) const {
+    return std::count(unnamedEvents.begin(), unnamedEvents.end(), handle) >
+           std::count(closedUnnamedEvents.begin(), closedUnnamedEvents.end(), handle);
+}
+
 void FakeServiceLife::Report(const std::string& function) const {
     if (report) {
         report(function);
@@ -66,9 +71,8 @@ BOOL WINAPI FakeServiceLife::OnQueue(LPTHREAD_START_ROUTINE function, void* cont
 DWORD WINAPI FakeServiceLife::OnWait(HANDLE object, DWORD milliseconds) {
     // The locks and threads of the C++ library wait without time-out too, and so does a thread that the test
     // framework starts at the first failure, on a handle that may have been an event's.
-    const auto& own = current_->unnamedEvents;
     if (GetCurrentThreadId() != current_->ownThread_ || milliseconds != INFINITE ||
-        std::find(own.begin(), own.end(), object) == own.end()) {
+        !current_->IsOpenEvent(object)) {
         return current_->wait_.Original<decltype(WaitForSingleObject)>()(object, milliseconds);
     }
     current_->waits.push_back({object, milliseconds});
@@ -101,12 +105,8 @@ HANDLE WINAPI FakeServiceLife::OnCreateEvent(SECURITY_ATTRIBUTES* security, BOOL
 }
 
 BOOL WINAPI FakeServiceLife::OnCloseHandle(HANDLE handle) {
-    // An event that was closed before is no more: its number may be another object's by now.
-    const auto& own = current_->unnamedEvents;
-    auto& closed = current_->closedUnnamedEvents;
-    if (GetCurrentThreadId() == current_->ownThread_ &&
-        std::count(own.begin(), own.end(), handle) > std::count(closed.begin(), closed.end(), handle)) {
-        closed.push_back(handle);
+    if (GetCurrentThreadId() == current_->ownThread_ && current_->IsOpenEvent(handle)) {
+        current_->closedUnnamedEvents.push_back(handle);
     }
     return current_->closeHandle_.Original<decltype(CloseHandle)>()(handle);
 }

@@ -67,6 +67,8 @@ class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
     static BOOL WINAPI OnCloseHandle(HANDLE handle);
 
     void Report(const std::string& function) const;
+    // One that was closed is no more: its number may be another object's by now.
+    [[nodiscard]] bool IsOpenEvent(HANDLE handle) const;
 
     std::wstring openSource_;
     bool openSourceHasServer_ = false;
