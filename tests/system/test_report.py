@@ -17,6 +17,7 @@ from transcripts import BUSY, MANIFESTING, Written, begun, good, sending, stoppe
 from veyra_lab.report import codes
 from veyra_lab.report.lanes import BINS, MOST_MARKS
 from veyra_lab.report.page import page
+from veyra_lab.report.problems import Problem, problems
 from veyra_lab.report.story import MOST_LINES
 from veyra_lab.report.summary import Summary, Verdict, summarize
 from veyra_lab.report.transcript import TranscriptError, parse
@@ -612,6 +613,11 @@ def test_tells_the_failure_under_the_mouse_and_under_a_finger(shown: Browser, tm
     assert shown.value(_TIP_IS_HIDDEN)
     shown.click(*shown.value(place))
     says(shown.value(_TIP), "DNLOAD of block 400, number 399")
+
+
+def test_tells_a_broken_contract_of_windows() -> None:
+    breach = {"t": 1.5, "event": "contract", "contract": "one", "call": "MFStartup"}
+    assert problems([breach]) == [Problem(1.5, "a contract of Windows is broken: one (MFStartup)")]
 
 
 @slow
