@@ -8,7 +8,7 @@ import os
 import random
 import signal
 import sys
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Generator, Iterator
 from typing import Any
 
 import pytest
@@ -89,6 +89,15 @@ def pytest_collection_modifyitems(items: list[pytest.Item]) -> None:
             order.shuffle(piece)
     pieces.sort(key=lambda piece: (-len(piece), piece[0].get_closest_marker("slow") is None))
     items[:] = [item for piece in pieces for item in piece]
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport() -> Generator[None, Any, None]:
+    """What failed in a shared machine is told with what was heard of it last."""
+    outcome = yield
+    report = outcome.get_result()
+    if report.failed and (heard := support.last_events()):
+        report.sections.append(("the last events", heard))
 
 
 @pytest.hookimpl(hookwrapper=True)

@@ -1,5 +1,6 @@
 """What the system tests share: where things are, a machine that stays booted, and how a run is judged."""
 
+import json
 import os
 import random
 import subprocess
@@ -82,6 +83,16 @@ class Shared(Generic[T]):
         """Takes it away, if it is there."""
         self._values.clear()
         self._parts.close()
+
+    def values(self) -> list[T]:
+        """The one that is there, if it is."""
+        return list(self._values)
+
+
+def last_events(count: int = 30) -> str:
+    """What was heard last of the benches that the tests share, a line each."""
+    benches = [value for each in _shared for value in each.values() if isinstance(value, Bench)]
+    return "\n".join(json.dumps(event) for bench in benches for event in bench.peer.events()[-count:])
 
 
 def random_image(size: int) -> bytes:

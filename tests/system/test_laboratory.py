@@ -7,11 +7,11 @@ import pty
 import re
 import socket
 import threading
-import unittest
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 from contextlib import redirect_stderr
 from unittest.mock import Mock, patch
 
+import pytest
 from support import random_image
 from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
@@ -47,23 +47,27 @@ class FakeProcess:
         self._socket.close()
 
 
-class Wire(unittest.TestCase):
-    def setUp(self) -> None:
+class TestWire:
+    @pytest.fixture(autouse=True)
+    def listen(self) -> Iterator[None]:
         self.seen: list[Event] = []
-        self.peer = Peer({"cameras": []}, lambda event: None, self.seen.append)
-        self.enterContext(self.peer)
+        self.playing: list[FakeProcess] = []
+        with Peer({"cameras": []}, lambda event: None, self.seen.append) as self.peer:
+            yield
+            for process in self.playing:
+                process.leave()
 
     def follow(self, name: str) -> Event:
         return self.peer.follow(lambda event: event["event"] == name, name, since=0, quiet=5)
 
     def process(self, source: str, pid: int) -> FakeProcess:
         process = FakeProcess(self.peer, source, pid)
-        self.addCleanup(process.leave)
+        self.playing.append(process)
         return process
 
     def test_wire_gives_the_stage_to_the_rig_alone(self) -> None:
-        self.assertEqual(self.process(RIG, 1).stage, {"reply": "stage", "cameras": []})
-        self.assertEqual(self.process(TOAST, 2).stage, {"reply": "stage"})
+        assert self.process(RIG, 1).stage == {"reply": "stage", "cameras": []}
+        assert self.process(TOAST, 2).stage == {"reply": "stage"}
 
     def test_wire_records_who_said_what_in_order(self) -> None:
         rig = self.process(RIG, 7)
@@ -71,9 +75,9 @@ class Wire(unittest.TestCase):
             rig.say({"event": "number", "number": number})
         self.peer.follow(lambda event: event.get("number") == 99, "the last", since=0, quiet=5)
         numbers = [event for event in self.peer.events() if event["event"] == "number"]
-        self.assertEqual([event["number"] for event in numbers], list(range(100)))
-        self.assertTrue(all(event["source"] == RIG and event["pid"] == 7 and event["t"] >= 0 for event in numbers))
-        self.assertEqual(self.seen, self.peer.events())
+        assert [event["number"] for event in numbers] == list(range(100))
+        assert all(event["source"] == RIG and event["pid"] == 7 and event["t"] >= 0 for event in numbers)
+        assert self.seen == self.peer.events()
 
     def test_wire_takes_lines_that_come_in_pieces(self) -> None:
         rig = self.process(RIG, 1)
@@ -82,38 +86,35 @@ class Wire(unittest.TestCase):
         self.follow("half")
         self.follow("whole")
 
-    def test_wire_ends_the_run_at_a_line_that_is_no_event(self) -> None:
-        for line in ("garbage\n", "[]\n", "{}\n", "\n"):
-            with self.subTest(line=line), Peer({}, lambda event: None, lambda event: None) as peer:
-                rig = FakeProcess(peer, RIG, 1)
-                rig.say_raw(line)
-                with self.assertRaisesRegex(PeerError, "no event"):
-                    peer.follow(lambda event: False, "anything", since=0, quiet=5)
-                rig.leave()
+    @pytest.mark.parametrize("line", ["garbage", "[]", "{}", ""])
+    def test_wire_ends_the_run_at_a_line_that_is_no_event(self, line: str) -> None:
+        self.process(RIG, 1).say_raw(f"{line}\n")
+        with pytest.raises(PeerError, match="no event"):
+            self.peer.follow(lambda event: False, "anything", since=0, quiet=5)
 
     def test_wire_ends_the_run_at_a_refused_stage(self) -> None:
         self.process(RIG, 1).say({"event": "done", "command": "stage", "ok": False, "why": "no such fault"})
-        with self.assertRaisesRegex(PeerError, "no such fault"):
+        with pytest.raises(PeerError, match="no such fault"):
             self.peer.follow(lambda event: False, "anything", since=0, quiet=5)
 
     def test_wire_tells_why_a_command_failed(self) -> None:
-        with self.assertRaisesRegex(PeerError, "no rig is connected"):
+        with pytest.raises(PeerError, match="no rig is connected"):
             self.peer.command(RIG, "plug")
         rig = self.process(RIG, 1)
         rig.say({"event": "done", "command": "other", "ok": True})
         self.follow("done")
-        with self.assertRaisesRegex(PeerError, "nothing happened"):
+        with pytest.raises(PeerError, match="nothing happened"):
             self.peer.command(RIG, "plug", quiet=0.1, camera=0)
-        self.assertEqual(rig.hear(), {"command": "plug", "camera": 0})
+        assert rig.hear() == {"command": "plug", "camera": 0}
         rig.leave()
         self.follow("gone")
-        with self.assertRaisesRegex(PeerError, "no rig is connected"):
+        with pytest.raises(PeerError, match="no rig is connected"):
             self.peer.command(RIG, "plug")
 
     def test_wire_ends_a_run_that_broke_a_contract_of_windows(self) -> None:
         breach = {"event": "contract", "contract": "one", "call": "MFStartup"}
         told = "a contract of Windows is broken: one (MFStartup)"
-        with self.assertRaisesRegex(PeerError, re.escape(told)), Peer({}, Mock(), Mock()) as peer:
+        with pytest.raises(PeerError, match=re.escape(told)), Peer({}, Mock(), Mock()) as peer:
             rig = FakeProcess(peer, RIG, 1)
             rig.say(breach)
             rig.say(breach)
@@ -125,17 +126,17 @@ class Wire(unittest.TestCase):
             rig.say(breach)
             rig.leave()
             peer.follow(lambda event: event["event"] == "gone", "the end", since=0, quiet=5)
-            self.assertEqual(peer.breaches(), [told])
-            self.assertEqual(peer.breaches(), [])
+            assert peer.breaches() == [told]
+            assert peer.breaches() == []
 
     def test_wire_dismisses_a_server_and_waits_for_its_end(self) -> None:
         server = self.process(TOAST, 3)
-        self.assertFalse(self.peer.dismiss(TOAST, seconds=0.1))
+        assert not self.peer.dismiss(TOAST, seconds=0.1)
         server.leave()
-        self.assertTrue(self.peer.dismiss(TOAST, seconds=5))
+        assert self.peer.dismiss(TOAST, seconds=5)
 
 
-class Held(unittest.TestCase):
+class TestHeld:
     """What the service's process holds, told look by look by a rig that the test plays."""
 
     def threads_seen(self, told: Sequence[int], wanted: int, patience: float) -> int:
@@ -157,38 +158,38 @@ class Held(unittest.TestCase):
             return seen.threads
 
     def test_held_is_looked_at_again_while_threads_leave(self) -> None:
-        self.assertEqual(self.threads_seen([12, 11, 9], wanted=10, patience=20), 9)
+        assert self.threads_seen([12, 11, 9], wanted=10, patience=20) == 9
 
     def test_held_is_told_as_it_is_when_threads_stay(self) -> None:
-        self.assertEqual(self.threads_seen([12], wanted=10, patience=0), 12)
+        assert self.threads_seen([12], wanted=10, patience=0) == 12
 
 
-class Texts(unittest.TestCase):
+class TestTexts:
     def test_images_carry_their_version_where_the_camera_looks(self) -> None:
-        self.assertEqual(version_of(default_image()), "5.10.3.0")
-        self.assertEqual(default_image()[398:402], bytes([0, 3, 10, 5]))
-        self.assertEqual(len(default_image()), 256 * 1024)
+        assert version_of(default_image()) == "5.10.3.0"
+        assert default_image()[398:402] == bytes([0, 3, 10, 5])
+        assert len(default_image()) == 256 * 1024
         image = random_image(402)
-        self.assertEqual(version_of(with_version(image, "1.2.11.5")), "1.2.11.5")
-        self.assertEqual(with_version(image, "1.2.11.5")[:398], image[:398])
+        assert version_of(with_version(image, "1.2.11.5")) == "1.2.11.5"
+        assert with_version(image, "1.2.11.5")[:398] == image[:398]
 
-    def test_programs_say_in_one_line_why_they_give_up(self) -> None:
-        for error, status, line in (
-            (PeerError("two\nlines"), 1, "two lines"),
-            (KeyboardInterrupt("SIGTERM"), 130, "interrupted"),
-        ):
-            with self.subTest(line=line), redirect_stderr(io.StringIO()) as said:
-                self.assertEqual(give_up("scripts/some", error), status)
-                self.assertEqual(said.getvalue(), f"scripts/some: {line}\n")
+    @pytest.mark.parametrize(
+        ("error", "status", "line"),
+        [(PeerError("two\nlines"), 1, "two lines"), (KeyboardInterrupt("SIGTERM"), 130, "interrupted")],
+    )
+    def test_programs_say_in_one_line_why_they_give_up(self, error: BaseException, status: int, line: str) -> None:
+        with redirect_stderr(io.StringIO()) as said:
+            assert give_up("scripts/some", error) == status
+        assert said.getvalue() == f"scripts/some: {line}\n"
 
     def test_screen_prints_plain_lines_into_a_pipe(self) -> None:
         stream = io.StringIO()
         screen = Screen(stream)
         for block in range(1, 257):
             screen.progress(block, 256)
-        self.assertEqual(len(stream.getvalue().splitlines()), 10)
-        self.assertTrue(stream.getvalue().endswith("100 %: block 256 of 256\n"))
-        self.assertNotIn("\r", stream.getvalue())
+        assert len(stream.getvalue().splitlines()) == 10
+        assert stream.getvalue().endswith("100 %: block 256 of 256\n")
+        assert "\r" not in stream.getvalue()
 
     def test_screen_neither_wraps_nor_colours_what_goes_into_a_pipe(self) -> None:
         stream = io.StringIO()
@@ -197,7 +198,7 @@ class Texts(unittest.TestCase):
             screen.step("[red]a :smile:[/red] " + "x" * 200)
             screen.table(Table([("name", "y" * 200), ("longer", "z")]))
         lines = [f"==> [red]a :smile:[/red] {'x' * 200}", f"name    {'y' * 200}", "longer  z"]
-        self.assertEqual(stream.getvalue().splitlines(), lines)
+        assert stream.getvalue().splitlines() == lines
 
     def test_screen_goes_on_in_silence_when_nobody_reads(self) -> None:
         read, write = os.pipe()
@@ -218,4 +219,4 @@ class Texts(unittest.TestCase):
             while "after" not in drawn:
                 drawn += os.read(controller, 10_000).decode()
         os.close(controller)
-        self.assertRegex(drawn, r"(?s) 50 %  block 1 of 2\r.*100 %  block 2 of 2\r\n.*    after")
+        assert re.search(r"(?s) 50 %  block 1 of 2\r.*100 %  block 2 of 2\r\n.*    after", drawn)

@@ -1,11 +1,11 @@
 """Scenario files, without a machine: what the reader takes, and what it says to what it does not take."""
 
 import json
-import tempfile
-import unittest
+import re
 from pathlib import Path
 from typing import Any
 
+import pytest
 from jsonschema import Draft7Validator
 from veyra_lab.judgement.checks import CHECKS
 from veyra_lab.judgement.results import RESULTS
@@ -19,9 +19,10 @@ from veyra_lab.windows.image import version_of
 GOOD: dict[str, Any] = {"description": "Something happens.", "steps": ["settle"]}
 
 
-class ScenarioFiles(unittest.TestCase):
-    def setUp(self) -> None:
-        self.folder = Path(self.enterContext(tempfile.TemporaryDirectory()))
+class TestScenarioFiles:
+    @pytest.fixture(autouse=True)
+    def prepare(self, tmp_path: Path) -> None:
+        self.folder = tmp_path
 
     def write(self, content: Any, name: str = "some-scenario.json") -> Path:
         path = self.folder / name
@@ -29,24 +30,24 @@ class ScenarioFiles(unittest.TestCase):
         return path
 
     def complaint(self, content: Any) -> str:
-        with self.assertRaises(ScenarioError) as caught:
+        with pytest.raises(ScenarioError) as caught:
             read_scenario(self.write(content))
-        self.assertNotIn("\n", str(caught.exception))
-        return str(caught.exception)
+        assert "\n" not in str(caught.value)
+        return str(caught.value)
 
     def step(self, step: Any) -> str:
         return self.complaint({**GOOD, "steps": ["settle", step]})
 
     def test_reads_a_file_that_says_little(self) -> None:
         (variant,) = read_scenario(self.write(GOOD))
-        self.assertEqual((variant.name, variant.description), ("some-scenario", "Something happens."))
-        self.assertFalse(variant.slow)
-        self.assertEqual(variant.steps, ("settle",))
-        self.assertEqual(variant.stage.cameras, ({},))
-        self.assertEqual(variant.stage.update_mode, "Service Controlled")
+        assert (variant.name, variant.description) == ("some-scenario", "Something happens.")
+        assert not variant.slow
+        assert variant.steps == ("settle",)
+        assert variant.stage.cameras == ({},)
+        assert variant.stage.update_mode == "Service Controlled"
         image = variant.stage.image.content
         assert image is not None
-        self.assertEqual((len(image), version_of(image)), (5000, "5.10.3.0"))
+        assert (len(image), version_of(image)) == (5000, "5.10.3.0")
 
     def test_makes_a_variant_of_each_line(self) -> None:
         items = [
@@ -60,16 +61,16 @@ class ScenarioFiles(unittest.TestCase):
             "steps": [{"repeat": {"times": "$times", "steps": "$steps"}}],
         }
         first, second = read_scenario(self.write(content))
-        self.assertEqual((first.name, second.name), ("some-scenario/first", "some-scenario/second"))
-        self.assertEqual(first.description, "An image of 402 bytes.")
+        assert (first.name, second.name) == ("some-scenario/first", "some-scenario/second")
+        assert first.description == "An image of 402 bytes."
         assert second.stage.image.content is not None
-        self.assertEqual(len(second.stage.image.content), 8192)
-        self.assertEqual(second.steps, ({"repeat": {"times": 3, "steps": [{"plug": 0}]}},))
+        assert len(second.stage.image.content) == 8192
+        assert second.steps == ({"repeat": {"times": 3, "steps": [{"plug": 0}]}},)
 
     def test_joins_a_descriptor_that_is_told_in_pieces(self) -> None:
         pieces = ["09 02", {"bytes": "03ff00", "times": 2}]
         (variant,) = read_scenario(self.write({**GOOD, "stage": {"cameras": [{"configuration_descriptor": pieces}]}}))
-        self.assertEqual(variant.stage.cameras[0]["configuration_descriptor"], "09 0203ff0003ff00")
+        assert variant.stage.cameras[0]["configuration_descriptor"] == "09 0203ff0003ff00"
 
     def test_makes_the_same_image_again(self) -> None:
         one, other = (
@@ -77,22 +78,21 @@ class ScenarioFiles(unittest.TestCase):
             for seed in (1, 2)
         )
         (again,) = read_scenario(self.write({**GOOD, "stage": {"image": {"size": 600, "seed": 1}}}))
-        self.assertEqual(again.stage.image.content, one)
-        self.assertNotEqual(one, other)
+        assert again.stage.image.content == one
+        assert one != other
 
     def test_names_the_file_and_what_is_no_json(self) -> None:
-        self.assertRegex(self.complaint("{"), r"^some-scenario\.json: .*line 1")
-        self.assertIn("there twice", self.complaint('{"description": "a", "description": "b", "steps": []}'))
-        self.assertIn("file: [] is not a scenario", self.complaint("[]"))
+        assert re.search(r"^some-scenario\.json: .*line 1", self.complaint("{"))
+        assert "there twice" in self.complaint('{"description": "a", "description": "b", "steps": []}')
+        assert "file: [] is not a scenario" in self.complaint("[]")
 
     def test_names_unknown_and_missing_fields(self) -> None:
-        self.assertRegex(self.complaint({**GOOD, "step": []}), "file: .*'step' was unexpected.*; known are: .*, steps$")
-        self.assertIn("file: 'steps' is a required property", self.complaint({"description": "a"}))
-        self.assertRegex(self.complaint({**GOOD, "stage": {"camera": []}}), "stage: .*'camera' was unexpected.*cameras")
-        self.assertIn(
-            "stage.cameras[0].faults[0]: 'what' is a required property",
-            self.complaint({**GOOD, "stage": {"cameras": [{"faults": [{"where": "DNLOAD"}]}]}}),
-        )
+        assert re.search("file: .*'step' was unexpected.*; known are: .*, steps$", self.complaint({**GOOD, "step": []}))
+        assert "file: 'steps' is a required property" in self.complaint({"description": "a"})
+        assert re.search("stage: .*'camera' was unexpected.*cameras", self.complaint({**GOOD, "stage": {"camera": []}}))
+        fault = {"where": "DNLOAD"}
+        complaint = self.complaint({**GOOD, "stage": {"cameras": [{"faults": [fault]}]}})
+        assert "stage.cameras[0].faults[0]: 'what' is a required property" in complaint
 
     def test_names_values_of_a_wrong_type(self) -> None:
         for field, value in {
@@ -107,24 +107,23 @@ class ScenarioFiles(unittest.TestCase):
             "reset_ms": 1.0,
             "link_case": None,
         }.items():
-            with self.subTest(field=field):
-                complaint = self.complaint({**GOOD, "stage": {"cameras": [{field: value}]}})
-                self.assertIn(f"stage.cameras[0].{field}", complaint)
-                self.assertRegex(complaint, " is (not|greater than|less than) ")
-        self.assertIn("A.B.C.D", self.complaint({**GOOD, "stage": {"cameras": [{"version": "1.2.3.4\n"}]}}))
-        self.assertIn("stage.image", self.complaint({**GOOD, "stage": {"image": "gone"}}))
-        self.assertIn("stage.image.size", self.complaint({**GOOD, "stage": {"image": {"size": -1}}}))
-        self.assertIn("slow: 'yes' is not of type 'boolean'", self.complaint({**GOOD, "slow": "yes"}))
+            complaint = self.complaint({**GOOD, "stage": {"cameras": [{field: value}]}})
+            assert f"stage.cameras[0].{field}" in complaint
+            assert re.search(" is (not|greater than|less than) ", complaint)
+        assert "A.B.C.D" in self.complaint({**GOOD, "stage": {"cameras": [{"version": "1.2.3.4\n"}]}})
+        assert "stage.image" in self.complaint({**GOOD, "stage": {"image": "gone"}})
+        assert "stage.image.size" in self.complaint({**GOOD, "stage": {"image": {"size": -1}}})
+        assert "slow: 'yes' is not of type 'boolean'" in self.complaint({**GOOD, "slow": "yes"})
 
     def test_names_steps_that_it_does_not_know(self) -> None:
-        self.assertIn("steps[1]: 'dance' is not one of ['settle', ", self.step("dance"))
-        self.assertRegex(self.step({"dance": 1}), r"steps\[1\]: .*'dance' was unexpected.*; known are: plug, ")
-        self.assertIn("an object with one field", self.step({"plug": 0, "unplug": 0}))
-        self.assertIn("an object with one field", self.step(5))
-        self.assertIn("steps[1].plug: True", self.step({"plug": True}))
-        self.assertIn("steps[1].wait for", self.step({"wait for": "camera 0 asleep"}))
-        self.assertIn("steps[1].repeat.steps[0]", self.step({"repeat": {"times": 2, "steps": ["dance"]}}))
-        self.assertIn("steps[1].deliver.class", self.step({"deliver": {"type": "arrival", "class": "mouse"}}))
+        assert "steps[1]: 'dance' is not one of ['settle', " in self.step("dance")
+        assert re.search(r"steps\[1\]: .*'dance' was unexpected.*; known are: plug, ", self.step({"dance": 1}))
+        assert "an object with one field" in self.step({"plug": 0, "unplug": 0})
+        assert "an object with one field" in self.step(5)
+        assert "steps[1].plug: True" in self.step({"plug": True})
+        assert "steps[1].wait for" in self.step({"wait for": "camera 0 asleep"})
+        assert "steps[1].repeat.steps[0]" in self.step({"repeat": {"times": 2, "steps": ["dance"]}})
+        assert "steps[1].deliver.class" in self.step({"deliver": {"type": "arrival", "class": "mouse"}})
 
     def test_names_what_the_prompt_server_cannot_do(self) -> None:
         for fields in (
@@ -137,13 +136,12 @@ class ScenarioFiles(unittest.TestCase):
             {"fail": "NotifyProgress", "skip": 1},
             {"hang": "NotifyProgress", "hresult": -1},
         ):
-            with self.subTest(fields=fields):
-                complaint = self.step({"prompt server": fields})
-                self.assertIn(f"steps[1].prompt server: {fields} is not ", complaint)
-                self.assertIn('"fail" and perhaps "hresult", or with "hang"', complaint)
-        self.assertIn("steps[1].prompt server: 'dance' is not one of", self.step({"prompt server": "dance"}))
-        self.assertRegex(self.step({"prompt server": {"stop": 1}}), "'stop' was unexpected.*; known are: fail, hang")
-        self.assertIn("prompt server.hang: 'Stop' is not one of", self.step({"prompt server": {"hang": "Stop"}}))
+            complaint = self.step({"prompt server": fields})
+            assert f"steps[1].prompt server: {fields} is not " in complaint
+            assert '"fail" and perhaps "hresult", or with "hang"' in complaint
+        assert "steps[1].prompt server: 'dance' is not one of" in self.step({"prompt server": "dance"})
+        assert re.search("'stop' was unexpected.*; known are: fail, hang", self.step({"prompt server": {"stop": 1}}))
+        assert "prompt server.hang: 'Stop' is not one of" in self.step({"prompt server": {"hang": "Stop"}})
 
     def test_names_expectations_that_mean_nothing(self) -> None:
         for field, value in {
@@ -155,60 +153,58 @@ class ScenarioFiles(unittest.TestCase):
             "service": "paused",
             "completions": -1,
         }.items():
-            with self.subTest(field=field):
-                self.assertIn(f"steps[1].expect.{field}", self.step({"expect": {field: value}}))
-        self.assertIn("'transfer' was unexpected", self.step({"expect": {"transfer": "none"}}))
-        self.assertIn("steps[1].expect: 'result' is a dependency of 'camera'", self.step({"expect": {"camera": 0}}))
-        self.assertIn("a parenthesis is not closed", self.step({"expect": {"transfers": "GETSTATE (DNLOAD"}}))
+            assert f"steps[1].expect.{field}" in self.step({"expect": {field: value}})
+        assert "'transfer' was unexpected" in self.step({"expect": {"transfer": "none"}})
+        assert "steps[1].expect: 'result' is a dependency of 'camera'" in self.step({"expect": {"camera": 0}})
+        assert "a parenthesis is not closed" in self.step({"expect": {"transfers": "GETSTATE (DNLOAD"}})
 
     def test_names_parameters_that_do_not_fit(self) -> None:
-        self.assertIn('"$size"', self.complaint({**GOOD, "stage": {"image": {"size": "$size"}}}))
+        assert '"$size"' in self.complaint({**GOOD, "stage": {"image": {"size": "$size"}}})
         items = [{"name": "a", "size": 5}]
-        self.assertIn('"size" of "a" is never used', self.complaint({**GOOD, "for each": items}))
-        self.assertIn("the same name", self.complaint({**GOOD, "for each": [{"name": "a"}, {"name": "a"}]}))
-        self.assertIn("for each[0].name", self.complaint({**GOOD, "for each": [{"name": "Not So"}]}))
+        assert '"size" of "a" is never used' in self.complaint({**GOOD, "for each": items})
+        assert "the same name" in self.complaint({**GOOD, "for each": [{"name": "a"}, {"name": "a"}]})
+        assert "for each[0].name" in self.complaint({**GOOD, "for each": [{"name": "Not So"}]})
 
     def test_chooses_by_name(self) -> None:
         items = [{"name": "one"}, {"name": "two"}]
         self.write({**GOOD, "for each": items}, "many.json")
         self.write(GOOD, "single.json")
         variants = read_folder(self.folder)
-        self.assertEqual([each.name for each in variants], ["many/one", "many/two", "single"])
-        self.assertEqual([each.name for each in choose(variants, ["many"])], ["many/one", "many/two"])
-        self.assertEqual([each.name for each in choose(variants, ["many/two", "single"])], ["many/two", "single"])
-        with self.assertRaisesRegex(ScenarioError, "no scenario 'man'"):
+        assert [each.name for each in variants] == ["many/one", "many/two", "single"]
+        assert [each.name for each in choose(variants, ["many"])] == ["many/one", "many/two"]
+        assert [each.name for each in choose(variants, ["many/two", "single"])] == ["many/two", "single"]
+        with pytest.raises(ScenarioError, match="no scenario 'man'"):
             choose(variants, ["man"])
 
 
-class ScenariosOfTheProject(unittest.TestCase):
+class TestScenariosOfTheProject:
     def test_scenarios_can_all_be_read(self) -> None:
         variants = read_folder(SCENARIOS)
-        self.assertGreater(len(variants), 100)
+        assert len(variants) > 100
         names = [variant.name for variant in variants]
-        self.assertEqual(len(set(names)), len(names))
+        assert len(set(names)) == len(names)
 
-    def test_scenarios_name_their_schema_and_satisfy_it_as_they_are_written(self) -> None:
+    @pytest.mark.parametrize("path", sorted(SCENARIOS.glob("*.json")), ids=lambda path: path.stem)
+    def test_scenarios_name_their_schema_and_satisfy_it_as_they_are_written(self, path: Path) -> None:
         """Their parameters, too: an editor, which knows nothing of them, has nothing to complain about."""
-        for path in sorted(SCENARIOS.glob("*.json")):
-            content = json.loads(path.read_text(encoding="utf-8"))
-            with self.subTest(file=path.name):
-                if path.name == "scenario.schema.json":
-                    Draft7Validator.check_schema(content)
-                else:
-                    self.assertEqual(content["$schema"], "./scenario.schema.json")
-                    check_as_written(content)
+        content = json.loads(path.read_text(encoding="utf-8"))
+        if path.name == "scenario.schema.json":
+            Draft7Validator.check_schema(content)
+        else:
+            assert content["$schema"] == "./scenario.schema.json"
+            check_as_written(content)
 
     def test_schema_has_the_words_that_mean_something(self) -> None:
         definitions = SCHEMA["definitions"]
         step = definitions["step"]["else"]
-        self.assertEqual(set(step["then"]["enum"]), set(PLAIN_STEPS))
-        self.assertEqual(set(step["else"]["properties"]), set(STEPS_WITH_ARGUMENT))
+        assert set(step["then"]["enum"]) == set(PLAIN_STEPS)
+        assert set(step["else"]["properties"]) == set(STEPS_WITH_ARGUMENT)
         delivery = step["else"]["properties"]["deliver"]["else"]["properties"]
-        self.assertEqual(set(delivery["class"]["else"]["enum"]), set(CLASSES))
-        self.assertEqual(set(delivery["type"]["else"]["then"]["enum"]), set(EVENT_TYPES))
+        assert set(delivery["class"]["else"]["enum"]) == set(CLASSES)
+        assert set(delivery["type"]["else"]["then"]["enum"]) == set(EVENT_TYPES)
         expectation = definitions["expectation"]["else"]["properties"]
-        self.assertEqual(set(expectation), {*CHECKS, "result", "camera", "growth"})
-        self.assertEqual(set(expectation["result"]["else"]["enum"]), set(RESULTS))
+        assert set(expectation) == {*CHECKS, "result", "camera", "growth"}
+        assert set(expectation["result"]["else"]["enum"]) == set(RESULTS)
 
     def test_scenarios_use_every_step_at_least_once(self) -> None:
         used: set[str] = set()
@@ -221,7 +217,7 @@ class ScenariosOfTheProject(unittest.TestCase):
 
         for variant in read_folder(SCENARIOS):
             note(variant.steps)
-        self.assertEqual({*PLAIN_STEPS, *STEPS_WITH_ARGUMENT} - used, set())
+        assert {*PLAIN_STEPS, *STEPS_WITH_ARGUMENT} - used == set()
 
 
 def transfer(request: int, value: int = 0, length: int = 6, ok: bool = True) -> dict[str, Any]:
@@ -229,14 +225,13 @@ def transfer(request: int, value: int = 0, length: int = 6, ok: bool = True) -> 
     return {"event": "transfer", "setup": setup.hex(" "), "ok": ok}
 
 
-class TransferPatterns(unittest.TestCase):
+class TestTransferPatterns:
     def check(self, pattern: str, words: str, fits: bool = True) -> None:
-        with self.subTest(pattern=pattern, words=words):
-            self.assertEqual(bool(compile_pattern(pattern).fullmatch(words)), fits)
+        assert bool(compile_pattern(pattern).fullmatch(words)) == fits
 
     def test_patterns_spell_transfers(self) -> None:
         transfers = [transfer(5), transfer(1, 3, 64), transfer(1, 4, 0, ok=False), transfer(9)]
-        self.assertEqual(spell(transfers), "GETSTATE DNLOAD/3 EMPTY/4! REQUEST-9 ")
+        assert spell(transfers) == "GETSTATE DNLOAD/3 EMPTY/4! REQUEST-9 "
 
     def test_patterns_fit_whole_sequences_only(self) -> None:
         self.check("GETSTATE DETACH", "GETSTATE DETACH ")
@@ -260,10 +255,10 @@ class TransferPatterns(unittest.TestCase):
 
     def test_patterns_refuse_what_is_none(self) -> None:
         for pattern in ("DOWNLOAD", "(DNLOAD", "DNLOAD)", "DNLOAD/x", "(x3 DNLOAD)", "DNLOADx"):
-            with self.subTest(pattern=pattern), self.assertRaises(ValueError):
+            with pytest.raises(ValueError):
                 compile_pattern(pattern)
 
     def test_patterns_shorten_long_sequences(self) -> None:
-        self.assertEqual(shortened(""), "nothing")
-        self.assertEqual(shortened("GETSTATE DETACH "), "GETSTATE DETACH")
-        self.assertRegex(shortened("GETSTATUS " * 100), r"^(GETSTATUS ){12}\.\.\.\(76 more\)\.\.\.( GETSTATUS){12}$")
+        assert shortened("") == "nothing"
+        assert shortened("GETSTATE DETACH ") == "GETSTATE DETACH"
+        assert re.search(r"^(GETSTATUS ){12}\.\.\.\(76 more\)\.\.\.( GETSTATUS){12}$", shortened("GETSTATUS " * 100))
