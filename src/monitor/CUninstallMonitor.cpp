@@ -71,6 +71,11 @@ HRESULT ReadGroupName(HKEY parameters, std::wstring& groupName) {
     return S_OK;
 }
 
+// Runs a command of the system's shell on a thread of its own; the future waits for it at its end.
+std::future<int> RunAside(const std::string& command) {
+    return std::async(std::launch::async, [command] { return std::system(command.c_str()); });
+}
+
 }  // namespace
 
 CUninstallMonitor::CUninstallMonitor(StopRequest requestStop) : requestStop_(std::move(requestStop)) {}
@@ -182,7 +187,6 @@ void CUninstallMonitor::StopAndDelete() {
     requestStop_();
     // Nothing orders the two commands, and nobody reads their results: the futures only keep their tasks
     // until these end.
-    stopResult_ = std::async(std::launch::async, [stopCommand] { return std::system(stopCommand.c_str()); });
-    deleteResult_ =
-        std::async(std::launch::async, [deleteCommand] { return std::system(deleteCommand.c_str()); });
+    stopResult_ = RunAside(stopCommand);
+    deleteResult_ = RunAside(deleteCommand);
 }

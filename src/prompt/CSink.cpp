@@ -2,11 +2,9 @@
 
 #include "diagnostics/TraceMessageGroups.h"
 #include "diagnostics/TraceProvider.h"
+#include "win32/UniqueHandle.h"
 
-#include <chrono>
 #include <exception>
-#include <future>
-#include <thread>
 #include <utility>
 
 using Microsoft::WRL::ComPtr;
@@ -14,7 +12,7 @@ using Microsoft::WRL::ComPtr;
 namespace {
 
 constexpr LONG kUpdateAccepted = 1;
-constexpr std::chrono::seconds kEndPatience{2};
+constexpr DWORD kEndPatienceMs = 2000;
 
 constexpr USHORT kAdvised = 10;
 constexpr USHORT kAdviseFailed = 11;
@@ -27,6 +25,19 @@ ComPtr<IConnectionPointContainer> QueryContainer(IUnknown& server) {
         _com_issue_error(result);
     }
     return container;
+}
+
+// The call that ends the connection, with shares of what it calls.
+struct EndCall {
+    ComPtr<IConnectionPoint> connectionPoint;
+    std::shared_ptr<IToastCntrPtr> server;
+    DWORD cookie;
+};
+
+DWORD WINAPI MakeEndCall(void* context) {
+    const std::unique_ptr<EndCall> call(static_cast<EndCall*>(context));
+    call->connectionPoint->Unadvise(call->cookie);
+    return 0;
 }
 
 }  // namespace
@@ -69,25 +80,17 @@ void CSink::Advise(std::shared_ptr<IToastCntrPtr> server) {
 }
 
 // On a thread of its own: a call into another process can take for ever, and this one is about to end. The
-// thread shares what it calls, so that no release here is the last, and a call too, while it still waits.
+// thread has shares of what it calls, so that no release here is the last, and a call too, while it waits.
 void CSink::EndConnection() const {
     try {
-        std::promise<void> ended;
-        const std::future<void> end = ended.get_future();
-        std::thread call([connectionPoint = connectionPoint_, server = server_, cookie = cookie_,
-                          ended = std::move(ended)]() mutable {
-            connectionPoint->Unadvise(cookie);
-            connectionPoint.Reset();
-            server.reset();
-            ended.set_value();
-        });
-        if (end.wait_for(kEndPatience) == std::future_status::ready) {
-            call.join();
-        } else {
-            call.detach();
+        auto call = std::make_unique<EndCall>(EndCall{connectionPoint_, server_, cookie_});
+        const win32::UniqueKernelHandle thread(CreateThread(nullptr, 0, MakeEndCall, call.get(), 0, nullptr));
+        if (thread) {
+            static_cast<void>(call.release());  // the thread owns it now
+            WaitForSingleObject(thread.Get(), kEndPatienceMs);
         }
     } catch (const std::exception&) {
-        // Neither thread nor memory: the server learns of the end when the process is gone.
+        // No memory, as when there is no thread: the server learns of the end when the process is gone.
     }
 }
 
