@@ -15,7 +15,8 @@ FakeServiceLife::FakeServiceLife()
       queue_("QueueUserWorkItem", OnQueue),
       wait_("WaitForSingleObject", OnWait),
       createEvent_("CreateEventW", OnCreateEvent),
-      closeHandle_("CloseHandle", OnCloseHandle) {}
+      closeHandle_("CloseHandle", OnCloseHandle),
+      createThread_("CreateThread", OnCreateThread) {}
 
 void FakeServiceLife::RunWorkItem() {
     const WorkItem item = workItems.at(0);
@@ -109,4 +110,16 @@ BOOL WINAPI FakeServiceLife::OnCloseHandle(HANDLE handle) {
         current_->closedUnnamedEvents.push_back(handle);
     }
     return current_->closeHandle_.Original<decltype(CloseHandle)>()(handle);
+}
+
+HANDLE WINAPI FakeServiceLife::OnCreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stackSize,
+                                              LPTHREAD_START_ROUTINE function, void* context, DWORD flags,
+                                              DWORD* id) {
+    const auto createThread = current_->createThread_.Original<decltype(::CreateThread)>();
+    const HANDLE thread = createThread(security, stackSize, function, context, flags, id);
+    // The test framework has a thread of its own, which it starts suspended.
+    if (thread != nullptr && flags == 0) {
+        current_->wait_.Original<decltype(WaitForSingleObject)>()(thread, INFINITE);
+    }
+    return thread;
 }

@@ -11,7 +11,8 @@
 
 // What a service finds around it between its start and its stop: the event log, and a thread pool that keeps
 // the work item for the test to run. Records what happens there. A wait without a time-out runs the work
-// item, and so never hangs. Only one exists at a time.
+// item, and so never hangs. A thread that is created has ended when the call returns: the time-out of a wait
+// for it may be a fake clock's. Only one exists at a time.
 class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
   public:
     struct EventLogEntry {
@@ -65,6 +66,9 @@ class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
     static HANDLE WINAPI OnCreateEvent(SECURITY_ATTRIBUTES* security, BOOL manualReset, BOOL initialState,
                                        const wchar_t* name);
     static BOOL WINAPI OnCloseHandle(HANDLE handle);
+    static HANDLE WINAPI OnCreateThread(SECURITY_ATTRIBUTES* security, SIZE_T stackSize,
+                                        LPTHREAD_START_ROUTINE function, void* context, DWORD flags,
+                                        DWORD* id);
 
     void Report(const std::string& function) const;
     // One that was closed is no more: its number may be another object's by now.
@@ -80,4 +84,5 @@ class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
     test_support::ImportRedirect wait_;
     test_support::ImportRedirect createEvent_;
     test_support::ImportRedirect closeHandle_;
+    test_support::ImportRedirect createThread_;
 };
