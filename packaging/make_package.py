@@ -35,8 +35,17 @@ _NO_DATE = 315532800
 _UNIX_EPOCH_AS_FILETIME = 116444736000000000
 _SUMMARY_FORMAT = uuid.UUID("f29f85e0-4ff9-1068-ab91-08002b27b3d9").bytes_le
 _SUMMARY_TIMES = (12, 13)
-# A program of the package, deferred, as the system, in the rollback, its result ignored.
-_ROLLBACK_ACTION = 18 + 1024 + 2048 + 256 + 64
+# Deferred, as the system, its result ignored; a program of the package, or one that a property names.
+_PROGRAM_ACTION = 18 + 1024 + 2048 + 64
+_COMMAND_ACTION = 50 + 1024 + 2048 + 64
+_IN_ROLLBACK = 256
+_IN_COMMIT = 512
+_ACTION_TYPES = {
+    "UndoInstallService": _PROGRAM_ACTION + _IN_ROLLBACK,
+    "UndoRemoveService": _PROGRAM_ACTION + _IN_ROLLBACK,
+    "UndoStopService": _COMMAND_ACTION + _IN_ROLLBACK,
+    "StartServiceAgain": _COMMAND_ACTION + _IN_COMMIT,
+}
 
 # The installer touches the update mode when it is told to, and when it has written it before.
 _UPDATE_MODE_CONDITION = "DFUAUTOMODE OR MODEWRITTEN"
@@ -135,6 +144,8 @@ def _files_fragment(files: Mapping[str, Path]) -> ElementTree.Element:
             folders[path.parent], "Component", Id=identifier, Guid=_code(f"component {name}"), Win64="yes"
         )
         _element(component, "File", Id=identifier, Name=path.name, Source=name, KeyPath="yes")
+        if name == EXECUTABLE:
+            _element(component, "ServiceControl", Id="StopService", Name=SERVICE, Stop="both", Wait="yes")
         _element(group, "ComponentRef", Id=identifier)
     return root
 
@@ -149,10 +160,12 @@ def _element(parent: ElementTree.Element | None, name: str, **attributes: str) -
 def _finish(msi: Path, version: str, digest: str) -> None:
     """Sets what wixl has no words for."""
     queries = [
-        f"UPDATE `CustomAction` SET `Type` = {_ROLLBACK_ACTION} WHERE `Action` = 'UndoInstallService'",
-        f"UPDATE `CustomAction` SET `Type` = {_ROLLBACK_ACTION} WHERE `Action` = 'UndoRemoveService'",
+        *(f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'" for action, kind in _ACTION_TYPES.items()),
         f"UPDATE `Component` SET `Condition` = '{_UPDATE_MODE_CONDITION}' WHERE `Component` = 'UpdateMode'",
         f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033' WHERE `File` = '{EXECUTABLE}'",
+        # What is searched for in the user interface's sequence is not searched for again, and does not reach the other one.
+        "DELETE FROM `InstallUISequence` WHERE `Action` = 'AppSearch'",
+        "DELETE FROM `InstallUISequence` WHERE `Action` = 'LaunchConditions'",
         f"DELETE FROM `MsiFileHash` WHERE `File_` = '{EXECUTABLE}'",
     ]
     for query in queries:

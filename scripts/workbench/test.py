@@ -23,7 +23,7 @@ _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # What the system tests run: the product, what the laboratory puts under it, what it is measured against, and what the
 # tests of -remove run into.
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
-                   "VeyraActivatingService", "stubborn_service")
+                   "VeyraActivatingService", "stubborn_service", "service_holder")
 _MACHINES = 2
 
 _DESCRIPTION = """\

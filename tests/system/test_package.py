@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import time
 import zipfile
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from functools import cache
 from pathlib import Path
 from types import ModuleType
@@ -21,6 +21,7 @@ from veyra_lab.windows.image import sha256
 from veyra_lab.windows.installation import EXECUTABLE, UPDATE_MODE_KEY
 from veyra_lab.windows.machine import SERVICES_KEY, Machine, Outcome, registry_string, windows_path
 from veyra_lab.windows.programs import SERVICE, Programs
+from veyra_lab.wire.events import RUNNING
 
 _FOLDER = r"C:\windows\VeyraCameraDfu"
 _EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
@@ -30,6 +31,9 @@ _INSTALLER_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraCameraDfuService"
 _SERVICE_CONTROLLED = "Service Controlled"
 _NEWER = "99.0.0"
 _DATE = 1_700_000_000
+# What is no service: for any switch the one fails, the other says that all is well.
+_FAILING_PROGRAM = BUILD / "tests" / "system" / "stubborn_service.exe"
+_SERVICE_HOLDER = BUILD / "tests" / "system" / "service_holder.exe"
 
 
 def _load_packaging() -> ModuleType:
@@ -55,22 +59,40 @@ def rig() -> Path:
 
 
 @cache
-def installer(version: str = VERSION, with_rig: bool = True) -> Path:
-    """An installer of the build's files that calls itself this version. Wine cannot run the executable
-    without the rig, which has to lie beside it, so it is installed along."""
-    files = packaging.package_files(BUILD)
-    if with_rig:
-        files["winusb.dll"] = rig()
-    path = Path(_made.name) / f"{version}-{with_rig}.msi"
+def program(version: str) -> Path:
+    """The executable of a version: the newer one is another file, which does the same."""
+    path = Path(_made.name) / f"{version}.exe"
+    path.write_bytes((BUILD / f"{SERVICE}.exe").read_bytes() + (b"\0" if version == _NEWER else b""))
+    return path
+
+
+def version_files(version: str) -> dict[str, Path]:
+    """What a version installs. Wine cannot run the executable without the rig, which has to lie beside it, so it is
+    installed along."""
+    return packaging.package_files(BUILD) | {f"{SERVICE}.exe": program(version), "winusb.dll": rig()}
+
+
+@cache
+def installer(version: str = VERSION, executable: Path | None = None) -> Path:
+    """An installer of the build's files that calls itself this version; with another program in the executable's place."""
+    files = version_files(version) | ({f"{SERVICE}.exe": executable} if executable else {})
+    path = Path(_made.name) / f"{version}-{executable.stem if executable else 'works'}.msi"
     packaging.make_msi(files, version, _DATE, path)
     return path
 
 
-def msiexec(machine: Machine, *arguments: str) -> Outcome:
+def table(name: str) -> dict[str, list[str]]:
+    """A table of the installer: the columns behind the first by that one."""
+    exported = subprocess.run(["msiinfo", "export", installer(), name], capture_output=True, text=True, check=True)
+    rows = (line.rstrip("\r").split("\t") for line in exported.stdout.splitlines()[3:])
+    return {key: columns for key, *columns in rows}
+
+
+def msiexec(machine: Machine, *arguments: str, interface: str = "/qn") -> Outcome:
     """Windows' installer, without questions. It reads its command line itself, in which a property's text has the quotes:
     NAME="a text". So it gets the line that a person types, and not words that somebody else puts quotes around."""
     typed = machine.file(r"C:\typed.cmd")
-    typed.write_text(f"@msiexec {' '.join(arguments)} /qn\r\n@exit /b %errorlevel%\r\n", encoding="ascii")
+    typed.write_text(f"@msiexec {' '.join(arguments)} {interface}\r\n@exit /b %errorlevel%\r\n", encoding="ascii")
     return machine.run("cmd", "/c", r"C:\typed.cmd", timeout=120)
 
 
@@ -172,7 +194,7 @@ class InstalledRoad(Road):
 
 def check_installed(machine: Machine, version: str = VERSION) -> None:
     """The files, one service with their path, and the entry in the list of programs."""
-    assert installed_files(machine) == {**package_files(), "winusb.dll": sha256(rig().read_bytes())}
+    assert installed_files(machine) == {name: sha256(path.read_bytes()) for name, path in version_files(version).items()}
     assert machine.service_state(SERVICE) is not None
     path = (machine.registry_values(_SERVICE_KEY) or {})["ImagePath"][1]
     assert path.lower() == _EXECUTABLE.lower()
@@ -226,11 +248,17 @@ def test_removal_stops_the_service_first(on: Bench) -> None:
 @slow
 def test_removal_deletes_the_service_also_when_the_program_fails(on: Bench) -> None:
     install(on.machine)
-    # Without the rig the program does not come to its -remove under Wine.
-    on.machine.file(rf"{_FOLDER}\winusb.dll").unlink()
+    shutil.copyfile(_SERVICE_HOLDER, on.machine.file(_EXECUTABLE))
     assert remove(on.machine).status == 0
     check_nothing_left(on.machine)
-    on.machine.forget_crashes()
+
+
+@slow
+def test_removal_deletes_the_service_also_when_the_program_is_lost(on: Bench) -> None:
+    install(on.machine)
+    on.machine.file(_EXECUTABLE).unlink()
+    assert remove(on.machine).status == 0
+    check_nothing_left(on.machine)
 
 
 @slow
@@ -245,15 +273,143 @@ def test_repair_brings_back_what_is_lost_and_installs_nothing_twice(on: Bench) -
     assert service_keys(on.machine) == [SERVICE]
 
 
-def test_upgrade_replaces_the_older_version(on: Bench) -> None:
+def change_start_type(machine: Machine) -> None:
+    """To automatic, as an administrator does."""
+    machine.demand(windows_path(_SERVICE_HOLDER), SERVICE, "automatic")
+
+
+def check_start_type(machine: Machine) -> None:
+    """Still automatic."""
+    assert (machine.registry_values(_SERVICE_KEY) or {})["Start"] == ("REG_DWORD", "0x2")
+
+
+def test_upgrade_replaces_the_older_version_and_leaves_the_service_as_it_was(on: Bench) -> None:
     install(on.machine)
-    on.start_service()
+    change_start_type(on.machine)
+    before = on.start_service()
+    since = on.peer.mark()
     assert install(on.machine, _NEWER).status == 0
     check_installed(on.machine, _NEWER)
-    assert on.machine.service_state(SERVICE) == "STOPPED"
+    assert on.wait_for_state(RUNNING, since)["pid"] != before
+    check_start_type(on.machine)
     assert update_mode(on.machine) is None
     assert remove(on.machine, _NEWER).status == 0
     check_nothing_left(on.machine)
+    assert on.machine.crashes() == []
+
+
+@slow
+def test_upgrade_with_the_user_interface_leaves_everything_as_it_was(on: Bench) -> None:
+    install(on.machine, VERSION, f'DFUAUTOMODE="{_SERVICE_CONTROLLED}"')
+    change_start_type(on.machine)
+    upgrade = msiexec(on.machine, "/i", f'"{windows_path(installer(_NEWER))}"', interface="/qr")
+    assert upgrade.status == 0
+    check_installed(on.machine, _NEWER)
+    assert on.machine.service_state(SERVICE) == "STOPPED"
+    check_start_type(on.machine)
+    assert update_mode(on.machine) == ("REG_SZ", _SERVICE_CONTROLLED)
+
+
+def test_searches_in_the_sequence_alone_that_uses_what_is_found() -> None:
+    sequences = {name: table(f"Install{name}Sequence") for name in ("UI", "Execute")}
+    for action in ("AppSearch", "LaunchConditions"):
+        assert action not in sequences["UI"]
+        assert action in sequences["Execute"]
+    # What the search for other versions finds goes from one sequence to the other.
+    secure = table("Property")["SecureCustomProperties"][0].split(";")
+    assert {"WIX_UPGRADE_DETECTED", "WIX_DOWNGRADE_DETECTED"} <= set(secure)
+    assert "DFUAUTOMODE" not in secure
+
+
+def test_its_actions_run_when_they_have_to() -> None:
+    steps = {action: int(columns[1]) for action, columns in table("InstallExecuteSequence").items()}
+    in_order = ["InstallInitialize", "UndoStopService", "NoteRunningService", "StopService", "InstallFiles", "InstallService",
+                "CheckService", "StartServiceAgain", "InstallFinalize", "RemoveExistingProducts"]  # fmt: skip
+    assert sorted(in_order, key=lambda action: steps[action]) == in_order
+    kinds = {action: int(columns[0]) for action, columns in table("CustomAction").items()}
+    rollback, commit = 256, 512
+    assert {action for action, kind in kinds.items() if kind & rollback} == {
+        "UndoInstallService",
+        "UndoRemoveService",
+        "UndoStopService",
+    }
+    assert {action for action, kind in kinds.items() if kind & commit} == {"StartServiceAgain"}
+
+
+@pytest.fixture
+def held(on: Bench) -> Iterator[Callable[[], None]]:
+    """The service is installed, and a program has it open; lets it go."""
+    install(on.machine)
+    holder = windows_path(_SERVICE_HOLDER)
+    program = subprocess.Popen(
+        [str(CHECKOUT / "scripts" / "wine"), holder, SERVICE],
+        env=on.machine.environment,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        text=True,
+    )
+    assert program.stdout is not None
+    with program.stdout:
+        assert program.stdout.readline().strip() == "held"
+
+        def let_go() -> None:
+            if program.poll() is None:
+                on.machine.demand(holder)
+                assert program.wait(timeout=20) == 0
+
+        yield let_go
+        let_go()
+
+
+@slow
+def test_upgrade_and_repair_do_not_mind_who_has_the_service_open(on: Bench, held: Callable[[], None]) -> None:
+    assert repair(on.machine).status == 0
+    assert install(on.machine, _NEWER).status == 0
+    held()
+    check_installed(on.machine, _NEWER)
+
+
+@slow
+def test_removal_is_complete_once_nobody_has_the_service_open(on: Bench, held: Callable[[], None]) -> None:
+    assert remove(on.machine).status == 0
+    assert not on.machine.file(_FOLDER).exists()
+    assert on.machine.service_state(SERVICE) is not None
+    # The name is not free yet: nothing is installed that the last handle's end would take away.
+    assert install(on.machine).status != 0
+    assert not on.machine.file(_FOLDER).exists()
+    held()
+    check_nothing_left(on.machine)
+    assert install(on.machine).status == 0
+    check_installed(on.machine)
+
+
+@slow
+def test_says_that_a_removed_service_is_still_open(on: Bench) -> None:
+    install(on.machine)
+    on.machine.change_registry({_SERVICE_KEY: {"DeleteFlag": "dword:00000001"}})
+    assert repair(on.machine).status != 0
+    assert install(on.machine, _NEWER).status != 0
+    assert "restart Windows" in table("LaunchCondition")['NOT MARKEDSERVICE OR REMOVE="ALL"'][0]
+
+
+@slow
+@pytest.mark.parametrize("mode", ["service controlled", "Service Controlled ", "On"])
+def test_refuses_an_update_mode_that_it_does_not_know(on: Bench, mode: str) -> None:
+    assert install(on.machine, VERSION, f'DFUAUTOMODE="{mode}"').status != 0
+    check_nothing_left(on.machine)
+    assert update_mode(on.machine) is None
+    (text,) = (columns[0] for condition, columns in table("LaunchCondition").items() if "DFUAUTOMODE" in condition)
+    assert all(f'"{known}"' in text for known in ("Service Controlled", "Auto", "Disabled"))
+
+
+@slow
+def test_an_upgrade_that_fails_keeps_the_service(on: Bench) -> None:
+    install(on.machine)
+    change_start_type(on.machine)
+    assert msiexec(on.machine, "/i", f'"{windows_path(installer(_NEWER, _FAILING_PROGRAM))}"').status != 0
+    assert on.machine.service_state(SERVICE) is not None
+    check_start_type(on.machine)
+    assert list(program_entries(on.machine)) == [VERSION]
 
 
 @slow
@@ -302,11 +458,10 @@ def test_does_not_install_beside_a_service_that_was_installed_by_hand(on: Bench)
 
 
 @slow
-def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench) -> None:
-    # Without the rig the program does not come to its -install under Wine.
-    assert msiexec(on.machine, "/i", f'"{windows_path(installer(with_rig=False))}"').status != 0
+@pytest.mark.parametrize("executable", [_FAILING_PROGRAM, _SERVICE_HOLDER], ids=["it fails", "it only says so"])
+def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench, executable: Path) -> None:
+    assert msiexec(on.machine, "/i", f'"{windows_path(installer(VERSION, executable))}"').status != 0
     check_nothing_left(on.machine)
-    on.machine.forget_crashes()
 
 
 def test_the_installed_service_makes_a_whole_update(on: Bench) -> None:
