@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace lab {
@@ -58,6 +59,9 @@ struct CameraSettings {
     // A download goes to a second bank of the flash: a power failure loses the image, not the firmware.
     bool hasTwoBanks = false;
     std::uint32_t timeoutMs = 0;  // how long a host waits for a request that nothing answers
+    // From the arrival of its interface in DFU mode to the moment from which the host's driver opens it; none:
+    // never.
+    std::optional<std::uint32_t> driverStartMs = 0;
 };
 
 }  // namespace lab

@@ -254,6 +254,12 @@ std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
     return std::nullopt;
 }
 
+bool Bus::DriverHasStarted(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    const Place* const place = Present(presence, BusMode::Dfu);
+    return place != nullptr && place->opensAtMs && *place->opensAtMs <= NowMs();
+}
+
 std::optional<InterfaceDescriptors> Bus::Interfaces(const Presence& presence) {
     const std::lock_guard lock(mutex_);
     const Place* const place = Present(presence, BusMode::Dfu);
@@ -421,6 +427,10 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
     place.mode = mode;
     if (mode != BusMode::Absent) {
         place.stay = ++lastStay_;
+        place.opensAtMs = place.camera.Settings().driverStartMs;
+        if (place.opensAtMs) {
+            *place.opensAtMs += NowMs();
+        }
         const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
         RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
         QueueArrival(place);

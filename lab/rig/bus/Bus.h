@@ -92,6 +92,8 @@ class Bus {
     // The nodes of the running camera's topology; none when that stay is over.
     [[nodiscard]] std::vector<TopologyNode> Nodes(const Presence& presence);
     [[nodiscard]] std::optional<Presence> FindDfuDevice(std::wstring_view link);
+    // Whether its driver opens it already; false, too, when that stay is over.
+    [[nodiscard]] bool DriverHasStarted(const Presence& presence);
     // As the driver has read them; empty when that stay is over.
     [[nodiscard]] std::optional<InterfaceDescriptors> Interfaces(const Presence& presence);
 
@@ -112,6 +114,7 @@ class Bus {
         LinkStyle style;
         BusMode mode = BusMode::Absent;  // as last announced
         unsigned stay = 0;
+        std::optional<std::uint64_t> opensAtMs;  // in DFU mode
     };
 
     [[nodiscard]] std::uint64_t NowMs() const;

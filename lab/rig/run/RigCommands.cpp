@@ -60,6 +60,15 @@ void Deliver(Bus& bus, const json& command) {
     }
 }
 
+void PassTime(Bus& bus, const json& command) {
+    constexpr std::uint64_t kMostMs = 600'000;
+    const json& ms = command.at("ms");
+    if (!IsCount(ms) || ms.get<std::uint64_t>() > kMostMs) {
+        throw std::runtime_error("the time that passes cannot be " + ms.dump() + " ms");
+    }
+    bus.Skip(ms.get<std::uint32_t>());
+}
+
 // Threads that wait until the process ends: what it costs to have them.
 void StartIdleThreads(const json& command) {
     constexpr std::uint64_t kMost = 100;
@@ -114,6 +123,8 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
             answer["threads"] = resources.threads;
             answer["private_bytes"] = resources.privateBytes;
         });
+    } else if (name == "pass") {
+        PassTime(bus, command);
     } else if (name == "idle-threads") {
         StartIdleThreads(command);
     } else {

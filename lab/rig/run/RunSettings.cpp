@@ -199,6 +199,8 @@ CameraSettings ToCamera(const json& fields, LinkStyle& style) {
             camera.hasTwoBanks = value.get<bool>();
         } else if (field == "timeout_ms") {
             camera.timeoutMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "driver_ms") {
+            camera.driverStartMs = value == "never" ? std::nullopt : std::optional(ToNumber<std::uint32_t>(field, value));
         } else if (!ReadLinkField(style, field, value)) {
             throw std::runtime_error("a camera has no field " + field);
         }

@@ -38,7 +38,10 @@ std::vector<std::vector<InterfaceDescriptor>> Settings(const InterfaceDescriptor
 }  // namespace
 
 DWORD UsbDevices::Open(const std::wstring& link, DWORD flags, HANDLE& file) {
-    const auto presence = bus_.FindDfuDevice(link);
+    auto presence = bus_.FindDfuDevice(link);
+    if (presence && !bus_.DriverHasStarted(*presence)) {
+        presence.reset();
+    }
     DWORD error = ERROR_SUCCESS;
     {
         const std::lock_guard lock(mutex_);

@@ -116,6 +116,9 @@ class ScenarioRun:
         event = {"type": EVENT_TYPES.get(kind, kind), "class": CLASSES[fields["class"]], "link": link}
         self._peer.command(RIG, "deliver", times=fields.get("times", 1), **event)
 
+    def _pass(self, ms: int) -> None:
+        self._peer.command(RIG, "pass", ms=ms)
+
     def _control(self, control: int) -> None:
         self._peer.command(RIG, "control", control=control)
 
@@ -257,6 +260,7 @@ STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "wait for": ScenarioRun._wait_for,
     "update": ScenarioRun._update,
     "deliver": ScenarioRun._deliver,
+    "pass": ScenarioRun._pass,
     "control": ScenarioRun._control,
     "image": ScenarioRun._put_image,
     "update mode": ScenarioRun._set_update_mode,

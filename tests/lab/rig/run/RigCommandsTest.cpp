@@ -56,6 +56,15 @@ TEST_F(RigCommandsTest, SavesTheFlash) {
                  std::runtime_error);
 }
 
+TEST_F(RigCommandsTest, LetsTimePass) {
+    Begin({});
+    const auto before = bus_->ClockMs();
+    Do({{"command", "pass"}, {"ms", 60'000}});
+    EXPECT_GE(bus_->ClockMs(), before + 60'000);
+    EXPECT_THROW(Do({{"command", "pass"}, {"ms", -1}}), std::runtime_error);
+    EXPECT_THROW(Do({{"command", "pass"}, {"ms", 600'001}}), std::runtime_error);
+}
+
 TEST_F(RigCommandsTest, DeliversAMadeUpEventToTheServiceOnly) {
     Begin({});
     Do(EventCommand("deliver", 0x8000, "any \xC3\xA9"));

@@ -60,7 +60,7 @@ TEST(RunSettings, RefusesWhatItDoesNotUnderstand) {
           R"({"cameras": [{"personality": "kind"}]})", R"({"cameras": [{"transfer_size": 65536}]})",
           R"({"cameras": [{"block_ms": "1"}]})", R"({"cameras": [{"configuration_descriptor": "0"}]})",
           R"({"cameras": [{"configuration_descriptor": "zz"}]})",
-          R"({"cameras": [{"has_extension_unit": 1}]})",
+          R"({"cameras": [{"has_extension_unit": 1}]})", R"({"cameras": [{"driver_ms": "late"}]})",
           R"({"cameras": [{"faults": [{"where": "NOWHERE"}]}]})",
           R"({"cameras": [{"faults": [{"what": "?"}]}]})", R"({"cameras": [{"faults": [{"when": 1}]}]})"}) {
         EXPECT_THROW((void)RunSettings::FromStage(json::parse(text)), std::exception) << text;
@@ -71,9 +71,9 @@ TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
     const RunSettings settings = RunSettings::FromStage(json::parse(R"({
         "skip_waits": true,
         "cameras": [{"nodes": ["processing", "foreign", "broken", "extension-unit"], "two_banks": true,
-            "timeout_ms": 5000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
+            "timeout_ms": 5000, "driver_ms": 3000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
             "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"}]},
-            {}]})"));
+            {"driver_ms": "never"}]})"));
     EXPECT_TRUE(settings.bus.skipsWaits);
     using lab::TopologyNode;
     EXPECT_EQ(settings.bus.cameras[0].nodes,
@@ -81,6 +81,8 @@ TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
                            TopologyNode::ExtensionUnit}));
     EXPECT_TRUE(settings.bus.cameras[0].hasTwoBanks);
     EXPECT_EQ(settings.bus.cameras[0].timeoutMs, 5000U);
+    EXPECT_EQ(settings.bus.cameras[0].driverStartMs, 3000U);
+    EXPECT_EQ(settings.bus.cameras[1].driverStartMs, std::nullopt);
     EXPECT_EQ(settings.bus.cameras[0].faults[0].where, lab::Fault::Where::GetDescriptor);
     EXPECT_EQ(settings.bus.cameras[0].faults[1].what, lab::Fault::What::PollTime);
     ASSERT_EQ(settings.bus.linkStyles.size(), 2U);

@@ -69,6 +69,24 @@ TEST_F(UsbDevicesTest, DoesNotFindWhatIsNotThere) {
     EXPECT_EQ(events_.Named("usb-open").back().at("ok"), false);
 }
 
+TEST_F(UsbDevicesTest, DoesNotOpenWhatItsDriverHasNotStarted) {
+    auto camera = QuickCamera();
+    camera.driverStartMs = 60'000;
+    BeginInDfuMode(camera);
+    EXPECT_EQ(devices_->Open(links_.DfuUsb(), FILE_FLAG_OVERLAPPED, file_), DWORD{ERROR_FILE_NOT_FOUND});
+    bus_->Skip(60'000);
+    ASSERT_EQ(devices_->Open(links_.DfuUsb(), FILE_FLAG_OVERLAPPED, file_), DWORD{ERROR_SUCCESS});
+    Close(file_);
+}
+
+TEST_F(UsbDevicesTest, NeverOpensWhatNeverStarts) {
+    auto camera = QuickCamera();
+    camera.driverStartMs.reset();
+    BeginInDfuMode(camera);
+    bus_->Skip(600'000);
+    EXPECT_EQ(devices_->Open(links_.DfuUsb(), FILE_FLAG_OVERLAPPED, file_), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
 // The driver serves one file at a time, so a handle that the product leaks must show here.
 TEST_F(UsbDevicesTest, DeniesASecondFileUntilTheFirstIsClosed) {
     BeginInDfuMode(QuickCamera());
