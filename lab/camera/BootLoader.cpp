@@ -7,7 +7,7 @@
 namespace lab {
 
 BootLoader::BootLoader(const CameraSettings& settings)
-    : traits_(TraitsOf(settings.personality)),
+    : traits_(TraitsOf(settings)),
       transferSize_(settings.transferSize),
       blockMs_(settings.blockMs),
       manifestMs_(settings.manifestMs),
@@ -85,21 +85,40 @@ void BootLoader::Fail(DfuStatus status) {
     }
 }
 
+TransferEnd BootLoader::SetInterface() {
+    if (traits_.setInterface == DfuTraits::SetInterface::Stalls) {
+        return TransferEnd::Stall;
+    }
+    if (traits_.setInterface == DfuTraits::SetInterface::ResetsState) {
+        ReturnToIdle();
+    }
+    return TransferEnd::Ok;
+}
+
 DfuAnswer BootLoader::Detach() {
-    return traits_.acceptsDetach ? DfuAnswer{} : Refuse();
+    if (traits_.detach == DfuTraits::Detach::Stalls) {
+        return Refuse();
+    }
+    wantsReset_ = traits_.detach == DfuTraits::Detach::Restarts;
+    return {};
 }
 
 DfuAnswer BootLoader::Dnload(std::uint16_t blockNumber, std::span<const std::uint8_t> data,
                              std::uint64_t nowMs) {
+    if (state_ == DfuState::UploadIdle && traits_.dropsBlocksInUpload) {
+        return {.taken = data.size()};
+    }
     if ((state_ != DfuState::DfuIdle && state_ != DfuState::DnloadIdle) || data.size() > transferSize_) {
         return Refuse();
     }
-    if (state_ == DfuState::DfuIdle && data.empty()) {
+    if (state_ == DfuState::DfuIdle && data.empty() && !traits_.takesEmptyImage) {
         return Refuse(DfuStatus::ErrNotDone);
     }
     if (state_ == DfuState::DfuIdle) {
-        flash_.BeginImage();
         lastBlockNumber_.reset();
+    }
+    if (state_ == DfuState::DfuIdle && !data.empty()) {
+        flash_.BeginImage();
     }
     CountGap(blockNumber);
     if (data.empty()) {
@@ -107,8 +126,13 @@ DfuAnswer BootLoader::Dnload(std::uint16_t blockNumber, std::span<const std::uin
         isManifested_ = false;
         return {};
     }
-    flash_.AppendToImage(data);
+    if (traits_.addressesBlocks) {
+        flash_.PutIntoImage(std::size_t{blockNumber} * transferSize_, data);
+    } else {
+        flash_.AppendToImage(data);
+    }
     state_ = DfuState::DnloadSync;
+    busyReported_ = false;
     deadline_ = nowMs + (traits_.writesAtOnce ? 0 : blockMs_);
     return {.taken = data.size()};
 }
@@ -118,7 +142,10 @@ DfuAnswer BootLoader::Upload(std::size_t length) {
         return Refuse();
     }
     if (state_ == DfuState::DfuIdle) {
-        if (traits_.uploadsStatusBlock) {
+        if (traits_.upload == DfuTraits::Upload::Stalls) {
+            return Refuse();
+        }
+        if (traits_.upload == DfuTraits::Upload::StatusBlock) {
             return UploadStatusBlock(length);
         }
         uploaded_ = 0;
@@ -140,7 +167,11 @@ DfuAnswer BootLoader::GetStatus(std::uint64_t nowMs) {
         EndManifestation(nowMs);
     }
     if (state_ == DfuState::DnloadSync) {
+        if (traits_.isBusyFirst && !busyReported_ && !deadline_) {
+            deadline_ = nowMs;
+        }
         state_ = deadline_ ? DfuState::DnBusy : DfuState::DnloadIdle;
+        busyReported_ = true;
     } else if (state_ == DfuState::ManifestSync && isManifested_) {
         ReturnToIdle();
     } else if (state_ == DfuState::ManifestSync) {
@@ -195,13 +226,13 @@ void BootLoader::ReturnToIdle() {
 
 void BootLoader::EndManifestation(std::uint64_t atMs) {
     flash_.CommitImage();
-    if (traits_.isManifestationTolerant) {
+    if (traits_.manifestation == DfuTraits::Manifestation::Tolerant) {
         state_ = DfuState::ManifestSync;
         isManifested_ = true;
         return;
     }
     state_ = DfuState::ManifestWaitReset;
-    if (traits_.resetsItself) {
+    if (traits_.manifestation == DfuTraits::Manifestation::ResetsItself) {
         deadline_ = atMs + resetMs_;
     }
 }

@@ -42,6 +42,8 @@ class BootLoader {
     // GETSTATUS that makes the device reset itself is Disconnected.
     [[nodiscard]] DfuAnswer Handle(const SetupPacket& setup, std::span<const std::uint8_t> data,
                                    std::uint64_t nowMs);
+    // The host chooses an alternate setting of the DFU interface.
+    [[nodiscard]] TransferEnd SetInterface();
     // Moves to dfuERROR, whatever the personality; a device that is there already keeps its status.
     void Fail(DfuStatus status);
 
@@ -81,6 +83,7 @@ class BootLoader {
     DfuStatus status_ = DfuStatus::Ok;
     // End of writing a block (dfuDNLOAD-SYNC, dfuDNBUSY), of dfuMANIFEST, or of dfuMANIFEST-WAIT-RESET.
     std::optional<std::uint64_t> deadline_;
+    bool busyReported_ = false;       // since the last block, GETSTATUS told dfuDNBUSY or what follows it
     bool isManifested_ = false;       // in dfuMANIFEST-SYNC: on the way back from dfuMANIFEST
     bool waitResetReported_ = false;  // in dfuMANIFEST-WAIT-RESET: GETSTATUS told the host
     bool wantsReset_ = false;

@@ -1,24 +1,30 @@
 #include "lab/camera/DfuTraits.h"
 
+#include "lab/camera/CameraSettings.h"
+
 namespace lab {
 
 DfuTraits TraitsOf(Personality personality) {
     switch (personality) {
         case Personality::Kv400:
             return {.isRuntimeDevice = false,
-                    .acceptsDetach = true,
-                    .uploadsStatusBlock = true,
+                    .detach = DfuTraits::Detach::Accepted,
+                    .upload = DfuTraits::Upload::StatusBlock,
                     .answersWhileWriting = true,
                     .answersWhileManifesting = true,
-                    .resetsItself = true};
+                    .manifestation = DfuTraits::Manifestation::ResetsItself};
         case Personality::Strict:
             return {};
         case Personality::Lenient:
             return {.answersWhileWriting = true, .stallsInPlace = true, .hidesWriteTime = true};
         case Personality::Synchronous:
-            return {.writesAtOnce = true, .isManifestationTolerant = true};
+            return {.manifestation = DfuTraits::Manifestation::Tolerant, .writesAtOnce = true};
     }
     return {};
+}
+
+DfuTraits TraitsOf(const CameraSettings& settings) {
+    return settings.traits.value_or(TraitsOf(settings.personality));
 }
 
 }  // namespace lab

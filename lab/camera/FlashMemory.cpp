@@ -50,6 +50,13 @@ void FlashMemory::AppendToImage(std::span<const std::uint8_t> block) {
     }
 }
 
+void FlashMemory::PutIntoImage(std::size_t offset, std::span<const std::uint8_t> block) {
+    if (image_) {
+        image_->resize(std::max(image_->size(), offset + block.size()));
+        std::copy(block.begin(), block.end(), image_->begin() + static_cast<std::ptrdiff_t>(offset));
+    }
+}
+
 void FlashMemory::CommitImage() {
     if (image_) {
         bytes_ = std::move(*image_);

@@ -36,6 +36,8 @@ class FlashMemory {
     void BeginImage();
     // Appends to the image that was begun.
     void AppendToImage(std::span<const std::uint8_t> block);
+    // Writes into the image that was begun, which grows as far as it has to.
+    void PutIntoImage(std::size_t offset, std::span<const std::uint8_t> block);
     // The image becomes the flash's content, with its length.
     void CommitImage();
     // Drops the image, if there is one; the flash stays as it was.

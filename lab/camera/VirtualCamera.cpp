@@ -241,6 +241,19 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     return {.end = TransferEnd::Ok, .transferred = answer.taken + delivered.transferred};
 }
 
+TransferEnd VirtualCamera::SetInterface(std::uint64_t nowMs) {
+    Advance(nowMs);
+    switch (mode_) {
+        case BusMode::Dfu:
+            return bootLoader_.SetInterface();
+        case BusMode::Running:
+            return TransferEnd::Stall;
+        case BusMode::Absent:
+            break;
+    }
+    return TransferEnd::Disconnected;
+}
+
 TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t index,
                                              std::span<std::uint8_t> buffer, std::uint64_t nowMs) {
     constexpr std::uint8_t kDevice = 1;
@@ -272,8 +285,8 @@ std::vector<std::uint8_t> VirtualCamera::ConfigurationDescriptor() const {
     if (!settings_.configurationDescriptor.empty()) {
         return settings_.configurationDescriptor;
     }
-    return MakeConfigurationDescriptor(settings_.transferSize,
-                                       TraitsOf(settings_.personality).isManifestationTolerant);
+    return MakeConfigurationDescriptor(
+        settings_.transferSize, TraitsOf(settings_).manifestation == DfuTraits::Manifestation::Tolerant);
 }
 
 std::vector<std::array<std::uint8_t, 9>> VirtualCamera::Interfaces() const {
@@ -305,7 +318,7 @@ void VirtualCamera::Enumerate() {
 
 TransferResult VirtualCamera::TransferWhenRunning(const SetupPacket& setup, std::span<std::uint8_t> data,
                                                   std::uint64_t nowMs) {
-    if (!TraitsOf(settings_.personality).isRuntimeDevice) {
+    if (!TraitsOf(settings_).isRuntimeDevice) {
         return {.end = TransferEnd::Stall};
     }
     std::vector<std::uint8_t> reply;

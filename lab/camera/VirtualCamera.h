@@ -87,6 +87,10 @@ class VirtualCamera {
     TransferResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data,
                                    std::uint64_t nowMs);
 
+    // DFU mode: the host's driver sends SET_INTERFACE to the DFU interface. Stall in running mode,
+    // Disconnected when the camera is not on the bus.
+    TransferEnd SetInterface(std::uint64_t nowMs);
+
     // DFU mode: the host reads the device descriptor (type 1) or the configuration descriptor (type 2), as
     // much as the buffer takes. Stall for another type or index and outside DFU mode, Disconnected when the
     // camera is not on the bus.

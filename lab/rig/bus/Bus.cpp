@@ -326,6 +326,12 @@ TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket&
     return result;
 }
 
+TransferEnd Bus::SetInterface(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    Place* const place = Present(presence, BusMode::Dfu);
+    return place != nullptr ? place->camera.SetInterface(NowMs()) : TransferEnd::Disconnected;
+}
+
 TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
                                    std::span<std::uint8_t> buffer) {
     const std::lock_guard lock(mutex_);

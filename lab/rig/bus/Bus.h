@@ -103,6 +103,9 @@ class Bus {
     TransferResult ControlTransfer(const Presence& presence, const SetupPacket& setup,
                                    std::span<std::uint8_t> data);
 
+    // SET_INTERFACE, as the host's driver sends it.
+    TransferEnd SetInterface(const Presence& presence);
+
     // A descriptor read over the bus.
     TransferResult ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
                                   std::span<std::uint8_t> buffer);

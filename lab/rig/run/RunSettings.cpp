@@ -48,6 +48,42 @@ constexpr std::array<std::pair<std::string_view, Personality>, 4> kPersonalities
     {"synchronous", Personality::Synchronous},
 }};
 
+constexpr std::array<std::pair<std::string_view, DfuTraits::Detach>, 3> kDetaches{{
+    {"accepted", DfuTraits::Detach::Accepted},
+    {"restarts", DfuTraits::Detach::Restarts},
+    {"stalls", DfuTraits::Detach::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::Upload>, 3> kUploads{{
+    {"status block", DfuTraits::Upload::StatusBlock},
+    {"flash", DfuTraits::Upload::Flash},
+    {"stalls", DfuTraits::Upload::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::Manifestation>, 3> kManifestations{{
+    {"waits for reset", DfuTraits::Manifestation::WaitsForReset},
+    {"resets itself", DfuTraits::Manifestation::ResetsItself},
+    {"tolerant", DfuTraits::Manifestation::Tolerant},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::SetInterface>, 3> kSetInterfaces{{
+    {"ignored", DfuTraits::SetInterface::Ignored},
+    {"resets state", DfuTraits::SetInterface::ResetsState},
+    {"stalls", DfuTraits::SetInterface::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 9> kSwitches{{
+    {"drops_blocks_in_upload", &DfuTraits::dropsBlocksInUpload},
+    {"busy_first", &DfuTraits::isBusyFirst},
+    {"answers_while_writing", &DfuTraits::answersWhileWriting},
+    {"answers_while_manifesting", &DfuTraits::answersWhileManifesting},
+    {"stalls_in_place", &DfuTraits::stallsInPlace},
+    {"hides_write_time", &DfuTraits::hidesWriteTime},
+    {"writes_at_once", &DfuTraits::writesAtOnce},
+    {"takes_empty_image", &DfuTraits::takesEmptyImage},
+    {"addresses_blocks", &DfuTraits::addressesBlocks},
+}};
+
 constexpr std::array<std::pair<std::string_view, Fault::Where>, 10> kWheres{{
     {"DETACH", Fault::Where::Detach},
     {"DNLOAD", Fault::Where::Dnload},
@@ -152,6 +188,25 @@ std::vector<TopologyNode> ToNodes(const json& list) {
     return nodes;
 }
 
+// The personality's traits with those that the stage tells.
+DfuTraits ToTraits(Personality personality, const json& fields) {
+    DfuTraits traits = TraitsOf(personality);
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "detach") {
+            traits.detach = ToChoice(field, value, kDetaches);
+        } else if (field == "upload") {
+            traits.upload = ToChoice(field, value, kUploads);
+        } else if (field == "manifestation") {
+            traits.manifestation = ToChoice(field, value, kManifestations);
+        } else if (field == "set_interface") {
+            traits.setInterface = ToChoice(field, value, kSetInterfaces);
+        } else {
+            traits.*ToChoice("trait", field, kSwitches) = value.get<bool>();
+        }
+    }
+    return traits;
+}
+
 // False when no such field belongs to the links.
 bool ReadLinkField(LinkStyle& style, const std::string& field, const json& value) {
     if (field == "link_case") {
@@ -173,6 +228,9 @@ CameraSettings ToCamera(const json& fields, LinkStyle& style) {
             camera.version = ToVersion(value);
         } else if (field == "personality") {
             camera.personality = ToChoice(field, value, kPersonalities);
+        } else if (field == "traits") {
+            camera.traits = ToTraits(
+                ToChoice("personality", fields.value("personality", "kv400"), kPersonalities), value);
         } else if (field == "transfer_size") {
             camera.transferSize = ToNumber<std::uint16_t>(field, value);
         } else if (field == "block_ms") {
@@ -200,7 +258,8 @@ CameraSettings ToCamera(const json& fields, LinkStyle& style) {
         } else if (field == "timeout_ms") {
             camera.timeoutMs = ToNumber<std::uint32_t>(field, value);
         } else if (field == "driver_ms") {
-            camera.driverStartMs = value == "never" ? std::nullopt : std::optional(ToNumber<std::uint32_t>(field, value));
+            camera.driverStartMs =
+                value == "never" ? std::nullopt : std::optional(ToNumber<std::uint32_t>(field, value));
         } else if (!ReadLinkField(style, field, value)) {
             throw std::runtime_error("a camera has no field " + field);
         }

@@ -164,6 +164,9 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
             error = descriptor[kAlternateSetting] == setting ? ERROR_SUCCESS : error;
         }
     }
+    if (error == ERROR_SUCCESS) {
+        error = WinUsbError(bus_.SetInterface(opened->presence));
+    }
     record_({{"event", "alternate-setting"},
              {"interface", interfaceNumber},
              {"setting", setting},
