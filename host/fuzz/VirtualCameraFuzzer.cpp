@@ -25,19 +25,21 @@ using Bytes = std::vector<std::uint8_t>;
 std::vector<Fault> Faults(FuzzInput& input) {
     std::vector<Fault> faults(input.Byte() % 4);
     for (Fault& fault : faults) {
-        fault.where = static_cast<Fault::Where>(input.Byte() % 9);
+        fault.where = static_cast<Fault::Where>(input.Byte() % 11);
         fault.what = static_cast<Fault::What>(input.Byte() % 7);
         fault.skip = input.Byte();
         fault.count = input.Byte();
         fault.value = input.Byte();
-        fault.setsError = input.Byte() % 2 == 1;
+        const std::uint8_t how = input.Byte();
+        fault.setsError = how % 2 == 1;
+        fault.carriedOut = how / 2 % 2 == 1;
     }
     return faults;
 }
 
 lab::CameraSettings Settings(FuzzInput& input) {
     lab::CameraSettings settings;
-    settings.personality = static_cast<lab::Personality>(input.Byte() % 4);
+    settings.personality = lab::kPersonalities[input.Byte() % lab::kPersonalities.size()].second;
     settings.transferSize = input.Word();
     settings.blockMs = input.Byte();
     settings.manifestMs = input.Byte();

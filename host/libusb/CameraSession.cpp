@@ -20,14 +20,12 @@ std::string Text(const char* name, const char* otherwise) {
 }
 
 Personality PersonalityFromText(const std::string& text) {
-    constexpr std::array kNames{"kv400", "strict", "lenient", "synchronous"};
-    constexpr std::array kPersonalities{Personality::Kv400, Personality::Strict, Personality::Lenient,
-                                        Personality::Synchronous};
-    const auto found = std::find(kNames.begin(), kNames.end(), text);
-    if (found == kNames.end()) {
+    const auto found = std::find_if(lab::kPersonalities.begin(), lab::kPersonalities.end(),
+                                    [&text](const auto& entry) { return entry.first == text; });
+    if (found == lab::kPersonalities.end()) {
         throw std::runtime_error("VEYRA_PERSONALITY is none: " + text);
     }
-    return kPersonalities[static_cast<std::size_t>(found - kNames.begin())];
+    return found->second;
 }
 
 lab::CameraSettings SettingsFromEnvironment() {

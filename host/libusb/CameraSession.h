@@ -12,7 +12,7 @@
 // is comes from the environment:
 //   VEYRA_FLASH          the flash's file; read when it is there, written when the session ends
 //   VEYRA_TRANSFERS      a file that gets the number of control transfers that reached the camera
-//   VEYRA_PERSONALITY    strict (the default), lenient, synchronous, kv400
+//   VEYRA_PERSONALITY    one of lab::kPersonalities; "strict" unless told
 //   VEYRA_TRANSFER_SIZE  wTransferSize
 //   VEYRA_BLOCK_MS       time to write one block
 //   VEYRA_MANIFESTS      "at once" for a camera that never shows dfuMANIFEST

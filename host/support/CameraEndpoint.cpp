@@ -1,5 +1,8 @@
 #include "host/support/CameraEndpoint.h"
 
+#include "dfu/DfuFunctionalDescriptor.h"
+#include "lab/camera/DfuDescriptors.h"
+
 #include <span>
 
 namespace {
@@ -22,19 +25,31 @@ HRESULT ResultOf(lab::TransferEnd end) {
 
 }  // namespace
 
+CameraEndpoint::CameraEndpoint(lab::VirtualCamera& camera) : camera_(camera) {
+    const auto configuration = camera.ConfigurationDescriptor();
+    const auto functional = dfu::FindDfuFunctionalDescriptor(configuration);
+    interfaceNumber_ = lab::FindDfuInterface(configuration).value_or(0);
+    transferSize_ = functional ? functional->wTransferSize : std::uint16_t{0};
+}
+
 HRESULT CameraEndpoint::Transfer(WINUSB_SETUP_PACKET& packet, PUCHAR buffer, std::size_t length) {
     if (!isConnected_) {
         return HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE);
     }
-    if (length > GetMaxTransferSize()) {
+    if (length > transferSize_) {
         return HRESULT_FROM_WIN32(ERROR_BAD_LENGTH);
     }
-    packet.Index = 0;
+    packet.Index = interfaceNumber_;
     ++count_;
-    const lab::SetupPacket setup{.requestType = packet.RequestType,
-                                 .request = packet.Request,
-                                 .value = packet.Value,
-                                 .index = packet.Index,
-                                 .length = packet.Length};
-    return ResultOf(camera_.ControlTransfer(setup, std::span(buffer, length), GetTickCount64()).end);
+    last_ = {.requestType = packet.RequestType,
+             .request = packet.Request,
+             .value = packet.Value,
+             .index = packet.Index,
+             .length = packet.Length};
+    const lab::TransferResult result =
+        camera_.ControlTransfer(last_, std::span(buffer, length), GetTickCount64());
+    if (result.tookMs != 0) {
+        Sleep(result.tookMs);
+    }
+    return ResultOf(result.end);
 }

@@ -9,7 +9,7 @@ namespace lab {
 BootLoader::BootLoader(const CameraSettings& settings)
     : traits_(TraitsOf(settings)),
       transferSize_(settings.transferSize),
-      blockMs_(settings.blockMs),
+      blockMs_(traits_.writesAtOnce ? 0 : settings.blockMs),
       manifestMs_(settings.manifestMs),
       manifestsAtOnce_(settings.manifestsAtOnce),
       resetMs_(settings.resetMs),
@@ -18,6 +18,8 @@ BootLoader::BootLoader(const CameraSettings& settings)
 void BootLoader::Start() {
     ReturnToIdle();
     wantsReset_ = false;
+    staysInDfuMode_ = false;
+    hearsFromMs_ = 0;
     if (!flash_.IsValid()) {
         Fail(DfuStatus::ErrFirmware);
     }
@@ -41,6 +43,17 @@ void BootLoader::Advance(std::uint64_t atMs) {
 
 DfuAnswer BootLoader::Handle(const SetupPacket& setup, std::span<const std::uint8_t> data,
                              std::uint64_t nowMs) {
+    const std::uint64_t heardAtMs = std::max(nowMs, hearsFromMs_);
+    if (deadline_ && *deadline_ <= heardAtMs) {
+        Advance(*deadline_);
+    }
+    DfuAnswer answer = CarryOut(setup, data, heardAtMs);
+    answer.lateMs = heardAtMs - nowMs;
+    return answer;
+}
+
+DfuAnswer BootLoader::CarryOut(const SetupPacket& setup, std::span<const std::uint8_t> data,
+                               std::uint64_t nowMs) {
     constexpr std::uint8_t kToDevice = 0x21;
     constexpr std::uint8_t kToHost = 0xA1;
     if (setup.requestType == kToDevice) {
@@ -99,7 +112,11 @@ DfuAnswer BootLoader::Detach() {
     if (traits_.detach == DfuTraits::Detach::Stalls) {
         return Refuse();
     }
-    wantsReset_ = traits_.detach == DfuTraits::Detach::Restarts;
+    if (traits_.detach != DfuTraits::Detach::Accepted) {
+        ReturnToIdle();
+        wantsReset_ = true;
+        staysInDfuMode_ = traits_.detach == DfuTraits::Detach::RestartsInDfuMode;
+    }
     return {};
 }
 
@@ -133,7 +150,9 @@ DfuAnswer BootLoader::Dnload(std::uint16_t blockNumber, std::span<const std::uin
     }
     state_ = DfuState::DnloadSync;
     busyReported_ = false;
-    deadline_ = nowMs + (traits_.writesAtOnce ? 0 : blockMs_);
+    if (!traits_.isDeafWhileWriting || !traits_.isBusyFirst) {
+        BeginWriting(nowMs, blockMs_);
+    }
     return {.taken = data.size()};
 }
 
@@ -168,7 +187,7 @@ DfuAnswer BootLoader::GetStatus(std::uint64_t nowMs) {
     }
     if (state_ == DfuState::DnloadSync) {
         if (traits_.isBusyFirst && !busyReported_ && !deadline_) {
-            deadline_ = nowMs;
+            BeginWriting(nowMs, traits_.isDeafWhileWriting ? blockMs_ : 0);
         }
         state_ = deadline_ ? DfuState::DnBusy : DfuState::DnloadIdle;
         busyReported_ = true;
@@ -177,7 +196,8 @@ DfuAnswer BootLoader::GetStatus(std::uint64_t nowMs) {
     } else if (state_ == DfuState::ManifestSync) {
         state_ = DfuState::Manifest;
         deadline_ = nowMs + manifestMs_;
-    } else if (state_ == DfuState::ManifestWaitReset && waitResetReported_) {
+    } else if (state_ == DfuState::ManifestWaitReset && waitResetReported_ &&
+               traits_.manifestation == DfuTraits::Manifestation::ResetsItself) {
         wantsReset_ = true;
         return {.end = TransferEnd::Disconnected};
     }
@@ -244,6 +264,13 @@ void BootLoader::CountGap(std::uint16_t blockNumber) {
     lastBlockNumber_ = blockNumber;
 }
 
+void BootLoader::BeginWriting(std::uint64_t nowMs, std::uint32_t ms) {
+    deadline_ = nowMs + ms;
+    if (traits_.isDeafWhileWriting) {
+        hearsFromMs_ = *deadline_;
+    }
+}
+
 bool BootLoader::AnswersQueries() const {
     if (state_ == DfuState::DnBusy) {
         return traits_.answersWhileWriting;
@@ -259,7 +286,8 @@ DfuAnswer BootLoader::StatusReply(std::uint64_t nowMs) const {
     const bool isBusy = state_ == DfuState::DnBusy || state_ == DfuState::Manifest;
     const bool tellsTime = isBusy && !(state_ == DfuState::DnBusy && traits_.hidesWriteTime);
     const std::uint64_t poll = tellsTime ? std::min(*deadline_ - nowMs, kLongestPoll) : 0;
-    return {.reply = {static_cast<std::uint8_t>(status_), static_cast<std::uint8_t>(poll & 0xFF),
+    const DfuStatus status = traits_.hidesStatus ? DfuStatus::Ok : status_;
+    return {.reply = {static_cast<std::uint8_t>(status), static_cast<std::uint8_t>(poll & 0xFF),
                       static_cast<std::uint8_t>(poll >> 8 & 0xFF),
                       static_cast<std::uint8_t>(poll >> 16 & 0xFF), static_cast<std::uint8_t>(state_), 0}};
 }

@@ -18,6 +18,7 @@ struct DfuAnswer {
     TransferEnd end = TransferEnd::Ok;
     std::size_t taken = 0;
     std::vector<std::uint8_t> reply = {};
+    std::uint64_t lateMs = 0;  // from the request to the answer
 };
 
 // The camera's boot loader: the state machine of the USB DFU 1.1 standard in DFU mode, and the flash that it
@@ -38,8 +39,8 @@ class BootLoader {
     void Advance(std::uint64_t atMs);
     [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const { return deadline_; }
 
-    // Carries out a class request to the DFU interface. `data` is what the host sends. The answer to a
-    // GETSTATUS that makes the device reset itself is Disconnected.
+    // Carries out a class request to the DFU interface, when it is heard. `data` is what the host sends. The
+    // answer to a GETSTATUS that makes the device reset itself is Disconnected.
     [[nodiscard]] DfuAnswer Handle(const SetupPacket& setup, std::span<const std::uint8_t> data,
                                    std::uint64_t nowMs);
     // The host chooses an alternate setting of the DFU interface.
@@ -49,12 +50,15 @@ class BootLoader {
 
     // The device is about to leave the bus by itself; stays true until Start().
     [[nodiscard]] bool WantsReset() const { return wantsReset_; }
+    // It comes back in DFU mode then, though its firmware could run.
+    [[nodiscard]] bool StaysInDfuMode() const { return staysInDfuMode_; }
     [[nodiscard]] DfuState State() const { return state_; }
     [[nodiscard]] DfuStatus Status() const { return status_; }
     [[nodiscard]] const FlashMemory& Flash() const { return flash_; }
     [[nodiscard]] unsigned BlockNumberGaps() const { return blockNumberGaps_; }
 
   private:
+    DfuAnswer CarryOut(const SetupPacket& setup, std::span<const std::uint8_t> data, std::uint64_t nowMs);
     DfuAnswer Detach();
     DfuAnswer Dnload(std::uint16_t blockNumber, std::span<const std::uint8_t> data, std::uint64_t nowMs);
     DfuAnswer Upload(std::size_t length);
@@ -67,6 +71,7 @@ class BootLoader {
     void ReturnToIdle();
     void EndManifestation(std::uint64_t atMs);
     void CountGap(std::uint16_t blockNumber);
+    void BeginWriting(std::uint64_t nowMs, std::uint32_t ms);
     [[nodiscard]] bool AnswersQueries() const;
     [[nodiscard]] DfuAnswer StatusReply(std::uint64_t nowMs) const;
     [[nodiscard]] DfuAnswer UploadStatusBlock(std::size_t length) const;
@@ -87,7 +92,9 @@ class BootLoader {
     bool isManifested_ = false;       // in dfuMANIFEST-SYNC: on the way back from dfuMANIFEST
     bool waitResetReported_ = false;  // in dfuMANIFEST-WAIT-RESET: GETSTATUS told the host
     bool wantsReset_ = false;
-    std::size_t uploaded_ = 0;  // bytes of the flash that the upload under way has sent
+    bool staysInDfuMode_ = false;
+    std::uint64_t hearsFromMs_ = 0;  // a request that comes before is heard then
+    std::size_t uploaded_ = 0;       // bytes of the flash that the upload under way has sent
     std::optional<std::uint16_t> lastBlockNumber_;
     unsigned blockNumberGaps_ = 0;
 };

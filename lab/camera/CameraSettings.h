@@ -40,7 +40,7 @@ struct CameraSettings {
     std::vector<TopologyNode> nodes{TopologyNode::Processing, TopologyNode::ExtensionUnit};
     // A download goes to a second bank of the flash: a power failure loses the image, not the firmware.
     bool hasTwoBanks = false;
-    std::uint32_t timeoutMs = 0;  // how long a host waits for a request that nothing answers
+    std::uint32_t timeoutMs = 0;  // how long a host waits for an answer
     // From the arrival of its interface in DFU mode to the moment from which the host's driver opens it;
     // none: never.
     std::optional<std::uint32_t> driverStartMs = 0;

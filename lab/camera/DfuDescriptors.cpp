@@ -11,6 +11,7 @@ constexpr std::uint8_t kDeviceType = 0x01;
 constexpr std::uint8_t kConfigurationType = 0x02;
 constexpr std::uint8_t kInterfaceType = 0x04;
 constexpr std::uint8_t kDfuFunctionalType = 0x21;
+constexpr std::uint8_t kHidType = 0x21;
 constexpr std::uint8_t kApplicationSpecificClass = 0xFE;
 
 constexpr std::uint8_t Low(std::uint16_t value) {
@@ -36,16 +37,24 @@ std::vector<std::uint8_t> MakeDeviceDescriptor(std::uint16_t vendorId, std::uint
 }
 
 std::vector<std::uint8_t> MakeConfigurationDescriptor(std::uint16_t transferSize,
-                                                      bool isManifestationTolerant) {
+                                                      bool isManifestationTolerant, bool hasHidInFront) {
     constexpr std::uint8_t kCanDownloadAndUpload = 0x03;
     constexpr std::uint8_t kManifestationTolerant = 0x04;
     constexpr std::uint16_t kDetachTimeOutMs = 1000;
-    constexpr std::uint8_t kTotalLength = 27;
+    constexpr std::uint8_t kHidClass = 3;
+    constexpr std::uint8_t kReportType = 0x22;
+    const std::uint8_t interfaces = hasHidInFront ? 2 : 1;
     const auto attributes = static_cast<std::uint8_t>(kCanDownloadAndUpload |
                                                       (isManifestationTolerant ? kManifestationTolerant : 0));
 
-    std::vector<std::uint8_t> descriptor{9, kConfigurationType, kTotalLength, 0, 1, 1, 0, 0x80, 50};
-    Append(descriptor, {9, kInterfaceType, 0, 0, 0, kApplicationSpecificClass, 0x01, 0x02, 0});
+    const auto totalLength = static_cast<std::uint8_t>(9 + 18 * interfaces);
+    std::vector<std::uint8_t> descriptor{9, kConfigurationType, totalLength, 0, interfaces, 1, 0, 0x80, 50};
+    if (hasHidInFront) {
+        Append(descriptor, {9, kInterfaceType, 0, 0, 0, kHidClass, 0, 0, 0});
+        Append(descriptor, {9, kHidType, 0x11, 0x01, 0, 1, kReportType, 63, 0});
+    }
+    const auto number = static_cast<std::uint8_t>(interfaces - 1);
+    Append(descriptor, {9, kInterfaceType, number, 0, 0, kApplicationSpecificClass, 0x01, 0x02, 0});
     Append(descriptor, {9, kDfuFunctionalType, attributes, Low(kDetachTimeOutMs), High(kDetachTimeOutMs),
                         Low(transferSize), High(transferSize), 0x10, 0x01});
     return descriptor;

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <array>
+#include <string_view>
+#include <utility>
+
 namespace lab {
 
 struct CameraSettings;
 
-// How the device treats requests that the USB DFU 1.1 standard does not allow in a state, and manifestation.
+// A named set of traits: a kind of device in DFU mode, named for what it does.
 enum class Personality {
     // The KV400's own: no DFU interface while it runs its firmware, and a boot loader that is the standard's
     // state machine with four liberties. DETACH in a DFU state is
@@ -22,15 +26,51 @@ enum class Personality {
     // Synchronous: GETSTATUS after a block always says dfuDNLOAD-IDLE; manifestation ends in dfuIDLE
     // (bitManifestationTolerant is 1). Otherwise as Strict.
     Synchronous,
+    // A KV400 that answers dfuDNBUSY to the first GETSTATUS after a block, though it is written.
+    BusyFirst,
+    // Takes DETACH for the wish to start the firmware, and does.
+    ResetsAtDetach,
+    // Takes DETACH for a restart, after which it is in DFU mode again.
+    StaysInDfuMode,
+    // Takes the 68-byte read for an upload of its flash, in which there is no download.
+    ServesUploads,
+    // The same, but a block that comes then is taken and dropped.
+    DropsBlocks,
+    // Is back in dfuIDLE when the image is manifested, and takes an empty one.
+    Tolerant,
+    // Writes a block where its number says, and hears nothing meanwhile.
+    AddressedFlash,
+    // Forgets its state at SET_INTERFACE, and waits for a reset that nobody sends.
+    Forgetful,
+    // A KV400 with a HID interface in front of that of DFU.
+    BehindHid,
 };
+
+// Their names.
+inline constexpr std::array<std::pair<std::string_view, Personality>, 13> kPersonalities{{
+    {"kv400", Personality::Kv400},
+    {"strict", Personality::Strict},
+    {"lenient", Personality::Lenient},
+    {"synchronous", Personality::Synchronous},
+    {"busy-first", Personality::BusyFirst},
+    {"resets-at-detach", Personality::ResetsAtDetach},
+    {"stays-in-dfu-mode", Personality::StaysInDfuMode},
+    {"serves-uploads", Personality::ServesUploads},
+    {"drops-blocks", Personality::DropsBlocks},
+    {"tolerant", Personality::Tolerant},
+    {"addressed-flash", Personality::AddressedFlash},
+    {"forgetful", Personality::Forgetful},
+    {"behind-hid", Personality::BehindHid},
+}};
 
 // What a device in DFU mode does where the USB DFU 1.1 standard leaves it a choice, and where devices depart
 // from the standard. Each goes with each. The defaults are the standard's own, of a device that is not
 // manifestation tolerant.
 struct DfuTraits {
     enum class Detach {
-        Accepted,  // in every state; changes nothing
-        Restarts,  // accepted; the device leaves the bus and starts its firmware
+        Accepted,           // in every state; changes nothing
+        Restarts,           // accepted; the device leaves the bus and starts its firmware
+        RestartsInDfuMode,  // accepted; the device leaves the bus and comes back in DFU mode
         Stalls,
     };
     // UPLOAD in dfuIDLE.
@@ -55,17 +95,24 @@ struct DfuTraits {
     bool isRuntimeDevice = true;  // has a DFU interface while it runs its firmware
     Detach detach = Detach::Stalls;
     Upload upload = Upload::Flash;
-    bool dropsBlocksInUpload = false;      // DNLOAD in dfuUPLOAD-IDLE is taken and dropped
-    bool isBusyFirst = false;              // GETSTATUS after a block answers dfuDNBUSY at least once
-    bool answersWhileWriting = false;      // GETSTATUS and GETSTATE succeed in dfuDNBUSY
+    bool dropsBlocksInUpload = false;  // DNLOAD in dfuUPLOAD-IDLE is taken and dropped
+    bool isBusyFirst = false;          // GETSTATUS after a block answers dfuDNBUSY at least once
+    bool answersWhileWriting = false;  // GETSTATUS and GETSTATE succeed in dfuDNBUSY
+    // A request that comes while a block is written is heard when that is over, and answered then. Together
+    // with isBusyFirst the writing begins with the GETSTATUS that answers dfuDNBUSY.
+    bool isDeafWhileWriting = false;
     bool answersWhileManifesting = false;  // GETSTATUS and GETSTATE succeed in dfuMANIFEST and -WAIT-RESET
     Manifestation manifestation = Manifestation::WaitsForReset;
     bool stallsInPlace = false;    // a refused request leaves state and status alone
+    bool hidesStatus = false;      // bStatus is always OK
     bool hidesWriteTime = false;   // bwPollTimeout is 0 in dfuDNBUSY
     bool writesAtOnce = false;     // a block is written when its DNLOAD ends
     bool takesEmptyImage = false;  // an empty DNLOAD in dfuIDLE is manifested as nothing, and the flash stays
     bool addressesBlocks = false;  // a block goes where its number says, not behind the one before
     SetInterface setInterface = SetInterface::Ignored;
+    // A HID interface comes before that of DFU; its own descriptor has the type and the length of the DFU
+    // functional descriptor.
+    bool hasHidInFront = false;
 };
 
 [[nodiscard]] DfuTraits TraitsOf(Personality personality);

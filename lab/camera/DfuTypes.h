@@ -66,6 +66,7 @@ enum class TransferEnd { Ok, Stall, Timeout, Disconnected };
 struct TransferResult {
     TransferEnd end = TransferEnd::Ok;
     std::size_t transferred = 0;  // bytes of the data stage
+    std::uint32_t tookMs = 0;     // what the host waited for the answer, or before it gave up
 };
 
 }  // namespace lab

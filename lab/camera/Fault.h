@@ -19,10 +19,12 @@ struct Fault {
         CommandWrite,   // the extension unit's SET
         CommandRead,    // the extension unit's GET
         GetDescriptor,  // DFU mode: a descriptor is read
+        SetInterface,   // DFU mode: an alternate setting is chosen
     };
-    // Stall, Timeout and Unplug go with every `where`; a request that they strike has no other effect, and
-    // where several strike at once the first in the list decides. The others change the answer to a request
-    // that the device carries out, go only with the places named, and never strike elsewhere.
+    // Stall, Timeout and Unplug go with every `where`; a request that they strike has no other effect unless
+    // it is `carriedOut`, and where several strike at once the first in the list decides. The others change
+    // the answer to a request that the device carries out, go only with the places named, and never strike
+    // elsewhere.
     enum class What {
         Stall,     // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
         Timeout,   // nothing answers
@@ -40,6 +42,9 @@ struct Fault {
     unsigned count = 1;
     std::uint32_t value = 0;
     bool setsError = true;
+    // Stall, Timeout, Unplug: the device does the request first, and only its answer is lost. A stall then
+    // leaves the device as the request has made it.
+    bool carriedOut = false;
 };
 
 }  // namespace lab

@@ -73,6 +73,20 @@ TransferResult Deliver(const std::vector<std::uint8_t>& reply, std::span<std::ui
     return {.end = TransferEnd::Ok, .transferred = length};
 }
 
+// The first fault that the host sees as a failure; null when there is none.
+const Fault* Obstruction(const std::vector<Fault>& faults) {
+    const auto found = std::find_if(faults.begin(), faults.end(), [](const Fault& fault) {
+        return fault.what == Fault::What::Stall || fault.what == Fault::What::Timeout ||
+               fault.what == Fault::What::Unplug;
+    });
+    return found != faults.end() ? &*found : nullptr;
+}
+
+// The same, of one that keeps the request from being carried out.
+bool Keeps(const Fault* obstruction) {
+    return obstruction != nullptr && !obstruction->carriedOut;
+}
+
 }  // namespace
 
 VirtualCamera::VirtualCamera(CameraSettings settings)
@@ -180,8 +194,10 @@ TransferResult VirtualCamera::WriteCommand(std::span<const std::uint8_t> frame, 
     if (const auto reason = WhyNoCommand()) {
         return {.end = *reason};
     }
-    if (const auto obstruction = Obstruct(faults_.Strike(Fault::Where::CommandWrite))) {
-        return {.end = *obstruction};
+    const std::vector<Fault> faults = faults_.Strike(Fault::Where::CommandWrite);
+    const Fault* const obstruction = Obstruction(faults);
+    if (Keeps(obstruction)) {
+        return Obstruct(*obstruction);
     }
     switch (extensionUnit_.Write(frame, bootLoader_.Flash())) {
         case ExtensionUnit::Outcome::Refused:
@@ -193,6 +209,9 @@ TransferResult VirtualCamera::WriteCommand(std::span<const std::uint8_t> frame, 
         case ExtensionUnit::Outcome::Done:
             break;
     }
+    if (obstruction != nullptr) {
+        return Obstruct(*obstruction);
+    }
     return {.end = TransferEnd::Ok, .transferred = frame.size()};
 }
 
@@ -201,9 +220,10 @@ TransferResult VirtualCamera::ReadReply(std::span<std::uint8_t> reply, std::uint
     if (const auto reason = WhyNoCommand()) {
         return {.end = *reason};
     }
+    // What is only read changes nothing: whether it is carried out makes no difference.
     const std::vector<Fault> faults = faults_.Strike(Fault::Where::CommandRead);
-    if (const auto obstruction = Obstruct(faults)) {
-        return {.end = *obstruction};
+    if (const Fault* const obstruction = Obstruction(faults)) {
+        return Obstruct(*obstruction);
     }
     std::vector<std::uint8_t> answer = extensionUnit_.Reply();
     Distort(answer, faults);
@@ -225,33 +245,46 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     }
     const std::optional<Fault::Where> place = PlaceOf(setup.request);
     const std::vector<Fault> faults = place ? faults_.Strike(*place) : std::vector<Fault>{};
-    if (const auto obstruction = Obstruct(faults)) {
-        return {.end = *obstruction};
+    const Fault* const obstruction = Obstruction(faults);
+    if (Keeps(obstruction)) {
+        return Obstruct(*obstruction);
     }
     const std::span<std::uint8_t> stage = data.first(std::min<std::size_t>(data.size(), setup.length));
     DfuAnswer answer = bootLoader_.Handle(setup, stage, nowMs);
     if (bootLoader_.WantsReset()) {
+        isDfuRequested_ = bootLoader_.StaysInDfuMode();
         LeaveBus(nowMs);
     }
+    if (obstruction != nullptr) {
+        return Obstruct(*obstruction);
+    }
+    if (answer.lateMs > settings_.timeoutMs) {
+        return {.end = TransferEnd::Timeout, .tookMs = settings_.timeoutMs};
+    }
+    const auto tookMs = static_cast<std::uint32_t>(answer.lateMs);
     if (answer.end != TransferEnd::Ok) {
-        return {.end = answer.end};
+        return {.end = answer.end, .tookMs = tookMs};
     }
     Distort(answer.reply, faults);
     const TransferResult delivered = Deliver(answer.reply, stage);
-    return {.end = TransferEnd::Ok, .transferred = answer.taken + delivered.transferred};
+    return {.end = TransferEnd::Ok, .transferred = answer.taken + delivered.transferred, .tookMs = tookMs};
 }
 
-TransferEnd VirtualCamera::SetInterface(std::uint64_t nowMs) {
+TransferResult VirtualCamera::SetInterface(std::uint64_t nowMs) {
     Advance(nowMs);
-    switch (mode_) {
-        case BusMode::Dfu:
-            return bootLoader_.SetInterface();
-        case BusMode::Running:
-            return TransferEnd::Stall;
-        case BusMode::Absent:
-            break;
+    if (mode_ == BusMode::Absent) {
+        return {.end = TransferEnd::Disconnected};
     }
-    return TransferEnd::Disconnected;
+    if (mode_ == BusMode::Running) {
+        return {.end = TransferEnd::Stall};
+    }
+    const std::vector<Fault> faults = faults_.Strike(Fault::Where::SetInterface);
+    const Fault* const obstruction = Obstruction(faults);
+    if (Keeps(obstruction)) {
+        return Obstruct(*obstruction);
+    }
+    const TransferEnd end = bootLoader_.SetInterface();
+    return obstruction != nullptr ? Obstruct(*obstruction) : TransferResult{.end = end};
 }
 
 TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t index,
@@ -266,8 +299,8 @@ TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t ind
         return {.end = TransferEnd::Stall};
     }
     const std::vector<Fault> faults = faults_.Strike(Fault::Where::GetDescriptor);
-    if (const auto obstruction = Obstruct(faults)) {
-        return {.end = *obstruction};
+    if (const Fault* const obstruction = Obstruction(faults)) {
+        return Obstruct(*obstruction);
     }
     if (index != 0 || (type != kDevice && type != kConfiguration)) {
         return {.end = TransferEnd::Stall};
@@ -285,8 +318,10 @@ std::vector<std::uint8_t> VirtualCamera::ConfigurationDescriptor() const {
     if (!settings_.configurationDescriptor.empty()) {
         return settings_.configurationDescriptor;
     }
-    return MakeConfigurationDescriptor(
-        settings_.transferSize, TraitsOf(settings_).manifestation == DfuTraits::Manifestation::Tolerant);
+    const DfuTraits traits = TraitsOf(settings_);
+    return MakeConfigurationDescriptor(settings_.transferSize,
+                                       traits.manifestation == DfuTraits::Manifestation::Tolerant,
+                                       traits.hasHidInFront);
 }
 
 std::vector<std::array<std::uint8_t, 9>> VirtualCamera::Interfaces() const {
@@ -346,29 +381,21 @@ bool VirtualCamera::IsForDfuInterface(const SetupPacket& setup) const {
     return (setup.requestType & kTypeAndRecipient) == kClassToInterface && number && setup.index == *number;
 }
 
-// The first fault that keeps the request from being carried out decides how it ends.
-std::optional<TransferEnd> VirtualCamera::Obstruct(const std::vector<Fault>& faults) {
-    for (const Fault& fault : faults) {
-        switch (fault.what) {
-            case Fault::What::Stall:
-                if (mode_ == BusMode::Dfu && fault.setsError && fault.where != Fault::Where::GetDescriptor) {
-                    bootLoader_.Fail(DfuStatus::ErrStalledPkt);
-                }
-                return TransferEnd::Stall;
-            case Fault::What::Timeout:
-                return TransferEnd::Timeout;
-            case Fault::What::Unplug:
-                Unplug();
-                return TransferEnd::Disconnected;
-            case Fault::What::Status:
-            case Fault::What::State:
-            case Fault::What::PollTime:
-            case Fault::What::ShortReply:
-            case Fault::What::WrongEcho:
-                break;
-        }
+// How the host sees a request end that the fault strikes.
+TransferResult VirtualCamera::Obstruct(const Fault& fault) {
+    if (fault.what == Fault::What::Unplug) {
+        Unplug();
+        return {.end = TransferEnd::Disconnected};
     }
-    return std::nullopt;
+    if (fault.what == Fault::What::Timeout) {
+        return {.end = TransferEnd::Timeout, .tookMs = settings_.timeoutMs};
+    }
+    const bool isDfuRequest = mode_ == BusMode::Dfu && fault.where != Fault::Where::GetDescriptor &&
+                              fault.where != Fault::Where::SetInterface;
+    if (isDfuRequest && fault.setsError && !fault.carriedOut) {
+        bootLoader_.Fail(DfuStatus::ErrStalledPkt);
+    }
+    return {.end = TransferEnd::Stall};
 }
 
 }  // namespace lab

@@ -89,7 +89,7 @@ class VirtualCamera {
 
     // DFU mode: the host's driver sends SET_INTERFACE to the DFU interface. Stall in running mode,
     // Disconnected when the camera is not on the bus.
-    TransferEnd SetInterface(std::uint64_t nowMs);
+    TransferResult SetInterface(std::uint64_t nowMs);
 
     // DFU mode: the host reads the device descriptor (type 1) or the configuration descriptor (type 2), as
     // much as the buffer takes. Stall for another type or index and outside DFU mode, Disconnected when the
@@ -116,7 +116,7 @@ class VirtualCamera {
                                        std::uint64_t nowMs);
     [[nodiscard]] std::optional<TransferEnd> WhyNoCommand() const;
     [[nodiscard]] bool IsForDfuInterface(const SetupPacket& setup) const;
-    std::optional<TransferEnd> Obstruct(const std::vector<Fault>& faults);
+    TransferResult Obstruct(const Fault& fault);
 
     CameraSettings settings_;
     FaultPlan faults_;

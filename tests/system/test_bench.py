@@ -45,9 +45,29 @@ def test_an_update_takes_2n_plus_7_transfers(contenders: Contenders) -> None:
         assert update(contenders, image_of(size), transfer_size)["transfers"] == 2 * blocks + 7, size
 
 
+def test_an_update_of_a_busy_camera_takes_3n_plus_8_transfers_and_200_ms_a_block(contenders: Contenders) -> None:
+    contenders.start(contenders.product, skip_waits=True)
+    for size, transfer_size, blocks in ((1024, 1024, 1), (100 * 512, 512, 100)):
+        since = contenders.peer.mark()
+        state = update(contenders, image_of(size), transfer_size, **transfers.BUSY_FIRST)
+        assert state["transfers"] == 3 * blocks + 8
+        # The other waits, of 100 ms, are the pauses before the question and before the device is opened.
+        waits = [event["ms"] for event in contenders.peer.events_since(since) if event["event"] == "wait"]
+        assert waits.count(200) == blocks + 1
+
+
+def test_three_descriptors_are_read_and_one_setting_chosen(contenders: Contenders) -> None:
+    contenders.start(contenders.product, skip_waits=True)
+    since = contenders.peer.mark()
+    update(contenders, image_of(1024), 1024)
+    assert transfers.opening_requests(contenders, since) == 3 + 1
+
+
 def test_another_host_is_counted_at_the_same_camera() -> None:
     # A GETSTATUS comes before the blocks, an empty DNLOAD with its GETSTATUS behind them.
-    assert transfers.dfu_util_transfers(image_of(100 * 1024), _STAND_IN) == 2 * 100 + 3
+    image = image_of(100 * 1024)
+    assert transfers.dfu_util_transfers(image, _STAND_IN) == 2 * 100 + 3
+    assert transfers.dfu_util_transfers(image, _STAND_IN, "busy-first") == 3 * 100 + 3
 
 
 def test_nothing_is_waited_for_but_the_deliberate_pauses(contenders: Contenders) -> None:

@@ -319,6 +319,9 @@ def test_takes_no_transfers_for_none() -> None:
         ("partial", IMAGE[:1024] + OLD[1024:], None),
         ("partial", IMAGE, "expected a part of the image, seen the image"),
         ("partial", OLD, "expected a part of the image, seen what it came with"),
+        ("other", IMAGE[1:], None),
+        ("other", IMAGE, "expected neither, seen the image"),
+        ("other", OLD, "expected neither, seen what it came with"),
     ],
     ids=lambda value: value if isinstance(value, str) else "",
 )

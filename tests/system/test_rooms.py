@@ -19,6 +19,7 @@ _BELOW: dict[str, set[str]] = {
     "scenarios": {"wire", "windows"},
     "judgement": {"wire", "windows", "scenarios"},
     "runner": {"wire", "windows", "terminal", "scenarios", "judgement"},
+    "traits": {"wire", "windows", "terminal", "scenarios", "judgement", "runner"},
     "report": {"terminal"},
     "demo": {"wire", "windows", "terminal", "updates", "report"},
     "soak": {"wire", "windows", "terminal", "judgement"},

@@ -316,25 +316,34 @@ TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket&
                {"transferred", result.transferred},
                {"ok", result.end == TransferEnd::Ok},
                {"error", WinUsbError(result.end)}};
+    if (result.tookMs != 0) {
+        event["ms"] = result.tookMs;
+    }
     if (IsDeviceToHost(setup)) {
         event["data"] = HexText(data.first(result.transferred));
     }
     record_(event);
     NoteChange(presence.camera);
     lock.unlock();
-    SpendTimeout(presence, result);
+    SpendWait(result);
     return result;
 }
 
-TransferEnd Bus::SetInterface(const Presence& presence) {
-    const std::lock_guard lock(mutex_);
-    Place* const place = Present(presence, BusMode::Dfu);
-    return place != nullptr ? place->camera.SetInterface(NowMs()) : TransferEnd::Disconnected;
+TransferResult Bus::SetInterface(const Presence& presence) {
+    std::unique_lock lock(mutex_);
+    TransferResult result{TransferEnd::Disconnected, 0};
+    if (Place* const place = Present(presence, BusMode::Dfu)) {
+        result = place->camera.SetInterface(NowMs());
+    }
+    NoteChange(presence.camera);
+    lock.unlock();
+    SpendWait(result);
+    return result;
 }
 
 TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
                                    std::span<std::uint8_t> buffer) {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     TransferResult result{TransferEnd::Disconnected, 0};
     if (Place* const place = Present(presence, BusMode::Dfu)) {
         result = place->camera.ReadDescriptor(type, index, buffer, NowMs());
@@ -347,6 +356,8 @@ TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, 
              {"ok", result.end == TransferEnd::Ok},
              {"error", WinUsbError(result.end)}});
     NoteChange(presence.camera);
+    lock.unlock();
+    SpendWait(result);
     return result;
 }
 
@@ -356,19 +367,14 @@ std::uint64_t Bus::NowMs() const {
         (std::chrono::duration_cast<std::chrono::milliseconds>(passed) + skipped_).count());
 }
 
-void Bus::SpendTimeout(const Presence& presence, const TransferResult& result) {
-    if (result.end != TransferEnd::Timeout) {
+void Bus::SpendWait(const TransferResult& result) {
+    if (result.tookMs == 0) {
         return;
     }
-    std::uint32_t ms = 0;
-    {
-        const std::lock_guard lock(mutex_);
-        ms = At(presence.camera).camera.Settings().timeoutMs;
-    }
     if (skipsWaits_) {
-        Skip(ms);
+        Skip(result.tookMs);
     } else {
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        std::this_thread::sleep_for(std::chrono::milliseconds(result.tookMs));
     }
 }
 

@@ -104,7 +104,7 @@ class Bus {
                                    std::span<std::uint8_t> data);
 
     // SET_INTERFACE, as the host's driver sends it.
-    TransferEnd SetInterface(const Presence& presence);
+    TransferResult SetInterface(const Presence& presence);
 
     // A descriptor read over the bus.
     TransferResult ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
@@ -117,14 +117,14 @@ class Bus {
         LinkStyle style;
         BusMode mode = BusMode::Absent;  // as last announced
         unsigned stay = 0;
-        std::optional<std::uint64_t> opensAtMs;  // in DFU mode
+        std::optional<std::uint64_t> opensAtMs = {};  // in DFU mode
     };
 
     [[nodiscard]] std::uint64_t NowMs() const;
     Place& At(std::size_t camera);
     Place* Present(const Presence& presence, BusMode mode);
-    // The host gives a request up that nothing answered. Called with no lock held.
-    void SpendTimeout(const Presence& presence, const TransferResult& result);
+    // The host waits for an answer that comes late, or never. Called with no lock held.
+    void SpendWait(const TransferResult& result);
     void PlaceCameras(const BusSettings& settings);
     void AdvanceAll();
     void AdvanceOne(std::size_t camera, std::uint64_t nowMs);

@@ -41,16 +41,10 @@ Choice ToChoice(const std::string& field, const json& value,
     Refuse(field, value);
 }
 
-constexpr std::array<std::pair<std::string_view, Personality>, 4> kPersonalities{{
-    {"kv400", Personality::Kv400},
-    {"strict", Personality::Strict},
-    {"lenient", Personality::Lenient},
-    {"synchronous", Personality::Synchronous},
-}};
-
-constexpr std::array<std::pair<std::string_view, DfuTraits::Detach>, 3> kDetaches{{
+constexpr std::array<std::pair<std::string_view, DfuTraits::Detach>, 4> kDetaches{{
     {"accepted", DfuTraits::Detach::Accepted},
     {"restarts", DfuTraits::Detach::Restarts},
+    {"restarts in dfu mode", DfuTraits::Detach::RestartsInDfuMode},
     {"stalls", DfuTraits::Detach::Stalls},
 }};
 
@@ -72,19 +66,22 @@ constexpr std::array<std::pair<std::string_view, DfuTraits::SetInterface>, 3> kS
     {"stalls", DfuTraits::SetInterface::Stalls},
 }};
 
-constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 9> kSwitches{{
+constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 12> kSwitches{{
     {"drops_blocks_in_upload", &DfuTraits::dropsBlocksInUpload},
     {"busy_first", &DfuTraits::isBusyFirst},
     {"answers_while_writing", &DfuTraits::answersWhileWriting},
+    {"deaf_while_writing", &DfuTraits::isDeafWhileWriting},
     {"answers_while_manifesting", &DfuTraits::answersWhileManifesting},
     {"stalls_in_place", &DfuTraits::stallsInPlace},
+    {"hides_status", &DfuTraits::hidesStatus},
     {"hides_write_time", &DfuTraits::hidesWriteTime},
     {"writes_at_once", &DfuTraits::writesAtOnce},
     {"takes_empty_image", &DfuTraits::takesEmptyImage},
     {"addresses_blocks", &DfuTraits::addressesBlocks},
+    {"hid_in_front", &DfuTraits::hasHidInFront},
 }};
 
-constexpr std::array<std::pair<std::string_view, Fault::Where>, 10> kWheres{{
+constexpr std::array<std::pair<std::string_view, Fault::Where>, 11> kWheres{{
     {"DETACH", Fault::Where::Detach},
     {"DNLOAD", Fault::Where::Dnload},
     {"UPLOAD", Fault::Where::Upload},
@@ -95,6 +92,7 @@ constexpr std::array<std::pair<std::string_view, Fault::Where>, 10> kWheres{{
     {"COMMAND-WRITE", Fault::Where::CommandWrite},
     {"COMMAND-READ", Fault::Where::CommandRead},
     {"GET-DESCRIPTOR", Fault::Where::GetDescriptor},
+    {"SET-INTERFACE", Fault::Where::SetInterface},
 }};
 
 constexpr std::array<std::pair<std::string_view, Fault::What>, 8> kWhats{{
@@ -165,6 +163,8 @@ Fault ToFault(const json& fields) {
             fault.value = ToNumber<std::uint32_t>(field, value);
         } else if (field == "sets_error") {
             fault.setsError = value.get<bool>();
+        } else if (field == "carried_out") {
+            fault.carriedOut = value.get<bool>();
         } else {
             throw std::runtime_error("a fault has no field " + field);
         }

@@ -165,7 +165,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
         }
     }
     if (error == ERROR_SUCCESS) {
-        error = WinUsbError(bus_.SetInterface(opened->presence));
+        error = WinUsbError(bus_.SetInterface(opened->presence).end);
     }
     record_({{"event", "alternate-setting"},
              {"interface", interfaceNumber},

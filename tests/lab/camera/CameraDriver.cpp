@@ -229,17 +229,12 @@ std::string NameOf(DfuState state) {
 }
 
 std::string NameOf(Personality personality) {
-    switch (personality) {
-        case Personality::Kv400:
-            return "Kv400";
-        case Personality::Strict:
-            return "Strict";
-        case Personality::Lenient:
-            return "Lenient";
-        case Personality::Synchronous:
-            return "Synchronous";
+    for (const auto& [name, named] : kPersonalities) {
+        if (named == personality) {
+            return std::string(name);
+        }
     }
-    return "Unknown";
+    return "unknown";
 }
 
 }  // namespace lab::test

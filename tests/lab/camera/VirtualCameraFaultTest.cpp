@@ -74,6 +74,20 @@ TEST_P(FaultPlace, UnplugTakesTheCameraOffTheBusForGood) {
     EXPECT_NE(driver.camera.Mode(), BusMode::Absent);
 }
 
+// The state that the request leads to, though the host sees it fail.
+TEST_P(FaultPlace, CarriedOutItHasItsEffectAndNoOther) {
+    for (const auto& [what, end] :
+         {std::pair{What::Stall, TransferEnd::Stall}, std::pair{What::Timeout, TransferEnd::Timeout}}) {
+        CameraDriver faultless = InState(GetParam().in, {});
+        Ask(faultless);
+        CameraDriver driver = InState(
+            GetParam().in, {.faults = {{.where = GetParam().where, .what = what, .carriedOut = true}}});
+        EXPECT_EQ(Ask(driver), end);
+        EXPECT_EQ(driver.camera.State(), faultless.camera.State());
+        EXPECT_EQ(driver.camera.Status(), faultless.camera.Status());
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(
     All, FaultPlace,
     testing::Values(Place{"Detach", Where::Detach, DfuRequest::Detach, 0, DfuState::DfuIdle},
@@ -237,6 +251,61 @@ TEST(Fault, BlockThatTimedOutIsNotInTheFlash) {
     ASSERT_TRUE(driver.Await(DfuState::ManifestWaitReset));
     EXPECT_EQ(driver.camera.Flash(), Bytes(8, 1));
     EXPECT_EQ(driver.camera.BlockNumberGaps(), 1U);
+}
+
+TEST(Fault, BlockWhoseAnswerIsLostIsInTheFlash) {
+    CameraDriver driver =
+        InDfuMode({.faults = {{.where = Where::Dnload, .what = What::Timeout, .skip = 1, .carriedOut = true}},
+                   .timeoutMs = 5000});
+    driver.Dnload(0, Bytes(8, 1));
+    driver.GetStatus();
+    const TransferResult result = driver.Dnload(1, Bytes(8, 2));
+    EXPECT_EQ(result.end, TransferEnd::Timeout);
+    EXPECT_EQ(result.transferred, 0U);
+    EXPECT_EQ(result.tookMs, 5000U);
+    EXPECT_TRUE(driver.Await(DfuState::DnloadIdle));
+    driver.Dnload(2, {});
+    ASSERT_TRUE(driver.Await(DfuState::ManifestWaitReset));
+    EXPECT_EQ(driver.camera.Flash().size(), 16U);
+    EXPECT_EQ(driver.camera.BlockNumberGaps(), 0U);
+}
+
+TEST(Fault, ImageIsManifestedBeforeTheCableIsPulled) {
+    CameraDriver driver = InDfuMode(
+        {.manifestsAtOnce = true,
+         .faults = {{.where = Where::GetStatus, .what = What::Unplug, .skip = 1, .carriedOut = true}}});
+    const Bytes image = MakeImage(500, {5, 10, 3, 0});
+    driver.Dnload(0, image);
+    EXPECT_EQ(driver.GetStatus().state, DfuState::DnloadIdle);
+    driver.Dnload(1, {});
+    EXPECT_EQ(driver.GetStatus().end, TransferEnd::Disconnected);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+    EXPECT_EQ(driver.camera.Flash(), image);
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
+}
+
+TEST(Fault, TheSwitchIsMadeThoughItsAnswerIsLost) {
+    CameraDriver driver =
+        RunningWith({{.where = Where::CommandWrite, .what = What::Stall, .carriedOut = true}});
+    EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Stall);
+    driver.Pass(driver.camera.Settings().detachMs);
+    driver.Pass(driver.camera.Settings().enumerateMs);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Dfu);
+}
+
+TEST(Fault, SetInterfaceMayFailWithOrWithoutItsEffect) {
+    for (const bool carriedOut : {false, true}) {
+        DfuTraits traits = TraitsOf(Personality::Kv400);
+        traits.setInterface = DfuTraits::SetInterface::ResetsState;
+        CameraDriver driver = InState(DfuState::DnloadIdle,
+                                      {.traits = traits,
+                                       .blockMs = 10,
+                                       .faults = {{.where = Where::SetInterface, .carriedOut = carriedOut}}});
+        EXPECT_EQ(driver.camera.SetInterface(driver.nowMs).end, TransferEnd::Stall);
+        EXPECT_EQ(driver.camera.State(), carriedOut ? DfuState::DfuIdle : DfuState::DnloadIdle);
+        EXPECT_EQ(driver.camera.SetInterface(driver.nowMs).end, TransferEnd::Ok);
+    }
 }
 
 TEST(Fault, StatusThatTimedOutDoesNotCountForTheSelfReset) {

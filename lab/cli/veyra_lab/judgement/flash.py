@@ -1,4 +1,4 @@
-"""What is in a camera's flash: the image, what it came with, or a part of the image."""
+"""What is in a camera's flash: the image, what it came with, a part of the image, or neither."""
 
 from collections.abc import Iterator
 from typing import Any
@@ -24,6 +24,8 @@ def check_flash(observed: Observed, number: int, wanted: str, now: CameraNow) ->
         yield f"flash of camera {number}: expected the image, seen {_describe(now.flash, old, image)}"
     if wanted == "partial" and not 0 < _common(now.flash, image) < len(image):
         yield f"flash of camera {number}: expected a part of the image, seen {_describe(now.flash, old, image)}"
+    if wanted == "other" and now.flash in (old, image):
+        yield f"flash of camera {number}: expected neither, seen {_describe(now.flash, old, image)}"
 
 
 def _describe(flash: bytes, old: bytes, image: bytes) -> str:

@@ -86,7 +86,7 @@ def _run(options: argparse.Namespace) -> int:
     try:
         variants = _chosen(options, read_folder(SCENARIOS))
         with sole_use(options.machine):
-            programs = _programs(options)
+            programs = up_to_date_programs(options)
             with (
                 Machine(options.machine) as machine,
                 ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner,
@@ -106,7 +106,7 @@ def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Va
     return [variant for variant in variants if options.all or not variant.slow]
 
 
-def _programs(options: argparse.Namespace) -> Programs:
+def up_to_date_programs(options: argparse.Namespace) -> Programs:
     """Those of the named folder as they are; the usual ones brought up to date."""
     if options.programs is None:
         call_setup("packages", aside=True)

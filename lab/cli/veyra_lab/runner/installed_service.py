@@ -1,11 +1,17 @@
 """The machine with the service installed in it, as scenarios change it."""
 
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+from ..checkout import CHECKOUT
 from ..scenarios.variant import ImagePlan
 from ..windows.installation import EXECUTABLE, SERVICE_CONTROLLED, Installation
 from ..windows.machine import Machine
 from ..windows.programs import Programs
 from ..windows.service_under_test import STOP_LIMIT_SECONDS, ServiceUnderTest
 from ..wire.peer import Peer
+from ..wire.trace_formats import TraceFormats
 
 
 class InstalledService:
@@ -73,3 +79,15 @@ class InstalledService:
         if self.machine.service_state(name) not in (None, "DELETED"):
             self.machine.run("sc", "stop", name)
             self.machine.run("sc", "delete", name)
+
+
+@contextmanager
+def installed(machine: Machine, programs: Programs, transcript: Path | None = None) -> Iterator[InstalledService]:
+    """The service in the machine, not started; afterwards everything is taken away again."""
+    with Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript) as peer:
+        service = InstalledService(machine, peer, programs)
+        service.install()
+        try:
+            yield service
+        finally:
+            service.remove()

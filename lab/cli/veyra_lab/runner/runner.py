@@ -1,21 +1,17 @@
 """Carries scenarios out in a machine that is booted, one after the other."""
 
-import sys
 import time
 from dataclasses import dataclass, field
 from pathlib import Path
 from types import TracebackType
 
-from ..checkout import CHECKOUT
 from ..judgement.always import judge_always
 from ..scenarios.variant import StagePlan, Variant
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import Programs
 from ..windows.service_under_test import Resources
 from ..wire.events import RIG, TOAST, PeerError
-from ..wire.peer import Peer
-from ..wire.trace_formats import TraceFormats
-from .installed_service import InstalledService
+from .installed_service import installed
 from .run import ScenarioRun
 
 
@@ -45,28 +41,20 @@ class ScenarioRunner:
         self, machine: Machine, programs: Programs, transcript: Path | None = None, *, always_fresh: bool = False
     ) -> None:
         self._machine = machine
-        self._peer = Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript)
-        self._installed = InstalledService(machine, self._peer, programs)
-        self._service = self._installed.service
+        self._installation = installed(machine, programs, transcript)
         self._always_fresh = always_fresh
         self._last: StagePlan | None = None
 
     def __enter__(self) -> "ScenarioRunner":
-        self._peer.__enter__()
-        try:
-            self._installed.install()
-        except BaseException:
-            self._peer.__exit__(*sys.exc_info())
-            raise
+        self._installed = self._installation.__enter__()
+        self._peer = self._installed.peer
+        self._service = self._installed.service
         return self
 
     def __exit__(
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
-        try:
-            self._installed.remove()
-        finally:
-            self._peer.__exit__(kind, error, trace)
+        self._installation.__exit__(kind, error, trace)
 
     def run(self, variant: Variant) -> Outcome:
         """One scenario from beginning to end. What it leaves in the machine is put right before the next one."""

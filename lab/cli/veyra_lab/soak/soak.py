@@ -92,6 +92,7 @@ class Soak:
     def _camera(self, fault: dict[str, Any] | None) -> dict[str, Any]:
         return {
             "version": _OLD_VERSION,
+            "personality": self._random.choice(("kv400", "busy-first")),
             "transfer_size": self._random.choice((128, 512, 1024, 4096)) if fault is None else 512,
             "block_ms": self._random.choice((0, 0, 0, 350)),
             "manifest_ms": self._random.choice((0, 300, 900)),

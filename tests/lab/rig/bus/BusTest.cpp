@@ -252,6 +252,27 @@ TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
     EXPECT_GE(bus_->ClockMs(), before + 5'000);
 }
 
+TEST_F(BusTest, AnAnswerThatComesLateTakesTheHostsTime) {
+    auto camera = QuickCamera();
+    camera.timeoutMs = 5'000;
+    camera.blockMs = 4'000;
+    camera.traits = lab::TraitsOf(lab::Personality::Kv400);
+    camera.traits->isDeafWhileWriting = true;
+    BusSettings settings;
+    settings.skipsWaits = true;
+    settings.cameras = {camera};
+    BeginOn(settings);
+    const auto presence = BringIntoDfuMode();
+    bus_->Freeze();
+    std::array<std::uint8_t, 8> block{};
+    bus_->ControlTransfer(presence, {0x21, 1, 0, 0, 8}, block);
+    const auto before = bus_->ClockMs();
+    std::array<std::uint8_t, 1> state{};
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Ok);
+    EXPECT_EQ(bus_->ClockMs(), before + 4'000);
+    EXPECT_EQ(events_.Named("transfer").back().at("ms"), 4'000);
+}
+
 TEST_F(BusTest, WhatWasOpenedReachesNoCameraThatTakesItsPlace) {
     Begin({QuickCamera()});
     const auto presence = BringIntoDfuMode();

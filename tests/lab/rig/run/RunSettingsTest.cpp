@@ -22,7 +22,7 @@ TEST(RunSettings, TakesEveryField) {
             "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
             "configuration_descriptor": "09 02aB", "has_extension_unit": false,
             "faults": [{"where": "COMMAND-READ", "what": "echo", "skip": 6, "count": 7, "value": 4294967295,
-                        "sets_error": false}]}]})"));
+                        "sets_error": false, "carried_out": true}]}]})"));
     ASSERT_TRUE(settings.trace.has_value());
     EXPECT_EQ(settings.trace->level, 8);
     EXPECT_EQ(settings.trace->flags, 0xFFFFFFFFU);
@@ -48,6 +48,7 @@ TEST(RunSettings, TakesEveryField) {
     EXPECT_EQ(camera.faults[0].count, 7U);
     EXPECT_EQ(camera.faults[0].value, 0xFFFFFFFFU);
     EXPECT_FALSE(camera.faults[0].setsError);
+    EXPECT_TRUE(camera.faults[0].carriedOut);
 }
 
 // A scenario with a slip of the pen must not run as if it had said nothing.
@@ -72,7 +73,8 @@ TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
         "skip_waits": true,
         "cameras": [{"nodes": ["processing", "foreign", "broken", "extension-unit"], "two_banks": true,
             "timeout_ms": 5000, "driver_ms": 3000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
-            "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"}]},
+            "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"},
+                       {"where": "SET-INTERFACE", "what": "stall"}]},
             {"driver_ms": "never"}]})"));
     EXPECT_TRUE(settings.bus.skipsWaits);
     using lab::TopologyNode;
@@ -85,10 +87,34 @@ TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
     EXPECT_EQ(settings.bus.cameras[1].driverStartMs, std::nullopt);
     EXPECT_EQ(settings.bus.cameras[0].faults[0].where, lab::Fault::Where::GetDescriptor);
     EXPECT_EQ(settings.bus.cameras[0].faults[1].what, lab::Fault::What::PollTime);
+    EXPECT_EQ(settings.bus.cameras[0].faults[2].where, lab::Fault::Where::SetInterface);
     ASSERT_EQ(settings.bus.linkStyles.size(), 2U);
     EXPECT_EQ(settings.bus.linkStyles[0].announcedIn, lab::rig::LinkStyle::Case::Mixed);
     EXPECT_EQ(settings.bus.linkStyles[0].length, 32767U);
     EXPECT_TRUE(settings.bus.linkStyles[0].isListedTwice);
     EXPECT_EQ(settings.bus.linkStyles[1].announcedIn, lab::rig::LinkStyle::Case::AsWindows);
     EXPECT_FALSE(RunSettings::FromStage({{"reply", "stage"}}).bus.skipsWaits);
+}
+
+TEST(RunSettings, TakesATraitForAnotherThanThePersonalitys) {
+    const RunSettings settings = RunSettings::FromStage(json::parse(R"({"cameras": [
+        {"personality": "addressed-flash", "traits": {"detach": "restarts in dfu mode", "upload": "flash",
+            "manifestation": "waits for reset", "set_interface": "stalls", "hides_status": false,
+            "deaf_while_writing": false, "hid_in_front": true}},
+        {"traits": {"busy_first": true}}, {"personality": "busy-first"}]})"));
+    const lab::DfuTraits traits = lab::TraitsOf(settings.bus.cameras[0]);
+    EXPECT_EQ(traits.detach, lab::DfuTraits::Detach::RestartsInDfuMode);
+    EXPECT_EQ(traits.upload, lab::DfuTraits::Upload::Flash);
+    EXPECT_EQ(traits.manifestation, lab::DfuTraits::Manifestation::WaitsForReset);
+    EXPECT_EQ(traits.setInterface, lab::DfuTraits::SetInterface::Stalls);
+    EXPECT_FALSE(traits.hidesStatus);
+    EXPECT_FALSE(traits.isDeafWhileWriting);
+    EXPECT_TRUE(traits.hasHidInFront);
+    EXPECT_TRUE(traits.addressesBlocks);
+    for (const std::size_t camera : {1U, 2U}) {
+        EXPECT_TRUE(lab::TraitsOf(settings.bus.cameras[camera]).isBusyFirst);
+        EXPECT_EQ(lab::TraitsOf(settings.bus.cameras[camera]).detach, lab::DfuTraits::Detach::Accepted);
+    }
+    EXPECT_THROW((void)RunSettings::FromStage(json::parse(R"({"cameras": [{"traits": {"kind": true}}]})")),
+                 std::exception);
 }

@@ -1,6 +1,7 @@
-"""Whole updates of a camera that is always ready, as the measurements need them."""
+"""Whole updates of a camera that is always ready unless it is told otherwise, as the measurements need them."""
 
 import random
+from typing import Any
 
 from ...windows.image import with_version
 from ...wire.events import Event
@@ -14,10 +15,11 @@ def image_of(size: int) -> bytes:
     return with_version(random.Random(size).randbytes(size), _VERSION)
 
 
-def update(contenders: Contenders, image: bytes, transfer_size: int) -> Event:
-    """One update by the running product. The camera's state at its end, before it is unplugged."""
+def update(contenders: Contenders, image: bytes, transfer_size: int, **camera: Any) -> Event:
+    """One update by the running product, of the camera with these fields more. Its state at the end, before it is
+    unplugged."""
     contenders.installation.put_image(image)
-    contenders.camera.put(transfer_size=transfer_size)
+    contenders.camera.put(transfer_size=transfer_size, **camera)
     contenders.camera.plug()
     contenders.product.settle()
     contenders.camera.accept()

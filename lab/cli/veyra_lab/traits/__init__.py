@@ -1,0 +1,4 @@
+"""Boot loaders of every kind under the service that ships: scripts/lab traits.
+
+Uses wire, windows, terminal, scenarios, judgement and runner.
+"""
