@@ -98,7 +98,8 @@ class Soak:
             "manifest_ms": self._random.choice((0, 300, 900)),
             "detach_ms": 1,
             "enumerate_ms": 5,
-            "reset_ms": 5,
+            # Longer than the service lets pass between two looks: it sees that the camera waits for its reset.
+            "reset_ms": 1000,
             "two_banks": True,
             "faults": [] if fault is None else [fault],
         }

@@ -15,8 +15,14 @@ from .updates import image_of, update
 LINE = 1
 _BLOCK = 1024
 _BLOCKS = 1024
-# The first GETSTATUS after a block finds the camera busy, the first after the last block finds it manifesting.
-BUSY_FIRST: dict[str, Any] = {"personality": "busy-first", "manifests_at_once": False, "manifest_ms": 0}
+# The first GETSTATUS after a block finds the camera busy, the first after the last block finds it manifesting; it waits
+# long enough for the next.
+BUSY_FIRST: dict[str, Any] = {
+    "personality": "busy-first",
+    "manifests_at_once": False,
+    "manifest_ms": 0,
+    "reset_ms": 1000,
+}
 
 
 def measure(contenders: Contenders, stand_in: Path) -> Iterator[Row]:
