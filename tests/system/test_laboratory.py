@@ -13,9 +13,11 @@ from unittest.mock import Mock, patch
 
 import pytest
 from support import random_image
+from veyra_lab.demo.narrator import Narrator
 from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
+from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.image import default_image, version_of, with_version
 from veyra_lab.windows.service_under_test import ServiceUnderTest
 from veyra_lab.wire.events import RIG, TOAST, Event, PeerError
@@ -190,6 +192,13 @@ class TestTexts:
         assert len(stream.getvalue().splitlines()) == 10
         assert stream.getvalue().endswith("100 %: block 256 of 256\n")
         assert "\r" not in stream.getvalue()
+
+    def test_narrator_tells_a_control_that_windows_would_give_up(self) -> None:
+        stream = io.StringIO()
+        narrate = Narrator(Screen(stream), UpdatePlan())
+        narrate({"event": "late-control", "control": 11, "ms": 30_400, "id": 7011, "refused": [], "error": 1053})
+        told = "    Windows would write event 7011 into its log: one control took 30.4 s\n"
+        self.assertEqual(stream.getvalue(), told)
 
     def test_screen_neither_wraps_nor_colours_what_goes_into_a_pipe(self) -> None:
         stream = io.StringIO()

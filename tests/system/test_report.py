@@ -91,7 +91,7 @@ _OUTCOMES: dict[str, tuple[Written, Verdict, str | None, str]] = {
     "a refused block": (
         stopped(400), Verdict.STOPPED, "0x8007001F",
         "The download stopped at block 400 of 1,024: the camera did not take the block: "
-        "the device refused the request (a stall on the bus) (0x8007001F).",
+        "the device refused the request (a stall on the bus), or left during it (0x8007001F).",
     ),
     "a camera that was pulled out": (
         stopped(3, error=433).camera("unplugged"), Verdict.STOPPED, "0x800701B1",
@@ -210,7 +210,7 @@ _OUTCOMES: dict[str, tuple[Written, Verdict, str | None, str]] = {
     "two downloads, of which the first failed": (
         stopped(2, 4).camera("unplugged").and_later(good()), Verdict.STOPPED, "0x8007001F",
         "1 of 2 downloads ended in an update: number 1: The download stopped at block 2 of 4: the camera did not take "
-        "the block: the device refused the request (a stall on the bus) (0x8007001F).",
+        "the block: the device refused the request (a stall on the bus), or left during it (0x8007001F).",
     ),
     # The later return of the camera belongs to the later download.
     "two downloads, and one return": (
@@ -251,12 +251,13 @@ def test_gives_scripts_the_same_as_json() -> None:
     assert told["outcome"] == "stopped"
     assert told["failure"] == {
         "t": told["failure"]["t"],
-        "why": "the camera did not take the block: the device refused the request (a stall on the bus)",
+        "why": "the camera did not take the block: the device refused the request (a stall on the bus), or left during"
+        " it",
         "block": 400,
         "blocks": 1024,
         "code": "0x8007001F",
         "name": "ERROR_GEN_FAILURE",
-        "meaning": "the device refused the request (a stall on the bus)",
+        "meaning": "the device refused the request (a stall on the bus), or left during it",
     }
     assert (told["blocks"], told["transfers"], told["downloads"]) == (399, 4 + 2 * 399 + 1, 1)
 
@@ -618,6 +619,31 @@ def test_tells_the_failure_under_the_mouse_and_under_a_finger(shown: Browser, tm
 def test_tells_a_broken_contract_of_windows() -> None:
     breach = {"t": 1.5, "event": "contract", "contract": "one", "call": "MFStartup"}
     assert problems([breach]) == [Problem(1.5, "a contract of Windows is broken: one (MFStartup)")]
+
+
+def late(refused: list[int]) -> Written:
+    told = {"control": 11, "ms": 30_400, "id": 7011, "text": "A timeout was reached.", "error": 1053}
+    return good().rig("late-control", refused=refused, **told)
+
+
+def test_tells_a_control_that_windows_would_give_up() -> None:
+    note = "Windows would write event 7011 after this device event of 30.4 s: A timeout was reached."
+    titles = Elements(page_of(late([]))).titles
+    assert [title.partition("\n")[2] for title in titles if "7011" in title] == [note]
+    meanwhile = "Refused meanwhile: interrogate, stop (0x8007041D ERROR_SERVICE_REQUEST_TIMEOUT: "
+    says(page_of(late([4, 1])), f"{note} {meanwhile}")
+    assert summary_of(late([4, 1])).verdict is Verdict.UPDATED
+    assert problems(late([4, 1]).events) == []
+
+
+def test_shows_a_question_until_it_is_answered_or_gives_way_to_the_next_one() -> None:
+    written = Written().begin().prompt("ShowUpdatePrompt", "5.10.2.0", "5.10.3.0").answer()
+    asked = [event["t"] for event in written.events if event.get("method") == "ShowUpdatePrompt"]
+    ends = [*asked[1:], *(event["t"] for event in written.events if event["event"] == "answer")]
+    shown = [span["title"] for span in Elements(page_of(written)).of_class("asked")]
+    assert [title.partition(" (")[0] for title in shown] == [
+        f"{begin:.3f} s to {end:.3f} s" for begin, end in zip(asked, ends, strict=True)
+    ]
 
 
 @slow

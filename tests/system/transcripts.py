@@ -123,7 +123,7 @@ class Written:
 
     def finish(self, blocks: int) -> Self:
         """The end of the image, manifestation, and the camera's restart over the last request."""
-        self.end_of_image(blocks).status(MANIFESTING).status(DONE, after=0.2).status(error=433)
+        self.end_of_image(blocks).status(MANIFESTING).status(DONE, after=0.2).status(error=31)
         return self.close()
 
     def close(self, after: float = 0.01) -> Self:

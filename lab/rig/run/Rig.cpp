@@ -51,7 +51,8 @@ Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
       settings_(settings),
       watchers_([this](const json& event) { Record(event); }),
       controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); },
-                [this](bool isHandling) { isHandling ? bus_.Freeze() : bus_.Thaw(); }),
+                [this](bool isHandling) { isHandling ? bus_.Freeze() : bus_.Thaw(); },
+                [this] { return bus_.ClockMs(); }),
       bus_(
           settings_.bus, [this](const json& event) { Record(event); },
           [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),

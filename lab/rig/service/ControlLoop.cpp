@@ -15,14 +15,24 @@ namespace lab::rig {
 
 using nlohmann::json;
 
+namespace {
+
+// The service control manager's patience: with a handler, and with a control that waits for its turn.
+constexpr std::uint64_t kPatienceMs = 30'000;
+constexpr unsigned kTransactionTimeout = 7011;  // of the service control manager, in the System log
+
+}  // namespace
+
 struct ControlLoop::Item {
     DWORD control = 0;
     DWORD type = 0;
     void* data = nullptr;
-    std::vector<std::byte> record;  // of a device event: what `data` points to
-    json event;                     // what is recorded when it is handed over
-    HandlerWork work;               // done in place of a control
-    std::optional<DWORD> result;    // guarded by the loop's mutex
+    std::optional<std::uint64_t> sentAtMs;  // of a control whose sender still waits; a device event has none
+    std::vector<std::byte> record;          // of a device event: what `data` points to
+    std::wstring arrival;                   // the link, when the event is an arrival
+    json event;                             // what is recorded when it is handed over
+    HandlerWork work;                       // done in place of a control
+    std::optional<DWORD> result;            // guarded by the loop's mutex
 };
 
 struct ControlLoop::Errand {
@@ -32,8 +42,12 @@ struct ControlLoop::Errand {
 };
 
 ControlLoop::ControlLoop(Recorder record, std::function<void()> onIdle,
-                         std::function<void(bool isHandling)> onHandling)
-    : record_(std::move(record)), onIdle_(std::move(onIdle)), onHandling_(std::move(onHandling)) {}
+                         std::function<void(bool isHandling)> onHandling,
+                         std::function<std::uint64_t()> clockMs)
+    : record_(std::move(record)),
+      onIdle_(std::move(onIdle)),
+      onHandling_(std::move(onHandling)),
+      clockMs_(std::move(clockMs)) {}
 
 void ControlLoop::SetHandler(LPHANDLER_FUNCTION_EX handler, void* context) {
     const std::lock_guard lock(mutex_);
@@ -49,11 +63,9 @@ void ControlLoop::SetNotification(const DEV_BROADCAST_DEVICEINTERFACE_W& filter,
 }
 
 DWORD ControlLoop::Deliver(DWORD control, DWORD type, void* data) {
-    const auto item = std::make_shared<Item>();
-    item->control = control;
+    const auto item = SentControl(control);
     item->type = type;
     item->data = data;
-    item->event = {{"event", "control"}, {"control", control}};
     std::unique_lock lock(mutex_);
     if (ended_) {
         return ERROR_SERVICE_NOT_ACTIVE;
@@ -94,9 +106,7 @@ void ControlLoop::CallBesideDispatcher(const std::function<void()>& call) {
 }
 
 void ControlLoop::QueueControl(DWORD control) {
-    const auto item = std::make_shared<Item>();
-    item->control = control;
-    item->event = {{"event", "control"}, {"control", control}};
+    const auto item = SentControl(control);
     const std::lock_guard lock(mutex_);
     if (!ended_ && handler_ != nullptr) {
         queue_.push_back(item);
@@ -110,6 +120,7 @@ void ControlLoop::Queue(const InterfaceEvent& event) {
     item->type = event.type;
     item->record = BroadcastRecord(event);
     item->data = item->record.data();
+    item->arrival = event.type == DBT_DEVICEARRIVAL ? event.link : L"";
     item->event = {{"event", "control"},
                    {"control", item->control},
                    {"type", event.type},
@@ -174,6 +185,14 @@ std::shared_ptr<ControlLoop::Item> ControlLoop::Next() {
     return item;
 }
 
+std::shared_ptr<ControlLoop::Item> ControlLoop::SentControl(DWORD control) const {
+    auto item = std::make_shared<Item>();
+    item->control = control;
+    item->sentAtMs = clockMs_();
+    item->event = {{"event", "control"}, {"control", control}};
+    return item;
+}
+
 void ControlLoop::HandOver(Item& item) {
     LPHANDLER_FUNCTION_EX handler = nullptr;
     void* context = nullptr;
@@ -192,9 +211,12 @@ void ControlLoop::HandOver(Item& item) {
     record_(item.event);
     const auto begin = std::chrono::steady_clock::now();
     onHandling_(true);
+    const std::uint64_t begunAtMs = clockMs_();
+    handledArrival_ = item.arrival;
     handlingThread_ = GetCurrentThreadId();
     const DWORD result = handler(item.control, item.type, item.data, context);
     handlingThread_ = 0;
+    const std::uint64_t endedAtMs = clockMs_();
     onHandling_(false);
     const auto taken = std::chrono::steady_clock::now() - begin;
     record_({{"event", "handled"},
@@ -202,9 +224,39 @@ void ControlLoop::HandOver(Item& item) {
              {"result", result},
              {"ms", std::chrono::duration_cast<std::chrono::milliseconds>(taken).count()},
              {"us", std::chrono::duration<double, std::micro>(taken).count()}});
+    TellWhenLate(item, begunAtMs, endedAtMs);
     const std::lock_guard lock(mutex_);
     item.result = result;
     changed_.notify_all();
+}
+
+void ControlLoop::TellWhenLate(Item& item, std::uint64_t begunAtMs, std::uint64_t endedAtMs) {
+    if (endedAtMs - begunAtMs <= kPatienceMs) {
+        return;
+    }
+    json refused = json::array();
+    const auto refuse = [&](Item& sent) {
+        if (sent.sentAtMs && endedAtMs - *sent.sentAtMs > kPatienceMs) {
+            refused.push_back(sent.control);
+            sent.sentAtMs.reset();
+        }
+    };
+    refuse(item);
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& waiting : queue_) {
+            refuse(*waiting);
+        }
+    }
+    record_({{"event", "late-control"},
+             {"control", item.control},
+             {"ms", endedAtMs - begunAtMs},
+             {"id", kTransactionTimeout},
+             {"text",
+              "A timeout (30000 milliseconds) was reached while waiting for a transaction response "
+              "from the service."},
+             {"refused", refused},
+             {"error", ERROR_SERVICE_REQUEST_TIMEOUT}});
 }
 
 bool ControlLoop::WantsEvent(const GUID& interfaceClass) const {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -19,7 +20,8 @@ namespace lab::rig {
 
 // The service control dispatcher's side of a service: hands every control and every device event to the
 // service's handler, one at a time, on the thread that called Run(), and records both the handing over and
-// the return.
+// the return. After a handler that took more than 30 s it records what Windows would have done by then: the
+// event "late-control", with the controls whose senders had waited as long and were told that they failed.
 class ControlLoop {
   public:
     using Recorder = std::function<void(const nlohmann::json& event)>;
@@ -27,10 +29,12 @@ class ControlLoop {
 
     // `onIdle` is called on the running thread, with no lock held, each time that nothing is left to hand
     // over.
-    // `onHandling` is called with true before each call of the handler and with false after it.
+    // `onHandling` is called with true before each call of the handler and with false after it. `clockMs`
+    // tells the time by which a handler is late; it is called on any thread, with no lock held.
     ControlLoop(
         Recorder record, std::function<void()> onIdle,
-        std::function<void(bool isHandling)> onHandling = [](bool) {});
+        std::function<void(bool isHandling)> onHandling = [](bool) {},
+        std::function<std::uint64_t()> clockMs = [] { return std::uint64_t{0}; });
 
     void SetHandler(LPHANDLER_FUNCTION_EX handler, void* context);
     // What the service registered to be told: device events pass only when they match.
@@ -52,6 +56,8 @@ class ControlLoop {
     void QueueWork(HandlerWork work);
     // The calling thread is inside the service's handler.
     [[nodiscard]] bool IsHandlingHere() const { return handlingThread_ == GetCurrentThreadId(); }
+    // Inside the handler: the link whose arrival it handles; empty for any other control.
+    [[nodiscard]] const std::wstring& HandledArrival() const { return handledArrival_; }
     // No event is queued and none is being handled.
     [[nodiscard]] bool IsIdle();
 
@@ -64,14 +70,18 @@ class ControlLoop {
     struct Item;
     struct Errand;
 
+    [[nodiscard]] std::shared_ptr<Item> SentControl(DWORD control) const;
     void HandOver(Item& item);
+    void TellWhenLate(Item& item, std::uint64_t begunAtMs, std::uint64_t endedAtMs);
     std::shared_ptr<Item> Next();
     [[nodiscard]] bool WantsEvent(const GUID& interfaceClass) const;
 
     const Recorder record_;
     const std::function<void()> onIdle_;
     const std::function<void(bool)> onHandling_;
+    const std::function<std::uint64_t()> clockMs_;
     std::atomic<DWORD> handlingThread_{0};  // 0 while none is in the handler
+    std::wstring handledArrival_;           // of the thread that is in the handler
 
     std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;

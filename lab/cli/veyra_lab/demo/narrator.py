@@ -35,6 +35,7 @@ class Narrator:
             "command-run": self._command_run,
             "event-log": self._event_log,
             "process": self._process,
+            "late-control": self._late_control,
         }
 
     def __call__(self, event: Event) -> None:
@@ -88,6 +89,10 @@ class Narrator:
 
     def _event_log(self, event: Event) -> None:
         self._screen.note(f"event log: {event['strings'][-1]}")
+
+    def _late_control(self, event: Event) -> None:
+        took = event["ms"] / 1000
+        self._screen.note(f"Windows would write event {event['id']} into its log: one control took {took:.1f} s")
 
     def _process(self, event: Event) -> None:
         if event["command_line"] == "/RegServer":

@@ -174,14 +174,21 @@ class _Drawing:
                 self._span(Lane.SERVICE, begin, event["t"], label, "busy", f"busy: {tell(control).words}")
 
     def _question(self) -> None:
-        for event in self._of("prompt-call"):
-            if event.get("method") == "ShowUpdatePrompt":
-                versions = " → ".join(texts(event, "texts")) or "update?"
-                answer = next((each for each in self._of("answer") if each["t"] >= event["t"]), None)
-                end = answer["t"] if answer else self._end
-                self._span(Lane.USER, event["t"], end, f"{versions}?", "asked", tell(event).words)
+        questions: list[Event] = []
+        for event in self._events:
+            is_question = event.get("method") == "ShowUpdatePrompt"
+            # A question gives way to the next one.
+            if questions and (is_question or event["event"] == "answer"):
+                self._asked(questions.pop(), event["t"])
+            questions += [event] if is_question else []
+        if questions:
+            self._asked(questions.pop(), self._end)
         for download in self._downloads:
             self._span(Lane.USER, download.began, download.last, "sees the progress", "told")
+
+    def _asked(self, question: Event, end: float) -> None:
+        versions = " → ".join(texts(question, "texts")) or "update?"
+        self._span(Lane.USER, question["t"], end, f"{versions}?", "asked", tell(question).words)
 
     def _cameras(self) -> None:
         ends: dict[int | None, Event] = {}

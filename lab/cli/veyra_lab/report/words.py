@@ -76,9 +76,8 @@ def _step(event: Event) -> Telling:
 
 
 def _scenario(event: Event) -> Telling:
-    return Telling(
-        Lane.LABORATORY, f"scenario {text(event, 'name')}: {text(event, 'description')}", matters=True
-    )
+    words = f"scenario {text(event, 'name')}: {text(event, 'description')}"
+    return Telling(Lane.LABORATORY, words, matters=True)
 
 
 def _command(event: Event) -> Telling:
@@ -130,6 +129,14 @@ def _handled(event: Event) -> Telling:
     if result != 0:
         return Telling(Lane.SERVICE, f"{words}: {win32_as_hresult(result)}", matters=True, bad=True)
     return Telling(Lane.SERVICE, words)
+
+
+def _late_control(event: Event) -> Telling:
+    words = f"Windows would write event {number(event, 'id')} after this {named(CONTROLS, number(event, 'control'))}"
+    words += f" of {(number(event, 'ms') or 0) / 1000:.1f} s: {text(event, 'text')}"
+    if refused := ", ".join(named(CONTROLS, control) for control in numbers(event, "refused")):
+        words += f" Refused meanwhile: {refused} ({win32_as_hresult(number(event, 'error') or 0)})"
+    return Telling(Lane.CONTROL_MANAGER, words, matters=True)
 
 
 def _registered(event: Event) -> Telling:
@@ -264,6 +271,7 @@ _TELLERS: dict[str, Callable[[Event], Telling]] = {
     "service-status": _service_status,
     "control": _control,
     "handled": _handled,
+    "late-control": _late_control,
     "wait": lambda event: Telling(Lane.SERVICE, f"the service waits {number(event, 'ms')} ms; the wait is skipped"),
     "burst": lambda event: Telling(
         Lane.CONTROL_MANAGER, f"{number(event, 'events')} device events, one after the other, are over"

@@ -4,9 +4,12 @@
 #include <dbt.h>
 
 #include <atomic>
+#include <cstdint>
+#include <functional>
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "lab/rig/bus/InterfaceClasses.h"
@@ -103,6 +106,28 @@ TEST_F(ControlLoopTest, HandsADeviceEventOverAsARecordWithItsLink) {
     EXPECT_EQ(handled_[0].size, 28 + 2 * (link.size() + 1));
     EXPECT_EQ(handled_[0].link, link);
     EXPECT_EQ(events_.All()[0].at("class"), "{A5DCBF10-6530-11D2-901F-00C04FB951ED}");
+}
+
+TEST_F(ControlLoopTest, KnowsTheArrivalThatIsHandled) {
+    RegisterForAllClasses();
+    std::vector<std::wstring> handled;
+    struct Context {
+        ControlLoop& loop;
+        std::vector<std::wstring>& handled;
+    } context{loop_, handled};
+    loop_.SetHandler(
+        [](DWORD, DWORD, void*, void* given) -> DWORD {
+            const auto& [loop, links] = *static_cast<Context*>(given);
+            links.push_back(loop.HandledArrival());
+            return 0;
+        },
+        &context);
+    loop_.Queue({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"arrives"});
+    loop_.Queue({DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, L"leaves"});
+    loop_.QueueControl(SERVICE_CONTROL_INTERROGATE);
+    StartLoop();
+    ASSERT_TRUE(events_.WaitFor("handled", 3));
+    EXPECT_EQ(handled, (std::vector<std::wstring>{L"arrives", L"", L""}));
 }
 
 TEST_F(ControlLoopTest, ARecordIsNeverSmallerThanTheStructure) {
@@ -228,4 +253,99 @@ TEST(ControlLoopHandling, IsKnownToTheThreadThatHandlesAndToldBeforeAndAfter) {
     loop.End();
     thread.join();
     EXPECT_EQ(seen.order, (std::vector<std::string>{"begins", "here", "ends"}));
+}
+
+namespace {
+
+// A loop whose clock is moved by its handler, as skipped waits move that of the laboratory.
+class LateControlTest : public ::testing::Test {
+  protected:
+    LateControlTest() { loop_.SetHandler(&Handle, this); }
+
+    static DWORD WINAPI Handle(DWORD, DWORD, void*, void* context) {
+        auto& test = *static_cast<LateControlTest*>(context);
+        test.onHandling_();
+        return 0;
+    }
+
+    // Hands over what is queued, and ends the loop with it.
+    void Run() {
+        std::thread thread([this] { loop_.Run(); });
+        EXPECT_TRUE(events_.WaitFor("handled", queued_));
+        loop_.End();
+        thread.join();
+    }
+
+    void Queue(DWORD control) {
+        loop_.QueueControl(control);
+        ++queued_;
+    }
+
+    RecordedEvents events_;
+    std::atomic<std::uint64_t> nowMs_{1'000'000};
+    ControlLoop loop_{[this](const nlohmann::json& event) { events_.Add(event); }, [] {}, [](bool) {},
+                      [this] { return nowMs_.load(); }};
+    std::function<void()> onHandling_;
+    std::size_t queued_ = 0;
+};
+
+}  // namespace
+
+TEST_F(LateControlTest, AHandlerThatTakesThirtySecondsIsInTime) {
+    onHandling_ = [this] { nowMs_ += 30'000; };
+    Queue(SERVICE_CONTROL_INTERROGATE);
+    Run();
+    EXPECT_TRUE(events_.Named("late-control").empty());
+}
+
+TEST_F(LateControlTest, ALongerOneIsTold) {
+    onHandling_ = [this] { nowMs_ += 30'001; };
+    Queue(SERVICE_CONTROL_INTERROGATE);
+    Run();
+    EXPECT_EQ(events_.All().back(),
+              (nlohmann::json{{"event", "late-control"},
+                              {"control", SERVICE_CONTROL_INTERROGATE},
+                              {"ms", 30'001},
+                              {"id", 7011},
+                              {"text",
+                               "A timeout (30000 milliseconds) was reached while waiting for a "
+                               "transaction response from the service."},
+                              {"refused", nlohmann::json::array({SERVICE_CONTROL_INTERROGATE})},
+                              {"error", 1053}}));
+}
+
+// A control's sender waits 30 s for its turn. A device event is nobody's who could be told.
+TEST_F(LateControlTest, TellsWhichControlsWaitedAsLong) {
+    loop_.SetNotification({}, DEVICE_NOTIFY_ALL_INTERFACE_CLASSES);
+    bool isFirst = true;
+    onHandling_ = [&] {
+        if (std::exchange(isFirst, false)) {
+            loop_.Queue({DBT_DEVICEARRIVAL, kUsbDeviceClass, L"any"});
+            loop_.QueueControl(SERVICE_CONTROL_PAUSE);
+            nowMs_ += 1'000;
+            loop_.QueueControl(SERVICE_CONTROL_CONTINUE);
+            nowMs_ += 30'000;
+        }
+    };
+    Queue(SERVICE_CONTROL_INTERROGATE);
+    queued_ += 3;  // what the handler queues
+    Run();
+    const auto late = events_.Named("late-control");
+    ASSERT_EQ(late.size(), 1U);
+    EXPECT_EQ(late[0].at("refused"),
+              nlohmann::json::array({SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_PAUSE}));
+}
+
+TEST_F(LateControlTest, ARefusedControlIsToldOnce) {
+    onHandling_ = [this] { nowMs_ += 31'000; };
+    Queue(SERVICE_CONTROL_INTERROGATE);
+    Queue(SERVICE_CONTROL_PAUSE);
+    Queue(SERVICE_CONTROL_CONTINUE);
+    Run();
+    const auto late = events_.Named("late-control");
+    ASSERT_EQ(late.size(), 3U);
+    EXPECT_EQ(late[0].at("refused"),
+              nlohmann::json::array(
+                  {SERVICE_CONTROL_INTERROGATE, SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_CONTINUE}));
+    EXPECT_EQ(late[1].at("refused"), nlohmann::json::array());
 }
