@@ -65,6 +65,7 @@ inline constexpr LONG ERROR_INVALID_DATA = 13;
 inline constexpr LONG ERROR_BAD_COMMAND = 22;
 inline constexpr LONG ERROR_BAD_LENGTH = 24;
 inline constexpr LONG ERROR_GEN_FAILURE = 31;
+inline constexpr LONG ERROR_INVALID_PARAMETER = 87;
 inline constexpr LONG ERROR_SEM_TIMEOUT = 121;
 inline constexpr LONG ERROR_NO_MORE_ITEMS = 259;
 inline constexpr LONG ERROR_DEVICE_NOT_CONNECTED = 1167;

@@ -14,8 +14,8 @@
 #include <vector>
 
 // The rig's bus with every thread of the service's process upon it at once: one plugs and unplugs, one sends
-// firmware commands, one transfers in DFU mode, one asks and lists. What they get differs from run to run;
-// what must hold is that nothing races, nothing hangs, and the bus is whole afterwards.
+// firmware commands, one transfers in DFU mode, one asks, lists and waits. What they get differs from run to
+// run; what must hold is that nothing races, nothing hangs, and the bus is whole afterwards.
 
 namespace {
 
@@ -33,6 +33,9 @@ TEST(BusThreads, ShareTheCamerasWithoutARace) {
         camera.enumerateMs = 1;
         camera.manifestMs = 1;
     }
+    using Notices = lab::rig::Departure::Notices;
+    settings.departures = {{.notices = Notices::WhileTheArrivalIsHandled},
+                           {.notices = Notices::AfterTheArrivalIsHandled}};
     RecordedEvents events;
     std::atomic<int> announced = 0;
     std::atomic<bool> isOver = false;
@@ -90,6 +93,7 @@ TEST(BusThreads, ShareTheCamerasWithoutARace) {
             static_cast<void>(bus.State(0));
             static_cast<void>(bus.Flash(1));
             static_cast<void>(bus.PresentLinks(GUID{}));
+            bus.ServiceWaits(lab::rig::DeviceLinks(0).DfuUsb());
             bus.Wake();
             std::this_thread::yield();
         }

@@ -18,6 +18,9 @@ enum class TopologyNode {
     ExtensionUnit,  // vendor-specific: the firmware's extension unit
 };
 
+// What the camera and the port that it is plugged into run at.
+enum class Speed { Full, High, Super };
+
 // What a scenario decides about a camera. Times are in milliseconds.
 struct CameraSettings {
     // Four numbers, most significant first: 5.10.2.0. Stored in the flash at offsets 401 down to 398.
@@ -40,7 +43,9 @@ struct CameraSettings {
     std::vector<TopologyNode> nodes{TopologyNode::Processing, TopologyNode::ExtensionUnit};
     // A download goes to a second bank of the flash: a power failure loses the image, not the firmware.
     bool hasTwoBanks = false;
-    std::uint32_t timeoutMs = 0;  // how long a host waits for an answer
+    Speed speed = Speed::High;
+    // How long a host waits for an answer in DFU mode: WinUSB's time, unless told another.
+    std::uint32_t timeoutMs = 5000;
     // From the arrival of its interface in DFU mode to the moment from which the host's driver opens it;
     // none: never.
     std::optional<std::uint32_t> driverStartMs = 0;

@@ -226,6 +226,7 @@ TransferResult VirtualCamera::ReadReply(std::span<std::uint8_t> reply, std::uint
         return Obstruct(*obstruction);
     }
     std::vector<std::uint8_t> answer = extensionUnit_.Reply();
+    answer.resize(kFrameSize);
     Distort(answer, faults);
     return Deliver(answer, reply);
 }

@@ -74,9 +74,10 @@ class VirtualCamera {
     [[nodiscard]] std::string Version() const;
     [[nodiscard]] const CameraSettings& Settings() const;
 
-    // Running mode: writes a command frame to the extension unit's control, and reads the control back. Stall
-    // when the camera is in DFU mode or has no extension unit, Disconnected when it is not on the bus.
-    // `reply` gets at most its size; `transferred` says how much.
+    // Running mode: writes a command frame to the extension unit's control, and reads the control back,
+    // whole: zeros behind what the firmware has to say. Stall when the camera is in DFU mode or has no
+    // extension unit, Disconnected when it is not on the bus. `reply` gets at most its size; `transferred`
+    // says how much.
     TransferResult WriteCommand(std::span<const std::uint8_t> frame, std::uint64_t nowMs);
     TransferResult ReadReply(std::span<std::uint8_t> reply, std::uint64_t nowMs);
 

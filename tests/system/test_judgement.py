@@ -49,6 +49,7 @@ def updated() -> Written:
     written.finish(5).come_back()
     written.rig("event-log", name=SERVICE, type=4, category=0, id=0, strings=[SERVICE, "OnStart Enter"])
     written.rig("debug-string", text="a text")
+    written.rig("late-control", control=11, ms=30_400, id=7011, text="A timeout", refused=[4, 1], error=1053)
     return written.rig("command-run", command="sc stop VeyraCameraDFU", result=0)
 
 
@@ -60,7 +61,7 @@ GOOD = {
         Written().begin().answer().camera("left").camera("dfu").trace(20, "The camera in DFU mode could not be opened"),
         STUCK,
     ),
-    "asked": observed(Written().begin(), HERE),
+    "asked": observed(Written().begin().prompt("ShowUpdatePrompt", "5.10.2.0", "5.10.3.0"), HERE),
     "not asked": observed(Written().begin(image="5.10.2.0"), HERE),
 }
 # What can be expected of the update, all of it.
@@ -70,6 +71,7 @@ EXPECTED: dict[str, Any] = {
     "completions": [1, 2],
     "commands": 1,
     "transfers": "GETSTATE DETACH GETSTATE UPLOAD (DNLOAD GETSTATUS)x5 EMPTY GETSTATUSx2 GETSTATUS!",
+    "errors": [31],
     "requests": {"DNLOAD": 5, "EMPTY": 1, "GETSTATUS": [8, 9], "ABORT": 0},
     "traces": ["update 23", VERSIONS[1]],
     "traces with": [VERSIONS[0], "update 27"],
@@ -77,6 +79,8 @@ EXPECTED: dict[str, Any] = {
     "event log": ["OnStart Enter"],
     "debug texts": 1,
     "controls": [0, 1],
+    "late controls": 1,
+    "refused controls": [4, 1],
     "commands run": ["sc stop VeyraCameraDFU"],
     "cameras": [
         {"mode": "running", "version": "5.10.3.0", "flash": "image", "dfu_state": 0, "dfu_status": 0, "gaps": 0}
@@ -166,6 +170,14 @@ SPOILED: dict[str, list[tuple[Change, str]]] = {
         (changed("transfer", ok=True), "transfers: expected GETSTATE DETACH"),
         (changed("transfer", setup=ABORT), "transfers: expected GETSTATE DETACH"),
     ],
+    "errors": [
+        (changed("transfer", error=433), "errors of transfers: expected [31], seen [433]"),
+        (changed("transfer", ok=True), "errors of transfers: expected [31], seen []"),
+        (
+            with_(lambda more: more.status(error=31).status(error=22).status(error=22).status(error=31)),
+            "errors of transfers: expected [31], seen [31, 22, 31]",
+        ),
+    ],
     "requests": [
         (with_(lambda more: more.block(5, told=False)), "requests DNLOAD: expected 5, seen 6"),
         (without("transfer"), "requests GETSTATUS: expected [8, 9], seen 7"),
@@ -197,6 +209,14 @@ SPOILED: dict[str, list[tuple[Change, str]]] = {
         (twice("debug-string"), "debug texts: expected 1, seen 2"),
     ],
     "controls": [(twice("handled"), "controls handled: expected [0, 1], seen 2")],
+    "late controls": [
+        (without("late-control"), "late controls: expected 1, seen 0"),
+        (twice("late-control"), "late controls: expected 1, seen 2"),
+    ],
+    "refused controls": [
+        (changed("late-control", refused=[1]), "refused controls: expected [4, 1], seen [1]"),
+        (without("late-control"), "refused controls: expected [4, 1], seen []"),
+    ],
     "commands run": [
         (without("command-run"), "commands run: expected ['sc stop VeyraCameraDFU'], seen []"),
         (twice("command-run"), "commands run: expected ['sc stop VeyraCameraDFU'], seen ['sc stop"),
@@ -234,8 +254,9 @@ SPOILED: dict[str, list[tuple[Change, str]]] = {
     ],
     "asked": [
         *LEFT_ALONE,
-        (without("ShowUpdatePrompt"), "number of questions: expected 1, seen 0"),
-        (twice("ShowUpdatePrompt"), "number of questions: expected 1, seen 2"),
+        (without("ShowUpdatePrompt"), "number of questions: expected 2, seen 1"),
+        (twice("ShowUpdatePrompt"), "number of questions: expected 2, seen 3"),
+        (lambda good: replace(good, cameras=[{"listed_as": "capture"}]), "number of questions: expected 1, seen 2"),
     ],
     "not asked": [
         *LEFT_ALONE,
@@ -286,7 +307,7 @@ def test_takes_what_an_expectation_says_instead_of_what_its_result_means() -> No
     assert len(list(judge({"result": "failed"}, failed))) == 2
     assert list(judge({"result": "failed", **told}, failed)) == []
     asked = twice("ShowUpdatePrompt")(GOOD["asked"])
-    assert list(judge({"result": "asked", "questions": [["5.10.2.0", "5.10.3.0"]] * 2}, asked)) == []
+    assert list(judge({"result": "asked", "questions": [["5.10.2.0", "5.10.3.0"]] * 3}, asked)) == []
 
 
 def test_lets_a_failed_camera_run_or_hold_the_image_but_not_both() -> None:

@@ -191,7 +191,7 @@ SPOILED: dict[str, Callable[[Record], Record]] = {
     "notice of the start": without("event-log"),
     "every interface class": changed("notification-registered", flags=1),
     "handled with result 0": changed("handled", result=1),
-    "asked once": changed("prompt-call", method="ShowUpdatePrompt", texts=["1.1.1.1", "9.8.7.6"]),
+    "asked at each arrival": changed("prompt-call", method="ShowUpdatePrompt", texts=["1.1.1.1", "9.8.7.6"]),
     "before the answer": with_command_before_the_answer,
     "answer reaches": changed("answer", sinks=0),
     "by one command": changed("firmware-command", opcode=ENTER_DFU_MODE, parameters=[0, 0, 0, 0]),

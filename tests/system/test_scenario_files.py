@@ -106,6 +106,10 @@ class TestScenarioFiles:
             "configuration_descriptor": "0",
             "reset_ms": 1.0,
             "link_case": None,
+            "speed": "warp",
+            "listed_as": "camera",
+            "unplug_error": 5,
+            "removal_notices": "never",
         }.items():
             complaint = self.complaint({**GOOD, "stage": {"cameras": [{field: value}]}})
             assert f"stage.cameras[0].{field}" in complaint

@@ -3,6 +3,8 @@
 #include <dbt.h>
 
 #include <algorithm>
+#include <iterator>
+#include <limits>
 #include <numeric>
 #include <stdexcept>
 #include <utility>
@@ -36,6 +38,36 @@ std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t offset, st
         number |= std::uint32_t{bytes[offset + index]} << (8 * index);
     }
     return number;
+}
+
+// WinUSB's limits: above full speed 64 KiB, which no length field exceeds.
+bool IsTooLong(const SetupPacket& setup, Speed speed) {
+    constexpr std::uint16_t kMostAtFullSpeed = 4096;
+    return speed == Speed::Full && setup.length > kMostAtFullSpeed;
+}
+
+DriverResult Told(const TransferResult& result, const Departure& departure) {
+    const DWORD error = WinUsbError(result.end);
+    return {result.end == TransferEnd::Disconnected ? departure.transferError.value_or(error) : error,
+            result.transferred, result.tookMs};
+}
+
+// The interfaces of a camera in its mode, as Windows announces them.
+std::vector<InterfaceEvent> Events(DWORD type, BusMode mode, const DeviceLinks& links,
+                                   const LinkStyle& style) {
+    const auto event = [&](const GUID& interfaceClass, const std::wstring& link) {
+        return InterfaceEvent{type, interfaceClass, Announced(link, style.announcedIn)};
+    };
+    if (mode == BusMode::Dfu) {
+        return {event(kUsbDeviceClass, links.DfuUsb())};
+    }
+    return {event(kUsbDeviceClass, links.RunningUsb()), event(kSensorCameraClass, links.SensorCamera()),
+            event(kVideoCameraClass, links.VideoCamera())};
+}
+
+void MoveTo(std::vector<InterfaceEvent>& to, std::vector<InterfaceEvent>& from) {
+    std::ranges::move(from, std::back_inserter(to));
+    from.clear();
 }
 
 const char* ModeText(BusMode mode) {
@@ -94,6 +126,7 @@ void Bus::Unplug(std::size_t camera) {
     NoteChange(camera);
     if (wasBetweenModes) {
         RecordCamera(camera, "unplugged");
+        MoveTo(waiting_, place.removals);
     }
     changed_.notify_all();
 }
@@ -177,6 +210,20 @@ void Bus::Thaw() {
     }
 }
 
+void Bus::ServiceWaits(std::wstring_view arrival) {
+    std::unique_lock lock(mutex_);
+    const auto due = std::ranges::find_if(late_, [&](const LateRemovals& late) {
+        return !late.arrival.empty() && SameLink(late.arrival, arrival);
+    });
+    if (due == late_.end()) {
+        return;
+    }
+    MoveTo(waiting_, due->removals);
+    late_.erase(due);
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return ending_ || (waiting_.empty() && !isAnnouncing_); });
+}
+
 std::uint64_t Bus::ClockMs() {
     const std::lock_guard lock(mutex_);
     return NowMs();
@@ -210,7 +257,8 @@ std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
             links.push_back(place.links.SensorCamera());
         }
         if (kind == SourceKind::Capture) {
-            links.push_back(place.links.Capture());
+            const bool asCapture = place.style.listed == LinkStyle::Listed::AsCapture;
+            links.push_back(asCapture ? place.links.Capture() : place.links.VideoCamera());
         }
     }
     return links;
@@ -294,6 +342,9 @@ TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> 
     if (Place* const place = Present(presence, BusMode::Running)) {
         result = place->camera.ReadReply(reply, NowMs());
     }
+    if (result.end == TransferEnd::Ok && result.transferred < reply.size()) {
+        result.end = TransferEnd::Stall;
+    }
     record_({{"event", "firmware-reply"},
              {"opcode", Number(reply.first(result.transferred), 0, 4)},
              {"bytes", result.transferred},
@@ -302,20 +353,25 @@ TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> 
     return result;
 }
 
-TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& setup,
-                                    std::span<std::uint8_t> data) {
+DriverResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& setup,
+                                  std::span<std::uint8_t> data) {
     transferTime_.Spend();
     std::unique_lock lock(mutex_);
-    TransferResult result{TransferEnd::Disconnected, 0};
-    if (Place* const place = Present(presence, BusMode::Dfu)) {
-        result = place->camera.ControlTransfer(setup, data, NowMs());
+    Place* const place = Present(presence, BusMode::Dfu);
+    DriverResult result;
+    if (place == nullptr) {
+        result.error = WhyGone(presence);
+    } else if (IsTooLong(setup, place->camera.Settings().speed)) {
+        result.error = ERROR_INVALID_PARAMETER;
+    } else {
+        result = Told(place->camera.ControlTransfer(setup, data, NowMs()), place->departure);
     }
     json event{{"event", "transfer"},
                {"setup", SpacedHexText(SetupBytes(setup))},
                {"length", data.size()},
                {"transferred", result.transferred},
-               {"ok", result.end == TransferEnd::Ok},
-               {"error", WinUsbError(result.end)}};
+               {"ok", result.error == ERROR_SUCCESS},
+               {"error", result.error}};
     if (result.tookMs != 0) {
         event["ms"] = result.tookMs;
     }
@@ -329,36 +385,46 @@ TransferResult Bus::ControlTransfer(const Presence& presence, const SetupPacket&
     return result;
 }
 
-TransferResult Bus::SetInterface(const Presence& presence) {
+DWORD Bus::SetInterface(const Presence& presence) {
     std::unique_lock lock(mutex_);
-    TransferResult result{TransferEnd::Disconnected, 0};
+    DriverResult result;
     if (Place* const place = Present(presence, BusMode::Dfu)) {
-        result = place->camera.SetInterface(NowMs());
+        result = Told(place->camera.SetInterface(NowMs()), place->departure);
+    } else {
+        result.error = WhyGone(presence);
     }
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);
-    return result;
+    return result.error;
 }
 
-TransferResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
-                                   std::span<std::uint8_t> buffer) {
+DriverResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
+                                 std::span<std::uint8_t> buffer) {
     std::unique_lock lock(mutex_);
-    TransferResult result{TransferEnd::Disconnected, 0};
-    if (Place* const place = Present(presence, BusMode::Dfu)) {
-        result = place->camera.ReadDescriptor(type, index, buffer, NowMs());
+    Place* const place = Present(presence, BusMode::Dfu);
+    DriverResult result;
+    if (place == nullptr) {
+        result.error = WhyGone(presence);
+    } else {
+        result = Told(place->camera.ReadDescriptor(type, index, buffer, NowMs()), place->departure);
     }
     record_({{"event", "descriptor"},
              {"type", type},
              {"index", index},
              {"length", buffer.size()},
              {"transferred", result.transferred},
-             {"ok", result.end == TransferEnd::Ok},
-             {"error", WinUsbError(result.end)}});
+             {"ok", result.error == ERROR_SUCCESS},
+             {"error", result.error}});
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);
     return result;
+}
+
+DWORD Bus::ErrorOfGone(const Presence& presence) {
+    const std::lock_guard lock(mutex_);
+    return WhyGone(presence);
 }
 
 std::uint64_t Bus::NowMs() const {
@@ -367,7 +433,18 @@ std::uint64_t Bus::NowMs() const {
         (std::chrono::duration_cast<std::chrono::milliseconds>(passed) + skipped_).count());
 }
 
-void Bus::SpendWait(const TransferResult& result) {
+// A camera that is back is another device.
+DWORD Bus::WhyGone(const Presence& presence) const {
+    constexpr std::uint64_t kLong = std::numeric_limits<std::uint64_t>::max();
+    if (presence.camera >= places_.size()) {
+        return GoneError(kLong);
+    }
+    const Place& place = places_[presence.camera];
+    const bool isLast = place.stay == presence.stay && place.leftAtMs;
+    return place.departure.transferError.value_or(GoneError(isLast ? NowMs() - *place.leftAtMs : kLong));
+}
+
+void Bus::SpendWait(const DriverResult& result) {
     if (result.tookMs == 0) {
         return;
     }
@@ -398,7 +475,10 @@ void Bus::PlaceCameras(const BusSettings& settings) {
     for (std::size_t camera = 0; camera < settings.cameras.size(); ++camera) {
         const LinkStyle style =
             camera < settings.linkStyles.size() ? settings.linkStyles[camera] : LinkStyle{};
-        places_.push_back({VirtualCamera(settings.cameras[camera]), DeviceLinks(camera, style), style});
+        const Departure departure =
+            camera < settings.departures.size() ? settings.departures[camera] : Departure{};
+        places_.push_back(
+            {VirtualCamera(settings.cameras[camera]), DeviceLinks(camera, style), style, departure});
     }
 }
 
@@ -433,45 +513,31 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
         return;
     }
     if (place.mode != BusMode::Absent) {
-        RecordCamera(camera, place.camera.NextDeadline() || mode != BusMode::Absent ? "left" : "unplugged");
-        QueueRemoval(place);
+        const bool comesBack = place.camera.NextDeadline() || mode != BusMode::Absent;
+        RecordCamera(camera, comesBack ? "left" : "unplugged");
+        place.leftAtMs = NowMs();
+        auto removals = Events(DBT_DEVICEREMOVECOMPLETE, place.mode, place.links, place.style);
+        const bool atOnce = !comesBack || place.departure.notices == Departure::Notices::WithTheLeaving;
+        MoveTo(atOnce ? waiting_ : place.removals, removals);
     }
     place.mode = mode;
     if (mode != BusMode::Absent) {
         place.stay = ++lastStay_;
+        place.leftAtMs.reset();
         place.opensAtMs = place.camera.Settings().driverStartMs;
         if (place.opensAtMs) {
             *place.opensAtMs += NowMs();
         }
         const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
         RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
-        QueueArrival(place);
+        auto arrivals = Events(DBT_DEVICEARRIVAL, mode, place.links, place.style);
+        if (!place.removals.empty()) {
+            const bool early = place.departure.notices == Departure::Notices::WhileTheArrivalIsHandled;
+            late_.push_back({early ? arrivals.front().link : L"", std::exchange(place.removals, {})});
+        }
+        MoveTo(waiting_, arrivals);
     }
     changed_.notify_all();
-}
-
-void Bus::QueueArrival(const Place& place) {
-    if (place.mode == BusMode::Dfu) {
-        QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.DfuUsb(), place);
-        return;
-    }
-    QueueEvent(DBT_DEVICEARRIVAL, kUsbDeviceClass, place.links.RunningUsb(), place);
-    QueueEvent(DBT_DEVICEARRIVAL, kSensorCameraClass, place.links.SensorCamera(), place);
-    QueueEvent(DBT_DEVICEARRIVAL, kVideoCameraClass, place.links.VideoCamera(), place);
-}
-
-void Bus::QueueRemoval(const Place& place) {
-    if (place.mode == BusMode::Dfu) {
-        QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.DfuUsb(), place);
-        return;
-    }
-    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, place.links.RunningUsb(), place);
-    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kSensorCameraClass, place.links.SensorCamera(), place);
-    QueueEvent(DBT_DEVICEREMOVECOMPLETE, kVideoCameraClass, place.links.VideoCamera(), place);
-}
-
-void Bus::QueueEvent(DWORD type, const GUID& interfaceClass, const std::wstring& link, const Place& place) {
-    waiting_.push_back({type, interfaceClass, Announced(link, place.style.announcedIn)});
 }
 
 void Bus::RecordCamera(std::size_t camera, const char* change) {
@@ -505,11 +571,19 @@ void Bus::Run() {
     std::unique_lock lock(mutex_);
     while (!ending_) {
         AdvanceAll();
+        if (waiting_.empty() && !late_.empty() && listenerIsQuiet_()) {
+            for (LateRemovals& late : std::exchange(late_, {})) {
+                MoveTo(waiting_, late.removals);
+            }
+        }
         if (!waiting_.empty()) {
             const auto events = std::exchange(waiting_, {});
+            isAnnouncing_ = true;
             lock.unlock();
             std::ranges::for_each(events, listener_);
             lock.lock();
+            isAnnouncing_ = false;
+            changed_.notify_all();
             continue;
         }
         AnswerWhenSettled();

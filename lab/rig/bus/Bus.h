@@ -18,6 +18,7 @@
 
 #include "lab/camera/VirtualCamera.h"
 #include "lab/rig/bus/BusSettings.h"
+#include "lab/rig/bus/Departure.h"
 #include "lab/rig/bus/DeviceLinks.h"
 #include "lab/rig/bus/InterfaceEvent.h"
 #include "lab/rig/bus/TransferTime.h"
@@ -35,6 +36,13 @@ struct Presence {
 
 // The ways in which a running camera's video function is listed.
 enum class SourceKind { SensorCamera, Capture };
+
+// A transfer as the host's driver reports it: the last error, 0 for success.
+struct DriverResult {
+    DWORD error = 0;
+    std::size_t transferred = 0;
+    std::uint32_t tookMs = 0;  // what the host waited for the answer, or before it gave up
+};
 
 // The interface descriptors of a camera in DFU mode.
 using InterfaceDescriptors = std::vector<std::array<std::uint8_t, 9>>;
@@ -81,6 +89,9 @@ class Bus {
     // skips: so a scenario's times do not depend on how busy the machine is.
     void Freeze();
     void Thaw();
+    // The service waits while it handles the arrival of this link: the removal notices that come then are
+    // told before this returns.
+    void ServiceWaits(std::wstring_view arrival);
     // The clock, in milliseconds since the run began.
     [[nodiscard]] std::uint64_t ClockMs();
 
@@ -97,41 +108,52 @@ class Bus {
     // As the driver has read them; empty when that stay is over.
     [[nodiscard]] std::optional<InterfaceDescriptors> Interfaces(const Presence& presence);
 
-    // Transfers; Disconnected when that stay is over. data.size() is at least setup.length.
+    // Firmware commands; Disconnected when that stay is over. A reply is the whole control: of a camera that
+    // sends less than the buffer takes the driver hands nothing out, as of one that stalls.
     TransferResult WriteCommand(const Presence& presence, std::span<const std::uint8_t> frame);
     TransferResult ReadReply(const Presence& presence, std::span<std::uint8_t> reply);
-    TransferResult ControlTransfer(const Presence& presence, const SetupPacket& setup,
-                                   std::span<std::uint8_t> data);
 
+    // DFU mode. data.size() is at least setup.length; ERROR_INVALID_PARAMETER, without the camera's seeing
+    // anything, for more bytes than the host's driver takes in one transfer at the camera's speed.
+    DriverResult ControlTransfer(const Presence& presence, const SetupPacket& setup,
+                                 std::span<std::uint8_t> data);
     // SET_INTERFACE, as the host's driver sends it.
-    TransferResult SetInterface(const Presence& presence);
-
+    DWORD SetInterface(const Presence& presence);
     // A descriptor read over the bus.
-    TransferResult ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
-                                  std::span<std::uint8_t> buffer);
+    DriverResult ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
+                                std::span<std::uint8_t> buffer);
+    // The error of a call on a camera whose stay is over.
+    [[nodiscard]] DWORD ErrorOfGone(const Presence& presence);
 
   private:
     struct Place {
         VirtualCamera camera;
         DeviceLinks links;
         LinkStyle style;
+        Departure departure;
         BusMode mode = BusMode::Absent;  // as last announced
         unsigned stay = 0;
         std::optional<std::uint64_t> opensAtMs = {};  // in DFU mode
+        std::optional<std::uint64_t> leftAtMs = {};   // when the stay ended
+        std::vector<InterfaceEvent> removals = {};    // held back until it arrives again
+    };
+
+    // Removal notices that wait until the service is done, or until it waits while it handles this arrival.
+    struct LateRemovals {
+        std::wstring arrival;  // empty: only until it is done
+        std::vector<InterfaceEvent> removals;
     };
 
     [[nodiscard]] std::uint64_t NowMs() const;
     Place& At(std::size_t camera);
     Place* Present(const Presence& presence, BusMode mode);
+    [[nodiscard]] DWORD WhyGone(const Presence& presence) const;
     // The host waits for an answer that comes late, or never. Called with no lock held.
-    void SpendWait(const TransferResult& result);
+    void SpendWait(const DriverResult& result);
     void PlaceCameras(const BusSettings& settings);
     void AdvanceAll();
     void AdvanceOne(std::size_t camera, std::uint64_t nowMs);
     void NoteChange(std::size_t camera, const char* changeWhenPresent = nullptr);
-    void QueueArrival(const Place& place);
-    void QueueRemoval(const Place& place);
-    void QueueEvent(DWORD type, const GUID& interfaceClass, const std::wstring& link, const Place& place);
     void RecordCamera(std::size_t camera, const char* change);
     [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const;
     void AnswerWhenSettled();
@@ -152,6 +174,8 @@ class Bus {
     std::vector<Place> places_;
     unsigned lastStay_ = 0;
     std::vector<InterfaceEvent> waiting_;
+    bool isAnnouncing_ = false;
+    std::vector<LateRemovals> late_;
     std::vector<std::function<void()>> settled_;
     bool ending_ = false;
     std::thread thread_;

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "lab/camera/CameraSettings.h"
+#include "lab/rig/bus/Departure.h"
 #include "lab/rig/bus/DeviceLinks.h"
 
 namespace lab::rig {
@@ -15,7 +16,9 @@ struct BusSettings {
     // time out.
     bool skipsWaits = false;
     std::vector<CameraSettings> cameras;
-    std::vector<LinkStyle> linkStyles;  // of the cameras, in their order; what is missing is a plain one
+    // Of the cameras, in their order; what is missing is a plain one.
+    std::vector<LinkStyle> linkStyles;
+    std::vector<Departure> departures;
 };
 
 }  // namespace lab::rig

@@ -12,6 +12,10 @@ struct LinkStyle {
     Case announcedIn = Case::AsWindows;  // in events and in the list of present interfaces
     std::size_t length = 0;              // every link is padded to this many characters
     bool isListedTwice = false;          // the sensor camera is among the plain capture sources too
+    // The class of the link that the camera has among the plain capture sources. Of the video camera's an
+    // interface arrives, so the service finds the camera at that arrival too, and asks again.
+    enum class Listed { AsVideoCamera, AsCapture };
+    Listed listed = Listed::AsVideoCamera;
 };
 
 // The symbolic links of one camera's device interfaces, as Windows writes them.

@@ -4,6 +4,7 @@ namespace lab::rig {
 namespace {
 
 constexpr DWORD kErrorNoSuchDevice = 433;
+constexpr std::uint64_t kTakingAwayMs = 500;
 
 }  // namespace
 
@@ -12,13 +13,16 @@ DWORD WinUsbError(TransferEnd end) {
         case TransferEnd::Ok:
             return ERROR_SUCCESS;
         case TransferEnd::Stall:
+        case TransferEnd::Disconnected:
             return ERROR_GEN_FAILURE;
         case TransferEnd::Timeout:
             return ERROR_SEM_TIMEOUT;
-        case TransferEnd::Disconnected:
-            return kErrorNoSuchDevice;
     }
     return ERROR_GEN_FAILURE;
+}
+
+DWORD GoneError(std::uint64_t leftForMs) {
+    return leftForMs < kTakingAwayMs ? DWORD{ERROR_BAD_COMMAND} : kErrorNoSuchDevice;
 }
 
 HRESULT PropertyResult(TransferEnd end) {

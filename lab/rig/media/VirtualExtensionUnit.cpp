@@ -90,7 +90,7 @@ HRESULT VirtualExtensionUnit::Read(std::uint8_t* data, ULONG dataLength, ULONG& 
         return HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER);
     }
     const TransferResult result = bus_.ReadReply(presence_, {data, kControlSize});
-    bytesReturned = static_cast<ULONG>(result.transferred);
+    bytesReturned = result.end == TransferEnd::Ok ? kControlSize : 0;
     return PropertyResult(result.end);
 }
 

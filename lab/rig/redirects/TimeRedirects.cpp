@@ -15,12 +15,16 @@ decltype(&::GetTickCount64) getTickCount = nullptr;
 constexpr ULONGLONG kTicksAtBegin = 500'000'000;
 decltype(&::WaitForSingleObject) waitForSingleObject = nullptr;
 
-// The rig whose clock the calling thread moves instead of waiting; null for every other thread: all of the
-// service's waits but that for its user are made by the handler of its controls.
-Rig* SkippingRig() {
+// The rig, which is told that the calling thread waits and whose clock that moves instead of waiting, if it
+// skips waits; null for every other thread: all of the service's waits but that for its user are made by the
+// handler of its controls.
+Rig* RigOfHandler() {
     Rig* const rig = Rig::IfConnected();
-    return rig != nullptr && rig->Settings().bus.skipsWaits && rig->Controls().IsHandlingHere() ? rig
-                                                                                                : nullptr;
+    if (rig == nullptr || !rig->Controls().IsHandlingHere()) {
+        return nullptr;
+    }
+    rig->TheBus().ServiceWaits(rig->Controls().HandledArrival());
+    return rig->Settings().bus.skipsWaits ? rig : nullptr;
 }
 
 void SkipRecorded(Rig& rig, DWORD ms) {
@@ -31,7 +35,7 @@ void SkipRecorded(Rig& rig, DWORD ms) {
 }
 
 void WINAPI SleepOrSkip(DWORD ms) {
-    Rig* const rig = SkippingRig();
+    Rig* const rig = RigOfHandler();
     if (rig == nullptr || ms == INFINITE) {
         sleep(ms);
         return;
@@ -46,7 +50,7 @@ ULONGLONG WINAPI TickCountOfRun() {
 }
 
 DWORD WINAPI WaitOrSkip(HANDLE object, DWORD ms) {
-    Rig* const rig = ms != 0 && ms != INFINITE ? SkippingRig() : nullptr;
+    Rig* const rig = ms != 0 && ms != INFINITE ? RigOfHandler() : nullptr;
     if (rig == nullptr) {
         return waitForSingleObject(object, ms);
     }

@@ -1,5 +1,6 @@
 #include "lab/rig/run/RunSettings.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
@@ -113,6 +114,27 @@ constexpr std::array<std::pair<std::string_view, TopologyNode>, 4> kNodes{{
     {"extension-unit", TopologyNode::ExtensionUnit},
 }};
 
+constexpr std::array<std::pair<std::string_view, Speed>, 3> kSpeeds{{
+    {"full", Speed::Full},
+    {"high", Speed::High},
+    {"super", Speed::Super},
+}};
+
+constexpr std::array<std::pair<std::string_view, LinkStyle::Listed>, 2> kListings{{
+    {"video camera", LinkStyle::Listed::AsVideoCamera},
+    {"capture", LinkStyle::Listed::AsCapture},
+}};
+
+constexpr std::array<std::pair<std::string_view, Departure::Notices>, 3> kNotices{{
+    {"with the leaving", Departure::Notices::WithTheLeaving},
+    {"while the arrival is handled", Departure::Notices::WhileTheArrivalIsHandled},
+    {"after the arrival is handled", Departure::Notices::AfterTheArrivalIsHandled},
+}};
+
+// Those with which Windows tells that a device is gone.
+constexpr std::array<DWORD, 4> kUnplugErrors{ERROR_BAD_COMMAND, ERROR_GEN_FAILURE, 433,
+                                             ERROR_DEVICE_NOT_CONNECTED};
+
 constexpr std::array<std::pair<std::string_view, LinkStyle::Case>, 3> kLinkCases{{
     {"lower", LinkStyle::Case::Lower},
     {"upper", LinkStyle::Case::Upper},
@@ -215,13 +237,31 @@ bool ReadLinkField(LinkStyle& style, const std::string& field, const json& value
         style.length = ToNumber<std::uint16_t>(field, value);
     } else if (field == "listed_twice") {
         style.isListedTwice = value.get<bool>();
+    } else if (field == "listed_as") {
+        style.listed = ToChoice(field, value, kListings);
     } else {
         return false;
     }
     return true;
 }
 
-CameraSettings ToCamera(const json& fields, LinkStyle& style) {
+// False when no such field belongs to a camera's leaving.
+bool ReadDepartureField(Departure& departure, const std::string& field, const json& value) {
+    if (field == "removal_notices") {
+        departure.notices = ToChoice(field, value, kNotices);
+    } else if (field == "unplug_error") {
+        const auto error = ToNumber<DWORD>(field, value);
+        if (std::ranges::find(kUnplugErrors, error) == kUnplugErrors.end()) {
+            Refuse(field, value);
+        }
+        departure.transferError = error;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+CameraSettings ToCamera(const json& fields, LinkStyle& style, Departure& departure) {
     CameraSettings camera;
     for (const auto& [field, value] : fields.items()) {
         if (field == "version") {
@@ -255,12 +295,14 @@ CameraSettings ToCamera(const json& fields, LinkStyle& style) {
             camera.nodes = ToNodes(value);
         } else if (field == "two_banks") {
             camera.hasTwoBanks = value.get<bool>();
+        } else if (field == "speed") {
+            camera.speed = ToChoice(field, value, kSpeeds);
         } else if (field == "timeout_ms") {
             camera.timeoutMs = ToNumber<std::uint32_t>(field, value);
         } else if (field == "driver_ms") {
             camera.driverStartMs =
                 value == "never" ? std::nullopt : std::optional(ToNumber<std::uint32_t>(field, value));
-        } else if (!ReadLinkField(style, field, value)) {
+        } else if (!ReadLinkField(style, field, value) && !ReadDepartureField(departure, field, value)) {
             throw std::runtime_error("a camera has no field " + field);
         }
     }
@@ -291,7 +333,9 @@ RunSettings RunSettings::FromStage(const json& stage) {
         } else if (field == "cameras") {
             for (const json& camera : value) {
                 settings.bus.linkStyles.emplace_back();
-                settings.bus.cameras.push_back(ToCamera(camera, settings.bus.linkStyles.back()));
+                settings.bus.departures.emplace_back();
+                settings.bus.cameras.push_back(
+                    ToCamera(camera, settings.bus.linkStyles.back(), settings.bus.departures.back()));
             }
         } else if (field != "reply") {
             throw std::runtime_error("the stage has no field " + field);

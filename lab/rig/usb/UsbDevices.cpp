@@ -8,7 +8,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "lab/rig/bus/TransferErrors.h"
 #include "lab/wire/Utf8.h"
 
 namespace lab::rig {
@@ -97,9 +96,9 @@ DWORD UsbDevices::GetDescriptor(WINUSB_INTERFACE_HANDLE handle, std::uint8_t typ
     if (!opened) {
         return ERROR_INVALID_HANDLE;
     }
-    const TransferResult result = bus_.ReadDescriptor(opened->presence, type, index, buffer);
+    const DriverResult result = bus_.ReadDescriptor(opened->presence, type, index, buffer);
     transferred = static_cast<ULONG>(result.transferred);
-    return WinUsbError(result.end);
+    return result.error;
 }
 
 DWORD UsbDevices::QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE handle, std::uint8_t alternate,
@@ -110,7 +109,7 @@ DWORD UsbDevices::QueryInterfaceSettings(WINUSB_INTERFACE_HANDLE handle, std::ui
     }
     const auto descriptors = bus_.Interfaces(opened->presence);
     if (!descriptors) {
-        return WinUsbError(TransferEnd::Disconnected);
+        return bus_.ErrorOfGone(opened->presence);
     }
     const auto interfaces = Settings(*descriptors);
     if (opened->position >= interfaces.size() || alternate >= interfaces[opened->position].size()) {
@@ -129,7 +128,7 @@ DWORD UsbDevices::GetAssociatedInterface(WINUSB_INTERFACE_HANDLE handle, std::ui
     }
     const auto descriptors = bus_.Interfaces(opened->presence);
     if (!descriptors) {
-        return WinUsbError(TransferEnd::Disconnected);
+        return bus_.ErrorOfGone(opened->presence);
     }
     const std::size_t position = opened->position + 1 + index;
     if (position >= Settings(*descriptors).size()) {
@@ -152,9 +151,11 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
         return ERROR_INVALID_HANDLE;
     }
     const auto descriptors = bus_.Interfaces(opened->presence);
-    DWORD error = WinUsbError(TransferEnd::Disconnected);
+    DWORD error = ERROR_SUCCESS;
     std::size_t interfaceNumber = 0;
-    if (descriptors) {
+    if (!descriptors) {
+        error = bus_.ErrorOfGone(opened->presence);
+    } else {
         const auto interfaces = Settings(*descriptors);
         error = ERROR_NOT_FOUND;
         for (const InterfaceDescriptor& descriptor : opened->position < interfaces.size()
@@ -165,7 +166,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
         }
     }
     if (error == ERROR_SUCCESS) {
-        error = WinUsbError(bus_.SetInterface(opened->presence).end);
+        error = bus_.SetInterface(opened->presence);
     }
     record_({{"event", "alternate-setting"},
              {"interface", interfaceNumber},
@@ -185,9 +186,9 @@ DWORD UsbDevices::ControlTransfer(WINUSB_INTERFACE_HANDLE handle, const SetupPac
     if (setup.length > buffer.size()) {
         return ERROR_INVALID_PARAMETER;
     }
-    const TransferResult result = bus_.ControlTransfer(opened->presence, setup, buffer);
+    const DriverResult result = bus_.ControlTransfer(opened->presence, setup, buffer);
     transferred = static_cast<ULONG>(result.transferred);
-    return WinUsbError(result.end);
+    return result.error;
 }
 
 // A handle whose file is closed reaches nothing any more; it can only be freed.

@@ -44,7 +44,7 @@ TEST(VirtualCamera, ComesBackRunningWithTheDownloadedImage) {
     EXPECT_EQ(driver.camera.BlockNumberGaps(), 0U);
     driver.Command(0x10);
     const Bytes reply = driver.Reply();
-    ASSERT_EQ(reply.size(), 234U);
+    ASSERT_EQ(reply.size(), 1024U);
     EXPECT_EQ(Bytes(reply.begin() + 16, reply.begin() + 20), (Bytes{0, 3, 10, 5}));
 }
 

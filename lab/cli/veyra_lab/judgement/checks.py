@@ -1,6 +1,7 @@
 """What an expectation of a scenario means: each field looked up in what happened since the expectation before it."""
 
 from collections.abc import Callable, Iterator, Sequence
+from itertools import groupby
 from typing import Any
 
 from ..scenarios.transfer_pattern import request_of
@@ -94,6 +95,9 @@ CHECKS: dict[str, Callable[[Observed, Any], Iterator[str]]] = {
     "completions": _check_count("ends of a download", lambda observed: len(observed.calls("NotifyComplete"))),
     "commands": _check_count("commands into DFU mode", lambda observed: observed.commands),
     "transfers": check_transfers,
+    "errors": _check_list(
+        "errors of transfers", lambda observed: [code for code, _ in groupby(e["error"] for e in observed.failed)]
+    ),
     "requests": _check_requests,
     "traces": _check_traces,
     "traces with": _check_traces_with,
@@ -101,6 +105,11 @@ CHECKS: dict[str, Callable[[Observed, Any], Iterator[str]]] = {
     "event log": _check_list("event log", lambda observed: [e["strings"][1] for e in observed.of(RIG, "event-log")]),
     "debug texts": _check_count("debug texts", lambda observed: len(observed.of(RIG, "debug-string"))),
     "controls": _check_count("controls handled", lambda observed: len(observed.of(RIG, "handled"))),
+    "late controls": _check_count("late controls", lambda observed: len(observed.of(RIG, "late-control"))),
+    "refused controls": _check_list(
+        "refused controls",
+        lambda observed: [each for e in observed.of(RIG, "late-control") for each in e["refused"]],
+    ),
     "commands run": _check_list(
         "commands run", lambda observed: sorted(e["command"] for e in observed.of(RIG, "command-run"))
     ),

@@ -47,6 +47,11 @@ class Observed:
         """Every control transfer."""
         return self.of(RIG, "transfer")
 
+    @property
+    def failed(self) -> list[Event]:
+        """The control transfers that failed."""
+        return [event for event in self.transfers if not event["ok"]]
+
     def calls(self, method: str) -> list[Event]:
         """The calls of one method of the prompt server."""
         return [event for event in self.of(TOAST, "prompt-call") if event["method"] == method]

@@ -4,6 +4,7 @@ from collections.abc import Callable, Iterator
 from typing import Any
 
 from ..scenarios.transfer_pattern import compile_pattern, shortened, spell
+from ..windows.camera import questions_of
 from ..windows.image import SMALLEST_IMAGE, version_of
 from ..wire.events import BLOCK_NUMBERS
 from .flash import check_flash
@@ -74,7 +75,8 @@ def _left_alone(observed: Observed) -> Iterator[str]:
 def _asked(observed: Observed, expectation: dict[str, Any]) -> Iterator[str]:
     yield from _left_alone(observed)
     if "questions" not in expectation:
-        yield from differ("number of questions", 1, len(observed.calls("ShowUpdatePrompt")))
+        asked = questions_of(observed.cameras[expectation.get("camera", 0)])
+        yield from differ("number of questions", asked, len(observed.calls("ShowUpdatePrompt")))
 
 
 def _not_asked(observed: Observed, expectation: dict[str, Any]) -> Iterator[str]:

@@ -5,6 +5,7 @@ from dataclasses import dataclass, field
 from enum import Enum
 from typing import Any
 
+from ..windows.camera import questions_of
 from ..windows.image import default_image, version_of
 from ..windows.installation import SERVICE_CONTROLLED
 
@@ -67,6 +68,11 @@ class UpdatePlan:
         if self.camera_version == self.image_version:
             return f"camera and image both have version {self.image_version}"
         return ""
+
+    @property
+    def questions(self) -> int:
+        """How often the user is asked, when he is: at each arrival at which the camera is found."""
+        return questions_of(self.camera)
 
     @property
     def foreseen(self) -> Foreseen:

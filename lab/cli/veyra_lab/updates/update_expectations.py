@@ -10,9 +10,9 @@ from .record import Record
 EXPECTATIONS = Expectations()
 
 
-@EXPECTATIONS.expect("the user is asked once, with the camera's version and the image's", *ASKED)
-def _asked_once(record: Record) -> str:
-    wanted = [[record.plan.camera_version, record.plan.image_version]]
+@EXPECTATIONS.expect("the user is asked at each arrival, with the camera's version and the image's", *ASKED)
+def _asked_at_each_arrival(record: Record) -> str:
+    wanted = [[record.plan.camera_version, record.plan.image_version]] * record.plan.questions
     return differ("questions", wanted, [event["texts"] for event in record.prompt_calls("ShowUpdatePrompt")])
 
 

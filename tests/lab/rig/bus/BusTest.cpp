@@ -1,6 +1,7 @@
 #include <windows.h>
 #include <dbt.h>
 
+#include <atomic>
 #include <stdexcept>
 
 #include "lab/rig/bus/InterfaceClasses.h"
@@ -13,6 +14,7 @@ using lab::TransferEnd;
 namespace {
 
 constexpr SetupPacket kGetState{0xA1, 5, 0, 0, 1};
+constexpr DWORD kNoSuchDevice = 433;
 
 class BusTest : public BusFixture {
   protected:
@@ -92,7 +94,7 @@ TEST_F(BusTest, ListsOnlyWhatIsPresentInTheClassAsked) {
     EXPECT_EQ(bus_->PresentLinks(kSensorCameraClass), std::vector<std::wstring>{second.SensorCamera()});
     EXPECT_EQ(bus_->PresentLinks(kVideoCameraClass), std::vector<std::wstring>{second.VideoCamera()});
     EXPECT_TRUE(bus_->PresentLinks(GUID{}).empty());
-    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), std::vector<std::wstring>{second.Capture()});
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), std::vector<std::wstring>{second.VideoCamera()});
     EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera), std::vector<std::wstring>{second.SensorCamera()});
 }
 
@@ -107,15 +109,14 @@ TEST_F(BusTest, WhatWasOpenedInOneStayIsDisconnectedInTheNext) {
     EXPECT_EQ(bus_->ReadReply(*first, reply).end, TransferEnd::Disconnected);
     EXPECT_EQ(SendDfuModeCommand(*first).end, TransferEnd::Disconnected);
     EXPECT_FALSE(bus_->Interfaces(*first).has_value());
-    EXPECT_EQ(bus_->ControlTransfer(*first, kGetState, std::span(reply).first(1)).end,
-              TransferEnd::Disconnected);
+    EXPECT_EQ(bus_->ControlTransfer(*first, kGetState, std::span(reply).first(1)).error, kNoSuchDevice);
 }
 
 TEST_F(BusTest, RecordsATransferWithItsSetupAndItsData) {
     Begin({QuickCamera()});
     const auto device = BringIntoDfuMode();
     std::array<std::uint8_t, 1> state{};
-    ASSERT_EQ(bus_->ControlTransfer(device, kGetState, state).end, TransferEnd::Ok);
+    ASSERT_EQ(bus_->ControlTransfer(device, kGetState, state).error, DWORD{ERROR_SUCCESS});
     EXPECT_EQ(state[0], 2);
     EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
                                                     {"setup", "a1 05 00 00 00 00 01 00"},
@@ -132,7 +133,7 @@ TEST_F(BusTest, RecordsARefusedTransferWithItsErrorAndWithoutDataOfTheHosts) {
     Begin({camera});
     const auto device = BringIntoDfuMode();
     std::array<std::uint8_t, 4> block{};
-    EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0x1234, 0, 4}, block).end, TransferEnd::Stall);
+    EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0x1234, 0, 4}, block).error, DWORD{ERROR_GEN_FAILURE});
     EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
                                                     {"setup", "21 01 34 12 00 00 04 00"},
                                                     {"length", 4},
@@ -147,7 +148,7 @@ TEST_F(BusTest, TheFaultThatUnplugsIsAnnouncedAsAnUnplugging) {
     Begin({camera});
     const auto device = BringIntoDfuMode();
     std::array<std::uint8_t, 1> state{};
-    EXPECT_EQ(bus_->ControlTransfer(device, kGetState, state).end, TransferEnd::Disconnected);
+    EXPECT_EQ(bus_->ControlTransfer(device, kGetState, state).error, DWORD{ERROR_GEN_FAILURE});
     ASSERT_TRUE(Settle());
     EXPECT_EQ(Changes().back(), "unplugged");
     const auto announced = TakeAnnounced();
@@ -239,7 +240,6 @@ TEST_F(BusTest, TheClockStandsStillOnlyWhereWaitsAreSkipped) {
 
 TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
     auto camera = QuickCamera();
-    camera.timeoutMs = 5'000;
     camera.faults = {{.where = lab::Fault::Where::GetState, .what = lab::Fault::What::Timeout}};
     BusSettings settings;
     settings.skipsWaits = true;
@@ -248,7 +248,7 @@ TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
     const auto presence = BringIntoDfuMode();
     const auto before = bus_->ClockMs();
     std::array<std::uint8_t, 1> state{};
-    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Timeout);
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).error, DWORD{ERROR_SEM_TIMEOUT});
     EXPECT_GE(bus_->ClockMs(), before + 5'000);
 }
 
@@ -282,10 +282,10 @@ TEST_F(BusTest, WhatWasOpenedReachesNoCameraThatTakesItsPlace) {
     bus_->ReplaceCameras(others);
     BringIntoDfuMode();
     std::array<std::uint8_t, 1> state{};
-    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).error, kNoSuchDevice);
     bus_->Unplug(0);
     bus_->ReplaceCameras({});
-    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Disconnected);
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).error, kNoSuchDevice);
 }
 
 TEST_F(BusTest, AnnouncesLinksInTheCaseAskedFor) {
@@ -308,5 +308,240 @@ TEST_F(BusTest, ListsASensorCameraAmongTheCaptureSourcesWhenAsked) {
     settings.linkStyles = {{.isListedTwice = true}};
     BeginOn(settings);
     bus_->Plug(0);
-    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), (std::vector{links_.SensorCamera(), links_.Capture()}));
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture),
+              (std::vector{links_.SensorCamera(), links_.VideoCamera()}));
+}
+
+TEST_F(BusTest, ListsACameraWithItsCaptureLinkWhenAsked) {
+    BusSettings settings;
+    settings.cameras = {QuickCamera()};
+    settings.linkStyles = {{.listed = LinkStyle::Listed::AsCapture}};
+    BeginOn(settings);
+    bus_->Plug(0);
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::Capture), std::vector{links_.Capture()});
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera), std::vector{links_.SensorCamera()});
+}
+
+TEST_F(BusTest, ADescriptorThatNothingAnswersTakesTheHostsTime) {
+    auto camera = QuickCamera();
+    camera.faults = {{.where = lab::Fault::Where::GetDescriptor, .what = lab::Fault::What::Timeout}};
+    BusSettings settings;
+    settings.skipsWaits = true;
+    settings.cameras = {camera};
+    BeginOn(settings);
+    const auto presence = BringIntoDfuMode();
+    const auto before = bus_->ClockMs();
+    std::array<std::uint8_t, 18> descriptor{};
+    EXPECT_EQ(bus_->ReadDescriptor(presence, 1, 0, descriptor).error, DWORD{ERROR_SEM_TIMEOUT});
+    EXPECT_GE(bus_->ClockMs(), before + 5'000);
+}
+
+TEST_F(BusTest, TakesNoMoreThan4KiBInOneTransferAtFullSpeed) {
+    auto camera = QuickCamera();
+    camera.speed = lab::Speed::Full;
+    Begin({camera});
+    const auto device = BringIntoDfuMode();
+    std::vector<std::uint8_t> block(4097);
+    EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0, 0, 4097}, block).error,
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
+                                                    {"setup", "21 01 00 00 00 00 01 10"},
+                                                    {"length", 4097},
+                                                    {"transferred", 0},
+                                                    {"ok", false},
+                                                    {"error", ERROR_INVALID_PARAMETER}}));
+    EXPECT_EQ(bus_->State(0).at("transfers"), 0);
+    // The camera itself refuses more than 1024 bytes, and by that shows that it was asked.
+    EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0, 0, 4096}, block).error, DWORD{ERROR_GEN_FAILURE});
+    EXPECT_EQ(bus_->State(0).at("transfers"), 1);
+}
+
+TEST_F(BusTest, TakesEveryLengthAboveFullSpeed) {
+    for (const lab::Speed speed : {lab::Speed::High, lab::Speed::Super}) {
+        auto camera = QuickCamera();
+        camera.speed = speed;
+        camera.transferSize = 65'535;
+        Begin({camera});
+        const auto device = BringIntoDfuMode();
+        std::vector<std::uint8_t> block(65'535);
+        EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0, 0, 65'535}, block).error, DWORD{ERROR_SUCCESS});
+    }
+}
+
+namespace {
+
+// The errors of transfers on a camera that leaves during the first.
+class UnpluggedTest : public BusTest {
+  protected:
+    void BeginWith(const Departure& departure) {
+        auto camera = QuickCamera();
+        camera.faults = {{lab::Fault::Where::GetState, lab::Fault::What::Unplug}};
+        BusSettings settings;
+        settings.skipsWaits = true;
+        settings.cameras = {camera};
+        settings.departures = {departure};
+        BeginOn(settings);
+        device_ = BringIntoDfuMode();
+        bus_->Freeze();
+    }
+
+    DWORD ErrorOfTransfer() {
+        std::array<std::uint8_t, 1> state{};
+        return bus_->ControlTransfer(device_, kGetState, state).error;
+    }
+
+    Presence device_;
+};
+
+}  // namespace
+
+TEST_F(UnpluggedTest, ShowsItselfByTiming) {
+    BeginWith({});
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_GEN_FAILURE});
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_BAD_COMMAND});
+    bus_->Skip(499);
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_BAD_COMMAND});
+    bus_->Skip(1);
+    EXPECT_EQ(ErrorOfTransfer(), kNoSuchDevice);
+    EXPECT_EQ(bus_->ErrorOfGone(device_), kNoSuchDevice);
+}
+
+TEST_F(UnpluggedTest, ShowsItselfByOneErrorWhenAsked) {
+    BeginWith({.transferError = ERROR_DEVICE_NOT_CONNECTED});
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_DEVICE_NOT_CONNECTED});
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_DEVICE_NOT_CONNECTED});
+    bus_->Skip(500);
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_DEVICE_NOT_CONNECTED});
+}
+
+TEST_F(UnpluggedTest, AStallIsAStallWhateverTheErrorOfAnUnplugging) {
+    BeginWith({.transferError = kNoSuchDevice});
+    std::array<std::uint8_t, 1> nothing{};
+    EXPECT_EQ(bus_->ControlTransfer(device_, {0xA1, 9, 0, 0, 1}, nothing).error, DWORD{ERROR_GEN_FAILURE});
+}
+
+TEST_F(UnpluggedTest, ACameraThatIsBackIsAnotherDevice) {
+    BeginWith({});
+    EXPECT_EQ(ErrorOfTransfer(), DWORD{ERROR_GEN_FAILURE});
+    bus_->Plug(0);
+    EXPECT_EQ(ErrorOfTransfer(), kNoSuchDevice);
+}
+
+namespace {
+
+// What is announced when the removal notices of a camera that changes into DFU mode come late.
+class LateRemovalTest : public BusTest {
+  protected:
+    ~LateRemovalTest() override { bus_.reset(); }
+
+    // Up to the arrival, which a service handles until isQuiet_.
+    void BeginHandling(Departure::Notices notices) {
+        BusSettings settings;
+        settings.cameras = {QuickCamera()};
+        settings.departures = {{.notices = notices}};
+        bus_ = std::make_unique<Bus>(
+            settings, [this](const nlohmann::json& event) { events_.Add(event); },
+            [this](const InterfaceEvent& event) {
+                const std::lock_guard lock(mutex_);
+                announced_.push_back(event);
+                if (event.type == DBT_DEVICEARRIVAL && event.link == links_.DfuUsb()) {
+                    isQuiet_ = false;
+                }
+            },
+            [this] { return isQuiet_.load(); });
+        bus_->Plug(0);
+        SendDfuModeCommand(*bus_->FindSource(links_.SensorCamera()));
+        for (int left = 10'000; isQuiet_ && left > 0; --left) {
+            Sleep(1);
+        }
+        EXPECT_FALSE(isQuiet_);
+    }
+
+    std::vector<InterfaceEvent> UpToTheArrival() {
+        auto expected = OfRunningCamera(DBT_DEVICEARRIVAL);
+        expected.push_back({DBT_DEVICEARRIVAL, kUsbDeviceClass, links_.DfuUsb()});
+        return expected;
+    }
+
+    void BecomeQuiet() {
+        isQuiet_ = true;
+        bus_->Wake();
+    }
+
+    std::atomic<bool> isQuiet_{true};
+};
+
+}  // namespace
+
+TEST_F(LateRemovalTest, ComesWhenTheArrivalIsHandled) {
+    BeginHandling(Departure::Notices::AfterTheArrivalIsHandled);
+    bus_->ServiceWaits(links_.DfuUsb());
+    bus_->Wake();
+    Sleep(30);
+    ExpectAnnounced(UpToTheArrival());
+    BecomeQuiet();
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEREMOVECOMPLETE));
+}
+
+TEST_F(LateRemovalTest, ComesWhileTheArrivalIsHandledBeforeTheServicesWaitIsOver) {
+    BeginHandling(Departure::Notices::WhileTheArrivalIsHandled);
+    bus_->ServiceWaits(L"");
+    bus_->ServiceWaits(links_.RunningUsb());
+    Sleep(30);
+    ExpectAnnounced(UpToTheArrival());
+    bus_->ServiceWaits(links_.DfuUsb());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEREMOVECOMPLETE));
+    BecomeQuiet();
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced({});
+}
+
+TEST_F(LateRemovalTest, ComesAfterAServiceThatNeverWaits) {
+    BeginHandling(Departure::Notices::WhileTheArrivalIsHandled);
+    ExpectAnnounced(UpToTheArrival());
+    BecomeQuiet();
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEREMOVECOMPLETE));
+}
+
+TEST_F(LateRemovalTest, ComesAtOnceOfACameraThatIsUnplugged) {
+    BeginHandling(Departure::Notices::AfterTheArrivalIsHandled);
+    BecomeQuiet();
+    ASSERT_TRUE(Settle());
+    TakeAnnounced();
+    bus_->Unplug(0);
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced({{DBT_DEVICEREMOVECOMPLETE, kUsbDeviceClass, links_.DfuUsb()}});
+}
+
+TEST_F(BusTest, TheRemovalOfACameraThatIsUnpluggedBetweenTwoModesIsNotLost) {
+    auto camera = QuickCamera();
+    camera.enumerateMs = 60'000;
+    BusSettings settings;
+    settings.cameras = {camera};
+    settings.departures = {{.notices = Departure::Notices::AfterTheArrivalIsHandled}};
+    BeginOn(settings);
+    bus_->Plug(0);
+    ASSERT_TRUE(Settle());
+    TakeAnnounced();
+    ASSERT_EQ(SendDfuModeCommand(*bus_->FindSource(links_.SensorCamera())).end, TransferEnd::Ok);
+    ASSERT_TRUE(events_.WaitFor("camera", 2));
+    bus_->Unplug(0);
+    ASSERT_TRUE(Settle());
+    ExpectAnnounced(OfRunningCamera(DBT_DEVICEREMOVECOMPLETE));
+}
+
+TEST_F(BusTest, HandsNoControlOutThatTheCameraDoesNotSendWhole) {
+    auto camera = QuickCamera();
+    camera.faults = {
+        {.where = lab::Fault::Where::CommandRead, .what = lab::Fault::What::ShortReply, .value = 1023}};
+    BeginRunning(camera);
+    const auto source = bus_->FindSource(links_.SensorCamera());
+    std::vector<std::uint8_t> reply(lab::VirtualCamera::kFrameSize);
+    EXPECT_EQ(bus_->ReadReply(*source, reply).end, TransferEnd::Stall);
+    EXPECT_EQ(events_.Named("firmware-reply").back().at("bytes"), 1023);
+    EXPECT_EQ(events_.Named("firmware-reply").back().at("result"), HRESULT_FROM_WIN32(ERROR_GEN_FAILURE));
+    EXPECT_EQ(bus_->ReadReply(*source, reply).end, TransferEnd::Ok);
+    EXPECT_EQ(events_.Named("firmware-reply").back().at("bytes"), 1024);
 }

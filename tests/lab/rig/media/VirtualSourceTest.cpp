@@ -177,10 +177,11 @@ TEST_F(VirtualSourceTest, CarriesACommandAndItsReply) {
     ULONG returned = 0;
     ASSERT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SET), frame, returned), S_OK);
     ASSERT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_GET), frame, returned), S_OK);
-    EXPECT_EQ(returned, 4 + lab::VirtualCamera::kInfoBlockSize);
+    EXPECT_EQ(returned, lab::VirtualCamera::kFrameSize);
     EXPECT_EQ(frame[0], 0x10);
-    EXPECT_EQ(events_.Named("firmware-reply").at(0),
-              (nlohmann::json{{"event", "firmware-reply"}, {"opcode", 0x10}, {"bytes", 234}, {"result", 0}}));
+    EXPECT_EQ(
+        events_.Named("firmware-reply").at(0),
+        (nlohmann::json{{"event", "firmware-reply"}, {"opcode", 0x10}, {"bytes", 1024}, {"result", 0}}));
 }
 
 TEST_F(VirtualSourceTest, RefusesAnAddressThatIsNotTheUnits) {
@@ -235,6 +236,19 @@ TEST_F(VirtualSourceTest, GivesTheDriversResultForEachEndOfATransfer) {
     EXPECT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SET), data, returned),
               HRESULT_FROM_WIN32(ERROR_SEM_TIMEOUT));
     EXPECT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_SET), data, returned), kNotConnected);
+}
+
+TEST_F(VirtualSourceTest, HandsNothingOutOfAControlThatIsNotWhole) {
+    auto camera = QuickCamera();
+    camera.faults = {
+        {.where = lab::Fault::Where::CommandRead, .what = lab::Fault::What::ShortReply, .value = 234}};
+    BeginRunning(camera);
+    const auto unit = ExtensionUnit();
+    std::vector<std::uint8_t> data(lab::VirtualCamera::kFrameSize);
+    ULONG returned = 7;
+    EXPECT_EQ(Send(*unit.Get(), Address(KSPROPERTY_TYPE_GET), data, returned),
+              HRESULT_FROM_WIN32(ERROR_GEN_FAILURE));
+    EXPECT_EQ(returned, 0U);
 }
 
 TEST_F(VirtualSourceTest, HasTheNodesThatItsSettingsList) {

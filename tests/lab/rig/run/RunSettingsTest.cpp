@@ -53,17 +53,29 @@ TEST(RunSettings, TakesEveryField) {
 
 // A scenario with a slip of the pen must not run as if it had said nothing.
 TEST(RunSettings, RefusesWhatItDoesNotUnderstand) {
-    for (const char* text :
-         {R"({"camera": []})", R"({"transfer_us": -1})", R"({"trace": {"level": 256, "flags": 0}})",
-          R"({"trace": {"level": 1}})", R"({"cameras": [{"versoin": "1.2.3.4"}]})",
-          R"({"cameras": [{"version": "1.2.3"}]})", R"({"cameras": [{"version": "1.2.3.256"}]})",
-          R"({"cameras": [{"version": "1.2.3.4.5"}]})", R"({"cameras": [{"version": 5}]})",
-          R"({"cameras": [{"personality": "kind"}]})", R"({"cameras": [{"transfer_size": 65536}]})",
-          R"({"cameras": [{"block_ms": "1"}]})", R"({"cameras": [{"configuration_descriptor": "0"}]})",
-          R"({"cameras": [{"configuration_descriptor": "zz"}]})",
-          R"({"cameras": [{"has_extension_unit": 1}]})", R"({"cameras": [{"driver_ms": "late"}]})",
-          R"({"cameras": [{"faults": [{"where": "NOWHERE"}]}]})",
-          R"({"cameras": [{"faults": [{"what": "?"}]}]})", R"({"cameras": [{"faults": [{"when": 1}]}]})"}) {
+    for (const char* text : {R"({"camera": []})",
+                             R"({"transfer_us": -1})",
+                             R"({"trace": {"level": 256, "flags": 0}})",
+                             R"({"trace": {"level": 1}})",
+                             R"({"cameras": [{"versoin": "1.2.3.4"}]})",
+                             R"({"cameras": [{"version": "1.2.3"}]})",
+                             R"({"cameras": [{"version": "1.2.3.256"}]})",
+                             R"({"cameras": [{"version": "1.2.3.4.5"}]})",
+                             R"({"cameras": [{"version": 5}]})",
+                             R"({"cameras": [{"personality": "kind"}]})",
+                             R"({"cameras": [{"transfer_size": 65536}]})",
+                             R"({"cameras": [{"block_ms": "1"}]})",
+                             R"({"cameras": [{"configuration_descriptor": "0"}]})",
+                             R"({"cameras": [{"configuration_descriptor": "zz"}]})",
+                             R"({"cameras": [{"has_extension_unit": 1}]})",
+                             R"({"cameras": [{"driver_ms": "late"}]})",
+                             R"({"cameras": [{"speed": "warp"}]})",
+                             R"({"cameras": [{"listed_as": "camera"}]})",
+                             R"({"cameras": [{"unplug_error": 5}]})",
+                             R"({"cameras": [{"removal_notices": "never"}]})",
+                             R"({"cameras": [{"faults": [{"where": "NOWHERE"}]}]})",
+                             R"({"cameras": [{"faults": [{"what": "?"}]}]})",
+                             R"({"cameras": [{"faults": [{"when": 1}]}]})"}) {
         EXPECT_THROW((void)RunSettings::FromStage(json::parse(text)), std::exception) << text;
     }
 }
@@ -72,27 +84,41 @@ TEST(RunSettings, TakesWhatADeviceOnAStrangeBusDoes) {
     const RunSettings settings = RunSettings::FromStage(json::parse(R"({
         "skip_waits": true,
         "cameras": [{"nodes": ["processing", "foreign", "broken", "extension-unit"], "two_banks": true,
-            "timeout_ms": 5000, "driver_ms": 3000, "link_case": "mixed", "link_length": 32767, "listed_twice": true,
+            "timeout_ms": 700, "driver_ms": 3000, "speed": "full", "listed_as": "capture", "unplug_error": 1167,
+            "removal_notices": "after the arrival is handled", "link_case": "mixed", "link_length": 32767, "listed_twice": true,
             "faults": [{"where": "GET-DESCRIPTOR", "what": "stall"}, {"where": "GETSTATUS", "what": "poll"},
                        {"where": "SET-INTERFACE", "what": "stall"}]},
-            {"driver_ms": "never"}]})"));
+            {"driver_ms": "never", "speed": "super", "removal_notices": "while the arrival is handled"}, {}]})"));
     EXPECT_TRUE(settings.bus.skipsWaits);
     using lab::TopologyNode;
     EXPECT_EQ(settings.bus.cameras[0].nodes,
               (std::vector{TopologyNode::Processing, TopologyNode::Foreign, TopologyNode::Broken,
                            TopologyNode::ExtensionUnit}));
     EXPECT_TRUE(settings.bus.cameras[0].hasTwoBanks);
-    EXPECT_EQ(settings.bus.cameras[0].timeoutMs, 5000U);
+    EXPECT_EQ(settings.bus.cameras[0].timeoutMs, 700U);
+    EXPECT_EQ(settings.bus.cameras[2].timeoutMs, 5000U);
+    EXPECT_EQ(settings.bus.cameras[0].speed, lab::Speed::Full);
+    EXPECT_EQ(settings.bus.cameras[1].speed, lab::Speed::Super);
+    EXPECT_EQ(settings.bus.cameras[2].speed, lab::Speed::High);
     EXPECT_EQ(settings.bus.cameras[0].driverStartMs, 3000U);
     EXPECT_EQ(settings.bus.cameras[1].driverStartMs, std::nullopt);
     EXPECT_EQ(settings.bus.cameras[0].faults[0].where, lab::Fault::Where::GetDescriptor);
     EXPECT_EQ(settings.bus.cameras[0].faults[1].what, lab::Fault::What::PollTime);
     EXPECT_EQ(settings.bus.cameras[0].faults[2].where, lab::Fault::Where::SetInterface);
-    ASSERT_EQ(settings.bus.linkStyles.size(), 2U);
+    ASSERT_EQ(settings.bus.linkStyles.size(), 3U);
     EXPECT_EQ(settings.bus.linkStyles[0].announcedIn, lab::rig::LinkStyle::Case::Mixed);
     EXPECT_EQ(settings.bus.linkStyles[0].length, 32767U);
     EXPECT_TRUE(settings.bus.linkStyles[0].isListedTwice);
     EXPECT_EQ(settings.bus.linkStyles[1].announcedIn, lab::rig::LinkStyle::Case::AsWindows);
+    EXPECT_EQ(settings.bus.linkStyles[0].listed, lab::rig::LinkStyle::Listed::AsCapture);
+    EXPECT_EQ(settings.bus.linkStyles[1].listed, lab::rig::LinkStyle::Listed::AsVideoCamera);
+    using Notices = lab::rig::Departure::Notices;
+    ASSERT_EQ(settings.bus.departures.size(), 3U);
+    EXPECT_EQ(settings.bus.departures[0].transferError, DWORD{ERROR_DEVICE_NOT_CONNECTED});
+    EXPECT_EQ(settings.bus.departures[0].notices, Notices::AfterTheArrivalIsHandled);
+    EXPECT_EQ(settings.bus.departures[1].notices, Notices::WhileTheArrivalIsHandled);
+    EXPECT_EQ(settings.bus.departures[2].notices, Notices::WithTheLeaving);
+    EXPECT_EQ(settings.bus.departures[2].transferError, std::nullopt);
     EXPECT_FALSE(RunSettings::FromStage({{"reply", "stage"}}).bus.skipsWaits);
 }
 

@@ -177,6 +177,8 @@ TEST_F(UsbDevicesTest, AHandleWhoseFileIsClosedCanOnlyBeFreed) {
 TEST_F(UsbDevicesTest, ADeviceThatLeftIsNoSuchDevice) {
     BeginOpened(QuickCamera());
     bus_->Unplug(0);
+    EXPECT_EQ(GetState(), DWORD{ERROR_BAD_COMMAND});
+    bus_->Skip(500);
     USB_INTERFACE_DESCRIPTOR descriptor{};
     std::array<std::uint8_t, 18> buffer{};
     ULONG transferred = 0;
@@ -188,6 +190,7 @@ TEST_F(UsbDevicesTest, ADeviceThatLeftIsNoSuchDevice) {
 
 TEST_F(UsbDevicesTest, GivesTheDriversErrorForEachEndOfATransfer) {
     auto camera = QuickCamera();
+    camera.timeoutMs = 0;  // the clock here is a real one
     camera.faults = {{lab::Fault::Where::GetState, lab::Fault::What::Stall, 0, 1, 0, false},
                      {lab::Fault::Where::GetState, lab::Fault::What::Timeout, 1, 1, 0, false}};
     BeginOpened(camera);
