@@ -268,7 +268,7 @@ TEST_F(BusTest, AnAnswerThatComesLateTakesTheHostsTime) {
     bus_->ControlTransfer(presence, {0x21, 1, 0, 0, 8}, block);
     const auto before = bus_->ClockMs();
     std::array<std::uint8_t, 1> state{};
-    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).end, TransferEnd::Ok);
+    EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).error, DWORD{ERROR_SUCCESS});
     EXPECT_EQ(bus_->ClockMs(), before + 4'000);
     EXPECT_EQ(events_.Named("transfer").back().at("ms"), 4'000);
 }
