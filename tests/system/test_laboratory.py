@@ -198,7 +198,7 @@ class TestTexts:
         narrate = Narrator(Screen(stream), UpdatePlan())
         narrate({"event": "late-control", "control": 11, "ms": 30_400, "id": 7011, "refused": [], "error": 1053})
         told = "    Windows would write event 7011 into its log: one control took 30.4 s\n"
-        self.assertEqual(stream.getvalue(), told)
+        assert stream.getvalue() == told
 
     def test_screen_neither_wraps_nor_colours_what_goes_into_a_pipe(self) -> None:
         stream = io.StringIO()
