@@ -28,6 +28,14 @@ class BusFixture : public ::testing::Test {
         BeginOn(settings);
     }
 
+    // The host's waits move the clock instead of passing.
+    void BeginSkippingWaits(const lab::CameraSettings& camera) {
+        lab::rig::BusSettings settings;
+        settings.skipsWaits = true;
+        settings.cameras = {camera};
+        BeginOn(settings);
+    }
+
     void BeginOn(const lab::rig::BusSettings& settings) {
         bus_ = std::make_unique<lab::rig::Bus>(
             settings, [this](const nlohmann::json& event) { events_.Add(event); },

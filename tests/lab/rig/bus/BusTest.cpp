@@ -241,10 +241,7 @@ TEST_F(BusTest, TheClockStandsStillOnlyWhereWaitsAreSkipped) {
 TEST_F(BusTest, ARequestThatNothingAnswersTakesTheHostsTime) {
     auto camera = QuickCamera();
     camera.faults = {{.where = lab::Fault::Where::GetState, .what = lab::Fault::What::Timeout}};
-    BusSettings settings;
-    settings.skipsWaits = true;
-    settings.cameras = {camera};
-    BeginOn(settings);
+    BeginSkippingWaits(camera);
     const auto presence = BringIntoDfuMode();
     const auto before = bus_->ClockMs();
     std::array<std::uint8_t, 1> state{};
@@ -258,10 +255,7 @@ TEST_F(BusTest, AnAnswerThatComesLateTakesTheHostsTime) {
     camera.blockMs = 4'000;
     camera.traits = lab::TraitsOf(lab::Personality::Kv400);
     camera.traits->isDeafWhileWriting = true;
-    BusSettings settings;
-    settings.skipsWaits = true;
-    settings.cameras = {camera};
-    BeginOn(settings);
+    BeginSkippingWaits(camera);
     const auto presence = BringIntoDfuMode();
     bus_->Freeze();
     std::array<std::uint8_t, 8> block{};
@@ -325,10 +319,7 @@ TEST_F(BusTest, ListsACameraWithItsCaptureLinkWhenAsked) {
 TEST_F(BusTest, ADescriptorThatNothingAnswersTakesTheHostsTime) {
     auto camera = QuickCamera();
     camera.faults = {{.where = lab::Fault::Where::GetDescriptor, .what = lab::Fault::What::Timeout}};
-    BusSettings settings;
-    settings.skipsWaits = true;
-    settings.cameras = {camera};
-    BeginOn(settings);
+    BeginSkippingWaits(camera);
     const auto presence = BringIntoDfuMode();
     const auto before = bus_->ClockMs();
     std::array<std::uint8_t, 18> descriptor{};
