@@ -23,7 +23,8 @@ constexpr UINT kCrashExitCode = 3;
 std::unique_ptr<Wire> OpenWire(const std::shared_ptr<ServerParts>& parts, LaboratoryCommands& commands) {
     std::unique_ptr<Wire> wire = Wire::Connect("toast");
     if (wire != nullptr) {
-        // The laboratory says when the server goes: a client that asks for it just when it leaves would wait in vain.
+        // The laboratory says when the server goes: a client that asks for it just when it leaves would wait
+        // in vain.
         parts->lifetime->AddHold();
         parts->reports.Open(*wire);
         commands.TakeStage(wire->Stage());
@@ -82,9 +83,9 @@ HRESULT RunToastServer() {
     if (FAILED(initialised)) {
         return initialised;
     }
-    const HRESULT result = Serve();
-    CoUninitialize();
-    return result;
+    // The apartment ends with the process: the last client's call may still be on its way out, and Wine,
+    // which can lose the word of its end, would keep CoUninitialize waiting for ever.
+    return Serve();
 }
 
 }  // namespace lab::toast
