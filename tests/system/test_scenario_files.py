@@ -67,6 +67,12 @@ class TestScenarioFiles:
         assert len(second.stage.image.content) == 8192
         assert second.steps == ({"repeat": {"times": 3, "steps": [{"plug": 0}]}},)
 
+    def test_leaves_single_items_to_the_long_run(self) -> None:
+        items = [{"name": "every-day"}, {"name": "now-and-then", "slow": True}]
+        assert [each.slow for each in read_scenario(self.write({**GOOD, "for each": items}))] == [False, True]
+        assert [each.slow for each in read_scenario(self.write({**GOOD, "slow": True, "for each": items}))] == [True, True]
+        assert "for each[1].slow" in self.complaint({**GOOD, "for each": [items[0], {**items[1], "slow": "yes"}]})
+
     def test_joins_a_descriptor_that_is_told_in_pieces(self) -> None:
         pieces = ["09 02", {"bytes": "03ff00", "times": 2}]
         (variant,) = read_scenario(self.write({**GOOD, "stage": {"cameras": [{"configuration_descriptor": pieces}]}}))

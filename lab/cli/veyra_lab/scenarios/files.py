@@ -52,14 +52,14 @@ def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
     name = f"{stem}/{item['name']}" if item else stem
     used: set[str] = set()
     filled = {key: _fill(content, item, used) for key, content in whole.items() if key != "for each"}
-    unused = sorted(item.keys() - used - {"name"})
+    unused = sorted(item.keys() - used - {"name", "slow"})
     if unused:
         raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
     check_filled(filled)
     return Variant(
         name=name,
         description=filled["description"],
-        slow=filled.get("slow", False),
+        slow=filled.get("slow", False) or item.get("slow", False),
         fresh_service=filled.get("fresh service", False),
         stage=StagePlan.of(filled.get("stage", {})),
         steps=tuple(filled["steps"]),
