@@ -1,0 +1,229 @@
+#include "lab/rig/run/CameraFields.h"
+
+#include <charconv>
+
+#include "lab/rig/run/StageFields.h"
+#include "lab/rig/text/HexText.h"
+
+namespace lab::rig {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::Detach>, 4> kDetaches{{
+    {"accepted", DfuTraits::Detach::Accepted},
+    {"restarts", DfuTraits::Detach::Restarts},
+    {"restarts in dfu mode", DfuTraits::Detach::RestartsInDfuMode},
+    {"stalls", DfuTraits::Detach::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::Upload>, 3> kUploads{{
+    {"status block", DfuTraits::Upload::StatusBlock},
+    {"flash", DfuTraits::Upload::Flash},
+    {"stalls", DfuTraits::Upload::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::Manifestation>, 3> kManifestations{{
+    {"waits for reset", DfuTraits::Manifestation::WaitsForReset},
+    {"resets itself", DfuTraits::Manifestation::ResetsItself},
+    {"tolerant", DfuTraits::Manifestation::Tolerant},
+}};
+
+constexpr std::array<std::pair<std::string_view, DfuTraits::SetInterface>, 3> kSetInterfaces{{
+    {"ignored", DfuTraits::SetInterface::Ignored},
+    {"resets state", DfuTraits::SetInterface::ResetsState},
+    {"stalls", DfuTraits::SetInterface::Stalls},
+}};
+
+constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 12> kSwitches{{
+    {"drops_blocks_in_upload", &DfuTraits::dropsBlocksInUpload},
+    {"busy_first", &DfuTraits::isBusyFirst},
+    {"answers_while_writing", &DfuTraits::answersWhileWriting},
+    {"deaf_while_writing", &DfuTraits::isDeafWhileWriting},
+    {"answers_while_manifesting", &DfuTraits::answersWhileManifesting},
+    {"stalls_in_place", &DfuTraits::stallsInPlace},
+    {"hides_status", &DfuTraits::hidesStatus},
+    {"hides_write_time", &DfuTraits::hidesWriteTime},
+    {"writes_at_once", &DfuTraits::writesAtOnce},
+    {"takes_empty_image", &DfuTraits::takesEmptyImage},
+    {"addresses_blocks", &DfuTraits::addressesBlocks},
+    {"hid_in_front", &DfuTraits::hasHidInFront},
+}};
+
+constexpr std::array<std::pair<std::string_view, Fault::Where>, 11> kWheres{{
+    {"DETACH", Fault::Where::Detach},
+    {"DNLOAD", Fault::Where::Dnload},
+    {"UPLOAD", Fault::Where::Upload},
+    {"GETSTATUS", Fault::Where::GetStatus},
+    {"CLRSTATUS", Fault::Where::ClrStatus},
+    {"GETSTATE", Fault::Where::GetState},
+    {"ABORT", Fault::Where::Abort},
+    {"COMMAND-WRITE", Fault::Where::CommandWrite},
+    {"COMMAND-READ", Fault::Where::CommandRead},
+    {"GET-DESCRIPTOR", Fault::Where::GetDescriptor},
+    {"SET-INTERFACE", Fault::Where::SetInterface},
+}};
+
+constexpr std::array<std::pair<std::string_view, Fault::What>, 8> kWhats{{
+    {"stall", Fault::What::Stall},
+    {"timeout", Fault::What::Timeout},
+    {"unplug", Fault::What::Unplug},
+    {"status", Fault::What::Status},
+    {"state", Fault::What::State},
+    {"poll", Fault::What::PollTime},
+    {"short", Fault::What::ShortReply},
+    {"echo", Fault::What::WrongEcho},
+}};
+
+constexpr std::array<std::pair<std::string_view, TopologyNode>, 4> kNodes{{
+    {"processing", TopologyNode::Processing},
+    {"foreign", TopologyNode::Foreign},
+    {"broken", TopologyNode::Broken},
+    {"extension-unit", TopologyNode::ExtensionUnit},
+}};
+
+constexpr std::array<std::pair<std::string_view, Speed>, 3> kSpeeds{{
+    {"full", Speed::Full},
+    {"high", Speed::High},
+    {"super", Speed::Super},
+}};
+
+std::array<std::uint8_t, 4> ToVersion(const json& value) {
+    const auto text = value.get<std::string>();
+    std::array<std::uint8_t, 4> version{};
+    const char* position = text.data();
+    const char* const end = position + text.size();
+    for (std::size_t index = 0; index < version.size(); ++index) {
+        if (index != 0 && (position == end || *position++ != '.')) {
+            Refuse("version", value);
+        }
+        const auto [next, error] = std::from_chars(position, end, version[index]);
+        if (error != std::errc{}) {
+            Refuse("version", value);
+        }
+        position = next;
+    }
+    if (position != end) {
+        Refuse("version", value);
+    }
+    return version;
+}
+
+std::vector<std::uint8_t> ToBytes(const std::string& field, const json& value) {
+    auto bytes = BytesFromHex(value.get<std::string>());
+    if (!bytes) {
+        Refuse(field, value);
+    }
+    return *std::move(bytes);
+}
+
+Fault ToFault(const json& fields) {
+    Fault fault;
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "where") {
+            fault.where = ToChoice(field, value, kWheres);
+        } else if (field == "what") {
+            fault.what = ToChoice(field, value, kWhats);
+        } else if (field == "skip") {
+            fault.skip = ToNumber<unsigned>(field, value);
+        } else if (field == "count") {
+            fault.count = ToNumber<unsigned>(field, value);
+        } else if (field == "value") {
+            fault.value = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "sets_error") {
+            fault.setsError = value.get<bool>();
+        } else if (field == "carried_out") {
+            fault.carriedOut = value.get<bool>();
+        } else {
+            throw std::runtime_error("a fault has no field " + field);
+        }
+    }
+    return fault;
+}
+
+std::vector<Fault> ToFaults(const json& list) {
+    std::vector<Fault> faults;
+    for (const json& fields : list) {
+        faults.push_back(ToFault(fields));
+    }
+    return faults;
+}
+
+std::vector<TopologyNode> ToNodes(const json& list) {
+    std::vector<TopologyNode> nodes;
+    for (const json& node : list) {
+        nodes.push_back(ToChoice("node", node, kNodes));
+    }
+    return nodes;
+}
+
+// The personality's traits with those that the stage tells.
+DfuTraits ToTraits(Personality personality, const json& fields) {
+    DfuTraits traits = TraitsOf(personality);
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "detach") {
+            traits.detach = ToChoice(field, value, kDetaches);
+        } else if (field == "upload") {
+            traits.upload = ToChoice(field, value, kUploads);
+        } else if (field == "manifestation") {
+            traits.manifestation = ToChoice(field, value, kManifestations);
+        } else if (field == "set_interface") {
+            traits.setInterface = ToChoice(field, value, kSetInterfaces);
+        } else {
+            traits.*ToChoice("trait", field, kSwitches) = value.get<bool>();
+        }
+    }
+    return traits;
+}
+
+}  // namespace
+
+CameraSettings ReadCameraFields(const json& fields, json& others) {
+    CameraSettings camera;
+    for (const auto& [field, value] : fields.items()) {
+        if (field == "version") {
+            camera.version = ToVersion(value);
+        } else if (field == "personality") {
+            camera.personality = ToChoice(field, value, kPersonalities);
+        } else if (field == "traits") {
+            camera.traits = ToTraits(
+                ToChoice("personality", fields.value("personality", "kv400"), kPersonalities), value);
+        } else if (field == "transfer_size") {
+            camera.transferSize = ToNumber<std::uint16_t>(field, value);
+        } else if (field == "block_ms") {
+            camera.blockMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "manifest_ms") {
+            camera.manifestMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "manifests_at_once") {
+            camera.manifestsAtOnce = value.get<bool>();
+        } else if (field == "reset_ms") {
+            camera.resetMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "detach_ms") {
+            camera.detachMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "enumerate_ms") {
+            camera.enumerateMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "faults") {
+            camera.faults = ToFaults(value);
+        } else if (field == "configuration_descriptor") {
+            camera.configurationDescriptor = ToBytes(field, value);
+        } else if (field == "has_extension_unit") {
+            camera.hasExtensionUnit = value.get<bool>();
+        } else if (field == "nodes") {
+            camera.nodes = ToNodes(value);
+        } else if (field == "two_banks") {
+            camera.hasTwoBanks = value.get<bool>();
+        } else if (field == "speed") {
+            camera.speed = ToChoice(field, value, kSpeeds);
+        } else if (field == "timeout_ms") {
+            camera.timeoutMs = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "driver_ms") {
+            camera.driverStartMs =
+                value == "never" ? std::nullopt : std::optional(ToNumber<std::uint32_t>(field, value));
+        } else {
+            others[field] = value;
+        }
+    }
+    return camera;
+}
+
+}  // namespace lab::rig
