@@ -8,20 +8,23 @@ import re
 import socket
 import threading
 from collections.abc import Iterator, Sequence
-from contextlib import redirect_stderr
+from contextlib import contextmanager, redirect_stderr
 from unittest.mock import Mock, patch
 
 import pytest
-from support import random_image
+from support import Bench, last_events, random_image
 from veyra_lab.demo.narrator import Narrator
 from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
+from veyra_lab.traits.trials import TrialError
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.image import default_image, version_of, with_version
 from veyra_lab.windows.service_under_test import ServiceUnderTest
 from veyra_lab.wire.events import RIG, TOAST, Event, PeerError
 from veyra_lab.wire.peer import Peer
+
+BREACH = "a contract of Windows is broken: one (MFStartup)"
 
 
 class FakeProcess:
@@ -115,21 +118,48 @@ class TestWire:
 
     def test_wire_ends_a_run_that_broke_a_contract_of_windows(self) -> None:
         breach = {"event": "contract", "contract": "one", "call": "MFStartup"}
-        told = "a contract of Windows is broken: one (MFStartup)"
-        with pytest.raises(PeerError, match=re.escape(told)), Peer({}, Mock(), Mock()) as peer:
-            rig = FakeProcess(peer, RIG, 1)
-            rig.say(breach)
-            rig.say(breach)
-            peer.follow(lambda event: event["event"] == "contract", "the breach", since=0, quiet=5)
-            rig.leave()
+        with pytest.raises(PeerError, match=f"^{re.escape(BREACH)}$"), self.broken():
+            pass
         with Peer({}, Mock(), Mock()) as peer:
             rig = FakeProcess(peer, RIG, 1)
             rig.say(breach)
             rig.say(breach)
             rig.leave()
             peer.follow(lambda event: event["event"] == "gone", "the end", since=0, quiet=5)
-            assert peer.breaches() == [told]
+            assert peer.breaches() == [BREACH]
             assert peer.breaches() == []
+
+    @pytest.mark.parametrize(
+        ("ending", "words"),
+        [
+            (PeerError("the question: nothing happened for 20 s"), f"the question: nothing happened for 20 s; {BREACH}"),
+            (TrialError("some trial went wrong"), f"some trial went wrong; {BREACH}"),
+            (KeyboardInterrupt(), f"interrupted; {BREACH}"),
+        ],
+        ids=lambda value: type(value).__name__ if isinstance(value, BaseException) else "",
+    )
+    def test_wire_tells_a_breach_beside_the_error_that_ends_the_run(self, ending: BaseException, words: str) -> None:
+        with pytest.raises(type(ending)) as ended, self.broken():
+            raise ending
+        with redirect_stderr(io.StringIO()) as said:
+            give_up("scripts/some", ended.value)
+        assert said.getvalue() == f"scripts/some: {words}\n"
+
+    def test_wire_tells_a_breach_beside_the_test_that_fails(self) -> None:
+        with self.broken() as peer:
+            bench = Mock(spec=Bench, peer=peer)
+            with patch("support._shared", [Mock(**{"values.return_value": [bench]})]):
+                assert last_events(1).splitlines()[0] == BREACH
+
+    @contextmanager
+    def broken(self) -> Iterator[Peer]:
+        """A run in which the program has broken a contract of Windows, and nobody has asked."""
+        with Peer({}, Mock(), Mock()) as peer:
+            rig = FakeProcess(peer, RIG, 1)
+            rig.say({"event": "contract", "contract": "one", "call": "MFStartup"})
+            rig.leave()
+            peer.follow(lambda event: event["event"] == "gone", "the end", since=0, quiet=5)
+            yield peer
 
     def test_wire_dismisses_a_server_and_waits_for_its_end(self) -> None:
         server = self.process(TOAST, 3)

@@ -25,7 +25,8 @@ class Parser(argparse.ArgumentParser):
 def give_up(program: str, error: BaseException, status: int = 1) -> int:
     """Says in one line why a program ends early; its exit status, 130 when it was interrupted."""
     interrupted = isinstance(error, KeyboardInterrupt)
-    print(f"{program}: {'interrupted' if interrupted else ' '.join(str(error).split())}", file=sys.stderr)
+    said = "; ".join(["interrupted" if interrupted else str(error), *getattr(error, "__notes__", ())])
+    print(f"{program}: {' '.join(said.split())}", file=sys.stderr)
     return 130 if interrupted else status
 
 

@@ -19,7 +19,8 @@ class Peer:
 
     A thread of its own receives; whoever waits sees the events in the order of their arrival, each exactly once handed
     to the observer, on the waiting thread. Use it as a context; a PeerError ends it when the program broke a contract of
-    Windows and nobody has asked for its breaches.
+    Windows and nobody has asked for its breaches. Another error that ends it tells them too, a PeerError in its words and
+    any other in a note.
     """
 
     def __init__(
@@ -72,9 +73,11 @@ class Peer:
         self._selector.close()
         if self._transcript:
             self._transcript.close()
-        untold = self.breaches()
-        if untold and error is None:
-            raise PeerError("; ".join(untold))
+        untold = "; ".join(self.breaches())
+        if untold and isinstance(error, PeerError | None):
+            raise PeerError(f"{error}; {untold}" if error else untold) from error
+        if untold and error:
+            error.add_note(untold)
 
     def set_stage(self, rig: Event, toast: Event | None = None) -> None:
         """What the processes that connect from now on are told. A stage that was refused before is forgotten."""
