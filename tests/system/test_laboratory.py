@@ -8,19 +8,21 @@ import re
 import socket
 import threading
 from collections.abc import Iterator, Sequence
-from contextlib import contextmanager, redirect_stderr
+from contextlib import contextmanager, redirect_stderr, redirect_stdout
 from unittest.mock import Mock, patch
 
 import pytest
 from support import Bench, last_events, random_image
 from veyra_lab.demo.narrator import Narrator
+from veyra_lab.soak.__main__ import run as soak_rounds
+from veyra_lab.soak.soak import Tally
 from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
 from veyra_lab.traits.trials import TrialError
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.image import default_image, version_of, with_version
-from veyra_lab.windows.service_under_test import ServiceUnderTest
+from veyra_lab.windows.service_under_test import Resources, ServiceUnderTest
 from veyra_lab.wire.events import RIG, TOAST, Event, PeerError
 from veyra_lab.wire.peer import Peer
 
@@ -194,6 +196,19 @@ class TestHeld:
 
     def test_held_is_told_as_it_is_when_threads_stay(self) -> None:
         assert self.threads_seen([12], wanted=10, patience=0) == 12
+
+
+class TestSoak:
+    def test_soak_tells_a_breach_whatever_else_is_wrong(self) -> None:
+        soak = Mock(tally=Tally(wrong=[f"the flash of round {number} is not the image" for number in range(100)]))
+        soak.peer.breaches.return_value = [BREACH]
+        service = Mock()
+        service.resources.return_value = service.resources_once.return_value = Resources(1, 1, 1)
+        service.stop.return_value = 0.1
+        with redirect_stdout(io.StringIO()) as said:
+            assert soak_rounds(soak, service, Mock(**{"crashes.return_value": []}), seconds=0) == 1
+        assert f"wrong: {BREACH}\n" in said.getvalue()
+        assert said.getvalue().endswith("101 things wrong\n")
 
 
 class TestTexts:
