@@ -1,15 +1,16 @@
 """Whole updates through the laboratory, each with another camera, image, setting or mishap."""
 
+import re
 from collections.abc import Callable
 from dataclasses import replace
 
 import pytest
-from support import Bench, Shared, complaints, random_image, slow
+from support import CHECKOUT, Bench, Shared, complaints, random_image, slow
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
 from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import with_version
 from veyra_lab.wire.events import ENTER_DFU_MODE, RIG
-from veyra_lab.wire.trace_formats import UPDATE_SERVICE_TRACES
+from veyra_lab.wire.trace_formats import SCOPE_TRACES, UPDATE_SERVICE_TRACES
 
 # One installation sees all of them.
 SHARED = Bench
@@ -122,6 +123,19 @@ def good(shared: Shared[Bench]) -> Record:
     """An update that went well, to be spoiled."""
     plan = UpdatePlan(image=with_version(random_image(5000), "9.8.7.6"))
     return check(shared.get(), plan, Foreseen.UPDATED)
+
+
+def test_the_document_shows_the_trace_of_a_good_update(good: Record) -> None:
+    document = (CHECKOUT / "docs" / "operations.md").read_text(encoding="utf-8")
+    _, found, rest = document.partition("A good update at level 4, as the laboratory's camera made it:\n\n")
+    sample = rest.partition("\n\n")[0].splitlines()
+    assert found and all(line.startswith("    ") for line in sample)
+    # Behind two blanks stands what a line means.
+    told = [line.strip().partition("  ")[0] for line in sample] + ["The update service is asked to stop"]
+    seen = [event["text"] for event in good.of_service("trace") if event["group"] != SCOPE_TRACES]
+    # A toast server that has served other tests before gives higher cookies.
+    seen = [re.sub(r"\(cookie \d+\)", "(cookie 2)", text) for text in seen]
+    assert [text.replace(good.plan.image_version, "5.10.3.0") for text in seen] == told
 
 
 def last(record: Record, name: str) -> int:
