@@ -21,7 +21,7 @@ HRESULT WatchedConnectionPoint::QueryInterface(REFIID iid, void** object) {
         return CO_E_OBJNOTCONNECTED;
     }
     if (iid != __uuidof(IUnknown) && iid != __uuidof(IConnectionPoint)) {
-        return proxy_->QueryInterface(iid, object);
+        return E_NOINTERFACE;
     }
     *object = static_cast<IConnectionPoint*>(this);
     AddReference();
@@ -33,8 +33,10 @@ HRESULT WatchedConnectionPoint::GetConnectionInterface(IID* events) {
 }
 
 HRESULT WatchedConnectionPoint::GetConnectionPointContainer(IConnectionPointContainer** container) {
-    return IsCalled("GetConnectionPointContainer") ? proxy_->GetConnectionPointContainer(container)
-                                                   : CO_E_OBJNOTCONNECTED;
+    if (container != nullptr) {
+        *container = nullptr;
+    }
+    return IsCalled("GetConnectionPointContainer") ? E_NOTIMPL : CO_E_OBJNOTCONNECTED;
 }
 
 HRESULT WatchedConnectionPoint::Advise(IUnknown* sink, DWORD* cookie) {
@@ -46,7 +48,10 @@ HRESULT WatchedConnectionPoint::Unadvise(DWORD cookie) {
 }
 
 HRESULT WatchedConnectionPoint::EnumConnections(IEnumConnections** connections) {
-    return IsCalled("EnumConnections") ? proxy_->EnumConnections(connections) : CO_E_OBJNOTCONNECTED;
+    if (connections != nullptr) {
+        *connections = nullptr;
+    }
+    return IsCalled("EnumConnections") ? E_NOTIMPL : CO_E_OBJNOTCONNECTED;
 }
 
 }  // namespace lab::rig

@@ -8,7 +8,9 @@
 
 namespace lab::rig {
 
-// A connection point of the toast controller as the program sees it.
+// A connection point of the toast controller as the program sees it. What it would give unwatched nobody
+// needs, and is refused: other interfaces with E_NOINTERFACE, its container and the list of its connections
+// with E_NOTIMPL.
 class WatchedConnectionPoint final : public GivenObject<IConnectionPoint> {
   public:
     // Shares the proxy.

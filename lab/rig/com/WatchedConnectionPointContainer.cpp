@@ -34,7 +34,10 @@ HRESULT WatchedConnectionPointContainer::QueryInterface(REFIID iid, void** objec
 }
 
 HRESULT WatchedConnectionPointContainer::EnumConnectionPoints(IEnumConnectionPoints** points) {
-    return IsCalled("EnumConnectionPoints") ? proxy_->EnumConnectionPoints(points) : CO_E_OBJNOTCONNECTED;
+    if (points != nullptr) {
+        *points = nullptr;
+    }
+    return IsCalled("EnumConnectionPoints") ? E_NOTIMPL : CO_E_OBJNOTCONNECTED;
 }
 
 HRESULT WatchedConnectionPointContainer::FindConnectionPoint(REFIID events, IConnectionPoint** point) {

@@ -17,6 +17,7 @@ class WatchedConnectionPointContainer final : public GivenObject<IConnectionPoin
                                     Microsoft::WRL::ComPtr<IConnectionPointContainer> proxy);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    // E_NOTIMPL: nobody needs the list, whose points would have to be watched.
     HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** points) override;
     HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID events, IConnectionPoint** point) override;
 

@@ -34,17 +34,17 @@ HRESULT WatchedToastController::QueryInterface(REFIID iid, void** object) {
         }
         return result;
     }
-    if (iid == __uuidof(IToastCntr)) {
+    if (iid == __uuidof(IToastCntr) || iid == __uuidof(IDispatch)) {
         const std::lock_guard lock(mutex_);
         if (controller_ == nullptr) {
-            const HRESULT result =
-                proxy_->QueryInterface(iid, reinterpret_cast<void**>(controller_.GetAddressOf()));
+            const HRESULT result = proxy_->QueryInterface(
+                __uuidof(IToastCntr), reinterpret_cast<void**>(controller_.GetAddressOf()));
             if (FAILED(result)) {
                 return result;
             }
         }
     } else if (iid != __uuidof(IUnknown)) {
-        return proxy_->QueryInterface(iid, object);
+        return E_NOINTERFACE;
     }
     *object = static_cast<IToastCntr*>(this);
     AddReference();
@@ -55,8 +55,11 @@ HRESULT WatchedToastController::GetTypeInfoCount(UINT* count) {
     return IsCalled("GetTypeInfoCount") ? controller_->GetTypeInfoCount(count) : CO_E_OBJNOTCONNECTED;
 }
 
-HRESULT WatchedToastController::GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) {
-    return IsCalled("GetTypeInfo") ? controller_->GetTypeInfo(index, locale, info) : CO_E_OBJNOTCONNECTED;
+HRESULT WatchedToastController::GetTypeInfo(UINT, LCID, ITypeInfo** info) {
+    if (info != nullptr) {
+        *info = nullptr;
+    }
+    return IsCalled("GetTypeInfo") ? E_NOTIMPL : CO_E_OBJNOTCONNECTED;
 }
 
 HRESULT WatchedToastController::GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale,

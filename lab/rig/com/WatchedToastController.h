@@ -19,10 +19,11 @@ class WatchedToastController final : public GivenObject<IToastCntr> {
     // Shares the proxy.
     WatchedToastController(ComLibrary& library, Microsoft::WRL::ComPtr<IUnknown> proxy);
 
-    // Any interface that is not watched is the proxy's own.
+    // Nothing that is not watched is given out: E_NOINTERFACE for any other interface.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
 
     HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override;
+    // E_NOTIMPL: nobody needs the object that it would give.
     HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID locale, ITypeInfo** info) override;
     HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID locale,
                                             DISPID* ids) override;

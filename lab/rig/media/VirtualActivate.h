@@ -9,13 +9,13 @@
 
 #include "lab/rig/bus/Bus.h"
 #include "lab/rig/contracts/Contracts.h"
-#include "lab/rig/contracts/GivenObject.h"
+#include "lab/rig/media/GivenAttributes.h"
 
 namespace lab::rig {
 
 // The activation object of a camera's media source: a real attribute store, which says what is to be
 // activated by its symbolic link, and the source once it is activated.
-class VirtualActivate final : public GivenObject<IMFActivate> {
+class VirtualActivate final : public GivenAttributes<IMFActivate> {
   public:
     // Made with one reference, the maker's; shares the attributes.
     VirtualActivate(Bus& bus, Contracts& contracts, Microsoft::WRL::ComPtr<IMFAttributes> attributes);
@@ -29,39 +29,6 @@ class VirtualActivate final : public GivenObject<IMFActivate> {
     HRESULT STDMETHODCALLTYPE ShutdownObject() override;
     HRESULT STDMETHODCALLTYPE DetachObject() override;
 
-    // The attribute store's own.
-    HRESULT STDMETHODCALLTYPE GetItem(REFGUID key, PROPVARIANT* value) override;
-    HRESULT STDMETHODCALLTYPE GetItemType(REFGUID key, MF_ATTRIBUTE_TYPE* type) override;
-    HRESULT STDMETHODCALLTYPE CompareItem(REFGUID key, REFPROPVARIANT value, WINBOOL* result) override;
-    HRESULT STDMETHODCALLTYPE Compare(IMFAttributes* theirs, MF_ATTRIBUTES_MATCH_TYPE matchType,
-                                      WINBOOL* result) override;
-    HRESULT STDMETHODCALLTYPE GetUINT32(REFGUID key, UINT32* value) override;
-    HRESULT STDMETHODCALLTYPE GetUINT64(REFGUID key, UINT64* value) override;
-    HRESULT STDMETHODCALLTYPE GetDouble(REFGUID key, double* value) override;
-    HRESULT STDMETHODCALLTYPE GetGUID(REFGUID key, GUID* value) override;
-    HRESULT STDMETHODCALLTYPE GetStringLength(REFGUID key, UINT32* length) override;
-    HRESULT STDMETHODCALLTYPE GetString(REFGUID key, LPWSTR value, UINT32 size, UINT32* length) override;
-    HRESULT STDMETHODCALLTYPE GetAllocatedString(REFGUID key, LPWSTR* value, UINT32* length) override;
-    HRESULT STDMETHODCALLTYPE GetBlobSize(REFGUID key, UINT32* size) override;
-    HRESULT STDMETHODCALLTYPE GetBlob(REFGUID key, UINT8* buffer, UINT32 bufferSize, UINT32* size) override;
-    HRESULT STDMETHODCALLTYPE GetAllocatedBlob(REFGUID key, UINT8** buffer, UINT32* size) override;
-    HRESULT STDMETHODCALLTYPE GetUnknown(REFGUID key, REFIID iid, void** object) override;
-    HRESULT STDMETHODCALLTYPE SetItem(REFGUID key, REFPROPVARIANT value) override;
-    HRESULT STDMETHODCALLTYPE DeleteItem(REFGUID key) override;
-    HRESULT STDMETHODCALLTYPE DeleteAllItems() override;
-    HRESULT STDMETHODCALLTYPE SetUINT32(REFGUID key, UINT32 value) override;
-    HRESULT STDMETHODCALLTYPE SetUINT64(REFGUID key, UINT64 value) override;
-    HRESULT STDMETHODCALLTYPE SetDouble(REFGUID key, double value) override;
-    HRESULT STDMETHODCALLTYPE SetGUID(REFGUID key, REFGUID value) override;
-    HRESULT STDMETHODCALLTYPE SetString(REFGUID key, LPCWSTR value) override;
-    HRESULT STDMETHODCALLTYPE SetBlob(REFGUID key, const UINT8* buffer, UINT32 size) override;
-    HRESULT STDMETHODCALLTYPE SetUnknown(REFGUID key, IUnknown* object) override;
-    HRESULT STDMETHODCALLTYPE LockStore() override;
-    HRESULT STDMETHODCALLTYPE UnlockStore() override;
-    HRESULT STDMETHODCALLTYPE GetCount(UINT32* count) override;
-    HRESULT STDMETHODCALLTYPE GetItemByIndex(UINT32 index, GUID* key, PROPVARIANT* value) override;
-    HRESULT STDMETHODCALLTYPE CopyAllItems(IMFAttributes* destination) override;
-
   private:
     ~VirtualActivate() override = default;
 
@@ -69,7 +36,6 @@ class VirtualActivate final : public GivenObject<IMFActivate> {
 
     Bus& bus_;
     Contracts& contracts_;
-    const Microsoft::WRL::ComPtr<IMFAttributes> attributes_;
     std::mutex mutex_;
     Microsoft::WRL::ComPtr<IMFMediaSource> source_;  // guarded by mutex_
 };

@@ -10,6 +10,7 @@
 
 #include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/media/VirtualActivate.h"
+#include "lab/rig/media/WatchedAttributes.h"
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
@@ -23,6 +24,7 @@ constexpr wchar_t kFriendlyName[] = L"Morrow KV400";
 
 decltype(&::MFStartup) startMedia = nullptr;
 decltype(&::MFShutdown) shutDownMedia = nullptr;
+decltype(&::MFCreateAttributes) createAttributes = nullptr;
 decltype(&::MFEnumDeviceSources) enumDeviceSources = nullptr;
 // The toolchain's headers do not declare this one.
 HRESULT(WINAPI* createDeviceSourceActivate)(IMFAttributes*, IMFActivate**) = nullptr;
@@ -91,6 +93,20 @@ HRESULT WINAPI ShutDownMedia() {
     return result;
 }
 
+HRESULT WINAPI CreateWatchedAttributes(IMFAttributes** attributes, UINT32 size) {
+    Rig* const rig = Rig::Get();
+    if (rig == nullptr || attributes == nullptr) {
+        return createAttributes(attributes, size);
+    }
+    *attributes = nullptr;
+    ComPtr<IMFAttributes> store;
+    const HRESULT result = createAttributes(&store, size);
+    if (SUCCEEDED(result)) {
+        *attributes = new WatchedAttributes(rig->TheContracts().com, store);
+    }
+    return result;
+}
+
 HRESULT WINAPI EnumDeviceSources(IMFAttributes* attributes, IMFActivate*** array, UINT32* count) {
     Rig* const rig = Rig::Get();
     if (rig == nullptr) {
@@ -154,6 +170,7 @@ HRESULT WINAPI CreateDeviceSourceActivate(IMFAttributes* attributes, IMFActivate
 void RedirectMediaFoundation() {
     Redirect("MFStartup", &StartMedia, startMedia);
     Redirect("MFShutdown", &ShutDownMedia, shutDownMedia);
+    Redirect("MFCreateAttributes", &CreateWatchedAttributes, createAttributes);
     Redirect("MFEnumDeviceSources", &EnumDeviceSources, enumDeviceSources);
     Redirect("MFCreateDeviceSourceActivate", &CreateDeviceSourceActivate, createDeviceSourceActivate);
 }

@@ -8,6 +8,8 @@
 #include <oleauto.h>
 #include <olectl.h>
 
+#include <initializer_list>
+
 using namespace lab::rig;
 using Microsoft::WRL::ComPtr;
 
@@ -72,6 +74,50 @@ TEST_F(WatchedToastControllerTest, IsOneObject) {
     ASSERT_EQ(container.As(&identity), S_OK);
     EXPECT_EQ(identity.Get(), watched_.Get());
     EXPECT_EQ(static_cast<IUnknown*>(Controller().Get()), watched_.Get());
+}
+
+TEST_F(WatchedToastControllerTest, IsItsOwnDispatch) {
+    ComPtr<IDispatch> dispatch;
+    ASSERT_EQ(watched_.As(&dispatch), S_OK);
+    EXPECT_EQ(dispatch.Get(), Controller().Get());
+    library_.Left();
+    UINT count = 0;
+    EXPECT_EQ(dispatch->GetTypeInfoCount(&count), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(breaches_.Take(), Breaches({"IToastCntr::GetTypeInfoCount"}));
+}
+
+TEST_F(WatchedToastControllerTest, GivesNothingOutThatIsNotWatched) {
+    const auto controller = Controller();
+    const auto point = ConnectionPoint();
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched_.As(&container), S_OK);
+    const std::size_t queries = server_.Queries().size();
+    for (IUnknown* const object :
+         std::initializer_list<IUnknown*>{watched_.Get(), container.Get(), point.Get()}) {
+        IMarshal* other = reinterpret_cast<IMarshal*>(this);
+        EXPECT_EQ(object->QueryInterface(__uuidof(IMarshal), reinterpret_cast<void**>(&other)),
+                  E_NOINTERFACE);
+        EXPECT_EQ(other, nullptr);
+    }
+    EXPECT_EQ(server_.Queries().size(), queries);
+    ComPtr<ITypeInfo> info;
+    ComPtr<IEnumConnectionPoints> points;
+    ComPtr<IEnumConnections> connections;
+    ComPtr<IConnectionPointContainer> another;
+    EXPECT_EQ(controller->GetTypeInfo(0, LOCALE_NEUTRAL, &info), E_NOTIMPL);
+    EXPECT_EQ(container->EnumConnectionPoints(&points), E_NOTIMPL);
+    EXPECT_EQ(point->EnumConnections(&connections), E_NOTIMPL);
+    EXPECT_EQ(point->GetConnectionPointContainer(&another), E_NOTIMPL);
+    EXPECT_EQ(breaches_.Take(), Strings{});
+    library_.Left();
+    EXPECT_EQ(controller->GetTypeInfo(0, LOCALE_NEUTRAL, &info), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(container->EnumConnectionPoints(&points), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(point->EnumConnections(&connections), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(point->GetConnectionPointContainer(&another), CO_E_OBJNOTCONNECTED);
+    EXPECT_EQ(
+        breaches_.Take(),
+        Breaches({"IToastCntr::GetTypeInfo", "IConnectionPointContainer::EnumConnectionPoints",
+                  "IConnectionPoint::EnumConnections", "IConnectionPoint::GetConnectionPointContainer"}));
 }
 
 TEST_F(WatchedToastControllerTest, RefusesWhatTheServerRefuses) {
