@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <future>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -372,6 +373,60 @@ TEST_F(FDUServiceLife, LetsGoOfEverythingAtItsEnd) {
     EXPECT_EQ(toast_.ConnectionPointReferences(), 0u);
     EXPECT_EQ(toast_.Happenings(),
               (Strings{"advised", "unadvised 4711", "connection point released", "server released"}));
+}
+
+// The toast controller hangs when the connection to it is ended, until the test lets go of it.
+class FDUServiceEnd : public FDUServiceLife {
+  protected:
+    FDUServiceEnd() {
+        life_.letsThreadsRunOn = true;
+        toast_.whileUnadvised = [this] {
+            isUnadvised_.set_value();
+            unadvise_.get_future().wait();
+        };
+    }
+
+    // By the fake clock, which stands still until the call that hangs has begun.
+    void EndServiceInFakeTime() {
+        clock_.After(1, [this] { isUnadvised_.get_future().wait(); });
+        endsFrom_ = clock_.Elapsed();
+        service_.reset();
+    }
+    // Of the time that the end takes.
+    [[nodiscard]] ULONGLONG Passed() const { return clock_.Elapsed() - endsFrom_; }
+    // Lets go of the controller at last.
+    void ExpectAWholeEndAfterTwoSeconds() {
+        EXPECT_EQ(clock_.Waits().back(), 2000u);
+        EXPECT_EQ(Passed(), 2000u);
+        EXPECT_EQ(Scopes(), (Strings{"> FDUService::~FDUService", "< FDUService::~FDUService"}));
+        EXPECT_EQ(life_.closedUnnamedEvents, life_.unnamedEvents);
+        EXPECT_EQ(devices_.ActiveRegistrations(), 0u);
+        // What is given up has its own shares of the controller.
+        EXPECT_EQ(toast_.Happenings(), (Strings{"advised", "unadvised 4711"}));
+        unadvise_.set_value();
+        life_.AwaitThreads();
+        EXPECT_EQ(toast_.Happenings(),
+                  (Strings{"advised", "unadvised 4711", "server released", "connection point released"}));
+    }
+
+  private:
+    ULONGLONG endsFrom_ = 0;
+    std::promise<void> isUnadvised_;
+    std::promise<void> unadvise_;
+};
+
+TEST_F(FDUServiceEnd, GivesAControllerThatHangsTwoSeconds) {
+    MadeService();
+    EndServiceInFakeTime();
+    ExpectAWholeEndAfterTwoSeconds();
+}
+
+TEST_F(FDUServiceEnd, GivesAControllerThatHangsTwoSecondsAfterItsStop) {
+    Service().OnStart(0, nullptr);
+    Service().OnStop();
+    traces_.Forget();
+    EndServiceInFakeTime();
+    ExpectAWholeEndAfterTwoSeconds();
 }
 
 TEST_F(FDUServiceLife, EndsWithoutHavingStarted) {

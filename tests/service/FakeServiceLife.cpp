@@ -24,6 +24,14 @@ void FakeServiceLife::RunWorkItem() {
     item.function(item.context);
 }
 
+void FakeServiceLife::AwaitThreads() {
+    for (const HANDLE thread : threads_) {
+        wait_.Original<decltype(WaitForSingleObject)>()(thread, INFINITE);
+        closeHandle_.Original<decltype(CloseHandle)>()(thread);
+    }
+    threads_.clear();
+}
+
 bool FakeServiceLife::IsOpenEvent(HANDLE handle) const {
     return std::count(unnamedEvents.begin(), unnamedEvents.end(), handle) >
            std::count(closedUnnamedEvents.begin(), closedUnnamedEvents.end(), handle);
@@ -118,7 +126,15 @@ HANDLE WINAPI FakeServiceLife::OnCreateThread(SECURITY_ATTRIBUTES* security, SIZ
     const auto createThread = current_->createThread_.Original<decltype(::CreateThread)>();
     const HANDLE thread = createThread(security, stackSize, function, context, flags, id);
     // The test framework has a thread of its own, which it starts suspended.
-    if (thread != nullptr && flags == 0) {
+    if (thread == nullptr || flags != 0) {
+        return thread;
+    }
+    if (current_->letsThreadsRunOn) {
+        HANDLE own = nullptr;
+        DuplicateHandle(GetCurrentProcess(), thread, GetCurrentProcess(), &own, 0, FALSE,
+                        DUPLICATE_SAME_ACCESS);
+        current_->threads_.push_back(own);
+    } else {
         current_->wait_.Original<decltype(WaitForSingleObject)>()(thread, INFINITE);
     }
     return thread;

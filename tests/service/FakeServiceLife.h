@@ -11,8 +11,8 @@
 
 // What a service finds around it between its start and its stop: the event log, and a thread pool that keeps
 // the work item for the test to run. Records what happens there. A wait without a time-out runs the work
-// item, and so never hangs. A thread that is created has ended when the call returns: the time-out of a wait
-// for it may be a fake clock's. Only one exists at a time.
+// item, and so never hangs. A thread that is created has ended when the call returns, unless it is to run on:
+// the time-out of a wait for it may be a fake clock's. Only one exists at a time.
 class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
   public:
     struct EventLogEntry {
@@ -43,6 +43,10 @@ class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
     DWORD namedEventError = 0;   // of an event with a name: the watcher's
     DWORD queueError = 0;
     DWORD waitError = 0;
+    // A thread that is created from now on runs beside its creator. It has to have ended before this object
+    // does: AwaitThreads() waits for all of them.
+    bool letsThreadsRunOn = false;
+    void AwaitThreads();
     // Told each call, by name, that is made.
     std::function<void(const std::string& function)> report;
 
@@ -74,6 +78,7 @@ class FakeServiceLife : public test_support::OnlyOne<FakeServiceLife> {
     // One that was closed is no more: its number may be another object's by now.
     [[nodiscard]] bool IsOpenEvent(HANDLE handle) const;
 
+    std::vector<HANDLE> threads_;  // that run on
     std::wstring openSource_;
     bool openSourceHasServer_ = false;
     DWORD ownThread_ = GetCurrentThreadId();
