@@ -11,7 +11,7 @@ from veyra_lab.judgement.checks import CHECKS
 from veyra_lab.judgement.results import RESULTS
 from veyra_lab.runner.run import CLASSES, EVENT_TYPES, PLAIN_STEPS, STEPS_WITH_ARGUMENT
 from veyra_lab.scenarios.errors import ScenarioError
-from veyra_lab.scenarios.files import choose, read_folder, read_scenario
+from veyra_lab.scenarios.files import read_folder, read_named, read_scenario
 from veyra_lab.scenarios.schema import SCENARIOS, SCHEMA, check_as_written
 from veyra_lab.scenarios.transfer_pattern import compile_pattern, shortened, spell
 from veyra_lab.windows.image import version_of
@@ -28,6 +28,9 @@ class TestScenarioFiles:
         path = self.folder / name
         path.write_text(content if isinstance(content, str) else json.dumps(content), encoding="utf-8")
         return path
+
+    def chosen(self, *names: str) -> list[str]:
+        return [variant.name for variant in read_named(self.folder, names)]
 
     def complaint(self, content: Any) -> str:
         with pytest.raises(ScenarioError) as caught:
@@ -179,20 +182,38 @@ class TestScenarioFiles:
         items = [{"name": "one"}, {"name": "two"}]
         self.write({**GOOD, "for each": items}, "many.json")
         self.write(GOOD, "single.json")
-        variants = read_folder(self.folder)
-        assert [each.name for each in variants] == ["many/one", "many/two", "single"]
-        assert [each.name for each in choose(variants, ["many"])] == ["many/one", "many/two"]
-        assert [each.name for each in choose(variants, ["many/two", "single"])] == ["many/two", "single"]
-        with pytest.raises(ScenarioError, match="no scenario 'man'"):
-            choose(variants, ["man"])
+        assert [each.name for each in read_folder(self.folder)] == ["many/one", "many/two", "single"]
+        assert self.chosen("many") == ["many/one", "many/two"]
+        assert self.chosen("many/two", "single", "many/two") == ["many/two", "single"]
+        for unknown in ("man", "many/three", "many/", "../single"):
+            with pytest.raises(ScenarioError, match=f"no scenario '{unknown}'"):
+                self.chosen("single", unknown)
+
+    def test_looks_at_no_other_file(self) -> None:
+        self.write(GOOD, "single.json")
+        self.write("{", "broken.json")
+        assert self.chosen("single") == ["single"]
+        with pytest.raises(ScenarioError, match="broken.json"):
+            read_folder(self.folder)
 
 
 class TestScenariosOfTheProject:
-    def test_scenarios_can_all_be_read(self) -> None:
+    def test_scenarios_can_all_be_read_and_use_every_step(self) -> None:
         variants = read_folder(SCENARIOS)
         assert len(variants) > 100
         names = [variant.name for variant in variants]
         assert len(set(names)) == len(names)
+        used: set[str] = set()
+
+        def note(steps: Any) -> None:
+            for step in steps:
+                used.add(step if isinstance(step, str) else next(iter(step)))
+                if isinstance(step, dict) and "repeat" in step:
+                    note(step["repeat"]["steps"])
+
+        for variant in variants:
+            note(variant.steps)
+        assert {*PLAIN_STEPS, *STEPS_WITH_ARGUMENT} - used == set()
 
     @pytest.mark.parametrize("path", sorted(SCENARIOS.glob("*.json")), ids=lambda path: path.stem)
     def test_scenarios_name_their_schema_and_satisfy_it_as_they_are_written(self, path: Path) -> None:
@@ -215,19 +236,6 @@ class TestScenariosOfTheProject:
         expectation = definitions["expectation"]["else"]["properties"]
         assert set(expectation) == {*CHECKS, "result", "camera", "growth"}
         assert set(expectation["result"]["else"]["enum"]) == set(RESULTS)
-
-    def test_scenarios_use_every_step_at_least_once(self) -> None:
-        used: set[str] = set()
-
-        def note(steps: Any) -> None:
-            for step in steps:
-                used.add(step if isinstance(step, str) else next(iter(step)))
-                if isinstance(step, dict) and "repeat" in step:
-                    note(step["repeat"]["steps"])
-
-        for variant in read_folder(SCENARIOS):
-            note(variant.steps)
-        assert {*PLAIN_STEPS, *STEPS_WITH_ARGUMENT} - used == set()
 
 
 def transfer(request: int, value: int = 0, length: int = 6, ok: bool = True) -> dict[str, Any]:

@@ -7,7 +7,7 @@ from typing import Any
 
 from ..checkout import BUILD
 from ..scenarios.errors import ScenarioError
-from ..scenarios.files import choose, read_folder
+from ..scenarios.files import read_folder, read_named
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
 from ..terminal.parser import add_places, add_transcript, give_up
@@ -84,7 +84,7 @@ def _list(options: argparse.Namespace) -> int:
 
 def _run(options: argparse.Namespace) -> int:
     try:
-        variants = _chosen(options, read_folder(SCENARIOS))
+        variants = _chosen(options)
         with sole_use(options.machine):
             programs = up_to_date_programs(options)
             with (
@@ -98,12 +98,12 @@ def _run(options: argparse.Namespace) -> int:
         return give_up("scripts/lab", error)
 
 
-def _chosen(options: argparse.Namespace, variants: Sequence[Variant]) -> list[Variant]:
+def _chosen(options: argparse.Namespace) -> list[Variant]:
     if options.all + options.quick + bool(options.names) != 1:
         raise ScenarioError("say one of these: names of scenarios, --all or --quick (scripts/lab list shows them)")
     if options.names:
-        return choose(variants, options.names)
-    return [variant for variant in variants if options.all or not variant.slow]
+        return read_named(SCENARIOS, options.names)
+    return [variant for variant in read_folder(SCENARIOS) if options.all or not variant.slow]
 
 
 def up_to_date_programs(options: argparse.Namespace) -> Programs:

@@ -2,7 +2,7 @@
 
 import json
 import re
-from collections.abc import Iterable, Sequence
+from collections.abc import Iterable
 from pathlib import Path
 from typing import Any
 
@@ -15,8 +15,23 @@ _PLACE = re.compile(r"\$([a-z_]+)")
 
 def read_folder(folder: Path) -> list[Variant]:
     """Every scenario of every file of the folder, in the order of their names."""
-    paths = (path for path in sorted(folder.glob("*.json")) if not path.name.endswith(".schema.json"))
-    return [variant for path in paths for variant in read_scenario(path)]
+    return [variant for path in _files(folder) for variant in read_scenario(path)]
+
+
+def read_named(folder: Path, names: Iterable[str]) -> list[Variant]:
+    """The scenarios of these names, each once; a file's name stands for all of its variants. ScenarioError for an
+    unknown one. Other files are not looked at."""
+    files = {path.stem: path for path in _files(folder)}
+    chosen: list[Variant] = []
+    for name in names:
+        stem = name.partition("/")[0]
+        found = read_scenario(files[stem]) if stem in files else []
+        if stem != name:
+            found = [variant for variant in found if variant.name == name]
+        if not found:
+            raise ScenarioError(f"there is no scenario '{name}'")
+        chosen += [variant for variant in found if variant not in chosen]
+    return chosen
 
 
 def read_scenario(path: Path) -> list[Variant]:
@@ -28,15 +43,8 @@ def read_scenario(path: Path) -> list[Variant]:
         raise ScenarioError(f"{path.name}: {' '.join(str(error).split())}") from None
 
 
-def choose(variants: Sequence[Variant], names: Iterable[str]) -> list[Variant]:
-    """The variants of these names; a file's name stands for all of its variants. ScenarioError for an unknown one."""
-    chosen: list[Variant] = []
-    for name in names:
-        found = [variant for variant in variants if name in (variant.name, variant.name.partition("/")[0])]
-        if not found:
-            raise ScenarioError(f"there is no scenario '{name}'")
-        chosen += [variant for variant in found if variant not in chosen]
-    return chosen
+def _files(folder: Path) -> list[Path]:
+    return [path for path in sorted(folder.glob("*.json")) if not path.name.endswith(".schema.json")]
 
 
 def _variants(stem: str, whole: Any) -> list[Variant]:
