@@ -6,8 +6,10 @@
 #include <utility>
 
 #include "VeyraCameraToast.h"
+#include "lab/toast/KeptStub.h"
 #include "lab/toast/LaboratoryCommands.h"
 #include "lab/toast/ServerParts.h"
+#include "lab/toast/ToastController.h"
 #include "lab/toast/ToastControllerFactory.h"
 #include "lab/toast/ToastTypeLibrary.h"
 #include "lab/toast/UserResponder.h"
@@ -37,11 +39,41 @@ std::unique_ptr<Wire> OpenWire(const std::shared_ptr<ServerParts>& parts, Labora
     return wire;
 }
 
+// One of each interface that a client gets. The controller is one that no client sees, of parts of its own:
+// it does not hold the server.
+HRESULT KeepStubs(IClassFactory* factory, const ComPtr<ITypeInfo>& typeInfo) {
+    const ComPtr<IToastCntr> controller(new ToastController(std::make_shared<ServerParts>(typeInfo)));
+    ComPtr<IConnectionPointContainer> container;
+    HRESULT result = controller.As(&container);
+    ComPtr<IConnectionPoint> point;
+    if (SUCCEEDED(result)) {
+        result = container->FindConnectionPoint(__uuidof(IToastCntrEvents), &point);
+    }
+    const std::pair<const IID&, IUnknown*> kept[] = {
+        {__uuidof(IClassFactory), factory},
+        {__uuidof(IUnknown), controller.Get()},
+        {__uuidof(IDispatch), controller.Get()},
+        {__uuidof(IToastCntr), controller.Get()},
+        {__uuidof(IConnectionPointContainer), controller.Get()},
+        {__uuidof(IConnectionPoint), point.Get()},
+    };
+    for (const auto& [interfaceId, object] : kept) {
+        if (SUCCEEDED(result)) {
+            result = KeepStub(interfaceId, object);
+        }
+    }
+    return result;
+}
+
 HRESULT OfferClassUntilUnused(const std::shared_ptr<ServerParts>& parts) {
     const ComPtr<IClassFactory> factory(new ToastControllerFactory(parts));
+    HRESULT result = KeepStubs(factory.Get(), parts->typeInfo);
+    if (FAILED(result)) {
+        return result;
+    }
     DWORD registration = 0;
-    const HRESULT result = CoRegisterClassObject(__uuidof(ToastCntr), factory.Get(), CLSCTX_LOCAL_SERVER,
-                                                 REGCLS_MULTIPLEUSE, &registration);
+    result = CoRegisterClassObject(__uuidof(ToastCntr), factory.Get(), CLSCTX_LOCAL_SERVER,
+                                   REGCLS_MULTIPLEUSE, &registration);
     if (FAILED(result)) {
         return result;
     }

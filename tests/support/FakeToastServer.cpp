@@ -42,18 +42,18 @@ class FakeToastServer::ConnectionPoint final : public IConnectionPoint {
     HRESULT STDMETHODCALLTYPE GetConnectionPointContainer(IConnectionPointContainer**) override {
         return E_NOTIMPL;
     }
-    HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override {
+    HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* given) override {
         server_->happenings_.emplace_back("advised");
         if (FAILED(server_->adviseResult)) {
             return server_->adviseResult;
         }
         sink->AddRef();
         server_->sink_ = sink;
-        *cookie = server_->cookie;
+        *given = server_->cookie;
         return server_->adviseResult;
     }
-    HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override {
-        server_->happenings_.push_back("unadvised " + std::to_string(cookie));
+    HRESULT STDMETHODCALLTYPE Unadvise(DWORD ended) override {
+        server_->happenings_.push_back("unadvised " + std::to_string(ended));
         if (IUnknown* const sink = std::exchange(server_->sink_, nullptr)) {
             sink->Release();
         }

@@ -63,7 +63,15 @@ std::wstring PermissionOf(const wchar_t* name) {
     return permission;
 }
 
-class Registration : public ToastServerFixture {};
+class Registration : public ToastServerFixture {
+  protected:
+    void TearDown() override {
+        // The next test needs it, too.
+        if (!Exists(kClassKey)) {
+            EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
+        }
+    }
+};
 
 TEST_F(Registration, NamesTheExecutableAsTheLocalServer) {
     const std::wstring serverKey = std::wstring(kClassKey) + L"\\LocalServer32";

@@ -64,9 +64,16 @@ ProgramEnd RunToastServerFile(const wchar_t* commandLine) {
     return end;
 }
 
+void ToastServerFixture::SetUpTestSuite() {
+    EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
+}
+
+void ToastServerFixture::TearDownTestSuite() {
+    EXPECT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
+}
+
 ToastServerFixture::ToastServerFixture() {
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-    EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
 }
 
 ToastServerFixture::~ToastServerFixture() {
@@ -77,7 +84,6 @@ ToastServerFixture::~ToastServerFixture() {
         ADD_FAILURE() << "the server is still there";
         TerminateProcess(process.Get(), 1);
     }
-    EXPECT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VeyraLaboratory");
 }
 

@@ -28,10 +28,13 @@ struct ProgramEnd {
 // The full path of the server's file.
 [[nodiscard]] std::wstring ToastServerFile();
 
-// A machine on which the toast server is registered, and a client in the multithreaded apartment. Each test
-// leaves the machine without server, registration and wire.
+// A machine on which the toast server is registered, for all tests of a suite, and a client in the
+// multithreaded apartment. Each test leaves the machine without server and wire.
 class ToastServerFixture : public testing::Test {
   protected:
+    static void SetUpTestSuite();
+    static void TearDownTestSuite();
+
     ToastServerFixture();
     ~ToastServerFixture() override;
 

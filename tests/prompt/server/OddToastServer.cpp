@@ -8,6 +8,9 @@
 
 #include <atomic>
 #include <cstring>
+#include <initializer_list>
+
+#include "lab/toast/KeptStub.h"
 
 namespace {
 
@@ -86,12 +89,26 @@ class OddFactory final : public IClassFactory {
     OddController controller_;
 };
 
+// One of each interface that a client gets. The controller is one that no client sees; what it lacks for its
+// oddity cannot be kept.
+void KeepStubs(OddFactory& factory, OddController& controller) {
+    static_cast<void>(lab::toast::KeepStub(IID_IClassFactory, &factory));
+    for (const IID& interfaceId : {IID_IUnknown, IID_IDispatch, kIidToastCntr}) {
+        static_cast<void>(lab::toast::KeepStub(interfaceId, &controller));
+    }
+}
+
 int Serve(Oddity oddity) {
     Server server{oddity};
     OddFactory factory(server);
+    Server unseenServer{oddity};
+    OddController unseen(unseenServer);
     DWORD registration = 0;
-    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) ||
-        FAILED(CoRegisterClassObject(kClsidToastController, &factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
+    if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
+        return 1;
+    }
+    KeepStubs(factory, unseen);
+    if (FAILED(CoRegisterClassObject(kClsidToastController, &factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE,
                                      &registration))) {
         return 1;
     }
