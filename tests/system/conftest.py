@@ -18,8 +18,10 @@ _LONGEST_TEST = 1500
 _STDERR = pytest.StashKey[int]()
 _SHUFFLED = os.environ.get("GTEST_SHUFFLE", "0") != "0"
 
-sys.dont_write_bytecode = True
-os.environ["PYTHONDONTWRITEBYTECODE"] = "1"
+# As scripts/run-python does, for who calls pytest by hand.
+sys.dont_write_bytecode = False
+os.environ.pop("PYTHONDONTWRITEBYTECODE", None)
+sys.pycache_prefix = os.environ["PYTHONPYCACHEPREFIX"] = str(support.CHECKOUT / "build" / "python")
 
 
 def pytest_configure(config: pytest.Config) -> None:

@@ -91,6 +91,7 @@ def _run(options: argparse.Namespace) -> int:
                 Machine(options.machine) as machine,
                 ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner,
             ):
+                runner.looks_at_resources = options.json
                 return _run_all(variants, runner, options)
     except ScenarioError as error:
         return give_up("scripts/lab", error, _WRONG)
