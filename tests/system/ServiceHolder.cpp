@@ -1,10 +1,12 @@
 // Does to a service what a window that lists services does. `service_holder NAME` has it open until this
-// program is run once more without a name, `service_holder NAME automatic` makes its start automatic. With a
-// switch it does nothing, and says that all is well.
+// program is run once more without a name; so does `service_holder VERB NAME`, for who puts it in the place
+// of sc. `service_holder NAME automatic` makes its start automatic. With a switch it does nothing, and says
+// that all is well.
 
 #include <windows.h>
 
 #include <cstdio>
+#include <cwchar>
 
 namespace {
 
@@ -51,5 +53,8 @@ int wmain(int argc, wchar_t** argv) {
     if (argv[1][0] == L'-') {
         return 0;
     }
-    return argc > 2 ? MakeAutomatic(argv[1]) : Hold(argv[1]);
+    if (argc > 2) {
+        return std::wcscmp(argv[2], L"automatic") == 0 ? MakeAutomatic(argv[1]) : Hold(argv[2]);
+    }
+    return Hold(argv[1]);
 }

@@ -13,7 +13,7 @@ from unittest.mock import Mock, patch
 
 import pytest
 from support import Bench, last_events, random_image
-from veyra_lab.demo.narrator import Narrator
+from veyra_lab.demo.reporter import Reporter
 from veyra_lab.soak.__main__ import run as soak_rounds
 from veyra_lab.soak.soak import Tally
 from veyra_lab.terminal.parser import give_up
@@ -239,10 +239,10 @@ class TestTexts:
         assert stream.getvalue().endswith("100 %: block 256 of 256\n")
         assert "\r" not in stream.getvalue()
 
-    def test_narrator_tells_a_control_that_windows_would_give_up(self) -> None:
+    def test_reporter_tells_a_control_that_windows_would_give_up(self) -> None:
         stream = io.StringIO()
-        narrate = Narrator(Screen(stream), UpdatePlan())
-        narrate({"event": "late-control", "control": 11, "ms": 30_400, "id": 7011, "refused": [], "error": 1053})
+        tell = Reporter(Screen(stream), UpdatePlan())
+        tell({"event": "late-control", "control": 11, "ms": 30_400, "id": 7011, "refused": [], "error": 1053})
         told = "    Windows would write event 7011 into its log: one control took 30.4 s\n"
         assert stream.getvalue() == told
 

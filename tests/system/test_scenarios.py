@@ -8,7 +8,7 @@ from pathlib import Path
 import pytest
 from support import BUILD, CHECKOUT, Shared, slow
 from veyra_lab.runner.runner import ScenarioRunner
-from veyra_lab.scenarios.files import read_folder
+from veyra_lab.scenarios.files import read_folder, read_named
 from veyra_lab.scenarios.variant import Variant
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import Programs
@@ -20,13 +20,29 @@ def SHARED(machine: Machine) -> ScenarioRunner:
     return ScenarioRunner(machine, Programs.of(BUILD), Path(transcript) if transcript else None)
 
 
+_FOLDER = CHECKOUT / "lab" / "scenarios"
+
+
 @pytest.mark.parametrize(
     "variant",
     [
         pytest.param(variant, id=variant.name, marks=[slow] if variant.slow else [])
-        for variant in read_folder(CHECKOUT / "lab" / "scenarios")
+        for variant in read_folder(_FOLDER)
     ],
 )
 def test_scenario(shared: Shared[ScenarioRunner], variant: Variant) -> None:
     complaints = shared.get().run(variant).complaints
     assert not complaints, "\n".join(complaints)
+
+
+def test_tells_what_the_service_holds_where_somebody_looks(shared: Shared[ScenarioRunner]) -> None:
+    runner = shared.get()
+    runner.looks_at_resources = True
+    try:
+        outcome = runner.run(read_named(_FOLDER, ["smallest-image"])[0])
+    finally:
+        runner.looks_at_resources = False
+    assert not outcome.complaints
+    for held in (outcome.before, outcome.after):
+        assert held is not None
+        assert min(held.handles, held.threads, held.private_kib) > 0
