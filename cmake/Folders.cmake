@@ -6,7 +6,7 @@ function(veyra_folder name)
     target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR}/..)
     target_link_libraries(${name} PUBLIC project_options ${FOLDER_LINK} PRIVATE project_warnings)
     if(CMAKE_CURRENT_SOURCE_DIR MATCHES "^${PROJECT_SOURCE_DIR}/src/")
-        target_link_libraries(${name} PRIVATE project_coverage)
+        target_link_libraries(${name} PRIVATE project_coverage product_warnings)
     endif()
 endfunction()
 

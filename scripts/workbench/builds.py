@@ -3,7 +3,7 @@
 import json
 import subprocess
 from collections.abc import Sequence
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 
 from veyra_lab.checkout import BUILD
@@ -15,6 +15,7 @@ class Build:
 
     preset: str
     finds: str
+    besides: Sequence[str] = ()  # what is built beside its test programs
 
     @property
     def folder(self) -> Path:
@@ -33,6 +34,8 @@ BUILDS = (
     RELEASE,
     Build("host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code"),
     Build("windows-checked", "misuse of the C++ library, overruns and undefined behaviour in what only Windows has"),
+    Build("windows-clang", "what another compiler warns of, and what means something else to it",
+          besides=("VeyraCameraDfuService",)),
     Build("host-thread", "data races"),
     BENCH,
 )

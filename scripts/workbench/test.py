@@ -21,9 +21,10 @@ from .results import closing_line
 
 _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # What the system tests run: the product, what the laboratory puts under it, what it is measured against, and what the
-# tests of -remove run into.
+# tests of the service's start and end need.
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
-                   "VeyraActivatingService", "stubborn_service", "service_holder")
+                   "VeyraActivatingService", "stubborn_service", "service_holder",
+                   "service_end")
 _MACHINES = 2
 
 _DESCRIPTION = """\
@@ -141,7 +142,7 @@ def _build(run: Run, build: Build, targets: Sequence[str] = (), *, slow: bool = 
     if not run.configure(build):
         return False
     programs = [program.name for program in programs_of(build) if slow or not program.slow]
-    return run.build(build, [*targets, *programs])
+    return run.build(build, [*targets, *build.besides, *programs])
 
 
 class UnknownNameError(Exception):

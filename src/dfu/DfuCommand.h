@@ -49,7 +49,8 @@ class DfuCommand : public DfuLogger {
 
     // Sends the image in blocks of the endpoint's maximum transfer size and ends it with a zero-length block.
     // Block numbers have 16 bits and wrap. The status of a block's failing transfer; E_FAIL when a block is
-    // not taken within 5 s or with an error, and before any block when the device's transfer size is 0.
+    // not taken at the last look at it, which is 4.8 s after the first when the device answers at once, or
+    // with an error, and before any block when the device's transfer size is 0.
     // `length` in bytes; what becomes of the zero-length block is ignored.
     HRESULT DownloadImage(const BYTE* pBuffer, std::size_t length);
 

@@ -1,6 +1,8 @@
 #include "prompt/AutomationDispatch.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cwchar>
 #include <mutex>
 #include <new>
 #include <utility>

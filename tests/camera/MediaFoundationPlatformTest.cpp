@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,7 @@ class MediaFoundationPlatformTest : public testing::Test {
 };
 
 TEST_F(MediaFoundationPlatformTest, CallsNothingWhenItIsMadeAndWhenItGoes) {
-    { const MediaFoundationPlatform platform; }
+    std::make_unique<MediaFoundationPlatform>().reset();
     EXPECT_EQ(fake_.Journal().Lines(), Lines{});
 }
 

@@ -129,10 +129,13 @@ ULONG WINAPI TraceRecorder::OnGetTraceEnableFlags(TRACEHANDLE logger) {
     return logger == kLogger ? current_->session_.flags : 0;
 }
 
-ULONG __cdecl TraceRecorder::OnTraceMessage(TRACEHANDLE logger, ULONG flags, const GUID* group, USHORT number,
+ULONG __cdecl TraceRecorder::OnTraceMessage(TRACEHANDLE logger, ULONG flags, const GUID* group, ULONG number,
                                             ...) {
-    TracedMessage message{
-        .logger = logger, .flags = flags, .group = *group, .number = number, .arguments = {}};
+    TracedMessage message{.logger = logger,
+                          .flags = flags,
+                          .group = *group,
+                          .number = static_cast<USHORT>(number),
+                          .arguments = {}};
     va_list rest;
     va_start(rest, number);
     for (const void* data = va_arg(rest, const void*); data != nullptr; data = va_arg(rest, const void*)) {

@@ -91,7 +91,8 @@ class TraceRecorder : public OnlyOne<TraceRecorder> {
     static TRACEHANDLE WINAPI OnGetTraceLoggerHandle(void* buffer);
     static UCHAR WINAPI OnGetTraceEnableLevel(TRACEHANDLE logger);
     static ULONG WINAPI OnGetTraceEnableFlags(TRACEHANDLE logger);
-    static ULONG __cdecl OnTraceMessage(TRACEHANDLE logger, ULONG flags, const GUID* group, USHORT number,
+    // The number is a USHORT to the caller, which is promoted where a parameter stands in front of dots.
+    static ULONG __cdecl OnTraceMessage(TRACEHANDLE logger, ULONG flags, const GUID* group, ULONG number,
                                         ...);
 
     void Notify(WMIDPREQUESTCODE request);

@@ -125,6 +125,7 @@ def test_unknown_name_is_told_in_one_line_and_nothing_is_built(run: Run, built: 
     [
         (["dfu"], ["dfu_test"]),
         (["--preset", "windows-checked"], [program.name for program in _PROGRAMS]),
+        (["--preset", "windows-clang"], ["VeyraCameraDfuService", *(program.name for program in _PROGRAMS)]),
         (["--preset", "host-sanitize"], ["all"]),
     ],
 )

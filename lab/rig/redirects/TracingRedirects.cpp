@@ -91,8 +91,9 @@ ULONG WINAPI EnableFlags(TRACEHANDLE session) {
 }
 
 // The arguments are pairs of an address and a length, up to a null address. Without a session of the rig's
-// there is no handle that could be valid, so nothing is passed through.
-ULONG __cdecl TraceMessageRecorded(TRACEHANDLE session, ULONG flags, const GUID* group, USHORT number, ...) {
+// there is no handle that could be valid, so nothing is passed through. The number is a USHORT to the caller:
+// the parameter in front of the dots must not be of a type that is promoted there.
+ULONG __cdecl TraceMessageRecorded(TRACEHANDLE session, ULONG flags, const GUID* group, ULONG number, ...) {
     if (Session() == nullptr || session != kSessionHandle) {
         return ERROR_INVALID_HANDLE;
     }
@@ -114,7 +115,7 @@ ULONG __cdecl TraceMessageRecorded(TRACEHANDLE session, ULONG flags, const GUID*
     }
     Rig::Get()->Record({{"event", "trace"},
                         {"group", group != nullptr ? GuidText(*group) : std::string()},
-                        {"number", number},
+                        {"number", static_cast<USHORT>(number)},
                         {"flags", flags},
                         {"arguments", arguments}});
     return ERROR_SUCCESS;
