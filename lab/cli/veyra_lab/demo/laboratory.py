@@ -13,7 +13,7 @@ from ..windows.machine import Machine
 from ..windows.programs import Programs
 from ..wire.peer import Peer
 from ..wire.trace_formats import TraceFormats
-from .narrator import Narrator
+from .reporter import Reporter
 from .road import Road
 
 _ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
@@ -30,7 +30,7 @@ class Laboratory:
     def run(self, plan: UpdatePlan, screen: Screen, transcript: Path | None = None) -> Record:
         """Carries the update out. However it ends, no program of it is left running and the machine is as it was
         before."""
-        with Peer(plan.stage(), self._formats.add_words, Narrator(screen, plan), transcript) as peer:
+        with Peer(plan.stage(), self._formats.add_words, Reporter(screen, plan), transcript) as peer:
             self._machine.forget_crashes()
             installation = Installation(
                 self._machine,

@@ -17,7 +17,7 @@ _CAMERA_CHANGES = {
 }
 
 
-class Narrator:
+class Reporter:
     """Turns each event into a line on the screen, or into none. The observer of a peer."""
 
     def __init__(self, screen: Screen, plan: UpdatePlan) -> None:
