@@ -75,7 +75,8 @@ class Machine:
             "WINEPREFIX": str(prefix),
             "WINEARCH": "win64",
             "WINEDEBUG": "-all",
-            "WINEDLLOVERRIDES": "winedbg.exe=d;mscoree=d;mshtml=d",
+            # winemenubuilder would write to the host's menus, and to the registry some time after the boot.
+            "WINEDLLOVERRIDES": "winedbg.exe=d;winemenubuilder.exe=d;mscoree=d;mshtml=d",
         }
 
     @property
