@@ -29,6 +29,11 @@ def check_update(done: subprocess.CompletedProcess[str], image: bytes, camera_ve
     assert processes_of(DEMO_PREFIX) == {}
 
 
+def test_shows_an_update() -> None:
+    check_update(run_script("demo"), default_image(), "5.10.2.0", 1024)
+
+
+@slow
 def test_cleans_up_when_it_is_interrupted_and_shows_an_update_then() -> None:
     demo = subprocess.Popen(
         [str(CHECKOUT / "scripts" / "demo")],

@@ -469,6 +469,7 @@ def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench, e
     check_nothing_left(on.machine)
 
 
+@slow
 def test_the_installed_service_makes_a_whole_update(on: Bench) -> None:
     plan = UpdatePlan()
     record = on.record_of(InstalledRoad(plan, on.machine, on.peer, on.installation))

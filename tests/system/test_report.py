@@ -370,7 +370,9 @@ def check_reads(written: Written, position: int, event: dict[str, Any]) -> None:
         raise AssertionError(f"the report does not bear {event}") from error
 
 
-@pytest.mark.parametrize("written", [good(2), stopped(2)], ids=["good", "stopped"])
+@pytest.mark.parametrize(
+    "written", [pytest.param(good(2), id="good"), pytest.param(stopped(2), id="stopped", marks=slow)]
+)
 def test_reads_events_without_their_fields(written: Written) -> None:
     for position, event in enumerate(written.events):
         for name in set(event) - {"event"}:

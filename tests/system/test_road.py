@@ -71,6 +71,7 @@ def test_sends_no_block_to_a_camera_whose_transfers_are_too_short_for_the_probe(
     check(on, UpdatePlan(image=random_image(4096), transfer_size=67), Foreseen.PROBE_REFUSED)
 
 
+@slow
 def test_leaves_the_camera_alone_when_the_user_declines(on: Bench) -> None:
     check(on, UpdatePlan(accept=False), Foreseen.DECLINED)
 

@@ -175,7 +175,7 @@ def remove_and_be_sure(on: Bench) -> None:
 
 
 @pytest.mark.parametrize("befalls", [hangs, pytest.param(dies, marks=slow), pytest.param(falls_silent, marks=slow)])
-@pytest.mark.parametrize("program", ["-install", "-remove", "the service"])
+@pytest.mark.parametrize("program", ["-install", pytest.param("-remove", marks=slow), "the service"])
 def test_gives_up_a_toast_controller_that_does_not_let_it_go(
     on: Bench, program: str, befalls: Callable[[Bench], None]
 ) -> None:
