@@ -29,8 +29,6 @@ class Build:
 
 
 RELEASE = Build("windows-release", "whether what ships does what it should, alone and with the whole system")
-# The laboratory's programs that run on Linux, which other builds test.
-LAB = Build("host-lab", "")
 BENCH = Build("host-bench", "transfers, allocations and instructions that have become more")
 BUILDS = (
     RELEASE,

@@ -7,8 +7,7 @@ import sys
 
 from ..checkout import CHECKOUT
 
-# What ninja says when nothing is to be done.
-_IDLE = ("ninja: no work to do.\n", "[0/2] Re-checking globbed directories...\n")
+_IDLE = "ninja: no work to do.\n"
 
 
 class SetUpError(Exception):
@@ -28,7 +27,7 @@ def call_setup(*arguments: str, aside: bool = False) -> None:
     )
     try:
         for line in setup.stdout or ():
-            if line not in _IDLE:
+            if line != _IDLE:
                 print(line, end="", file=sys.stderr, flush=True)
         status = setup.wait()
     except BaseException:
