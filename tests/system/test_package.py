@@ -148,7 +148,8 @@ def service_keys(machine: Machine) -> list[str]:
 def state_of(machine: Machine) -> set[str]:
     """Every file and folder of drive C, and every key and value of the machine's registry."""
     drive = machine.file("C:\\")
-    state = {f"file {path.relative_to(drive)}" for path in drive.rglob("*")}
+    # A pipe of the installer's commands is one of Windows' own; Wine's cmd plays it with a file, and not every Wine removes it.
+    state = {f"file {path.relative_to(drive)}" for path in drive.rglob("*") if not path.match("Temp/CMD????.tmp")}
     with tempfile.TemporaryDirectory() as folder:
         for hive in ("HKLM\\Software", "HKLM\\System\\CurrentControlSet\\Services", "HKCU"):
             exported = Path(folder) / "exported.reg"
