@@ -4,6 +4,7 @@
 #include "lab/camera/DfuTraits.h"
 #include "lab/camera/DfuTypes.h"
 #include "lab/camera/FlashMemory.h"
+#include "lab/camera/UsbTypes.h"
 
 #include <cstddef>
 #include <cstdint>

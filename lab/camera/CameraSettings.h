@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace lab {
@@ -49,6 +50,8 @@ struct CameraSettings {
     // From the arrival of its interface in DFU mode to the moment from which the host's driver opens it;
     // none: never.
     std::optional<std::uint32_t> driverStartMs = 0;
+    // iSerialNumber's text, ASCII, at most 126 characters. Without one the camera has no strings at all.
+    std::string serialNumber = {};
 };
 
 }  // namespace lab

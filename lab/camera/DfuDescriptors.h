@@ -1,5 +1,7 @@
 #pragma once
 
+#include "lab/camera/DescriptorWriter.h"
+
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -10,18 +12,25 @@ namespace lab {
 
 using InterfaceDescriptor = std::array<std::uint8_t, 9>;
 
-// The USB descriptors of the camera's DFU mode, in the byte order of the bus.
-[[nodiscard]] std::vector<std::uint8_t> MakeDeviceDescriptor(std::uint16_t vendorId, std::uint16_t productId);
+// bInterfaceProtocol of a DFU interface.
+enum class DfuProtocol : std::uint8_t { Runtime = 1, DfuMode = 2 };
 
-// One interface of class 0xFE, subclass 1, protocol 2, followed by the DFU functional descriptor. With a HID
-// interface in front, the first descriptor of 9 bytes and type 0x21 is that of HID.
-[[nodiscard]] std::vector<std::uint8_t> MakeConfigurationDescriptor(std::uint16_t transferSize,
-                                                                    bool isManifestationTolerant,
-                                                                    bool hasHidInFront = false);
+// What the DFU functional descriptor tells of a device.
+struct DfuAbilities {
+    std::uint16_t transferSize = 0;
+    bool isManifestationTolerant = false;
+};
 
-// The interface descriptors in a configuration descriptor of any content. The walk ends at the first
-// descriptor that is shorter than its own header or reaches past the end; an interface descriptor below 9
-// bytes is passed over.
+// The interface of class 0xFE and subclass 1, followed by the DFU functional descriptor.
+void WriteDfuInterface(DescriptorWriter& writer, std::uint8_t number, DfuProtocol protocol,
+                       const DfuAbilities& abilities);
+
+// A HID interface without endpoints, whose own descriptor has the type and the length of the DFU functional
+// descriptor.
+void WriteHidInterface(DescriptorWriter& writer, std::uint8_t number);
+
+// The interface descriptors in a configuration descriptor of any content, as far as WalkDescriptors() goes;
+// one below 9 bytes is passed over.
 [[nodiscard]] std::vector<InterfaceDescriptor> FindInterfaces(std::span<const std::uint8_t> configuration);
 
 // The number of the first interface of class 0xFE; empty when there is none.

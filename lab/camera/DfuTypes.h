@@ -1,18 +1,8 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 namespace lab {
-
-// The eight bytes of a USB control request's setup stage, as fields.
-struct SetupPacket {
-    std::uint8_t requestType = 0;
-    std::uint8_t request = 0;
-    std::uint16_t value = 0;
-    std::uint16_t index = 0;
-    std::uint16_t length = 0;
-};
 
 // Requests of the USB DFU 1.1 standard (bRequest), with its numbers.
 enum class DfuRequest : std::uint8_t {
@@ -58,15 +48,6 @@ enum class DfuStatus : std::uint8_t {
     ErrPor = 0x0D,
     ErrUnknown = 0x0E,
     ErrStalledPkt = 0x0F,
-};
-
-// How a control transfer ended, as the host controller would see it.
-enum class TransferEnd { Ok, Stall, Timeout, Disconnected };
-
-struct TransferResult {
-    TransferEnd end = TransferEnd::Ok;
-    std::size_t transferred = 0;  // bytes of the data stage
-    std::uint32_t tookMs = 0;     // what the host waited for the answer, or before it gave up
 };
 
 }  // namespace lab

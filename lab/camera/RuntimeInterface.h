@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lab/camera/DfuTypes.h"
+#include "lab/camera/UsbTypes.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,5 +1,7 @@
 #include "lab/camera/VirtualCamera.h"
 
+#include "lab/camera/CameraDescriptors.h"
+#include "lab/camera/DataStage.h"
 #include "lab/camera/DfuDescriptors.h"
 #include "lab/camera/DfuTraits.h"
 
@@ -65,12 +67,6 @@ void Distort(std::vector<std::uint8_t>& reply, const std::vector<Fault>& faults)
                 break;
         }
     }
-}
-
-TransferResult Deliver(const std::vector<std::uint8_t>& reply, std::span<std::uint8_t> buffer) {
-    const std::size_t length = std::min(reply.size(), buffer.size());
-    std::copy_n(reply.begin(), length, buffer.begin());
-    return {.end = TransferEnd::Ok, .transferred = length};
 }
 
 // The first fault that the host sees as a failure; null when there is none.
@@ -290,8 +286,8 @@ TransferResult VirtualCamera::SetInterface(std::uint64_t nowMs) {
 
 TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t index,
                                              std::span<std::uint8_t> buffer, std::uint64_t nowMs) {
-    constexpr std::uint8_t kDevice = 1;
-    constexpr std::uint8_t kConfiguration = 2;
+    constexpr auto kDevice = static_cast<std::uint8_t>(DescriptorType::Device);
+    constexpr auto kConfiguration = static_cast<std::uint8_t>(DescriptorType::Configuration);
     Advance(nowMs);
     if (mode_ == BusMode::Absent) {
         return {.end = TransferEnd::Disconnected};
@@ -312,17 +308,11 @@ TransferResult VirtualCamera::ReadDescriptor(std::uint8_t type, std::uint8_t ind
 }
 
 std::vector<std::uint8_t> VirtualCamera::DeviceDescriptor() const {
-    return MakeDeviceDescriptor(kVendorId, kDfuProductId);
+    return CameraDescriptors(settings_, BusMode::Dfu).Device();
 }
 
 std::vector<std::uint8_t> VirtualCamera::ConfigurationDescriptor() const {
-    if (!settings_.configurationDescriptor.empty()) {
-        return settings_.configurationDescriptor;
-    }
-    const DfuTraits traits = TraitsOf(settings_);
-    return MakeConfigurationDescriptor(settings_.transferSize,
-                                       traits.manifestation == DfuTraits::Manifestation::Tolerant,
-                                       traits.hasHidInFront);
+    return CameraDescriptors(settings_, BusMode::Dfu).Configuration();
 }
 
 std::vector<std::array<std::uint8_t, 9>> VirtualCamera::Interfaces() const {
@@ -340,6 +330,7 @@ void VirtualCamera::LeaveBus(std::uint64_t nowMs) {
 
 void VirtualCamera::Enumerate() {
     busDeadline_.reset();
+    ++arrivals_;
     if (isDfuRequested_ || !bootLoader_.Flash().IsValid()) {
         mode_ = BusMode::Dfu;
         transfers_ = 0;

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "lab/camera/BootLoader.h"
+#include "lab/camera/BusMode.h"
 #include "lab/camera/CameraSettings.h"
 #include "lab/camera/DfuTypes.h"
 #include "lab/camera/ExtensionUnit.h"
 #include "lab/camera/FaultPlan.h"
 #include "lab/camera/FlashMemory.h"
 #include "lab/camera/RuntimeInterface.h"
+#include "lab/camera/UsbTypes.h"
 
 #include <array>
 #include <cstddef>
@@ -17,13 +19,6 @@
 #include <vector>
 
 namespace lab {
-
-// Where the camera is on the bus.
-enum class BusMode {
-    Absent,   // not on the bus: unplugged, or between two enumerations
-    Running,  // a UVC camera with its firmware extension unit
-    Dfu,      // a USB device whose one interesting interface is of class 0xFE
-};
 
 // The camera that the laboratory puts on the bus: its running mode with the firmware command protocol, its
 // DFU mode with the state machine of the USB DFU 1.1 standard, and its flash memory. No platform in it.
@@ -41,9 +36,6 @@ class VirtualCamera {
     static constexpr std::size_t kVersionOffset = FlashMemory::kVersionOffset;
     // What UPLOAD in dfuIDLE answers, see Personality::Kv400.
     static constexpr std::size_t kStatusBlockSize = BootLoader::kStatusBlockSize;
-    static constexpr std::uint16_t kVendorId = 0x2F1A;
-    static constexpr std::uint16_t kRunningProductId = 0x7E00;
-    static constexpr std::uint16_t kDfuProductId = 0x7E01;
 
     explicit VirtualCamera(CameraSettings settings);
 
@@ -64,6 +56,8 @@ class VirtualCamera {
     [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const;
 
     [[nodiscard]] BusMode Mode() const;
+    // How many times it has come to the bus, in either mode: what was agreed upon before the last is void.
+    [[nodiscard]] unsigned Arrivals() const { return arrivals_; }
     // As of the last call with a time. Outside DFU mode: appIDLE or appDETACH, and OK.
     [[nodiscard]] DfuState State() const;
     [[nodiscard]] DfuStatus Status() const;
@@ -125,6 +119,7 @@ class VirtualCamera {
     RuntimeInterface runtimeInterface_;
     BootLoader bootLoader_;
     BusMode mode_ = BusMode::Absent;
+    unsigned arrivals_ = 0;
     bool isPlugged_ = false;
     unsigned transfers_ = 0;
     bool isDfuRequested_ = false;  // the next enumeration is that of DFU mode

@@ -28,7 +28,7 @@ std::vector<Interface> InterfacesOf(const Bytes& configuration) {
 }
 
 TEST(DfuDescriptors, DeviceDescriptorNamesTheDfuProduct) {
-    const Bytes expected{18, 1, 0x00, 0x02, 0, 0, 0, 64, 0x1A, 0x2F, 0x01, 0x7E, 0x00, 0x01, 0, 0, 0, 1};
+    const Bytes expected{18, 1, 0x01, 0x02, 0, 0, 0, 64, 0x1A, 0x2F, 0x01, 0x7E, 0x00, 0x01, 0, 0, 0, 1};
     EXPECT_EQ(VirtualCamera({}).DeviceDescriptor(), expected);
 }
 
