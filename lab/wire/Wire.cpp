@@ -174,12 +174,4 @@ void Wire::HandOn(const json& command) {
     }
 }
 
-json DoneEvent(std::string_view command) {
-    return {{"event", "done"}, {"command", command}, {"ok", true}};
-}
-
-json RefusedEvent(std::string_view command, std::string_view why) {
-    return {{"event", "done"}, {"command", command}, {"ok", false}, {"why", why}};
-}
-
 }  // namespace lab

@@ -11,6 +11,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include "lab/wire/DoneEvents.h"
+
 namespace lab {
 
 // The connection of one laboratory process with the command-line program: JSON objects, one a line.
@@ -61,9 +63,5 @@ class Wire {
     bool ending_ = false;  // guarded by endMutex_: the destructor has begun
     std::thread reader_;
 };
-
-// The answer to a command; add the fields of that command's answer to it.
-[[nodiscard]] nlohmann::json DoneEvent(std::string_view command);
-[[nodiscard]] nlohmann::json RefusedEvent(std::string_view command, std::string_view why);
 
 }  // namespace lab

@@ -13,32 +13,12 @@
 
 #include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/bus/TransferErrors.h"
-#include "lab/rig/text/HexText.h"
+#include "lab/vocabulary/BusEvents.h"
 
 namespace lab::rig {
 namespace {
 
 using nlohmann::json;
-
-std::array<std::uint8_t, 8> SetupBytes(const SetupPacket& setup) {
-    const auto low = [](std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); };
-    const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };
-    return {setup.requestType, setup.request,     low(setup.value),  high(setup.value),
-            low(setup.index),  high(setup.index), low(setup.length), high(setup.length)};
-}
-
-bool IsDeviceToHost(const SetupPacket& setup) {
-    return (setup.requestType & 0x80) != 0;
-}
-
-// Little-endian; 0 where the bytes end.
-std::uint32_t Number(std::span<const std::uint8_t> bytes, std::size_t offset, std::size_t width) {
-    std::uint32_t number = 0;
-    for (std::size_t index = 0; index < width && offset + index < bytes.size(); ++index) {
-        number |= std::uint32_t{bytes[offset + index]} << (8 * index);
-    }
-    return number;
-}
 
 // WinUSB's limits: above full speed 64 KiB, which no length field exceeds.
 bool IsTooLong(const SetupPacket& setup, Speed speed) {
@@ -68,18 +48,6 @@ std::vector<InterfaceEvent> Events(DWORD type, BusMode mode, const DeviceLinks& 
 void MoveTo(std::vector<InterfaceEvent>& to, std::vector<InterfaceEvent>& from) {
     std::ranges::move(from, std::back_inserter(to));
     from.clear();
-}
-
-const char* ModeText(BusMode mode) {
-    switch (mode) {
-        case BusMode::Absent:
-            return "absent";
-        case BusMode::Running:
-            return "running";
-        case BusMode::Dfu:
-            return "dfu";
-    }
-    return "absent";
 }
 
 }  // namespace
@@ -147,14 +115,7 @@ json Bus::State(std::size_t camera) {
     const std::lock_guard lock(mutex_);
     const Place& place = At(camera);
     AdvanceOne(camera, NowMs());
-    return {{"mode", ModeText(place.mode)},
-            {"on_its_way", place.mode != BusMode::Absent || place.camera.NextDeadline().has_value()},
-            {"dfu_state", static_cast<unsigned>(place.camera.State())},
-            {"dfu_status", static_cast<unsigned>(place.camera.Status())},
-            {"version", place.camera.Version()},
-            {"flash_bytes", place.camera.Flash().size()},
-            {"block_number_gaps", place.camera.BlockNumberGaps()},
-            {"transfers", place.camera.Transfers()}};
+    return CameraState(place.camera, place.mode);
 }
 
 std::vector<std::uint8_t> Bus::Flash(std::size_t camera) {
@@ -324,13 +285,7 @@ TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::
     if (Place* const place = Present(presence, BusMode::Running)) {
         result = place->camera.WriteCommand(frame, NowMs());
     }
-    record_({{"event", "firmware-command"},
-             {"length", Number(frame, 0, 2)},
-             {"magic", Number(frame, 2, 2)},
-             {"opcode", Number(frame, 4, 4)},
-             {"parameters",
-              {Number(frame, 8, 4), Number(frame, 12, 4), Number(frame, 16, 4), Number(frame, 20, 4)}},
-             {"result", PropertyResult(result.end)}});
+    record_(CommandEvent(frame, PropertyResult(result.end)));
     NoteChange(presence.camera);
     return result;
 }
@@ -345,10 +300,7 @@ TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> 
     if (result.end == TransferEnd::Ok && result.transferred < reply.size()) {
         result.end = TransferEnd::Stall;
     }
-    record_({{"event", "firmware-reply"},
-             {"opcode", Number(reply.first(result.transferred), 0, 4)},
-             {"bytes", result.transferred},
-             {"result", PropertyResult(result.end)}});
+    record_(ReplyEvent(reply.first(result.transferred), PropertyResult(result.end)));
     NoteChange(presence.camera);
     return result;
 }
@@ -366,19 +318,7 @@ DriverResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& s
     } else {
         result = Told(place->camera.ControlTransfer(setup, data, NowMs()), place->departure);
     }
-    json event{{"event", "transfer"},
-               {"setup", SpacedHexText(SetupBytes(setup))},
-               {"length", data.size()},
-               {"transferred", result.transferred},
-               {"ok", result.error == ERROR_SUCCESS},
-               {"error", result.error}};
-    if (result.tookMs != 0) {
-        event["ms"] = result.tookMs;
-    }
-    if (IsDeviceToHost(setup)) {
-        event["data"] = HexText(data.first(result.transferred));
-    }
-    record_(event);
+    record_(TransferEvent(setup, data, result.transferred, result.error, result.tookMs));
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);
@@ -409,13 +349,7 @@ DriverResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, st
     } else {
         result = Told(place->camera.ReadDescriptor(type, index, buffer, NowMs()), place->departure);
     }
-    record_({{"event", "descriptor"},
-             {"type", type},
-             {"index", index},
-             {"length", buffer.size()},
-             {"transferred", result.transferred},
-             {"ok", result.error == ERROR_SUCCESS},
-             {"error", result.error}});
+    record_(DescriptorEvent(type, index, buffer.size(), result.transferred, result.error));
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);
@@ -541,10 +475,7 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
 }
 
 void Bus::RecordCamera(std::size_t camera, const char* change) {
-    record_({{"event", "camera"},
-             {"camera", camera},
-             {"change", change},
-             {"version", places_[camera].camera.Version()}});
+    record_(CameraEvent(camera, change, places_[camera].camera.Version()));
 }
 
 std::optional<std::uint64_t> Bus::NextDeadline() const {

@@ -1,6 +1,6 @@
 #include "lab/rig/media/VirtualExtensionUnit.h"
 
-#include "lab/rig/bus/TransferErrors.h"
+#include "lab/vocabulary/BusEvents.h"
 
 namespace lab::rig {
 namespace {

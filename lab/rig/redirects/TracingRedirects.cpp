@@ -12,7 +12,7 @@
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
 #include "lab/rig/text/GuidText.h"
-#include "lab/rig/text/HexText.h"
+#include "lab/vocabulary/HexText.h"
 
 namespace lab::rig {
 namespace {

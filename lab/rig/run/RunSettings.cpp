@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "lab/rig/run/CameraFields.h"
-#include "lab/rig/run/StageFields.h"
+#include "lab/vocabulary/CameraFields.h"
+#include "lab/vocabulary/StageFields.h"
 
 namespace lab::rig {
 namespace {

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "lab/vocabulary/BusEvents.h"
 #include "lab/wire/Utf8.h"
 
 namespace lab::rig {
@@ -168,11 +169,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
     if (error == ERROR_SUCCESS) {
         error = bus_.SetInterface(opened->presence);
     }
-    record_({{"event", "alternate-setting"},
-             {"interface", interfaceNumber},
-             {"setting", setting},
-             {"ok", error == ERROR_SUCCESS},
-             {"error", error}});
+    record_(AlternateSettingEvent(interfaceNumber, setting, error));
     return error;
 }
 

@@ -13,7 +13,7 @@
 
 // What the readers of the wire's stage have in common. All throw std::runtime_error, with a text that names
 // the field, for a value that the field cannot have.
-namespace lab::rig {
+namespace lab {
 
 [[noreturn]] inline void Refuse(const std::string& field, const nlohmann::json& value) {
     throw std::runtime_error("the stage's " + field + " cannot be " + value.dump());
@@ -39,4 +39,4 @@ Choice ToChoice(const std::string& field, const nlohmann::json& value,
     Refuse(field, value);
 }
 
-}  // namespace lab::rig
+}  // namespace lab

@@ -1,10 +1,9 @@
+#include "lab/vocabulary/HexText.h"
+
 #include <gtest/gtest.h>
 
-#include "lab/rig/bus/InterfaceClasses.h"
-#include "lab/rig/text/GuidText.h"
-#include "lab/rig/text/HexText.h"
-
-using namespace lab::rig;
+namespace lab::test {
+namespace {
 
 TEST(HexText, WritesLowerCaseWithAndWithoutBlanks) {
     const std::vector<std::uint8_t> bytes{0x21, 0xAB, 0x00};
@@ -23,11 +22,5 @@ TEST(HexText, ReadsBothForms) {
     EXPECT_FALSE(BytesFromHex("0x").has_value());
 }
 
-TEST(GuidText, ReadsWhatItWrites) {
-    EXPECT_EQ(GuidText(kUsbDeviceClass), "{A5DCBF10-6530-11D2-901F-00C04FB951ED}");
-    const auto guid = GuidFromText("{a5dcbf10-6530-11d2-901f-00c04fb951ed}");
-    ASSERT_TRUE(guid.has_value());
-    EXPECT_TRUE(*guid == kUsbDeviceClass);
-    EXPECT_FALSE(GuidFromText("A5DCBF10-6530-11D2-901F-00C04FB951ED").has_value());
-    EXPECT_FALSE(GuidFromText("").has_value());
-}
+}  // namespace
+}  // namespace lab::test

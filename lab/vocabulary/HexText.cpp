@@ -1,9 +1,9 @@
-#include "lab/rig/text/HexText.h"
+#include "lab/vocabulary/HexText.h"
 
 #include <algorithm>
 #include <charconv>
 
-namespace lab::rig {
+namespace lab {
 namespace {
 
 constexpr char kDigits[] = "0123456789abcdef";
@@ -52,4 +52,4 @@ std::optional<std::vector<std::uint8_t>> BytesFromHex(std::string_view text) {
     return bytes;
 }
 
-}  // namespace lab::rig
+}  // namespace lab

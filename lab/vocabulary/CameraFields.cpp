@@ -1,11 +1,11 @@
-#include "lab/rig/run/CameraFields.h"
+#include "lab/vocabulary/CameraFields.h"
 
 #include <charconv>
 
-#include "lab/rig/run/StageFields.h"
-#include "lab/rig/text/HexText.h"
+#include "lab/vocabulary/StageFields.h"
+#include "lab/vocabulary/HexText.h"
 
-namespace lab::rig {
+namespace lab {
 namespace {
 
 using nlohmann::json;
@@ -226,4 +226,4 @@ CameraSettings ReadCameraFields(const json& fields, json& others) {
     return camera;
 }
 
-}  // namespace lab::rig
+}  // namespace lab

@@ -4,11 +4,11 @@
 
 #include "lab/camera/CameraSettings.h"
 
-namespace lab::rig {
+namespace lab {
 
 // Reads what a camera of the wire's stage says of the camera itself, and puts every field that is not the
 // camera's into `others`: those of the machine that it is plugged into. Throws std::runtime_error or a JSON
 // exception, with a text that names the field, for a value that is impossible.
 [[nodiscard]] CameraSettings ReadCameraFields(const nlohmann::json& fields, nlohmann::json& others);
 
-}  // namespace lab::rig
+}  // namespace lab

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace lab::rig {
+namespace lab {
 
 // Two lower-case digits a byte, with nothing between: "21ab00".
 [[nodiscard]] std::string HexText(std::span<const std::uint8_t> bytes);
@@ -16,4 +16,4 @@ namespace lab::rig {
 // Reads either form, digits of either case; empty when a character is out of place.
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> BytesFromHex(std::string_view text);
 
-}  // namespace lab::rig
+}  // namespace lab
