@@ -38,6 +38,7 @@ BUILDS = (
           besides=("VeyraCameraDfuService",)),
     Build("host-thread", "data races"),
     BENCH,
+    Build("host-lab", "what the servers of cameras tell a foreign host"),
 )
 
 
