@@ -56,8 +56,8 @@ TEST_F(CUninstallMonitorScan, HasAStatusOfItsOwnForAClassKeyWithoutInstances) {
     EXPECT_EQ(Scan(), kNoCamera);
 }
 
-// The size that the system's own read asks for is enough for that read: not everywhere so with an odd
-// size, or without a terminator.
+// The size that the system's own read asks for is enough for that read: not everywhere so without a
+// terminator.
 bool ReadsWhatItAskedFor(const std::wstring& instance) {
     const std::wstring key = SensorCameraInstances::ParametersKey(instance);
     const auto read = [&key](void* data, DWORD& size) {

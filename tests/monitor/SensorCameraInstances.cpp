@@ -52,8 +52,10 @@ void SensorCameraInstances::AddInstance(const std::wstring& name, const std::wst
 
 void SensorCameraInstances::AddInstanceWithData(const std::wstring& name, unsigned long type,
                                                 const std::string& data) {
+    // The system counts a terminator that it finds behind the data: there is to be none.
+    const std::string withoutTerminatorBehind = data + "behind";
     if (RegSetKeyValueW(HKEY_LOCAL_MACHINE, ParametersKey(name).c_str(), L"FSSensorGroupName", type,
-                        data.data(), static_cast<DWORD>(data.size())) != ERROR_SUCCESS) {
+                        withoutTerminatorBehind.data(), static_cast<DWORD>(data.size())) != ERROR_SUCCESS) {
         throw std::runtime_error("a group name cannot be written");
     }
 }
