@@ -17,9 +17,8 @@
 namespace lab {
 
 // What a server's command line says: everything that is not the server's own stands in `others`.
-//   --wire tcp:ADDRESS:PORT   a command-line program of the laboratory listens there: it stages, commands,
-//   and
-//                             is told what crosses the bus
+//   --wire tcp:ADDRESS:PORT   a command-line program of the laboratory listens there: it stages and
+//                             commands, and is told what crosses the bus
 //   --camera FIELDS           without a wire: a camera in the JSON words of a stage; one KV400 unless told
 struct ServerOptions {
     std::string wire = {};
