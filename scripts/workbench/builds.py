@@ -29,6 +29,7 @@ class Build:
 
 
 RELEASE = Build("windows-release", "whether what ships does what it should, alone and with the whole system")
+LAB = Build("host-lab", "what the servers of cameras tell a foreign host, and what the guest's helper does")
 BENCH = Build("host-bench", "transfers, allocations and instructions that have become more")
 BUILDS = (
     RELEASE,
@@ -38,7 +39,7 @@ BUILDS = (
           besides=("VeyraCameraDfuService",)),
     Build("host-thread", "data races"),
     BENCH,
-    Build("host-lab", "what the servers of cameras tell a foreign host"),
+    LAB,
 )
 
 

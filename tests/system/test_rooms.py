@@ -21,6 +21,7 @@ _BELOW: dict[str, set[str]] = {
     "runner": {"wire", "windows", "terminal", "scenarios", "judgement"},
     "traits": {"wire", "windows", "terminal", "scenarios", "judgement", "runner"},
     "report": {"terminal"},
+    "guest": {"wire", "terminal"},
     "demo": {"wire", "windows", "terminal", "updates", "report"},
     "soak": {"wire", "windows", "terminal", "judgement"},
     "bench": {"terminal"},

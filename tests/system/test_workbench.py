@@ -174,9 +174,10 @@ class Checkout:
         self._tools = tools
         self.set_compiler("14.2")
         make_folder = 'mkdir -p "build/$2" && touch "build/$2/build.ninja"'
-        self._add_tool("cmake", f'echo "$1 $2"; [ "$1" = --build ] || {{ {make_folder}; }}')
+        self.add_tool("cmake", f'echo "$1 $2"; [ "$1" = --build ] || {{ {make_folder}; }}')
 
-    def _add_tool(self, name: str, text: str) -> None:
+    def add_tool(self, name: str, text: str) -> None:
+        """A program that a shell's text is."""
         self._tools.mkdir(exist_ok=True)
         path = self._tools / name
         path.write_text(f"#!/bin/sh\n{text}\n", encoding="utf-8")
@@ -185,7 +186,7 @@ class Checkout:
     def set_compiler(self, version: str) -> None:
         """Another compiler is installed."""
         for name in ("x86_64-w64-mingw32-g++-posix", "clang++"):
-            self._add_tool(name, f"echo {name} {version}")
+            self.add_tool(name, f"echo {name} {version}")
 
     def setup(self, *arguments: str) -> Sequence[str]:
         """What scripts/setup and the tools print."""
@@ -197,6 +198,21 @@ class Checkout:
             check=True,
         )
         return done.stdout.splitlines()
+
+
+_KERNEL = "linux-image-6.1.0-1-amd64"
+
+
+def test_kernel_is_unpacked_once(checkout: Checkout) -> None:
+    checkout.add_tool("dpkg-query", 'shift 2; for package; do echo "$package installed"; done')
+    checkout.add_tool("apt-cache", f"printf 'linux-image-amd64\\n  Depends: {_KERNEL}\\n'")
+    checkout.add_tool("apt-get", f"touch {_KERNEL}_6.1-1_amd64.deb")
+    checkout.add_tool("dpkg-deb", 'mkdir "$3"; touch "$3/file"')
+    assert checkout.setup("packages", "usb") == [f"fetching {_KERNEL}"]
+    unpacked = [path.relative_to(checkout.root) for path in checkout.root.glob("build/guest/kernel/*/*")]
+    folder = Path("build/guest/kernel") / f"{_KERNEL}_6.1-1_amd64"
+    assert sorted(unpacked) == [folder / "file", folder / "unpacked"]
+    assert checkout.setup("packages", "usb") == []
 
 
 _ANEW = "build/{} was made for another folder or another compiler: building it anew"

@@ -9,13 +9,14 @@ import os
 import sys
 from collections.abc import Sequence
 
+from .guest import command as guest_command
 from .report import command as report_command
 from .runner import command as runner_command
 from .terminal.parser import Parser, give_up
 from .traits import command as traits_command
 
 # One line for each subcommand's module.
-_COMMANDS = (report_command, runner_command, traits_command)
+_COMMANDS = (report_command, runner_command, traits_command, guest_command)
 
 _DESCRIPTION = "Tools around the firmware update laboratory. The update itself is shown by scripts/demo."
 

@@ -7,7 +7,8 @@ import sys
 
 from ..checkout import CHECKOUT
 
-_IDLE = "ninja: no work to do.\n"
+# What ninja says when nothing is to be done.
+_IDLE = ("ninja: no work to do.\n", "[0/2] Re-checking globbed directories...\n")
 
 
 class SetUpError(Exception):
@@ -27,7 +28,7 @@ def call_setup(*arguments: str, aside: bool = False) -> None:
     )
     try:
         for line in setup.stdout or ():
-            if line != _IDLE:
+            if line not in _IDLE:
                 print(line, end="", file=sys.stderr, flush=True)
         status = setup.wait()
     except BaseException:

@@ -6,6 +6,7 @@ Event = dict[str, Any]
 
 RIG = "rig"
 TOAST = "toast"
+GUEST = "guest"
 LAB = "lab"
 
 # The opcode of the firmware command that sends a camera into DFU mode.
