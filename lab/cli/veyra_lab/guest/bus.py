@@ -24,15 +24,15 @@ class Bus:
         self._qmp.execute("device_del", id=name)
         self._qmp.wait_for("DEVICE_DELETED", device=name)
 
-    def plug_redirected(self, name: str, server: Path) -> None:
+    def plug_redirected(self, name: str, server: Path, port: int) -> None:
         """A port whose device is served on a Unix socket, by usbredir. The device comes and goes as the server says; the
-        port, and the connection with the server, stay until it is unplugged."""
+        port, and the connection with the server, stay until it is unplugged. Ports count from 1, as the kernel's do."""
         channel = f"{name}-channel"
         address = {"type": "unix", "data": {"path": str(server)}}
         backend = {"type": "socket", "data": {"addr": address, "server": False}}
         self._qmp.execute("chardev-add", id=channel, backend=backend)
         try:
-            self.plug("usb-redir", name, chardev=channel)
+            self.plug("usb-redir", name, chardev=channel, port=str(port))
         except BaseException:
             # A port that is there takes its channel with it when it goes.
             with suppress(GuestError):

@@ -7,6 +7,7 @@ Event = dict[str, Any]
 RIG = "rig"
 TOAST = "toast"
 GUEST = "guest"
+USBREDIR = "usbredir"
 LAB = "lab"
 
 # The opcode of the firmware command that sends a camera into DFU mode.

@@ -5,7 +5,7 @@ import selectors
 import socket
 import threading
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Sequence
 from pathlib import Path
 from types import TracebackType
 from typing import Any, TextIO
@@ -82,7 +82,13 @@ class Peer:
     def set_stage(self, rig: Event, toast: Event | None = None) -> None:
         """What the processes that connect from now on are told. A stage that was refused before is forgotten."""
         with self._changed:
-            self._stages = {RIG: rig, TOAST: toast or {}}
+            self._stages |= {RIG: rig, TOAST: toast or {}}
+            self._failure = ""
+
+    def set_server_stage(self, source: str, cameras: Sequence[Event]) -> None:
+        """The same for a server of cameras."""
+        with self._changed:
+            self._stages[source] = {"cameras": list(cameras)}
             self._failure = ""
 
     # What happened.
