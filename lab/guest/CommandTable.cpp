@@ -28,11 +28,17 @@ std::optional<json> CommandTable::Answer(std::string_view line) const {
     if (IsStage(message)) {
         return std::nullopt;
     }
+    const json asker = message.is_object() ? message.value("for", json()) : json();
+    std::optional<json> answer;
     try {
-        return CarryOut(Command(std::move(message)));
+        answer = CarryOut(Command(std::move(message)));
     } catch (const InvalidCommand& error) {
-        return RefusedAnswer("", error.what());
+        answer = RefusedAnswer("", error.what());
     }
+    if (answer && !asker.is_null()) {
+        (*answer)["for"] = asker;
+    }
+    return answer;
 }
 
 std::optional<json> CommandTable::CarryOut(const Command& command) const {

@@ -1,8 +1,7 @@
 #include "lab/rig/bus/Bus.h"
 
-#include <dbt.h>
-
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <limits>
 #include <numeric>
@@ -11,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "lab/rig/bus/InterfaceClasses.h"
 #include "lab/rig/bus/TransferErrors.h"
+#include "lab/rig/bus/VirtualPort.h"
 #include "lab/vocabulary/BusEvents.h"
 
 namespace lab::rig {
@@ -26,38 +25,20 @@ bool IsTooLong(const SetupPacket& setup, Speed speed) {
     return speed == Speed::Full && setup.length > kMostAtFullSpeed;
 }
 
-DriverResult Told(const TransferResult& result, const Departure& departure) {
-    const DWORD error = WinUsbError(result.end);
-    return {result.end == TransferEnd::Disconnected ? departure.transferError.value_or(error) : error,
-            result.transferred, result.tookMs};
-}
-
-// The interfaces of a camera in its mode, as Windows announces them.
-std::vector<InterfaceEvent> Events(DWORD type, BusMode mode, const DeviceLinks& links,
-                                   const LinkStyle& style) {
-    const auto event = [&](const GUID& interfaceClass, const std::wstring& link) {
-        return InterfaceEvent{type, interfaceClass, Announced(link, style.announcedIn)};
-    };
-    if (mode == BusMode::Dfu) {
-        return {event(kUsbDeviceClass, links.DfuUsb())};
-    }
-    return {event(kUsbDeviceClass, links.RunningUsb()), event(kSensorCameraClass, links.SensorCamera()),
-            event(kVideoCameraClass, links.VideoCamera())};
-}
-
-void MoveTo(std::vector<InterfaceEvent>& to, std::vector<InterfaceEvent>& from) {
+void Append(std::vector<InterfaceEvent>& to, std::vector<InterfaceEvent> from) {
     std::ranges::move(from, std::back_inserter(to));
-    from.clear();
 }
 
 }  // namespace
 
-Bus::Bus(const BusSettings& settings, Recorder record, Listener listener, QuietTest listenerIsQuiet)
+Bus::Bus(const BusSettings& settings, Recorder record, Listener listener, QuietTest listenerIsQuiet,
+         KernelBus::Asker ask)
     : record_(std::move(record)),
       listener_(std::move(listener)),
       listenerIsQuiet_(std::move(listenerIsQuiet)),
       transferTime_(settings.transferTime),
-      skipsWaits_(settings.skipsWaits) {
+      skipsWaits_(settings.skipsWaits),
+      kernel_(ask ? std::make_unique<KernelBus>(std::move(ask)) : nullptr) {
     PlaceCameras(settings);
     thread_ = std::thread(&Bus::Run, this);
 }
@@ -71,30 +52,62 @@ Bus::~Bus() {
     thread_.join();
 }
 
+void Bus::TakeDevice(std::string_view path, std::string_view product) {
+    const std::lock_guard lock(mutex_);
+    TakeLockedDevice(path, product);
+}
+
+// A list of devices is taken here, in its turn among what the kernel tells of devices, not by who has asked.
+void Bus::TakeAnswer(unsigned question, const json& answer) {
+    const std::lock_guard lock(mutex_);
+    if (kernel_ == nullptr) {
+        return;
+    }
+    for (const json& device : answer.value("devices", json::array())) {
+        TakeLockedDevice(device.at("path").get<std::string>(), device.at("product").get<std::string>());
+    }
+    kernel_->TakeAnswer(question, answer);
+}
+
+void Bus::MeetKernel() {
+    std::unique_lock lock(mutex_);
+    if (kernel_ != nullptr) {
+        static_cast<void>(kernel_->Ask(lock, "devices", json::object()));
+    }
+}
+
+void Bus::LoseKernel() {
+    const std::lock_guard lock(mutex_);
+    if (kernel_ != nullptr) {
+        kernel_->End();
+    }
+}
+
 void Bus::Plug(std::size_t camera) {
     const std::lock_guard lock(mutex_);
-    Place& place = At(camera);
-    AdvanceOne(camera, NowMs());
-    if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
+    VirtualCamera& device = CameraAt(camera);
+    AdvanceOne(camera);
+    if (IsOnItsWay(At(camera))) {
         throw std::runtime_error("the camera is on the bus, or on its way back to it");
     }
-    place.camera.Plug(NowMs());
+    device.Plug(clock_.NowMs());
     NoteChange(camera, "plugged");
 }
 
 void Bus::Unplug(std::size_t camera) {
     const std::lock_guard lock(mutex_);
+    VirtualCamera& device = CameraAt(camera);
     Place& place = At(camera);
-    AdvanceOne(camera, NowMs());
-    if (place.mode == BusMode::Absent && !place.camera.NextDeadline()) {
+    AdvanceOne(camera);
+    if (!IsOnItsWay(place)) {
         throw std::runtime_error("the camera is not on the bus");
     }
-    const bool wasBetweenModes = place.mode == BusMode::Absent;
-    place.camera.Unplug();
+    const bool wasBetweenModes = place.listed.Mode() == BusMode::Absent;
+    device.Unplug();
     NoteChange(camera);
     if (wasBetweenModes) {
-        RecordCamera(camera, "unplugged");
-        MoveTo(waiting_, place.removals);
+        RecordCamera(place, "unplugged");
+        Append(waiting_, place.listed.GiveUp());
     }
     changed_.notify_all();
 }
@@ -102,10 +115,8 @@ void Bus::Unplug(std::size_t camera) {
 void Bus::ReplaceCameras(const BusSettings& settings) {
     const std::lock_guard lock(mutex_);
     AdvanceAll();
-    for (const Place& place : places_) {
-        if (place.mode != BusMode::Absent || place.camera.NextDeadline()) {
-            throw std::runtime_error("a camera is on the bus, or on its way back to it");
-        }
+    if (std::ranges::any_of(places_, [this](const Place& place) { return IsOnItsWay(place); })) {
+        throw std::runtime_error("a camera is on the bus, or on its way back to it");
     }
     places_.clear();
     PlaceCameras(settings);
@@ -113,22 +124,23 @@ void Bus::ReplaceCameras(const BusSettings& settings) {
 
 json Bus::State(std::size_t camera) {
     const std::lock_guard lock(mutex_);
-    const Place& place = At(camera);
-    AdvanceOne(camera, NowMs());
-    return CameraState(place.camera, place.mode);
+    const VirtualCamera& device = CameraAt(camera);
+    AdvanceOne(camera);
+    return CameraState(device, At(camera).listed.Mode());
 }
 
 std::vector<std::uint8_t> Bus::Flash(std::size_t camera) {
     const std::lock_guard lock(mutex_);
-    return At(camera).camera.Flash();
+    return CameraAt(camera).Flash();
 }
 
 std::size_t Bus::HeldBytes(const std::function<void()>& look) {
     const std::lock_guard lock(mutex_);
     look();
-    return std::accumulate(
-        places_.begin(), places_.end(), std::size_t{0},
-        [](std::size_t bytes, const Place& place) { return bytes + place.camera.HeldBytes(); });
+    return std::accumulate(places_.begin(), places_.end(), std::size_t{0},
+                           [](std::size_t bytes, const Place& place) {
+                               return bytes + (place.camera == nullptr ? 0 : place.camera->HeldBytes());
+                           });
 }
 
 void Bus::Announce(InterfaceEvent event) {
@@ -150,23 +162,21 @@ void Bus::Wake() {
 
 void Bus::Skip(std::uint32_t ms) {
     const std::lock_guard lock(mutex_);
-    skipped_ += std::chrono::milliseconds(ms);
+    clock_.Skip(std::chrono::milliseconds(ms));
     AdvanceAll();
     changed_.notify_all();
 }
 
 void Bus::Freeze() {
     const std::lock_guard lock(mutex_);
-    if (skipsWaits_ && !frozenSince_) {
-        frozenSince_ = std::chrono::steady_clock::now();
+    if (skipsWaits_) {
+        clock_.Freeze();
     }
 }
 
 void Bus::Thaw() {
     const std::lock_guard lock(mutex_);
-    if (frozenSince_) {
-        frozen_ += std::chrono::steady_clock::now() - *frozenSince_;
-        frozenSince_.reset();
+    if (clock_.Thaw()) {
         changed_.notify_all();
     }
 }
@@ -179,7 +189,7 @@ void Bus::ServiceWaits(std::wstring_view arrival) {
     if (due == late_.end()) {
         return;
     }
-    MoveTo(waiting_, due->removals);
+    Append(waiting_, std::move(due->removals));
     late_.erase(due);
     changed_.notify_all();
     changed_.wait(lock, [this] { return ending_ || (waiting_.empty() && !isAnnouncing_); });
@@ -187,22 +197,14 @@ void Bus::ServiceWaits(std::wstring_view arrival) {
 
 std::uint64_t Bus::ClockMs() {
     const std::lock_guard lock(mutex_);
-    return NowMs();
+    return clock_.NowMs();
 }
 
 std::vector<std::wstring> Bus::PresentLinks(const GUID& interfaceClass) {
     const std::lock_guard lock(mutex_);
     std::vector<std::wstring> links;
     for (const Place& place : places_) {
-        if (place.mode == BusMode::Dfu && interfaceClass == kUsbDeviceClass) {
-            links.push_back(Announced(place.links.DfuUsb(), place.style.announcedIn));
-        } else if (place.mode == BusMode::Running && interfaceClass == kUsbDeviceClass) {
-            links.push_back(Announced(place.links.RunningUsb(), place.style.announcedIn));
-        } else if (place.mode == BusMode::Running && interfaceClass == kSensorCameraClass) {
-            links.push_back(Announced(place.links.SensorCamera(), place.style.announcedIn));
-        } else if (place.mode == BusMode::Running && interfaceClass == kVideoCameraClass) {
-            links.push_back(Announced(place.links.VideoCamera(), place.style.announcedIn));
-        }
+        std::ranges::move(place.listed.PresentLinks(interfaceClass), std::back_inserter(links));
     }
     return links;
 }
@@ -211,16 +213,7 @@ std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
     const std::lock_guard lock(mutex_);
     std::vector<std::wstring> links;
     for (const Place& place : places_) {
-        if (place.mode != BusMode::Running) {
-            continue;
-        }
-        if (kind == SourceKind::SensorCamera || place.style.isListedTwice) {
-            links.push_back(place.links.SensorCamera());
-        }
-        if (kind == SourceKind::Capture) {
-            const bool asCapture = place.style.listed == LinkStyle::Listed::AsCapture;
-            links.push_back(asCapture ? place.links.Capture() : place.links.VideoCamera());
-        }
+        std::ranges::move(place.listed.SourceLinks(kind), std::back_inserter(links));
     }
     return links;
 }
@@ -228,12 +221,8 @@ std::vector<std::wstring> Bus::SourceLinks(SourceKind kind) {
 std::optional<Presence> Bus::FindSource(std::wstring_view link) {
     const std::lock_guard lock(mutex_);
     for (std::size_t camera = 0; camera < places_.size(); ++camera) {
-        const Place& place = places_[camera];
-        const bool matches = SameLink(link, place.links.SensorCamera()) ||
-                             SameLink(link, place.links.VideoCamera()) ||
-                             SameLink(link, place.links.Capture());
-        if (matches && place.mode == BusMode::Running) {
-            return Presence{camera, place.stay};
+        if (const ListedCamera& listed = places_[camera].listed; listed.IsSource(link)) {
+            return Presence{camera, listed.Stay()};
         }
     }
     return std::nullopt;
@@ -245,8 +234,8 @@ std::vector<TopologyNode> Bus::Nodes(const Presence& presence) {
     if (place == nullptr) {
         return {};
     }
-    auto nodes = place->camera.Settings().nodes;
-    if (!place->camera.Settings().hasExtensionUnit) {
+    auto nodes = place->port->Settings().nodes;
+    if (!place->port->Settings().hasExtensionUnit) {
         std::erase(nodes, TopologyNode::ExtensionUnit);
     }
     return nodes;
@@ -255,9 +244,8 @@ std::vector<TopologyNode> Bus::Nodes(const Presence& presence) {
 std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
     const std::lock_guard lock(mutex_);
     for (std::size_t camera = 0; camera < places_.size(); ++camera) {
-        const Place& place = places_[camera];
-        if (place.mode == BusMode::Dfu && SameLink(link, place.links.DfuUsb())) {
-            return Presence{camera, place.stay};
+        if (const ListedCamera& listed = places_[camera].listed; listed.IsDfuDevice(link)) {
+            return Presence{camera, listed.Stay()};
         }
     }
     return std::nullopt;
@@ -266,25 +254,25 @@ std::optional<Presence> Bus::FindDfuDevice(std::wstring_view link) {
 bool Bus::DriverHasStarted(const Presence& presence) {
     const std::lock_guard lock(mutex_);
     const Place* const place = Present(presence, BusMode::Dfu);
-    return place != nullptr && place->opensAtMs && *place->opensAtMs <= NowMs();
+    return place != nullptr && place->listed.DriverHasStarted(clock_.NowMs());
 }
 
 std::optional<InterfaceDescriptors> Bus::Interfaces(const Presence& presence) {
-    const std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     const Place* const place = Present(presence, BusMode::Dfu);
     if (place == nullptr) {
         return std::nullopt;
     }
-    return place->camera.Interfaces();
+    const auto port = place->port;
+    return port->Interfaces({lock, clock_.NowMs()});
 }
 
 TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::uint8_t> frame) {
     transferTime_.Spend();
-    const std::lock_guard lock(mutex_);
-    TransferResult result{TransferEnd::Disconnected, 0};
-    if (Place* const place = Present(presence, BusMode::Running)) {
-        result = place->camera.WriteCommand(frame, NowMs());
-    }
+    std::unique_lock lock(mutex_);
+    const TransferResult result = TransferWhenRunning(
+        presence, lock,
+        [&](CameraPort& port, const CameraPort::Turn& turn) { return port.WriteCommand(frame, turn); });
     record_(CommandEvent(frame, PropertyResult(result.end)));
     NoteChange(presence.camera);
     return result;
@@ -292,11 +280,10 @@ TransferResult Bus::WriteCommand(const Presence& presence, std::span<const std::
 
 TransferResult Bus::ReadReply(const Presence& presence, std::span<std::uint8_t> reply) {
     transferTime_.Spend();
-    const std::lock_guard lock(mutex_);
-    TransferResult result{TransferEnd::Disconnected, 0};
-    if (Place* const place = Present(presence, BusMode::Running)) {
-        result = place->camera.ReadReply(reply, NowMs());
-    }
+    std::unique_lock lock(mutex_);
+    TransferResult result = TransferWhenRunning(
+        presence, lock,
+        [&](CameraPort& port, const CameraPort::Turn& turn) { return port.ReadReply(reply, turn); });
     if (result.end == TransferEnd::Ok && result.transferred < reply.size()) {
         result.end = TransferEnd::Stall;
     }
@@ -309,14 +296,12 @@ DriverResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& s
                                   std::span<std::uint8_t> data) {
     transferTime_.Spend();
     std::unique_lock lock(mutex_);
-    Place* const place = Present(presence, BusMode::Dfu);
-    DriverResult result;
-    if (place == nullptr) {
-        result.error = WhyGone(presence);
-    } else if (IsTooLong(setup, place->camera.Settings().speed)) {
-        result.error = ERROR_INVALID_PARAMETER;
-    } else {
-        result = Told(place->camera.ControlTransfer(setup, data, NowMs()), place->departure);
+    const Place* const place = Present(presence, BusMode::Dfu);
+    DriverResult result{ERROR_INVALID_PARAMETER};
+    if (place == nullptr || !IsTooLong(setup, place->port->Settings().speed)) {
+        result = TransferInDfuMode(presence, lock, [&](CameraPort& port, const CameraPort::Turn& turn) {
+            return port.ControlTransfer(setup, data, turn);
+        });
     }
     record_(TransferEvent(setup, data, result.transferred, result.error, result.tookMs));
     NoteChange(presence.camera);
@@ -325,14 +310,12 @@ DriverResult Bus::ControlTransfer(const Presence& presence, const SetupPacket& s
     return result;
 }
 
-DWORD Bus::SetInterface(const Presence& presence) {
+DWORD Bus::SetInterface(const Presence& presence, std::uint8_t number, std::uint8_t setting) {
     std::unique_lock lock(mutex_);
-    DriverResult result;
-    if (Place* const place = Present(presence, BusMode::Dfu)) {
-        result = Told(place->camera.SetInterface(NowMs()), place->departure);
-    } else {
-        result.error = WhyGone(presence);
-    }
+    const DriverResult result =
+        TransferInDfuMode(presence, lock, [&](CameraPort& port, const CameraPort::Turn& turn) {
+            return port.SetInterface(number, setting, turn);
+        });
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);
@@ -342,13 +325,10 @@ DWORD Bus::SetInterface(const Presence& presence) {
 DriverResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
                                  std::span<std::uint8_t> buffer) {
     std::unique_lock lock(mutex_);
-    Place* const place = Present(presence, BusMode::Dfu);
-    DriverResult result;
-    if (place == nullptr) {
-        result.error = WhyGone(presence);
-    } else {
-        result = Told(place->camera.ReadDescriptor(type, index, buffer, NowMs()), place->departure);
-    }
+    const DriverResult result =
+        TransferInDfuMode(presence, lock, [&](CameraPort& port, const CameraPort::Turn& turn) {
+            return port.ReadDescriptor(type, index, buffer, turn);
+        });
     record_(DescriptorEvent(type, index, buffer.size(), result.transferred, result.error));
     NoteChange(presence.camera);
     lock.unlock();
@@ -361,31 +341,57 @@ DWORD Bus::ErrorOfGone(const Presence& presence) {
     return WhyGone(presence);
 }
 
-std::uint64_t Bus::NowMs() const {
-    const auto passed = frozenSince_.value_or(std::chrono::steady_clock::now()) - begin_ - frozen_;
-    return static_cast<std::uint64_t>(
-        (std::chrono::duration_cast<std::chrono::milliseconds>(passed) + skipped_).count());
+DWORD Bus::WhyGone(const Presence& presence) const {
+    if (presence.camera >= places_.size()) {
+        return GoneError(std::numeric_limits<std::uint64_t>::max());
+    }
+    return places_[presence.camera].listed.ErrorOfGone(presence.stay, clock_.NowMs());
 }
 
-// A camera that is back is another device.
-DWORD Bus::WhyGone(const Presence& presence) const {
-    constexpr std::uint64_t kLong = std::numeric_limits<std::uint64_t>::max();
-    if (presence.camera >= places_.size()) {
-        return GoneError(kLong);
+TransferResult Bus::TransferWhenRunning(const Presence& presence, std::unique_lock<std::mutex>& lock,
+                                        const Transfer& transfer) {
+    const Place* const place = Present(presence, BusMode::Running);
+    if (place == nullptr) {
+        return {TransferEnd::Disconnected, 0};
     }
-    const Place& place = places_[presence.camera];
-    const bool isLast = place.stay == presence.stay && place.leftAtMs;
-    return place.departure.transferError.value_or(GoneError(isLast ? NowMs() - *place.leftAtMs : kLong));
+    const auto port = place->port;
+    return transfer(*port, {lock, clock_.NowMs()});
+}
+
+DriverResult Bus::TransferInDfuMode(const Presence& presence, std::unique_lock<std::mutex>& lock,
+                                    const Transfer& transfer) {
+    const Place* const place = Present(presence, BusMode::Dfu);
+    if (place == nullptr) {
+        return {WhyGone(presence)};
+    }
+    const auto port = place->port;
+    const TransferResult result = transfer(*port, {lock, clock_.NowMs()});
+    DWORD error = WinUsbError(result.end);
+    // Other cameras may have taken the place of these while the lock was given back.
+    if (result.end == TransferEnd::Disconnected && presence.camera < places_.size()) {
+        error = places_[presence.camera].listed.ErrorOfLeaving(error);
+    }
+    return {error, result.transferred, result.tookMs};
 }
 
 void Bus::SpendWait(const DriverResult& result) {
-    if (result.tookMs == 0) {
+    const bool hasPassed = kernel_ != nullptr;
+    if (result.tookMs == 0 || hasPassed) {
         return;
     }
     if (skipsWaits_) {
         Skip(result.tookMs);
     } else {
         std::this_thread::sleep_for(std::chrono::milliseconds(result.tookMs));
+    }
+}
+
+void Bus::TakeLockedDevice(std::string_view path, std::string_view product) {
+    for (std::size_t camera = 0; camera < places_.size(); ++camera) {
+        auto* const port = dynamic_cast<KernelPort*>(places_[camera].port.get());
+        if (port != nullptr && port->TakeDevice(path, product)) {
+            NoteChange(camera);
+        }
     }
 }
 
@@ -396,13 +402,25 @@ Bus::Place& Bus::At(std::size_t camera) {
     return places_[camera];
 }
 
+VirtualCamera& Bus::CameraAt(std::size_t camera) {
+    VirtualCamera* const device = At(camera).camera;
+    if (device == nullptr) {
+        throw std::runtime_error("the camera is on another kernel's bus");
+    }
+    return *device;
+}
+
 Bus::Place* Bus::Present(const Presence& presence, BusMode mode) {
     if (presence.camera >= places_.size()) {
         return nullptr;
     }
-    AdvanceOne(presence.camera, NowMs());
+    AdvanceOne(presence.camera);
     Place& place = places_[presence.camera];
-    return place.stay == presence.stay && place.mode == mode ? &place : nullptr;
+    return place.listed.Stay() == presence.stay && place.listed.Mode() == mode ? &place : nullptr;
+}
+
+bool Bus::IsOnItsWay(const Place& place) const {
+    return place.listed.Mode() != BusMode::Absent || place.port->NextDeadline();
 }
 
 void Bus::PlaceCameras(const BusSettings& settings) {
@@ -411,28 +429,36 @@ void Bus::PlaceCameras(const BusSettings& settings) {
             camera < settings.linkStyles.size() ? settings.linkStyles[camera] : LinkStyle{};
         const Departure departure =
             camera < settings.departures.size() ? settings.departures[camera] : Departure{};
-        places_.push_back(
-            {VirtualCamera(settings.cameras[camera]), DeviceLinks(camera, style), style, departure});
+        const CameraSettings& device = settings.cameras[camera];
+        Place place{nullptr, nullptr, ListedCamera(camera, style, departure, device.driverStartMs)};
+        if (kernel_ != nullptr) {
+            place.port = std::make_shared<KernelPort>(camera, device, *kernel_);
+        } else {
+            const auto port = std::make_shared<VirtualPort>(device);
+            place.camera = &port->Camera();
+            place.port = port;
+        }
+        places_.push_back(std::move(place));
     }
 }
 
 void Bus::AdvanceAll() {
-    const std::uint64_t nowMs = NowMs();
     for (std::size_t camera = 0; camera < places_.size(); ++camera) {
-        AdvanceOne(camera, nowMs);
+        AdvanceOne(camera);
     }
 }
 
 // Step by step, so that a camera that left and came back while the bus thread slept is seen to do both.
-void Bus::AdvanceOne(std::size_t camera, std::uint64_t nowMs) {
-    VirtualCamera& device = places_[camera].camera;
+void Bus::AdvanceOne(std::size_t camera) {
+    const std::uint64_t nowMs = clock_.NowMs();
+    CameraPort& port = *places_[camera].port;
     std::optional<std::uint64_t> previous;
-    for (auto due = device.NextDeadline(); due && *due <= nowMs && due != previous;
-         previous = due, due = device.NextDeadline()) {
-        device.Advance(*due);
+    for (auto due = port.NextDeadline(); due && *due <= nowMs && due != previous;
+         previous = due, due = port.NextDeadline()) {
+        port.Advance(*due);
         NoteChange(camera);
     }
-    device.Advance(nowMs);
+    port.Advance(nowMs);
     NoteChange(camera);
 }
 
@@ -441,47 +467,40 @@ void Bus::NoteChange(std::size_t camera, const char* changeWhenPresent) {
         return;
     }
     Place& place = places_[camera];
-    const BusMode mode = place.camera.Mode();
-    if (mode == place.mode) {
-        changed_.notify_all();
+    ListedCamera& listed = place.listed;
+    const BusMode mode = place.port->Mode();
+    changed_.notify_all();
+    if (mode == listed.Mode()) {
         return;
     }
-    if (place.mode != BusMode::Absent) {
-        const bool comesBack = place.camera.NextDeadline() || mode != BusMode::Absent;
-        RecordCamera(camera, comesBack ? "left" : "unplugged");
-        place.leftAtMs = NowMs();
-        auto removals = Events(DBT_DEVICEREMOVECOMPLETE, place.mode, place.links, place.style);
-        const bool atOnce = !comesBack || place.departure.notices == Departure::Notices::WithTheLeaving;
-        MoveTo(atOnce ? waiting_ : place.removals, removals);
+    if (listed.Mode() != BusMode::Absent) {
+        const bool comesBack = place.port->NextDeadline() || mode != BusMode::Absent;
+        RecordCamera(place, comesBack ? "left" : "unplugged");
+        Append(waiting_, listed.Leave(comesBack, clock_.NowMs()));
     }
-    place.mode = mode;
     if (mode != BusMode::Absent) {
-        place.stay = ++lastStay_;
-        place.leftAtMs.reset();
-        place.opensAtMs = place.camera.Settings().driverStartMs;
-        if (place.opensAtMs) {
-            *place.opensAtMs += NowMs();
-        }
+        auto announced = listed.Arrive(mode, ++lastStay_, clock_.NowMs());
         const char* const change = mode == BusMode::Dfu ? "dfu" : "running";
-        RecordCamera(camera, changeWhenPresent != nullptr ? changeWhenPresent : change);
-        auto arrivals = Events(DBT_DEVICEARRIVAL, mode, place.links, place.style);
-        if (!place.removals.empty()) {
-            const bool early = place.departure.notices == Departure::Notices::WhileTheArrivalIsHandled;
-            late_.push_back({early ? arrivals.front().link : L"", std::exchange(place.removals, {})});
+        RecordCamera(place, changeWhenPresent != nullptr ? changeWhenPresent : change);
+        if (!announced.lateRemovals.empty()) {
+            late_.push_back({announced.areDueAtAWait ? announced.arrivals.front().link : L"",
+                             std::move(announced.lateRemovals)});
         }
-        MoveTo(waiting_, arrivals);
+        Append(waiting_, std::move(announced.arrivals));
     }
-    changed_.notify_all();
 }
 
-void Bus::RecordCamera(std::size_t camera, const char* change) {
-    record_(CameraEvent(camera, change, places_[camera].camera.Version()));
+void Bus::RecordCamera(const Place& place, const char* change) {
+    if (place.camera != nullptr) {
+        const auto number = static_cast<std::size_t>(&place - places_.data());
+        record_(CameraEvent(number, change, place.camera->Version()));
+    }
 }
 
 std::optional<std::uint64_t> Bus::NextDeadline() const {
     std::optional<std::uint64_t> next;
     for (const Place& place : places_) {
-        const auto due = place.camera.NextDeadline();
+        const auto due = place.port->NextDeadline();
         if (due && (!next || *due < *next)) {
             next = due;
         }
@@ -504,7 +523,7 @@ void Bus::Run() {
         AdvanceAll();
         if (waiting_.empty() && !late_.empty() && listenerIsQuiet_()) {
             for (LateRemovals& late : std::exchange(late_, {})) {
-                MoveTo(waiting_, late.removals);
+                Append(waiting_, std::move(late.removals));
             }
         }
         if (!waiting_.empty()) {
@@ -519,8 +538,9 @@ void Bus::Run() {
         }
         AnswerWhenSettled();
         const auto due = NextDeadline();
-        if (due && !frozenSince_) {
-            changed_.wait_for(lock, std::chrono::milliseconds(std::max(*due, NowMs() + 1) - NowMs()));
+        if (due && !clock_.IsFrozen()) {
+            const std::uint64_t nowMs = clock_.NowMs();
+            changed_.wait_for(lock, std::chrono::milliseconds(std::max(*due, nowMs + 1) - nowMs));
         } else {
             changed_.wait(lock);
         }

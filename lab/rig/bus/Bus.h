@@ -1,11 +1,10 @@
 #pragma once
 
-#include <array>
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -17,10 +16,13 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "lab/camera/VirtualCamera.h"
+#include "lab/rig/bus/BusClock.h"
 #include "lab/rig/bus/BusSettings.h"
-#include "lab/rig/bus/Departure.h"
-#include "lab/rig/bus/DeviceLinks.h"
+#include "lab/rig/bus/CameraPort.h"
 #include "lab/rig/bus/InterfaceEvent.h"
+#include "lab/rig/bus/KernelBus.h"
+#include "lab/rig/bus/KernelPort.h"
+#include "lab/rig/bus/ListedCamera.h"
 #include "lab/rig/bus/TransferTime.h"
 
 namespace lab::rig {
@@ -34,9 +36,6 @@ struct Presence {
     bool operator==(const Presence&) const = default;
 };
 
-// The ways in which a running camera's video function is listed.
-enum class SourceKind { SensorCamera, Capture };
-
 // A transfer as the host's driver reports it: the last error, 0 for success.
 struct DriverResult {
     DWORD error = 0;
@@ -44,12 +43,14 @@ struct DriverResult {
     std::uint32_t tookMs = 0;  // what the host waited for the answer, or before it gave up
 };
 
-// The interface descriptors of a camera in DFU mode.
-using InterfaceDescriptors = std::vector<std::array<std::uint8_t, 9>>;
-
-// Owns the virtual cameras and their time. A thread of its own makes what is due happen and announces, one
-// after the other and in the order in which Windows does, what arrives and what leaves. All functions may be
-// called on any thread; everything that crosses the bus is recorded in the order in which it crosses.
+// The service's USB bus: a clock (BusClock), what Windows lists of each camera (ListedCamera), and the ports
+// that transfers go to (CameraPort). The cameras are virtual ones in this process, in the time of the clock;
+// or another kernel drives them, in real time, and what it tells of its bus is what arrives and leaves here.
+//
+// A thread of its own makes what is due happen and announces, one after the other and in the order in which
+// Windows does, what arrives and what leaves. All functions may be called on any thread; everything that
+// crosses the bus is recorded in the order in which it crosses. Whether a camera of another kernel's comes or
+// goes is recorded by whoever serves it.
 class Bus {
   public:
     using Recorder = std::function<void(const nlohmann::json& event)>;
@@ -58,12 +59,24 @@ class Bus {
     // Whether everything that the listener began is over. Called with the bus locked: must not call the bus.
     using QuietTest = std::function<bool()>;
 
-    Bus(const BusSettings& settings, Recorder record, Listener listener, QuietTest listenerIsQuiet);
+    // With `ask` another kernel drives the cameras.
+    Bus(const BusSettings& settings, Recorder record, Listener listener, QuietTest listenerIsQuiet,
+        KernelBus::Asker ask = {});
     ~Bus();
     Bus(const Bus&) = delete;
     Bus& operator=(const Bus&) = delete;
 
-    // Commands. They throw std::runtime_error when there is no such camera, or when it is where it is to go.
+    // Another kernel's bus. What it tells: a device there, as KernelPort::TakeDevice() has it, and the answer
+    // to a question.
+    void TakeDevice(std::string_view path, std::string_view product);
+    void TakeAnswer(unsigned question, const nlohmann::json& answer);
+    // Asks which devices are there already; once that is answered, this bus has them.
+    void MeetKernel();
+    // It tells nothing more: its devices stay where they are, transfers on them meet no device.
+    void LoseKernel();
+
+    // Commands. They throw std::runtime_error when there is no such camera, when it is where it is to go, or
+    // when it is on another kernel's bus.
     void Plug(std::size_t camera);
     void Unplug(std::size_t camera);
     // Other cameras take the place of these, all unplugged; refused while one is on the bus. What was opened
@@ -118,7 +131,7 @@ class Bus {
     DriverResult ControlTransfer(const Presence& presence, const SetupPacket& setup,
                                  std::span<std::uint8_t> data);
     // SET_INTERFACE, as the host's driver sends it.
-    DWORD SetInterface(const Presence& presence);
+    DWORD SetInterface(const Presence& presence, std::uint8_t number, std::uint8_t setting);
     // A descriptor read over the bus.
     DriverResult ReadDescriptor(const Presence& presence, std::uint8_t type, std::uint8_t index,
                                 std::span<std::uint8_t> buffer);
@@ -127,15 +140,9 @@ class Bus {
 
   private:
     struct Place {
-        VirtualCamera camera;
-        DeviceLinks links;
-        LinkStyle style;
-        Departure departure;
-        BusMode mode = BusMode::Absent;  // as last announced
-        unsigned stay = 0;
-        std::optional<std::uint64_t> opensAtMs = {};  // in DFU mode
-        std::optional<std::uint64_t> leftAtMs = {};   // when the stay ended
-        std::vector<InterfaceEvent> removals = {};    // held back until it arrives again
+        std::shared_ptr<CameraPort> port;  // shared with the transfers that wait
+        VirtualCamera* camera = nullptr;   // in the port; null on another kernel's bus
+        ListedCamera listed;
     };
 
     // Removal notices that wait until the service is done, or until it waits while it handles this arrival.
@@ -144,22 +151,32 @@ class Bus {
         std::vector<InterfaceEvent> removals;
     };
 
-    [[nodiscard]] std::uint64_t NowMs() const;
+    // One transfer: given the port and the turn, what became of it.
+    using Transfer = std::function<TransferResult(CameraPort& port, const CameraPort::Turn& turn)>;
+
+    void TakeLockedDevice(std::string_view path, std::string_view product);
     Place& At(std::size_t camera);
+    VirtualCamera& CameraAt(std::size_t camera);
     Place* Present(const Presence& presence, BusMode mode);
     [[nodiscard]] DWORD WhyGone(const Presence& presence) const;
+    [[nodiscard]] bool IsOnItsWay(const Place& place) const;
+    // Disconnected when the stay is over.
+    TransferResult TransferWhenRunning(const Presence& presence, std::unique_lock<std::mutex>& lock,
+                                       const Transfer& transfer);
+    // As the driver reports it.
+    DriverResult TransferInDfuMode(const Presence& presence, std::unique_lock<std::mutex>& lock,
+                                   const Transfer& transfer);
     // The host waits for an answer that comes late, or never. Called with no lock held.
     void SpendWait(const DriverResult& result);
     void PlaceCameras(const BusSettings& settings);
     void AdvanceAll();
-    void AdvanceOne(std::size_t camera, std::uint64_t nowMs);
+    void AdvanceOne(std::size_t camera);
     void NoteChange(std::size_t camera, const char* changeWhenPresent = nullptr);
-    void RecordCamera(std::size_t camera, const char* change);
+    void RecordCamera(const Place& place, const char* change);
     [[nodiscard]] std::optional<std::uint64_t> NextDeadline() const;
     void AnswerWhenSettled();
     void Run();
 
-    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     const Recorder record_;
     const Listener listener_;
     const QuietTest listenerIsQuiet_;
@@ -168,9 +185,8 @@ class Bus {
 
     std::mutex mutex_;  // guards everything below
     std::condition_variable changed_;
-    std::chrono::milliseconds skipped_{0};
-    std::chrono::steady_clock::duration frozen_{0};  // how long the clock has stood still before
-    std::optional<std::chrono::steady_clock::time_point> frozenSince_;
+    BusClock clock_;
+    std::unique_ptr<KernelBus> kernel_;  // null: the cameras are in this process
     std::vector<Place> places_;
     unsigned lastStay_ = 0;
     std::vector<InterfaceEvent> waiting_;

@@ -15,6 +15,8 @@ struct BusSettings {
     // Sleeps of the service's control thread move the bus's clock instead of passing; so do its waits that
     // time out.
     bool skipsWaits = false;
+    // Another kernel drives the cameras, in real time: no waits are skipped.
+    bool isOnKernelBus = false;
     std::vector<CameraSettings> cameras;
     // Of the cameras, in their order; what is missing is a plain one.
     std::vector<LinkStyle> linkStyles;

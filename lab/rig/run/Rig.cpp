@@ -55,12 +55,15 @@ Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
                 [this] { return bus_.ClockMs(); }),
       bus_(
           settings_.bus, [this](const json& event) { Record(event); },
-          [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); }),
+          [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); },
+          settings_.bus.isOnKernelBus ? [this](const json& question) { AskGuest(question); }
+                                      : KernelBus::Asker()),
       devices_(bus_, [this](const json& event) { Record(event); }),
       contracts_([this](std::string_view contract, std::string_view call) { TellBreach(contract, call); }) {
     contracts_.media.FailStarts(settings.failedMediaStarts);
     // The run goes on when the connection closes; only nothing is recorded any more.
-    wire_->Start([this](const json& command) { Obey(command); }, [] {});
+    wire_->Start([this](const json& command) { Obey(command); }, [this] { bus_.LoseKernel(); });
+    bus_.MeetKernel();
 }
 
 void Rig::Record(const json& event) {
@@ -75,6 +78,12 @@ void Rig::Record(const json& event) {
 void Rig::TellBreach(std::string_view contract, std::string_view call) {
     const LastErrorKeeper keeper;
     wire_->Send({{"event", "contract"}, {"contract", contract}, {"call", call}});
+}
+
+// The command-line program hands it on, and the answer back.
+void Rig::AskGuest(const json& question) {
+    const LastErrorKeeper keeper;
+    wire_->Send(question);
 }
 
 void Rig::Announce(const InterfaceEvent& event) {
@@ -99,6 +108,14 @@ void Rig::QueueBurst(const EventBurst& burst) {
 
 void Rig::Obey(const json& command) {
     const auto name = command.at("command").get<std::string>();
+    if (name == "answer") {
+        bus_.TakeAnswer(command.at("question").get<unsigned>(), command.at("answer"));
+        return;
+    }
+    if (name == "device") {
+        bus_.TakeDevice(command.at("path").get<std::string>(), command.at("product").get<std::string>());
+        return;
+    }
     if (name == "settle") {
         bus_.WhenSettled([this] { Record(DoneEvent("settle")); });
         return;

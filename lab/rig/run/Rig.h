@@ -44,6 +44,7 @@ class Rig {
 
   private:
     static std::unique_ptr<Rig> Connect();
+    void AskGuest(const nlohmann::json& question);
     void Announce(const InterfaceEvent& event);
     void QueueBurst(const EventBurst& burst);
     void Obey(const nlohmann::json& command);

@@ -10,6 +10,9 @@ namespace {
 
 using nlohmann::json;
 
+// Whether another kernel drives the cameras.
+constexpr std::array<std::pair<std::string_view, bool>, 2> kBuses{{{"virtual", false}, {"usb", true}}};
+
 constexpr std::array<std::pair<std::string_view, LinkStyle::Listed>, 2> kListings{{
     {"video camera", LinkStyle::Listed::AsVideoCamera},
     {"capture", LinkStyle::Listed::AsCapture},
@@ -94,6 +97,8 @@ RunSettings RunSettings::FromStage(const json& stage) {
             settings.bus.transferTime = std::chrono::microseconds(ToNumber<std::uint32_t>(field, value));
         } else if (field == "skip_waits") {
             settings.bus.skipsWaits = value.get<bool>();
+        } else if (field == "bus") {
+            settings.bus.isOnKernelBus = ToChoice(field, value, kBuses);
         } else if (field == "failed_media_starts") {
             settings.failedMediaStarts = ToNumber<std::uint32_t>(field, value);
         } else if (field == "cameras") {
@@ -103,6 +108,9 @@ RunSettings RunSettings::FromStage(const json& stage) {
         } else if (field != "reply") {
             throw std::runtime_error("the stage has no field " + field);
         }
+    }
+    if (settings.bus.isOnKernelBus && settings.bus.skipsWaits) {
+        throw std::runtime_error("the stage's skip_waits cannot be true where another kernel drives the bus");
     }
     return settings;
 }

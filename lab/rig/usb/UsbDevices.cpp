@@ -153,7 +153,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
     }
     const auto descriptors = bus_.Interfaces(opened->presence);
     DWORD error = ERROR_SUCCESS;
-    std::size_t interfaceNumber = 0;
+    std::uint8_t interfaceNumber = 0;
     if (!descriptors) {
         error = bus_.ErrorOfGone(opened->presence);
     } else {
@@ -167,7 +167,7 @@ DWORD UsbDevices::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle, std
         }
     }
     if (error == ERROR_SUCCESS) {
-        error = bus_.SetInterface(opened->presence);
+        error = bus_.SetInterface(opened->presence, interfaceNumber, setting);
     }
     record_(AlternateSettingEvent(interfaceNumber, setting, error));
     return error;

@@ -38,6 +38,20 @@ TEST(CommandTable, AnswersWithTheFieldsOfTheHandler) {
               (json{{"event", "done"}, {"command", "act"}, {"ok", true}, {"twice", 6}}));
 }
 
+TEST(CommandTable, TellsForWhomAnAnswerIs) {
+    const auto table = TableOf([](const Command& command) {
+        return json{{"twice", 2 * command.Number("number", 0, 9)}};
+    });
+    const json asker{{"pid", 5}, {"question", 7}};
+    json question{{"command", "act"}, {"number", 3}, {"for", asker}};
+    EXPECT_EQ(table.Answer(question.dump())->at("for"), asker);
+    question["number"] = 10;
+    EXPECT_EQ(table.Answer(question.dump())->at("ok"), false);
+    EXPECT_EQ(table.Answer(question.dump())->at("for"), asker);
+    question["command"] = "fly";
+    EXPECT_EQ(table.Answer(question.dump())->at("for"), asker);
+}
+
 TEST(CommandTable, LeavesAnAnswerThatComesLater) {
     const auto table = TableOf([](const Command&) { return std::nullopt; });
     EXPECT_EQ(table.Answer(R"({"command":"act"})"), std::nullopt);

@@ -13,6 +13,7 @@ class Connection:
         self.channel = channel
         self.source = ""
         self.pid = 0
+        self.is_on_kernel_bus = False  # a rig whose cameras another kernel drives
         self._pending = b""
 
     @property
