@@ -122,6 +122,7 @@ json AlternateSettingEvent(std::size_t interfaceNumber, std::uint8_t setting, st
 json CameraState(const VirtualCamera& camera, BusMode mode) {
     return {{"mode", ModeText(mode)},
             {"on_its_way", mode != BusMode::Absent || camera.NextDeadline().has_value()},
+            {"pending", camera.NextDeadline().has_value()},
             {"dfu_state", static_cast<unsigned>(camera.State())},
             {"dfu_status", static_cast<unsigned>(camera.Status())},
             {"version", camera.Version()},

@@ -13,6 +13,7 @@ from types import TracebackType
 from typing import Any, Generic, TypeVar
 
 import pytest
+from veyra_lab.buses.virtual import VirtualBus
 from veyra_lab.demo.road import Road
 from veyra_lab.updates.judge import judge
 from veyra_lab.updates.plan import UpdatePlan
@@ -188,7 +189,7 @@ class Bench:
         if not plan.toast_server:
             assert self.peer.dismiss(TOAST, seconds=20)
             self.installation.put_toast_server(False)
-        record = self.record_of(Road(plan, self.machine, self.peer, self.installation))
+        record = self.record_of(Road(plan, self.machine, self.peer, VirtualBus(self.peer), self.installation))
         if not plan.toast_server:
             self.installation.put_toast_server(True)
         return record

@@ -23,7 +23,7 @@ from veyra_lab.traits.trials import TrialError
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.image import default_image, version_of, with_version
 from veyra_lab.windows.service_under_test import Resources, ServiceUnderTest
-from veyra_lab.wire.events import RIG, TOAST, Event, PeerError
+from veyra_lab.wire.events import GUEST, RIG, TOAST, Event, PeerError
 from veyra_lab.wire.peer import Peer
 
 BREACH = "a contract of Windows is broken: one (MFStartup)"
@@ -103,6 +103,46 @@ class TestWire:
         self.process(RIG, 1).say({"event": "done", "command": "stage", "ok": False, "why": "no such fault"})
         with pytest.raises(PeerError, match="no such fault"):
             self.peer.follow(lambda event: False, "anything", since=0, quiet=5)
+
+    def test_wire_carries_a_rigs_question_to_the_guest_and_the_answer_back(self) -> None:
+        rig, other, guest = self.process(RIG, 7), self.process(RIG, 8), self.process(GUEST, 1)
+        rig.say({"event": "ask", "to": GUEST, "question": 3, "command": {"command": "claim", "interface": 0}})
+        asker = {"pid": 7, "question": 3}
+        assert guest.hear() == {"command": "claim", "interface": 0, "for": asker}
+        answer = {"event": "done", "command": "claim", "ok": True, "errno": "EBUSY"}
+        guest.say({**answer, "for": asker})
+        assert rig.hear() == {"command": "answer", "question": 3, "answer": answer}
+        # Of no use to anybody else, and no event.
+        for process in (rig, other, guest):
+            process.say({"event": "last"})
+        self.peer.follow(lambda event: event["event"] == "last" and event["source"] == GUEST, "the last", since=0, quiet=5)
+        assert {event["event"] for event in self.peer.events()} == {"hello", "last"}
+
+    def test_wire_answers_itself_where_there_is_no_guest(self) -> None:
+        rig = self.process(RIG, 7)
+        rig.say({"event": "ask", "to": GUEST, "question": 3, "command": {"command": "devices"}})
+        assert rig.hear()["answer"]["errno"] == "ENODEV"
+
+    def test_wire_ends_the_run_at_a_question_that_makes_no_sense(self) -> None:
+        rig, guest = self.process(RIG, 7), self.process(GUEST, 1)
+        rig.say({"event": "ask", "to": GUEST, "question": 3, "command": {"command": "control"}})
+        asker = guest.hear()["for"]
+        guest.say({"event": "done", "command": "control", "ok": False, "why": "setup is missing", "for": asker})
+        with pytest.raises(PeerError, match="a rig asked for what makes no sense: setup is missing"):
+            self.peer.follow(lambda event: False, "anything", since=0, quiet=5)
+
+    def test_wire_tells_the_rigs_on_the_guests_bus_of_its_devices(self) -> None:
+        elsewhere = self.process(RIG, 6)
+        self.peer.set_stage({"bus": "usb"})
+        rig, guest = self.process(RIG, 7), self.process(GUEST, 1)
+        for change in ("arrival", "ready", "removal"):
+            guest.say({"event": "device", "change": change, "path": "1-2", "vendor": "2f1a", "product": "7e00"})
+        assert rig.hear() == {"command": "device", "path": "1-2", "product": "7e00"}
+        assert rig.hear() == {"command": "device", "path": "1-2", "product": ""}
+        assert [event["change"] for event in self.peer.events() if event["event"] == "device"][:1] == ["arrival"]
+        # A rig with a bus of its own has heard nothing of it before this.
+        elsewhere.say({"event": "ask", "to": "nobody", "question": 1, "command": {}})
+        assert elsewhere.hear()["command"] == "answer"
 
     def test_wire_tells_why_a_command_failed(self) -> None:
         with pytest.raises(PeerError, match="no rig is connected"):

@@ -15,6 +15,7 @@ from types import ModuleType
 
 import pytest
 from support import BUILD, CHECKOUT, Bench, Shared, complaints, slow
+from veyra_lab.buses.virtual import VirtualBus
 from veyra_lab.demo.road import Road
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.windows.image import sha256
@@ -473,7 +474,7 @@ def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench, e
 @slow
 def test_the_installed_service_makes_a_whole_update(on: Bench) -> None:
     plan = UpdatePlan()
-    record = on.record_of(InstalledRoad(plan, on.machine, on.peer, on.installation))
+    record = on.record_of(InstalledRoad(plan, on.machine, on.peer, VirtualBus(on.peer), on.installation))
     # The road's own copy lies elsewhere: that, and nothing else, has to differ.
     wanted, seen = (path.lower() for path in (EXECUTABLE, _EXECUTABLE))
     found = complaints(record)

@@ -342,6 +342,20 @@ def test_refuses_what_is_no_transcript(content: bytes, because: str) -> None:
     says(str(caught.value), because, "scripts/demo --transcript")
 
 
+def test_tells_a_bus_once_that_the_camera_told_as_well() -> None:
+    lines = [
+        {"source": "rig", "event": "transfer", "t": 1},
+        {"source": "usbredir", "event": "transfer", "t": 1},
+        {"source": "usbredir", "event": "camera", "change": "left", "t": 2},
+        {"source": "guest", "event": "device", "change": "removal", "t": 3},
+    ]
+    text = [json.dumps(line).encode() + b"\n" for line in lines]
+    told = [(event["source"], event["event"]) for event in parse(text, "run.jsonl").events]
+    assert told == [("rig", "transfer"), ("usbredir", "camera"), ("guest", "device")]
+    # Of a server that somebody else's host has used, everything.
+    assert len(parse(text[1:], "run.jsonl").events) == 3
+
+
 def test_reads_a_transcript_whose_last_line_is_half_written() -> None:
     transcript = parse((good().text()[:-30]).splitlines(keepends=True), "run.jsonl")
     assert transcript.cut_short

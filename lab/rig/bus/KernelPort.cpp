@@ -18,6 +18,8 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::chrono::milliseconds kWay{100};
+
 // What Linux says when a device is gone, or the bus breaks because it goes.
 constexpr std::array<std::string_view, 6> kGone{"ENODEV", "ESHUTDOWN", "EPROTO", "EILSEQ", "ENOENT", "ENXIO"};
 
@@ -128,8 +130,12 @@ TransferResult KernelPort::Ask(std::string_view command, json fields, std::span<
     const auto took = std::chrono::steady_clock::now() - begin;
     TransferResult result;
     result.end = EndOf(answer);
-    result.tookMs =
-        static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count());
+    // What it takes longer than the way there and back is what the camera, or the kernel's patience, has
+    // taken.
+    if (took > kWay) {
+        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(took);
+        result.tookMs = static_cast<std::uint32_t>(waited.count());
+    }
     result.transferred = answer.value("transferred", std::size_t{0});
     if (!data.empty()) {
         const auto sent = BytesFromHex(answer.value("data", "")).value_or(std::vector<std::uint8_t>());

@@ -4,7 +4,9 @@ import subprocess
 import sys
 from dataclasses import replace
 
+from ..buses.virtual import VirtualBus
 from ..checkout import BUILD, CHECKOUT
+from ..guest.errors import GuestError
 from ..terminal.parser import give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
@@ -12,7 +14,7 @@ from ..updates.expectation import Verdict
 from ..updates.judge import judge
 from ..updates.plan import PROBE_SIZE, Foreseen, UpdatePlan, transfer_time
 from ..updates.record import Record
-from ..windows.image import read_image, sha256
+from ..windows.image import DEFAULT_IMAGE_SIZE, ODD_IMAGE_SIZE, read_image, sha256
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import PRESET, TARGETS, Programs
 from ..windows.sole_use import sole_use
@@ -31,7 +33,9 @@ def main() -> int:
         with sole_use(_MACHINE):
             _prepare(screen)
             return _show(options, screen)
-    except (KeyboardInterrupt, SetUpError, MachineError, PeerError, OSError, subprocess.SubprocessError) as error:
+    except (
+        KeyboardInterrupt, SetUpError, MachineError, GuestError, PeerError, OSError, subprocess.SubprocessError,
+    ) as error:  # fmt: skip
         return give_up("scripts/demo", error)
 
 
@@ -48,7 +52,7 @@ def _show(options: Options, screen: Screen) -> int:
     screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
     with machine:
         laboratory = Laboratory(machine, Programs.of(BUILD / PRESET), CHECKOUT / "trace")
-        record = laboratory.run(plan, screen, options.transcript)
+        record = laboratory.run(plan, screen, options.transcript, options.bus)
     verdicts = [*judge(record), *_outcome(record)]
     failed = [verdict for verdict in verdicts if not verdict.held]
     screen.step(f"{len(verdicts) - len(failed)} of {len(verdicts)} expectations held")
@@ -59,7 +63,8 @@ def _show(options: Options, screen: Screen) -> int:
 
 
 def _plan(options: Options) -> UpdatePlan:
-    image = read_image(options.image)
+    is_virtual = options.bus == VirtualBus.name
+    image = read_image(options.image, DEFAULT_IMAGE_SIZE if is_virtual else ODD_IMAGE_SIZE)
     plan = UpdatePlan(
         image=image,
         camera_version=options.camera_version,
@@ -68,7 +73,8 @@ def _plan(options: Options) -> UpdatePlan:
     )
     if options.ask is not None:
         plan = replace(plan, ask=options.ask)
-    return replace(plan, transfer_us=transfer_time(plan.blocks))
+    # On a real bus a transfer takes its time.
+    return replace(plan, transfer_us=transfer_time(plan.blocks)) if is_virtual else plan
 
 
 def _outcome(record: Record) -> list[Verdict]:

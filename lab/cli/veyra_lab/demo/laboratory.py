@@ -5,6 +5,9 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+from ..buses.choice import opened
+from ..buses.usb import UsbBus
+from ..buses.virtual import VirtualBus
 from ..terminal.screen import Screen
 from ..updates.plan import UpdatePlan
 from ..updates.record import Record
@@ -27,10 +30,20 @@ class Laboratory:
         self._programs = programs
         self._formats = TraceFormats(trace_formats)
 
-    def run(self, plan: UpdatePlan, screen: Screen, transcript: Path | None = None) -> Record:
-        """Carries the update out. However it ends, no program of it is left running and the machine is as it was
-        before."""
-        with Peer(plan.stage(), self._formats.add_words, Reporter(screen, plan), transcript) as peer:
+    def run(
+        self, plan: UpdatePlan, screen: Screen, transcript: Path | None = None, bus: str = VirtualBus.name
+    ) -> Record:
+        """Carries the update out, on the bus of that name. However it ends, no program of it is left running and the
+        machine is as it was before. SetUpError or GuestError when there is no such bus."""
+        if bus == UsbBus.name:
+            screen.step("Booting a Linux guest, whose kernel drives the bus")
+        with (
+            Peer({}, self._formats.add_words, Reporter(screen, plan), transcript) as peer,
+            opened(bus, peer) as cameras,
+        ):
+            stage = cameras.stage(plan.stage())
+            peer.set_stage(stage)
+            cameras.place(stage["cameras"])
             self._machine.forget_crashes()
             installation = Installation(
                 self._machine,
@@ -41,7 +54,7 @@ class Laboratory:
             )
             try:
                 installation.make(peer.port)
-                return Road(plan, self._machine, peer, installation).walk()
+                return Road(plan, self._machine, peer, cameras, installation).walk()
             finally:
                 with _undisturbed():
                     screen.step("Cleaning up")

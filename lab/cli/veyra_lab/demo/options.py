@@ -7,6 +7,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
+from ..buses.choice import add_bus
+from ..buses.usb import MOST_TRANSFER_BYTES, UsbBus
 from ..terminal.parser import Parser, add_transcript
 from ..windows.image import SMALLEST_IMAGE
 from . import answer
@@ -28,6 +30,7 @@ ends the demo and cleans up, as at any time. The window needs a display and Debi
 Examples:
   scripts/demo
   scripts/demo --answer ask --camera-version 6.0.0.0
+  scripts/demo --bus usb
   scripts/demo --transcript update.jsonl && scripts/lab report update.jsonl -o update.html"""
 
 
@@ -45,6 +48,7 @@ class Options:
     # Puts the service's question to a person instead; None when `accept` decides.
     ask: answer.Ask | None
     transcript: Path | None
+    bus: str
 
 
 def _camera_version(text: str) -> str:
@@ -84,7 +88,8 @@ def _parser() -> Parser:
         "--image",
         type=_image,
         metavar="FILE",
-        help="firmware image to download; without it one of 256 KiB with version 5.10.3.0 is made",
+        help="firmware image to download; without it one of 256 KiB with version 5.10.3.0 is made, with --bus usb 17 bytes"
+        " longer",
     )
     parser.add_argument(
         "--camera-version",
@@ -107,6 +112,7 @@ def _parser() -> Parser:
         help="what the user says to the service's question; ask puts it to you at the terminal, window shows it in a"
         " window (default: %(default)s)",
     )
+    add_bus(parser)
     add_transcript(parser)
     return parser
 
@@ -115,6 +121,8 @@ def parse(arguments: Sequence[str]) -> Options:
     """The options, or the end of the process: status 2 with one line on standard error, 0 after --help."""
     parser = _parser()
     parsed = parser.parse_args(arguments)
+    if parsed.bus == UsbBus.name and parsed.transfer_size > MOST_TRANSFER_BYTES:
+        parser.error(f"--transfer-size {parsed.transfer_size}: with --bus usb, QEMU moves {MOST_TRANSFER_BYTES} bytes at most")
     try:
         ask = _WHO_IS_ASKED[parsed.answer]() if parsed.answer in _WHO_IS_ASKED else None
     except answer.AnswerError as error:
@@ -126,4 +134,5 @@ def parse(arguments: Sequence[str]) -> Options:
         accept=parsed.answer != "decline",
         ask=ask,
         transcript=parsed.transcript,
+        bus=parsed.bus,
     )

@@ -5,7 +5,7 @@ from collections.abc import Callable
 from ..report.codes import SERVICE_STATES
 from ..terminal.screen import Screen
 from ..updates.plan import UpdatePlan
-from ..wire.events import ENTER_DFU_MODE, Event
+from ..wire.events import CAMERA_VENDOR, ENTER_DFU_MODE, USBREDIR, Event
 from ..wire.trace_formats import SCOPE_TRACES
 
 _CAMERA_CHANGES = {
@@ -26,11 +26,13 @@ class Reporter:
         self._blocks_done = 0
         self._tellers: dict[str, Callable[[Event], None]] = {
             "step": self._step,
+            "bus": lambda event: self._screen.note(event["text"]),
             "service-status": self._service_status,
             "prompt-call": self._prompt_call,
             "answer": self._answer,
             "firmware-command": self._firmware_command,
             "camera": self._camera,
+            "device": self._device,
             "trace": self._trace,
             "command-run": self._command_run,
             "event-log": self._event_log,
@@ -40,7 +42,9 @@ class Reporter:
 
     def __call__(self, event: Event) -> None:
         teller = self._tellers.get(event["event"])
-        if teller is not None:
+        # Of what crosses the bus of a guest its cameras' server tells, too: the camera's own side of it.
+        is_told_twice = event.get("source") == USBREDIR and event["event"] != "camera"
+        if teller is not None and not is_told_twice:
             teller(event)
 
     def _step(self, event: Event) -> None:
@@ -76,6 +80,10 @@ class Reporter:
         sentence = _CAMERA_CHANGES.get(event["change"])
         if sentence:
             self._screen.note(sentence.format(version=event.get("version", "")))
+
+    def _device(self, event: Event) -> None:
+        if event["change"] == "ready" and event["vendor"] == CAMERA_VENDOR:
+            self._screen.note(f"the guest's kernel has configured it: {event['path']}, {event['vendor']}:{event['product']}")
 
     def _trace(self, event: Event) -> None:
         # Scopes are for the transcript: they say where the service is, not what happens.

@@ -2,13 +2,13 @@
 
 from dataclasses import replace
 
+from ..buses.bus import CameraBus
 from ..updates.plan import Foreseen, UpdatePlan
 from ..updates.record import CameraState, Record
-from ..windows.camera import read_flash
 from ..windows.installation import EXECUTABLE, Installation
 from ..windows.machine import SERVICES_KEY, Machine, MachineError
 from ..windows.programs import SERVICE
-from ..wire.events import RIG, RUNNING, STOP_CONTROL, STOPPED, TOAST, Event, PeerError
+from ..wire.events import RUNNING, STOP_CONTROL, STOPPED, TOAST, Event, PeerError
 from ..wire.peer import Peer
 
 _ACCEPT = 1
@@ -21,10 +21,13 @@ _SHORT_SILENCE = 15
 class Road:
     """Goes the road of a planned update, with everything installed, and records what happens."""
 
-    def __init__(self, plan: UpdatePlan, machine: Machine, peer: Peer, installation: Installation) -> None:
+    def __init__(
+        self, plan: UpdatePlan, machine: Machine, peer: Peer, bus: CameraBus, installation: Installation
+    ) -> None:
         self._plan = plan
         self._machine = machine
         self._peer = peer
+        self._bus = bus
         self._installation = installation
         self._record = Record(plan)
 
@@ -42,6 +45,7 @@ class Road:
             self._remove_driver()
             self._stop()
             self._remove()
+            self._record.bus_complaints = self._bus.complaints(self._plan.stage()["cameras"], self._peer.events())
         except (PeerError, MachineError) as error:
             self._record.broken_off = str(error)
         self._peer.catch_up()
@@ -63,7 +67,7 @@ class Road:
 
     def _plug(self) -> None:
         plugged = self._step(f"Plugging the camera in, firmware {self._plan.camera_version}")
-        self._peer.command(RIG, "plug", camera=0)
+        self._bus.plug(0)
         if self._plan.foreseen is not Foreseen.NOT_ASKED:
             self._wait_for_call("ShowUpdatePrompt", plugged, _SHORT_SILENCE)
         self._settle()
@@ -108,7 +112,7 @@ class Road:
     def _look(self) -> None:
         self._step("Reading the camera's flash")
         self._record.after = self._state()
-        self._record.flash = read_flash(self._peer, 0)
+        self._record.flash = self._bus.flash(0)
 
     def _remove_driver(self) -> None:
         removed = self._step("Removing the camera's driver package and unplugging the camera")
@@ -116,7 +120,7 @@ class Road:
         self._installation.remove_driver()
         mode = self._record.after.mode if self._record.after else "absent"
         if mode != "absent":
-            self._peer.command(RIG, "unplug", camera=0)
+            self._bus.unplug(0)
         self._settle()
         # A camera in DFU mode has no camera interface whose removal the uninstall monitor could learn of.
         if mode == "running":
@@ -162,10 +166,10 @@ class Road:
         return mark
 
     def _settle(self) -> None:
-        self._peer.command(RIG, "settle", quiet=_LONGEST_SILENCE)
+        self._bus.settle(_LONGEST_SILENCE)
 
     def _state(self) -> CameraState:
-        answer = self._peer.command(RIG, "state", camera=0)
+        answer = self._bus.state(0)
         return CameraState(answer["mode"], answer["version"], answer["block_number_gaps"])
 
     def _wait_for_call(self, method: str, since: int, quiet: float) -> Event:

@@ -4,20 +4,17 @@ import argparse
 import re
 from typing import Any
 
-from ..checkout import BUILD
 from ..terminal.parser import add_transcript, give_up
 from ..terminal.screen import Screen
-from ..terminal.set_up import SetUpError, call_setup
+from ..terminal.set_up import SetUpError
 from ..wire.events import PeerError
 from ..wire.peer import Peer
 from .accelerator import accelerator
 from .errors import GuestError
-from .image import PRESET, TARGET, Image, image_of
-from .kernel import debian_kernel
 from .machine import GuestMachine
 from .qemu import Logs
+from .up_to_date import LOG_FOLDER, up_to_date_image
 
-LOG_FOLDER = BUILD / "guest"
 _DEVICE = re.compile(r"Bus \d+ Device \d+: .*")
 
 _CLOSING = """\
@@ -36,14 +33,6 @@ def register(subparsers: Any) -> None:
     )
     add_transcript(parser)
     parser.set_defaults(run=_run)
-
-
-def up_to_date_image() -> Image:
-    """What the guest boots, with its packages installed and its helper built when they were not. SetUpError or
-    GuestError when that fails."""
-    call_setup("packages", "usb", aside=True)
-    call_setup("build", PRESET, TARGET, aside=True)
-    return image_of(debian_kernel())
 
 
 def _run(options: argparse.Namespace) -> int:

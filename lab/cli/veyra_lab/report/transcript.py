@@ -11,7 +11,9 @@ from typing import Any
 Event = dict[str, Any]
 
 _LONGEST_TEXT = 1000
-_SOURCES = ("lab", "rig", "toast")
+# Servers of cameras, which tell a bus from the cameras' side.
+_SERVERS = ("usbredir", "usbip")
+_SOURCES = ("lab", "rig", "toast", "guest", *_SERVERS)
 _HOW_TO_MAKE_ONE = "scripts/demo --transcript FILE makes a transcript"
 
 
@@ -69,7 +71,15 @@ def parse(lines: Iterable[bytes], name: str) -> Transcript:
         )
     if not any(event["source"] in _SOURCES for event in events):
         raise TranscriptError(f"{name} holds no event of the laboratory; {_HOW_TO_MAKE_ONE}")
-    return Transcript(events, cut_short)
+    return Transcript(_told_once(events), cut_short)
+
+
+def _told_once(events: list[Event]) -> list[Event]:
+    """Where a rig tells what the service asked, what the cameras were asked is the same again; that they come and go, the
+    server tells alone."""
+    if not any(event["source"] == "rig" for event in events):
+        return events
+    return [event for event in events if event["source"] not in _SERVERS or event["event"] == "camera"]
 
 
 def _event(line: bytes) -> Event | None:

@@ -5,7 +5,10 @@ import json
 from collections.abc import Sequence
 from typing import Any
 
+from ..buses.choice import add_bus
+from ..buses.usb import UsbBus
 from ..checkout import BUILD
+from ..guest.errors import GuestError
 from ..scenarios.errors import ScenarioError
 from ..scenarios.files import read_folder, read_named
 from ..scenarios.schema import SCENARIOS
@@ -34,9 +37,10 @@ def register(subparsers: Any) -> None:
     listing = subparsers.add_parser(
         "list",
         help="list the scenarios",
-        description="Lists every scenario in one line: its name, and what happens in it. On a terminal the line is"
-        " cut.",
+        description="Lists every scenario in one line: its name, and what happens in it; with --bus usb those that a real"
+        " bus can have, without it why the others cannot. On a terminal the line is cut.",
     )
+    add_bus(listing)
     listing.set_defaults(run=_list)
     run = subparsers.add_parser(
         "run",
@@ -50,6 +54,7 @@ def register(subparsers: Any) -> None:
     run.add_argument("--keep-going", action="store_true", help="go on after a scenario that did not hold")
     run.add_argument("--fresh", action="store_true", help="start the service anew for each scenario")
     run.add_argument("--json", action="store_true", help="write one JSON object a scenario instead of a line")
+    add_bus(run)
     add_transcript(run)
     add_places(run)
     run.set_defaults(run=_run, programs=None)
@@ -72,14 +77,22 @@ def as_json(outcome: Outcome) -> dict[str, Any]:
 
 
 def _list(options: argparse.Namespace) -> int:
-    del options
     try:
         variants = read_folder(SCENARIOS)
     except ScenarioError as error:
         return give_up("scripts/lab", error, _WRONG)
-    rows = [(variant.name, ("(slow) " if variant.slow else "") + variant.description) for variant in variants]
+    rows = [(variant.name, _words_about(variant)) for variant in variants if _can_have(options.bus, variant)]
     Screen().table(Table(rows))
     return 0
+
+
+def _can_have(bus: str, variant: Variant) -> bool:
+    return bus != UsbBus.name or not variant.not_on_usb
+
+
+def _words_about(variant: Variant) -> str:
+    slow = "(slow) " if variant.slow else ""
+    return slow + variant.description + (f" (Not on usb: {variant.not_on_usb}.)" if variant.not_on_usb else "")
 
 
 def _run(options: argparse.Namespace) -> int:
@@ -89,13 +102,15 @@ def _run(options: argparse.Namespace) -> int:
             programs = up_to_date_programs(options)
             with (
                 Machine(options.machine) as machine,
-                ScenarioRunner(machine, programs, options.transcript, always_fresh=options.fresh) as runner,
+                ScenarioRunner(
+                    machine, programs, options.transcript, always_fresh=options.fresh, bus=options.bus
+                ) as runner,
             ):
                 runner.looks_at_resources = options.json
                 return _run_all(variants, runner, options)
     except ScenarioError as error:
         return give_up("scripts/lab", error, _WRONG)
-    except (SetUpError, MachineError, PeerError, OSError) as error:
+    except (SetUpError, MachineError, GuestError, PeerError, OSError) as error:
         return give_up("scripts/lab", error)
 
 
@@ -103,8 +118,18 @@ def _chosen(options: argparse.Namespace) -> list[Variant]:
     if options.all + options.quick + bool(options.names) != 1:
         raise ScenarioError("say one of these: names of scenarios, --all or --quick (scripts/lab list shows them)")
     if options.names:
-        return read_named(SCENARIOS, options.names)
-    return [variant for variant in read_folder(SCENARIOS) if options.all or not variant.slow]
+        named = read_named(SCENARIOS, options.names)
+        chosen = [variant for variant in named if _can_have(options.bus, variant)]
+        for variant in named:
+            # Of a file's scenarios those are meant that can be.
+            if variant not in chosen and (variant.name in options.names or not chosen):
+                raise ScenarioError(f"'{variant.name}' is not for a real bus: {variant.not_on_usb}")
+        return chosen
+    return [
+        variant
+        for variant in read_folder(SCENARIOS)
+        if _can_have(options.bus, variant) and (options.all or not variant.slow)
+    ]
 
 
 def up_to_date_programs(options: argparse.Namespace) -> Programs:

@@ -4,12 +4,15 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+from ..buses.bus import CameraBus
+from ..buses.choice import opened
+from ..buses.virtual import VirtualBus
 from ..checkout import CHECKOUT
 from ..scenarios.variant import ImagePlan
 from ..windows.installation import EXECUTABLE, SERVICE_CONTROLLED, Installation
 from ..windows.machine import Machine
 from ..windows.programs import Programs
-from ..windows.service_under_test import STOP_LIMIT_SECONDS, ServiceUnderTest
+from ..windows.service_under_test import SETTLING_PATIENCE, STOP_LIMIT_SECONDS, ServiceUnderTest
 from ..wire.peer import Peer
 from ..wire.trace_formats import TraceFormats
 
@@ -17,9 +20,10 @@ from ..wire.trace_formats import TraceFormats
 class InstalledService:
     """Installed and removed by its user; in between it remembers what a scenario has changed."""
 
-    def __init__(self, machine: Machine, peer: Peer, programs: Programs) -> None:
+    def __init__(self, machine: Machine, peer: Peer, bus: CameraBus, programs: Programs) -> None:
         self.machine = machine
         self.peer = peer
+        self.bus = bus
         self.service = ServiceUnderTest(machine, peer)
         self._installation = Installation(machine, programs)
         self._has_prompt_server = True
@@ -40,6 +44,10 @@ class InstalledService:
         """Takes everything away again."""
         self.service.end()
         self._installation.remove(self.peer)
+
+    def settle(self) -> None:
+        """Waits until the service has handled everything and no camera has anything pending."""
+        self.bus.settle(SETTLING_PATIENCE)
 
     def stop_service(self) -> list[str]:
         """Stops the service; complains when that takes too long."""
@@ -82,10 +90,16 @@ class InstalledService:
 
 
 @contextmanager
-def installed(machine: Machine, programs: Programs, transcript: Path | None = None) -> Iterator[InstalledService]:
-    """The service in the machine, not started; afterwards everything is taken away again."""
-    with Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript) as peer:
-        service = InstalledService(machine, peer, programs)
+def installed(
+    machine: Machine, programs: Programs, transcript: Path | None = None, bus: str = VirtualBus.name
+) -> Iterator[InstalledService]:
+    """The service in the machine, not started, and the bus of that name; afterwards everything is taken away again.
+    SetUpError or GuestError when there is no such bus."""
+    with (
+        Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript) as peer,
+        opened(bus, peer) as cameras,
+    ):
+        service = InstalledService(machine, peer, cameras, programs)
         service.install()
         try:
             yield service

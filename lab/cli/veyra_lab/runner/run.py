@@ -1,16 +1,14 @@
 """One scenario on its way: its steps carried out in the machine, its expectations judged."""
 
 from collections.abc import Callable, Iterable
-from contextlib import suppress
 from typing import Any
 
 from ..judgement.checks import judge
 from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, removals
 from ..judgement.observed import CameraNow, Observed
 from ..scenarios.variant import ImagePlan, Variant
-from ..windows.camera import read_flash
 from ..windows.service_under_test import Resources
-from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS, Event, PeerError
+from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS, Event
 from .installed_service import InstalledService
 
 _ACCEPT = 1
@@ -34,6 +32,7 @@ class ScenarioRun:
         self._complaints = complaints
         self._peer = installed.peer
         self._service = installed.service
+        self._bus = installed.bus
         self._image = variant.stage.image.content
         self._begin = self._window = self._cursor = self._peer.mark()
         self._remembered: tuple[Resources, int] | None = None
@@ -53,12 +52,16 @@ class ScenarioRun:
     def unplug_all(self) -> None:
         """Takes every camera off the bus that is on it, or on its way back to it."""
         for camera in range(len(self._variant.stage.cameras)):
-            if self._peer.command(RIG, "state", camera=camera)["on_its_way"]:
-                self._unplug(camera)
+            if self._bus.state(camera)["on_its_way"]:
+                self._bus.unplug(camera)
 
     def events(self) -> list[Event]:
         """What the service and the prompt server did in this scenario."""
         return self._events(self._begin)
+
+    def complaints_of_the_bus(self) -> list[str]:
+        """What the bus has to say against the cameras, and against what the service did."""
+        return self._bus.complaints(self._variant.stage.cameras, self._peer.events_since(self._begin)) or []
 
     # Steps.
 
@@ -86,27 +89,21 @@ class ScenarioRun:
         self._stop()
         self._service.start()
 
-    def _plug(self, camera: int) -> None:
-        self._peer.command(RIG, "plug", camera=camera)
-
-    def _unplug(self, camera: int) -> None:
-        self._peer.command(RIG, "unplug", camera=camera)
-
     def _answer(self, code: int) -> None:
         self._peer.command(TOAST, "respond", code=code)
 
     def _update(self, camera: int) -> None:
         """A whole update of a camera that is not plugged in, which has to succeed."""
-        self._service.settle()
+        self._installed.settle()
         self._window = self._peer.mark()
-        self._plug(camera)
+        self._bus.plug(camera)
         self._wait_for("question")
         # The service knows the camera to which the answer goes only when the question has returned.
-        self._service.settle()
+        self._installed.settle()
         self._answer(_ACCEPT)
         self._wait_for("download end")
         self._wait_for(f"camera {camera} running")
-        self._service.settle()
+        self._installed.settle()
         self._expect({"result": "updated", "camera": camera})
 
     def _deliver(self, fields: dict[str, Any]) -> None:
@@ -151,7 +148,7 @@ class ScenarioRun:
         self._remembered = (self._service.resources(), self._peer.mark())
 
     def _wait_for(self, what: str) -> None:
-        found = self._service.follow(self._sign(what), what, self._cursor)
+        found = self._service.follow(self._sign(what), what, self._cursor, self._bus.patience)
         self._cursor = self._peer.events_since(0).index(found, self._cursor) + 1
 
     def _sign(self, what: str) -> Callable[[Event], bool]:
@@ -177,7 +174,8 @@ class ScenarioRun:
     # Looking.
 
     def _expect(self, expectation: dict[str, Any]) -> None:
-        self._hear_the_rig_out()
+        # The prompt server's word of a call comes on a wire of its own: what the service did before may still be on its way.
+        self._bus.hear_out()
         observed = Observed(
             events=self._events(self._window),
             cameras=self._variant.stage.cameras,
@@ -189,13 +187,6 @@ class ScenarioRun:
         if "growth" in expectation:
             self._complain(self._growth(expectation["growth"]))
         self._window = self._peer.mark()
-
-    def _hear_the_rig_out(self) -> None:
-        """The prompt server's word of a call comes on a wire of its own: what the service did before may still be on its way
-        from the rig, which answers in the order in which things happen."""
-        if self._peer.is_connected_as(RIG):
-            with suppress(PeerError):  # a service that leaves now has said everything as well
-                self._peer.command(RIG, "state", camera=0)
 
     def _growth(self, limits: dict[str, int]) -> list[str]:
         """What grew beyond the limits since "remember resources", less what the uninstall monitor keeps open."""
@@ -220,14 +211,14 @@ class ScenarioRun:
         return grown_beyond(self._service.resources_once(lambda now: not grown_beyond(now)))
 
     def _look(self, camera: int) -> CameraNow:
-        answer = self._peer.command(RIG, "state", camera=camera)
+        answer = self._bus.state(camera)
         return CameraNow(
             mode=answer["mode"],
             version=answer["version"],
             dfu_state=answer["dfu_state"],
             dfu_status=answer["dfu_status"],
             gaps=answer["block_number_gaps"],
-            flash=read_flash(self._peer, camera),
+            flash=self._bus.flash(camera),
         )
 
     def _events(self, since: int) -> list[Event]:
@@ -243,7 +234,7 @@ class ScenarioRun:
 
 
 PLAIN_STEPS: dict[str, Callable[[ScenarioRun], object]] = {
-    "settle": lambda run: run._service.settle(),
+    "settle": lambda run: run._installed.settle(),
     "start": lambda run: run._service.start(),
     "stop": ScenarioRun._stop,
     "restart": ScenarioRun._restart,
@@ -254,8 +245,8 @@ PLAIN_STEPS: dict[str, Callable[[ScenarioRun], object]] = {
     "remember resources": ScenarioRun._remember_resources,
 }
 STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
-    "plug": ScenarioRun._plug,
-    "unplug": ScenarioRun._unplug,
+    "plug": lambda run, camera: run._bus.plug(camera),
+    "unplug": lambda run, camera: run._bus.unplug(camera),
     "answer": ScenarioRun._answer,
     "wait for": ScenarioRun._wait_for,
     "update": ScenarioRun._update,

@@ -5,6 +5,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 from types import TracebackType
 
+from ..buses.virtual import VirtualBus
 from ..judgement.always import judge_always
 from ..scenarios.variant import StagePlan, Variant
 from ..windows.machine import Machine, MachineError
@@ -40,10 +41,16 @@ class ScenarioRunner:
     handles."""
 
     def __init__(
-        self, machine: Machine, programs: Programs, transcript: Path | None = None, *, always_fresh: bool = False
+        self,
+        machine: Machine,
+        programs: Programs,
+        transcript: Path | None = None,
+        *,
+        always_fresh: bool = False,
+        bus: str = VirtualBus.name,
     ) -> None:
         self._machine = machine
-        self._installation = installed(machine, programs, transcript)
+        self._installation = installed(machine, programs, transcript, bus)
         self._always_fresh = always_fresh
         self.looks_at_resources = False
         self._last: StagePlan | None = None
@@ -51,6 +58,7 @@ class ScenarioRunner:
     def __enter__(self) -> "ScenarioRunner":
         self._installed = self._installation.__enter__()
         self._peer = self._installed.peer
+        self._bus = self._installed.bus
         self._service = self._installed.service
         return self
 
@@ -81,6 +89,7 @@ class ScenarioRunner:
                 run.clear_away()
         if run is not None:
             outcome.complaints += [f"always: {complaint}" for complaint in judge_always(run.events())]
+            outcome.complaints += run.complaints_of_the_bus()
         outcome.complaints += self._peer.breaches()
         outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
         self._machine.forget_crashes()
@@ -108,9 +117,11 @@ class ScenarioRunner:
         self._installed.put_prompt_server(plan.prompt_server != "missing")
         self._last = plan
         # Also for a process that the scenario itself will start.
-        self._peer.set_stage(plan.for_rig(), plan.for_prompt_server())
+        stage = self._bus.stage(plan.for_rig())
+        self._peer.set_stage(stage, plan.for_prompt_server())
+        self._bus.place(plan.cameras)
         if self._service.is_up:
-            self._peer.command(RIG, "restage", stage=plan.for_rig())
+            self._peer.command(RIG, "restage", stage=stage)
             self._peer.command(TOAST, "behave")
         else:
             self._service.start()
@@ -123,7 +134,7 @@ class ScenarioRunner:
             self._service.is_up = False
             raise PeerError("the service's process is gone")
         run.unplug_all()
-        self._service.settle()
+        self._installed.settle()
         return self._resources()
 
     def _resources(self) -> Resources | None:

@@ -60,7 +60,7 @@ def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
     name = f"{stem}/{item['name']}" if item else stem
     used: set[str] = set()
     filled = {key: _fill(content, item, used) for key, content in whole.items() if key != "for each"}
-    unused = sorted(item.keys() - used - {"name", "slow"})
+    unused = sorted(item.keys() - used - {"name", "slow", "not on usb"})
     if unused:
         raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
     check_filled(filled)
@@ -68,6 +68,7 @@ def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
         name=name,
         description=filled["description"],
         slow=filled.get("slow", False) or item.get("slow", False),
+        not_on_usb=item.get("not on usb") or filled.get("not on usb", ""),
         fresh_service=filled.get("fresh service", False),
         stage=StagePlan.of(filled.get("stage", {})),
         steps=tuple(filled["steps"]),

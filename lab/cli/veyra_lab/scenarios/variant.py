@@ -74,6 +74,8 @@ class Variant:
     name: str
     description: str
     slow: bool
+    # Why a bus that another kernel drives cannot have it; empty when it can.
+    not_on_usb: str
     fresh_service: bool
     stage: StagePlan
     steps: tuple[Any, ...]

@@ -39,6 +39,8 @@ class Record:
     state_after_removal: str | None = "never removed"
     crashes: list[str] = field(default_factory=list)
     breaches: list[str] = field(default_factory=list)
+    # None: nobody but the laboratory has driven the bus.
+    bus_complaints: list[str] | None = None
 
     def of_service(self, name: str) -> Iterator[Event]:
         """The rig's events of one kind that came from the service's own run, in their order."""

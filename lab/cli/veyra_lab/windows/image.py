@@ -6,6 +6,8 @@ from pathlib import Path
 VERSION_OFFSET = 398
 SMALLEST_IMAGE = VERSION_OFFSET + 4
 DEFAULT_IMAGE_SIZE = 256 * 1024
+# Its last block is a short one.
+ODD_IMAGE_SIZE = DEFAULT_IMAGE_SIZE + 17
 DEFAULT_IMAGE_VERSION = "5.10.3.0"
 
 
@@ -21,9 +23,9 @@ def version_of(content: bytes) -> str:
     return ".".join(str(number) for number in reversed(stored))
 
 
-def default_image() -> bytes:
+def default_image(size: int = DEFAULT_IMAGE_SIZE) -> bytes:
     """The demo's own image: the same bytes on every machine, with no pattern that a shifted block could hide in."""
-    noise = hashlib.shake_256(b"KV400 demonstration image").digest(DEFAULT_IMAGE_SIZE)
+    noise = hashlib.shake_256(b"KV400 demonstration image").digest(size)
     return with_version(noise, DEFAULT_IMAGE_VERSION)
 
 
@@ -32,6 +34,6 @@ def sha256(content: bytes) -> str:
     return hashlib.sha256(content).hexdigest()
 
 
-def read_image(path: Path | None) -> bytes:
-    """The image to download: the file's bytes, or the demo's own when no file is named."""
-    return default_image() if path is None else path.read_bytes()
+def read_image(path: Path | None, default_size: int = DEFAULT_IMAGE_SIZE) -> bytes:
+    """The image to download: the file's bytes, or the demo's own of that size when no file is named."""
+    return default_image(default_size) if path is None else path.read_bytes()

@@ -14,7 +14,7 @@ from .programs import SERVICE
 STOP_LIMIT_SECONDS = 2.0
 _SHUTDOWN_CONTROL = 5
 _PATIENCE = 20
-_SETTLING_PATIENCE = 45
+SETTLING_PATIENCE = 45
 # Wine ends the idle threads of its pools after five seconds.
 _LEAVING_PATIENCE = 15
 _NOT_STARTED = "ShellExecuteEx failed"
@@ -107,7 +107,7 @@ class ServiceUnderTest:
 
     def settle(self) -> None:
         """Waits until it has handled everything and no camera has anything pending."""
-        self._peer.command(RIG, "settle", quiet=_SETTLING_PATIENCE)
+        self._peer.command(RIG, "settle", quiet=SETTLING_PATIENCE)
 
     def end(self) -> None:
         """Leaves no process of it behind, in whatever state it is."""
@@ -129,9 +129,11 @@ class ServiceUnderTest:
             time.sleep(0.2)
         return state
 
-    def follow(self, wanted: Callable[[Event], bool], what: str, since: int) -> Event:
+    def follow(
+        self, wanted: Callable[[Event], bool], what: str, since: int, patience: float = _PATIENCE
+    ) -> Event:
         """Waits for an event, with the patience that the service deserves."""
-        return self._peer.follow(wanted, what, since=since, quiet=_PATIENCE)
+        return self._peer.follow(wanted, what, since=since, quiet=patience)
 
     def _control(self, verb: str) -> None:
         # Where scripts/wine cannot fix the addresses, sc now and then does not start, and Wine says so in these words.

@@ -10,6 +10,9 @@ GUEST = "guest"
 USBREDIR = "usbredir"
 LAB = "lab"
 
+# The cameras' vendor ID, and their product IDs by their mode, as a kernel writes them.
+CAMERA_VENDOR = "2f1a"
+CAMERA_PRODUCTS = {"running": "7e00", "dfu": "7e01"}
 # The opcode of the firmware command that sends a camera into DFU mode.
 ENTER_DFU_MODE = 0x1E
 # A block's number has 16 bits; the service's progress is that number, so it begins again too.

@@ -12,6 +12,7 @@ from typing import Any, TextIO
 
 from .connection import Connection
 from .events import LAB, RIG, TOAST, Event, PeerError, breach_of
+from .relay import is_relayed, relay, tell_of
 
 
 class Peer:
@@ -250,46 +251,16 @@ class Peer:
 
     def _take_event(self, connection: Connection, event: Event) -> None:
         name = event["event"]
-        if name == "ask":
-            self._ask(connection, event)
-            return
-        if asker := event.pop("for", None):
-            self._answer(asker, event)
+        if is_relayed(event):
+            self._failure = relay(event, connection, self._connections) or self._failure
             return
         if name == "device":
-            self._tell_rigs_of(event)
+            tell_of(event, self._connections)
         if name == "hello":
             self._greet(connection, event)
         elif name == "done" and event.get("command") == "stage":
             self._failure = f"the {connection.source} refused the stage: {event.get('why', 'no reason given')}"
         self._append({**event, "source": connection.source, "pid": connection.pid})
-
-    # Where another kernel drives the bus, a rig asks it through here. What it asks and hears is no event: the rig records
-    # what comes of it, as it does on a bus of its own.
-
-    def _ask(self, connection: Connection, question: Event) -> None:
-        asker = {"pid": connection.pid, "question": question["question"]}
-        asked = self._newest(question["to"])
-        if asked is None:
-            self._answer(asker, {"ok": True, "errno": "ENODEV", "why": f"there is no {question['to']}"})
-        else:
-            asked.send_quietly({**question["command"], "for": asker})
-
-    def _answer(self, asker: Event, answer: Event) -> None:
-        if not answer["ok"]:
-            self._failure = f"a rig asked for what makes no sense: {answer['why']}"
-        for connection in self._connections:
-            if connection.source == RIG and connection.pid == asker["pid"]:
-                connection.send_quietly({"command": "answer", "question": asker["question"], "answer": answer})
-
-    def _tell_rigs_of(self, device: Event) -> None:
-        """A device that is ready has its drivers; one that has only arrived is not there yet."""
-        if device["change"] == "arrival":
-            return
-        product = device["product"] if device["change"] == "ready" else ""
-        for connection in self._connections:
-            if connection.is_on_kernel_bus:
-                connection.send_quietly({"command": "device", "path": device["path"], "product": product})
 
     def _greet(self, connection: Connection, hello: Event) -> None:
         connection.source = hello.get("source", "")
