@@ -178,7 +178,7 @@ def test_gives_a_port_to_a_server_of_devices(running: Running, tmp_path: Path) -
         listener.settimeout(20)
         listener.bind(str(path))
         listener.listen()
-        running.guest.bus.plug_redirected("camera", path)
+        running.guest.bus.plug_redirected("camera", path, port=1)
         channel, _ = listener.accept()
         with channel:
             channel.settimeout(20)

@@ -255,7 +255,7 @@ def test_unplugging_waits_until_the_device_is_off_the_bus() -> None:
 
 def test_redirected_port_gets_a_channel_of_its_own() -> None:
     with FakeQemu('{"return":{}}', '{"return":{}}') as qemu:
-        Bus(qemu.qmp).plug_redirected("camera", Path("/run/camera"))
+        Bus(qemu.qmp).plug_redirected("camera", Path("/run/camera"), port=2)
         channel, device = qemu.heard
     assert channel["arguments"] == {
         "id": "camera-channel",
@@ -264,14 +264,14 @@ def test_redirected_port_gets_a_channel_of_its_own() -> None:
         },
     }
     assert device["arguments"] == {
-        "driver": "usb-redir", "id": "camera", "bus": "usb.0", "chardev": "camera-channel",
+        "driver": "usb-redir", "id": "camera", "bus": "usb.0", "chardev": "camera-channel", "port": "2",
     }
 
 
 def test_channel_goes_when_its_device_is_refused() -> None:
     with FakeQemu('{"return":{}}', '{"error":{"desc":"no port is free"}}', '{"return":{}}') as qemu:
         with pytest.raises(GuestError, match="no port is free"):
-            Bus(qemu.qmp).plug_redirected("camera", Path("/run/camera"))
+            Bus(qemu.qmp).plug_redirected("camera", Path("/run/camera"), port=2)
         assert qemu.heard[-1] == {"execute": "chardev-remove", "arguments": {"id": "camera-channel"}}
 
 
