@@ -39,9 +39,10 @@ int MillisecondsUntil(RunningProgram::Clock::time_point time) {
 }  // namespace
 
 Helper::Helper(HostPort port, const Places& places, std::optional<UeventSocket> uevents)
-    : port_(std::move(port)), uevents_(std::move(uevents)), usb_(places), system_(places) {
+    : port_(std::move(port)), uevents_(std::move(uevents)), usb_(places), system_(places), files_(places) {
     usb_.AddTo(commands_);
     system_.AddTo(commands_);
+    files_.AddTo(commands_);
 }
 
 void Helper::Serve() {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "lab/guest/CommandTable.h"
+#include "lab/guest/FileCommands.h"
 #include "lab/guest/HostPort.h"
 #include "lab/guest/Places.h"
 #include "lab/guest/SystemCommands.h"
@@ -33,6 +34,7 @@ class Helper {
     std::optional<UeventSocket> uevents_;
     UsbCommands usb_;
     SystemCommands system_;
+    FileCommands files_;
     CommandTable commands_;
 };
 

@@ -408,6 +408,31 @@ class TestAsking:
         assert (end.status, end.output, end.is_out_of_time) == (-9, "some", True)
         assert guest.heard == [{"command": "run", "program": "lsusb", "arguments": ["-t"], "limit_ms": 1500}]
 
+    def test_file_is_written_in_pieces(self) -> None:
+        guest = self.guest({"size": 131072}, {"size": 131073})
+        System(self.peer).write_file("image.bin", b"\xab" * 131073)
+        assert guest.heard == [
+            {"command": "write-file", "file": "image.bin", "from": 0, "data": "ab" * 131072},
+            {"command": "write-file", "file": "image.bin", "from": 131072, "data": "ab"},
+        ]
+
+    def test_empty_file_is_written_too(self) -> None:
+        guest = self.guest({"size": 0})
+        System(self.peer).write_file("image.bin", b"")
+        assert guest.heard == [{"command": "write-file", "file": "image.bin", "from": 0, "data": ""}]
+
+    def test_file_is_read_in_pieces(self) -> None:
+        guest = self.guest({"data": "0001", "size": 3}, {"data": "02", "size": 3})
+        assert System(self.peer).read_file("read-back.bin") == b"\x00\x01\x02"
+        assert guest.heard == [
+            {"command": "read-file", "file": "read-back.bin", "from": 0, "length": 131072},
+            {"command": "read-file", "file": "read-back.bin", "from": 2, "length": 131072},
+        ]
+
+    def test_file_that_is_cut_off_while_it_is_read_ends_there(self) -> None:
+        self.guest({"data": "0001", "size": 3}, {"data": "", "size": 2})
+        assert System(self.peer).read_file("read-back.bin") == b"\x00\x01"
+
     def test_kernels_lines_are_read(self) -> None:
         record = {"level": 4, "number": 12, "microseconds": 1_500_000, "text": "usb 1-1: no"}
         self.guest({"records": [record], "next": 13})

@@ -13,6 +13,7 @@ TemporaryPlaces::TemporaryPlaces() {
     }
     root_ = name;
     Write("modules/sets", "boot\nempty\nodd missing.ko\n");
+    fs::create_directory(root_ / "files");
 }
 
 TemporaryPlaces::~TemporaryPlaces() {
@@ -21,7 +22,8 @@ TemporaryPlaces::~TemporaryPlaces() {
 }
 
 lab::guest::Places TemporaryPlaces::Places() const {
-    return {.sys = root_ / "sys", .dev = root_ / "dev", .modules = root_ / "modules"};
+    return {
+        .sys = root_ / "sys", .dev = root_ / "dev", .modules = root_ / "modules", .files = root_ / "files"};
 }
 
 void TemporaryPlaces::Write(const std::string& file, const std::string& content) const {

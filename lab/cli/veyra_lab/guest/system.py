@@ -1,4 +1,4 @@
-"""The guest itself: programs that run in it, its modules, and its kernel's log."""
+"""The guest itself: programs that run in it and their files, its modules, and its kernel's log."""
 
 import re
 from collections.abc import Sequence
@@ -8,6 +8,10 @@ from ..wire.peer import Peer
 from .helper import PATIENCE, ask
 
 WARNING = 4
+# Where files are that the guest is given, or that its programs leave.
+FILES = "/tmp"
+# What is moved at once; the helper takes twice as much.
+_PIECE = 128 * 1024
 # Those who speak in front of a line about USB: the core and its hubs, usbfs, host controllers, the UVC driver.
 _USB_SPEAKERS = re.compile(r"^(usb|usbcore|hub|usbfs|xhci_hcd|xhci_pci|vhci_hcd|uvcvideo)\b")
 
@@ -53,6 +57,24 @@ class System:
         words = {"program": program, "arguments": arguments, "limit_ms": round(limit * 1000)}
         answer = ask(self._peer, "run", limit + PATIENCE, **words)
         return ProgramEnd(answer["status"], answer["output"], answer["is_out_of_time"])
+
+    def write_file(self, name: str, content: bytes) -> None:
+        """Puts a file of at most 16 MiB into FILES, in place of one that has its name."""
+        for place in range(0, max(len(content), 1), _PIECE):
+            ask(self._peer, "write-file", file=name, **{"from": place, "data": content[place : place + _PIECE].hex()})
+
+    def read_file(self, name: str) -> bytes:
+        """The whole content of a file in FILES. KernelRefusal ENOENT when it is not there."""
+        content = b""
+        while True:
+            answer = ask(self._peer, "read-file", file=name, **{"from": len(content), "length": _PIECE})
+            content += bytes.fromhex(answer["data"])
+            if len(content) >= answer["size"]:
+                return content
+
+    def remove_file(self, name: str) -> None:
+        """Takes a file out of FILES. KernelRefusal ENOENT when it is not there."""
+        ask(self._peer, "remove-file", file=name)
 
     def load(self, modules: str) -> None:
         """Loads one of the sets of modules that the image has (image.MODULE_SETS)."""
