@@ -13,23 +13,20 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from dataclasses import replace
 from pathlib import Path
-from typing import NoReturn
 
 import pytest
+from guests import Running, booted, cannot_run, guest_image, new_peer
 from support import CHECKOUT, slow
 from veyra_lab.guest.accelerator import accelerator
 from veyra_lab.guest.errors import GuestError, KernelRefusal
-from veyra_lab.guest.image import HELPER, Image, image_of
-from veyra_lab.guest.kernel import debian_kernel
+from veyra_lab.guest.image import HELPER, Image
 from veyra_lab.guest.machine import GuestMachine
 from veyra_lab.guest.qemu import Logs
-from veyra_lab.guest.tools import call, tool
+from veyra_lab.guest.tools import call
 from veyra_lab.wire.events import GUEST, PeerError
-from veyra_lab.wire.peer import Peer
 
 pytestmark = [slow, pytest.mark.xdist_group("guest")]
 
-_LOGS = Logs(CHECKOUT / "build" / "guest", "test")
 # QEMU's tablet, and two descriptors that any device has.
 _VENDOR, _PRODUCT = "0627", "0001"
 _GET_DEVICE = bytes.fromhex("8006 0001 0000 1200")
@@ -37,59 +34,28 @@ _GET_CONFIGURATION_HEAD = bytes.fromhex("8006 0002 0000 0900")
 _GET_NO_SUCH_DESCRIPTOR = bytes.fromhex("8006 0055 0000 ff00")
 
 
-def cannot_run(error: GuestError) -> NoReturn:
-    """Where a run is meant to find out whether all is well, a guest that does not run is a failure."""
-    if os.environ.get("CI"):
-        raise error
-    pytest.skip(str(error))
-
-
-def peer() -> Peer:
-    return Peer({}, lambda event: None, lambda event: None)
-
-
 @pytest.fixture(scope="module")
 def image() -> Image:
-    """What the guest boots."""
-    try:
-        tool("qemu-system-x86_64")
-        return image_of(debian_kernel())
-    except GuestError as error:
-        cannot_run(error)
-
-
-class Running:
-    """A guest that has booted, and the peer at the other end of its wire."""
-
-    def __init__(self, guest: GuestMachine, on: Peer) -> None:
-        self.guest = guest
-        self.peer = on
-
-    @contextmanager
-    def tablet(self) -> Iterator[str]:
-        """QEMU's tablet on the bus; its path."""
-        since = self.peer.mark()
-        self.guest.bus.plug("usb-tablet", "tablet")
-        try:
-            yield self.guest.usb.wait_for("ready", _VENDOR, _PRODUCT, since)
-        finally:
-            since = self.peer.mark()
-            self.guest.bus.unplug("tablet")
-            self.guest.usb.wait_for("removal", _VENDOR, _PRODUCT, since)
+    return guest_image()
 
 
 @pytest.fixture(scope="module")
 def running(image: Image) -> Iterator[Running]:
-    with peer() as on:
-        guest = GuestMachine(image, on, _LOGS, accelerator(image))
-        try:
-            guest.__enter__()
-        except GuestError as error:
-            cannot_run(error)
-        try:
-            yield Running(guest, on)
-        finally:
-            guest.__exit__(None, None, None)
+    with booted(image, "test") as the_guest:
+        yield the_guest
+
+
+@contextmanager
+def tablet(running: Running) -> Iterator[str]:
+    """QEMU's tablet on the bus; its path."""
+    since = running.peer.mark()
+    running.guest.bus.plug("usb-tablet", "tablet")
+    try:
+        yield running.guest.usb.wait_for("ready", _VENDOR, _PRODUCT, since)
+    finally:
+        since = running.peer.mark()
+        running.guest.bus.unplug("tablet")
+        running.guest.usb.wait_for("removal", _VENDOR, _PRODUCT, since)
 
 
 def refusal(error: pytest.ExceptionInfo[KernelRefusal]) -> str:
@@ -108,7 +74,7 @@ def test_boots_debians_kernel(running: Running, image: Image) -> None:
 
 def test_tells_a_device_that_arrives_and_leaves(running: Running) -> None:
     since = running.peer.mark()
-    with running.tablet() as path:
+    with tablet(running) as path:
         device = next(each for each in running.guest.usb.devices() if each.path == path)
         assert (device.vendor, device.product, device.configuration) == (_VENDOR, _PRODUCT, "1")
         assert (device.manufacturer_text, device.product_text) == ("QEMU", "QEMU USB Tablet")
@@ -123,7 +89,7 @@ def test_tells_a_device_that_arrives_and_leaves(running: Running) -> None:
 
 def test_reads_the_same_descriptors_from_the_kernel_and_from_the_device(running: Running) -> None:
     usb = running.guest.usb
-    with running.tablet() as path:
+    with tablet(running) as path:
         kept = usb.descriptors(path)
         head = usb.control(path, _GET_CONFIGURATION_HEAD)
         total = head[2:4]
@@ -133,7 +99,7 @@ def test_reads_the_same_descriptors_from_the_kernel_and_from_the_device(running:
 
 
 def test_names_the_error_of_a_request_that_is_refused(running: Running) -> None:
-    with running.tablet() as path:
+    with tablet(running) as path:
         with pytest.raises(KernelRefusal) as stalled:
             running.guest.usb.control(path, _GET_NO_SUCH_DESCRIPTOR)
         assert refusal(stalled) == "EPIPE"
@@ -142,7 +108,7 @@ def test_names_the_error_of_a_request_that_is_refused(running: Running) -> None:
 
 def test_has_an_interface_claimed_and_set_and_the_port_reset(running: Running) -> None:
     usb = running.guest.usb
-    with running.tablet() as path:
+    with tablet(running) as path:
         usb.claim(path, 0)
         usb.set_interface(path, 0, 0)
         usb.release(path, 0)
@@ -157,7 +123,7 @@ def test_has_an_interface_claimed_and_set_and_the_port_reset(running: Running) -
 
 
 def test_tells_that_a_device_is_gone(running: Running) -> None:
-    with running.tablet() as path:
+    with tablet(running) as path:
         running.guest.usb.claim(path, 0)
     with pytest.raises(KernelRefusal) as gone:
         running.guest.usb.control(path, _GET_DEVICE)
@@ -165,7 +131,7 @@ def test_tells_that_a_device_is_gone(running: Running) -> None:
 
 
 def test_finds_no_extension_unit_on_what_is_no_camera(running: Running) -> None:
-    with running.tablet() as path:
+    with tablet(running) as path:
         with pytest.raises(KernelRefusal) as none:
             running.guest.usb.read_unit(path, 3, 1, "GET_LEN", 2)
         assert refusal(none) == "ENOTTY"
@@ -199,7 +165,7 @@ def test_refuses_a_command_that_makes_no_sense(running: Running) -> None:
 
 
 def test_runs_a_program_of_the_image(running: Running) -> None:
-    with running.tablet():
+    with tablet(running):
         devices = running.guest.usb.devices()
         listed = running.guest.system.run("lsusb")
     assert listed.status == 0
@@ -229,7 +195,7 @@ def test_reads_the_kernels_log_from_a_mark(running: Running) -> None:
     assert system.kernel_log()[0].text.startswith("Linux version")
     mark = system.kernel_mark()
     assert system.kernel_log(mark) == []
-    with running.tablet() as path:
+    with tablet(running) as path:
         lines = system.kernel_log(mark)
     assert [line.number for line in lines] == list(range(mark, mark + len(lines)))
     assert any(line.text.startswith(f"usb {path}: new") for line in lines)
@@ -237,7 +203,7 @@ def test_reads_the_kernels_log_from_a_mark(running: Running) -> None:
 
 def test_tells_what_the_kernel_complains_of(running: Running) -> None:
     usb = running.guest.usb
-    with running.tablet() as path:
+    with tablet(running) as path:
         mark = running.guest.system.kernel_mark()
         usb.control(path, _GET_DEVICE)
         assert running.guest.kernel_complaints(mark) == []
@@ -267,7 +233,7 @@ def check_one_line(error: pytest.ExceptionInfo[GuestError], *said: str) -> None:
 
 def test_leaves_its_logs_and_no_process(image: Image, tmp_path: Path) -> None:
     logs = Logs(tmp_path, "one")
-    with peer() as on, GuestMachine(image, on, logs, accelerator(image)) as guest:
+    with new_peer() as on, GuestMachine(image, on, logs, accelerator(image)) as guest:
         pid = guest.pid
         assert is_there(pid)
     assert not is_there(pid)
@@ -279,7 +245,7 @@ def test_image_that_does_not_boot_is_told_in_one_line(image: Image, tmp_path: Pa
     broken = tmp_path / "broken.cpio"
     broken.write_bytes(b"no file system")
     began = time.monotonic()
-    with peer() as on, pytest.raises(GuestError) as failed:
+    with new_peer() as on, pytest.raises(GuestError) as failed:
         GuestMachine(replace(image, initramfs=broken), on, Logs(tmp_path)).__enter__()
     check_one_line(failed, "the guest's machine ended with 0", "its console: ", "Kernel panic")
     assert time.monotonic() - began < 60
@@ -290,19 +256,19 @@ def test_helper_that_fails_says_why_on_the_console(image: Image, tmp_path: Path)
     shutil.copy(HELPER, tmp_path / "init")
     bare = tmp_path / "bare.cpio"
     bare.write_bytes(call(["cpio", "--create", "--format=newc", "--quiet"], folder=tmp_path, given=b"init\n"))
-    with peer() as on, pytest.raises(GuestError) as failed:
+    with new_peer() as on, pytest.raises(GuestError) as failed:
         GuestMachine(replace(image, initramfs=bare), on, Logs(tmp_path)).__enter__()
     check_one_line(failed, "its console: ", "lab_guest: the image has no /modules/sets")
 
 
 def test_guest_that_does_not_boot_in_time_is_told_in_one_line(image: Image, tmp_path: Path) -> None:
-    with peer() as on, pytest.raises(GuestError) as failed:
+    with new_peer() as on, pytest.raises(GuestError) as failed:
         GuestMachine(image, on, Logs(tmp_path), limit=0.2).__enter__()
     check_one_line(failed, "the guest did not boot within 0 s; its console: ")
 
 
 def test_qemus_refusal_is_told_in_one_line(image: Image, tmp_path: Path) -> None:
-    with peer() as on, pytest.raises(GuestError) as failed:
+    with new_peer() as on, pytest.raises(GuestError) as failed:
         GuestMachine(image, on, Logs(tmp_path), "no-such-accelerator").__enter__()
     check_one_line(failed, "the guest's machine ended with 1; QEMU: ", "no-such-accelerator")
 
