@@ -30,7 +30,6 @@ class Build:
 
 RELEASE = Build("windows-release", "whether what ships does what it should, alone and with the whole system")
 LAB = Build("host-lab", "what the servers of cameras tell a foreign host, and what the guest's helper does")
-BENCH = Build("host-bench", "transfers, allocations and instructions that have become more")
 BUILDS = (
     RELEASE,
     Build("host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code"),
@@ -38,7 +37,7 @@ BUILDS = (
     Build("windows-clang", "what another compiler warns of, and what means something else to it",
           besides=("VeyraCameraDfuService",)),
     Build("host-thread", "data races"),
-    BENCH,
+    Build("host-bench", "transfers, allocations and instructions that have become more"),
     LAB,
 )
 

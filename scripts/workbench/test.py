@@ -14,7 +14,7 @@ from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 from veyra_lab.windows.machine import Machine, MachineError
 
-from .builds import BENCH, BUILDS, LAB, RELEASE, Build, TestProgram, programs_of
+from .builds import BUILDS, LAB, RELEASE, Build, TestProgram, programs_of
 from .interruption import status_of
 from .jobs import Job, JobScreen
 from .results import closing_line
@@ -25,9 +25,9 @@ _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
                    "VeyraActivatingService", "stubborn_service", "service_holder",
                    "service_end")
-# The tests of the guest, and what it runs.
-_GUEST_TESTS = "test_guest.py"
-_GUEST_TARGETS = ("lab_guest",)
+# The tests that boot the guest, what it runs, and what serves cameras to it.
+_GUEST_TESTS = frozenset({"test_guest.py", "test_foreign_hosts.py"})
+_GUEST_TARGETS = ("lab_guest", "lab_usbredir")
 _MACHINES = 2
 
 _DESCRIPTION = """\
@@ -125,8 +125,7 @@ class Run:
 
 def _whole(run: Run, *, slow: bool) -> None:
     """Everything. The system tests wait most of the time: the other builds and their tests go on beside them."""
-    # Another host updates the same camera in one of the system tests: it needs that one library of a build for Linux.
-    if not _build(run, RELEASE, _SYSTEM_TARGETS, slow=slow) or not run.build(BENCH, ["libusb_stand_in"]):
+    if not _build(run, RELEASE, _SYSTEM_TARGETS, slow=slow):
         return
     if slow and not run.build(LAB, _GUEST_TARGETS):
         return
@@ -173,8 +172,10 @@ def _chosen(run: Run, build: Build, names: Sequence[str]) -> None:
     call_setup("configure", build.preset)
     programs, system = choose(build, programs_of(build), names)
     targets = [*(program.name for program in programs), *(_SYSTEM_TARGETS if system else ())]
-    if _GUEST_TESTS in system and not run.build(LAB, _GUEST_TARGETS):
-        return
+    if not _GUEST_TESTS.isdisjoint(system):
+        call_setup("packages", "usb")
+        if not run.build(LAB, _GUEST_TARGETS):
+            return
     if run.build(build, targets) if names else _build(run, build):
         if programs:
             run.test(build, programs)

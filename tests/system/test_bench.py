@@ -16,6 +16,7 @@ from veyra_lab.bench import table
 from veyra_lab.bench.portable import executable
 from veyra_lab.bench.service import reaction, transfers
 from veyra_lab.bench.service.contenders import Contenders
+from veyra_lab.bench.service.other_host import Download, download_of
 from veyra_lab.bench.service.process_view import look
 from veyra_lab.bench.service.updates import image_of, update
 from veyra_lab.bench.table import Row, above_at_most, at_most, exactly, ratio_at_most, within
@@ -23,7 +24,6 @@ from veyra_lab.terminal.screen import Screen
 from veyra_lab.windows.machine import Machine
 
 _RELEASE = CHECKOUT / "build" / "windows-release"
-_STAND_IN = CHECKOUT / "build" / "host-bench" / "host" / "libusb"
 
 
 def SHARED(machine: Machine) -> Contenders:
@@ -63,11 +63,15 @@ def test_three_descriptors_are_read_and_one_setting_chosen(contenders: Contender
     assert transfers.opening_requests(contenders, since) == 3 + 1
 
 
-def test_another_host_is_counted_at_the_same_camera() -> None:
-    # A GETSTATUS comes before the blocks, an empty DNLOAD with its GETSTATUS behind them.
-    image = image_of(100 * 1024)
-    assert transfers.dfu_util_transfers(image, _STAND_IN) == 2 * 100 + 3
-    assert transfers.dfu_util_transfers(image, _STAND_IN, "busy-first") == 3 * 100 + 3
+def test_a_download_is_what_the_served_camera_records() -> None:
+    told = [
+        {"t": 1.0, "source": "usbredir", "event": "alternate-setting"},
+        {"t": 2.5, "source": "usbredir", "event": "transfer"},
+        {"t": 2.75, "source": "rig", "event": "transfer"},
+        {"t": 3.0, "source": "usbredir", "event": "transfer"},
+        {"t": 4.0, "source": "usbredir", "event": "camera"},
+    ]
+    assert download_of(told) == Download(transfers=2, seconds=0.5)
 
 
 def test_nothing_is_waited_for_but_the_deliberate_pauses(contenders: Contenders) -> None:

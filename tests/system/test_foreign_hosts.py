@@ -1,5 +1,5 @@
-"""Hosts that nobody here wrote: Debian's dfu-util and lsusb, on a Linux kernel's USB stack in the guest, with the virtual
-camera on its bus. The tests share one boot."""
+"""Hosts that nobody here wrote: Debian's dfu-util and lsusb, on a Linux kernel's USB stack in the guest, with the
+virtual camera on its bus. The tests share one boot."""
 
 import os
 import re
@@ -9,6 +9,8 @@ from typing import Any
 import pytest
 from guests import Running, booted, guest_image
 from support import slow
+from veyra_lab.bench.service.other_host import OtherHost
+from veyra_lab.bench.service.transfers import BUSY_FIRST
 from veyra_lab.guest.system import ProgramEnd
 
 pytestmark = [slow, pytest.mark.xdist_group("foreign-hosts")]
@@ -103,8 +105,8 @@ def test_dfu_util_downloads_to_the_kv400(running: Running) -> None:
 
 
 def test_dfu_util_resets_a_kv400_that_waits_into_its_new_firmware(running: Running) -> None:
-    """The reset makes it another device, which libusb tells as LIBUSB_ERROR_NOT_FOUND; dfu-util takes that for success in
-    its words, and for an error in its exit code."""
+    """The reset makes it another device, which libusb tells as LIBUSB_ERROR_NOT_FOUND; dfu-util takes that for success
+    in its words, and for an error in its exit code."""
     with running.camera(reset_ms=10_000) as camera, camera.in_dfu_mode() as kv400:
         end = camera.dfu_util.download(image(5000))
         assert "dfuMANIFEST-WAIT-RESET, status(0)" in end.output
@@ -127,8 +129,8 @@ def test_dfu_util_resets_a_synchronous_camera_into_its_new_firmware(running: Run
 
 
 def test_dfu_util_updates_a_running_camera(running: Running) -> None:
-    """The standard's whole road, from the running firmware to the new one, without the extension unit. In two steps: the
-    guest has no udev, without which libusb learns of no device that comes while a program runs."""
+    """The standard's whole road, from the running firmware to the new one, without the extension unit. In two steps:
+    the guest has no udev, without which libusb learns of no device that comes while a program runs."""
     with running.camera(personality="synchronous") as camera, camera.plugged() as kv400:
         detached = camera.dfu_util.run("--detach")
         assert "appIDLE, status(0)" in detached.output
@@ -140,12 +142,22 @@ def test_dfu_util_updates_a_running_camera(running: Running) -> None:
         assert camera.flash == image(5000)
 
 
+def test_dfu_utils_transfers_are_counted_at_the_camera(running: Running) -> None:
+    """A GETSTATUS comes before the blocks, an empty DNLOAD with its GETSTATUS behind them."""
+    host = OtherHost(running.guest, running.peer)
+    ready = host.download(image(100 * 512), transfer_size=512, manifests_at_once=True)
+    busy = host.download(image(100 * 512), transfer_size=512, **BUSY_FIRST)
+    assert ready.transfers == 2 * 100 + 3
+    assert busy.transfers == 3 * 100 + 3
+    assert 0 < ready.seconds < 60
+
+
 # lsusb.
 
 _SPEEDS = ("full", "high", "super")
 _COMPLAINT = re.compile(
-    r"unrecogni[sz]ed|(?<!\[)unknown|undefined|invalid|illegal|incomplete|too (short|long|small)|cannot|can't|couldn't|unable"
-    r"|warning|error|mismatch|junk|\?\?|\*\*|^lsusb",
+    r"unrecogni[sz]ed|(?<!\[)unknown|undefined|invalid|illegal|incomplete|too (short|long|small)|can('t|not)|couldn't"
+    r"|unable|warning|error|mismatch|junk|\?\?|\*\*|^lsusb",
     re.IGNORECASE,
 )
 
@@ -176,12 +188,12 @@ def test_lsusb_understands_the_running_camera(running: Running, speed: str) -> N
         listing = Listing(running)
     assert listing.complaints == []
     listing.check(
-        "idVendor 0x2f1a", "idProduct 0x7e00", "iManufacturer 1 Veyra", "iProduct 2 KV400 camera", "iSerial 3 KV4000001",
-        "bNumInterfaces 2", "Interface Association:", "bFunctionClass 14",
+        "idVendor 0x2f1a", "idProduct 0x7e00", "iManufacturer 1 Veyra", "iProduct 2 KV400 camera",
+        "iSerial 3 KV4000001", "bNumInterfaces 2", "Interface Association:", "bFunctionClass 14",
         "bInterfaceClass 14", "bInterfaceSubClass 1", "bDescriptorSubtype 1 (HEADER)", "bcdUVC 1.10",
         "wTerminalType 0x0201 Camera Sensor", "bDescriptorSubtype 5 (PROCESSING_UNIT)",
-        "bDescriptorSubtype 6 (EXTENSION_UNIT)", "bUnitID 3", "guidExtensionCode {c9606ccb-594c-4d25-af47-ccc496435995}",
-        "wTerminalType 0x0101 USB Streaming",
+        "bDescriptorSubtype 6 (EXTENSION_UNIT)", "bUnitID 3",
+        "guidExtensionCode {c9606ccb-594c-4d25-af47-ccc496435995}", "wTerminalType 0x0101 USB Streaming",
         "bInterfaceSubClass 2", "bDescriptorSubtype 6 (FORMAT_MJPEG)", "wWidth 1280", "wHeight 720",
         "bDescriptorSubtype 13 (COLORFORMAT)", "bAlternateSetting 1", "bEndpointAddress 0x81 EP 1 IN",
         "Transfer Type Isochronous",
@@ -204,12 +216,22 @@ def test_lsusb_understands_the_camera_in_dfu_mode(running: Running, speed: str) 
     )  # fmt: skip
 
 
+def test_lsusb_understands_a_running_camera_with_a_dfu_interface(running: Running) -> None:
+    with running.camera(personality="synchronous") as camera, camera.plugged():
+        listing = Listing(running)
+    assert listing.complaints == []
+    listing.check(
+        "bNumInterfaces 3", "bFunctionClass 14", "bInterfaceNumber 2", "bInterfaceClass 254", "bInterfaceProtocol 1",
+        "Device Firmware Upgrade Interface Descriptor:", "Manifestation Tolerant",
+    )  # fmt: skip
+
+
 def test_lsusb_reads_the_speeds_from_the_binary_object_store(running: Running) -> None:
     with running.camera(speed="super") as camera, camera.plugged():
         Listing(running).check(
-            "Binary Object Store Descriptor:", "USB 2.0 Extension Device Capability:", "SuperSpeed USB Device Capability:",
-            "Device can operate at Full Speed (12Mbps)", "Device can operate at High Speed (480Mbps)",
-            "Device can operate at SuperSpeed (5Gbps)",
+            "Binary Object Store Descriptor:", "USB 2.0 Extension Device Capability:",
+            "SuperSpeed USB Device Capability:", "Device can operate at Full Speed (12Mbps)",
+            "Device can operate at High Speed (480Mbps)", "Device can operate at SuperSpeed (5Gbps)",
         )  # fmt: skip
 
 

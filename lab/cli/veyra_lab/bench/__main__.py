@@ -11,6 +11,9 @@ from dataclasses import asdict
 from pathlib import Path
 
 from ..checkout import BUILD
+from ..guest.image import PRESET as GUEST_PRESET
+from ..guest.image import TARGET as HELPER
+from ..guest.served_cameras import TARGET as SERVER
 from ..terminal.parser import Parser, give_up, writable
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
@@ -21,15 +24,17 @@ from .portable import engine, executable, watcher
 from .portable.programs import PortablePrograms
 from .service import burst, memory, reaction, rest, start, transfers
 from .service.contenders import Contenders
+from .service.other_host import OtherHost, other_host
 from .table import Failure, Row, show
 
 _WINDOWS = BUILD / PRESET
 _HOST = BUILD / "host-bench" / "host"
 _MACHINE = BUILD / "wine-bench"
 _WINDOWS_TARGETS = (*TARGETS, "VeyraMinimalService", "VeyraActivatingService")
+# What needs another host on a USB bus.
+_ON_LINUX = ("transfers",)
 # What runs on Linux, by the measurement that needs it.
 _HOST_TARGETS = {
-    "transfers": ("libusb_stand_in",),
     "engine": ("benchmarks", "counted_work"),
     "watcher": ("benchmarks", "counted_work"),
 }
@@ -49,12 +54,13 @@ class Bench:
         self._stack = stack
         self._contenders: Contenders | None = None
         self._why_not = ""
+        self._other_host: OtherHost | None = None
         self._programs = PortablePrograms(_HOST / "bench")
 
     def measurements(self) -> dict[str, tuple[int, Callable[[], Iterator[Row]]]]:
         """The number of each one's line, and what measures it."""
         return {
-            "transfers": (transfers.LINE, lambda: transfers.measure(self._in_windows(), _HOST / "libusb")),
+            "transfers": (transfers.LINE, lambda: transfers.measure(self._in_windows(), self._on_linux())),
             "engine": (engine.LINE, lambda: engine.measure(self._programs)),
             "memory": (memory.LINE, lambda: memory.measure(self._in_windows())),
             "reaction": (reaction.LINE, lambda: reaction.measure(self._in_windows())),
@@ -83,6 +89,12 @@ class Bench:
                 self._why_not = str(error)
                 raise
         return self._contenders
+
+    def _on_linux(self) -> OtherHost:
+        """The other host, in a guest that is booted when the first measurement needs it."""
+        if self._other_host is None:
+            self._other_host = self._stack.enter_context(other_host(BUILD / "guest"))
+        return self._other_host
 
 
 NAMES = tuple(Bench(ExitStack()).measurements())
@@ -135,6 +147,9 @@ def _measurement(name: str) -> str:
 def _prepare(names: Sequence[str]) -> None:
     call_setup("packages", "bench")
     call_setup("build", PRESET, *_WINDOWS_TARGETS)
+    if any(name in _ON_LINUX for name in names):
+        call_setup("packages", "usb")
+        call_setup("build", GUEST_PRESET, HELPER, SERVER)
     targets = {target for name in names for target in _HOST_TARGETS.get(name, ())}
     if targets:
         call_setup("build", "host-bench", *sorted(targets))
