@@ -17,6 +17,7 @@ namespace {
 constexpr std::uint8_t kMaxPacketSize = 64;             // of the default pipe
 constexpr std::uint8_t kMaxPacketSizeAtSuperSpeed = 9;  // as a power of two: 512
 constexpr std::uint8_t kConfigurations = 1;
+constexpr std::uint8_t kHidInterface = 0;
 
 struct DeviceClass {
     std::uint8_t code;
@@ -139,6 +140,12 @@ std::optional<CameraDescriptors::Bytes> CameraDescriptors::MsOsSet() const {
     return mode_ == BusMode::Dfu ? std::optional(MakeMsOsSet()) : std::nullopt;
 }
 
+std::optional<CameraDescriptors::Bytes> CameraDescriptors::HidReport(std::uint16_t interface) const {
+    const bool hasHid = mode_ == BusMode::Dfu && settings_.configurationDescriptor.empty() &&
+                        TraitsOf(settings_).hasHidInFront;
+    return hasHid && interface == kHidInterface ? std::optional(MakeHidReport()) : std::nullopt;
+}
+
 CameraDescriptors::Bytes CameraDescriptors::OwnConfiguration(Speed speed, DescriptorType type) const {
     const DfuTraits traits = TraitsOf(settings_);
     DescriptorWriter writer;
@@ -146,7 +153,7 @@ CameraDescriptors::Bytes CameraDescriptors::OwnConfiguration(Speed speed, Descri
         const std::uint8_t number = traits.hasHidInFront ? 1 : 0;
         BeginConfiguration(writer, type, static_cast<std::uint8_t>(number + 1));
         if (traits.hasHidInFront) {
-            WriteHidInterface(writer, 0);
+            WriteHidInterface(writer, kHidInterface);
         }
         WriteDfuInterface(writer, number, DfuProtocol::DfuMode, AbilitiesOf(settings_));
     } else {

@@ -48,6 +48,8 @@ class CameraDescriptors {
     [[nodiscard]] std::optional<Bytes> BinaryObjectStore() const;
     // In DFU mode.
     [[nodiscard]] std::optional<Bytes> MsOsSet() const;
+    // Of an interface: in DFU mode, of the HID interface in front, unless the configuration is replaced.
+    [[nodiscard]] std::optional<Bytes> HidReport(std::uint16_t interface) const;
 
   private:
     [[nodiscard]] Bytes OwnConfiguration(Speed speed, DescriptorType type) const;

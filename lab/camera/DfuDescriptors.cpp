@@ -33,10 +33,27 @@ void WriteDfuInterface(DescriptorWriter& writer, std::uint8_t number, DfuProtoco
 void WriteHidInterface(DescriptorWriter& writer, std::uint8_t number) {
     constexpr std::uint8_t kHidClass = 3;
     constexpr std::uint16_t kHidVersion = 0x0111;
-    constexpr std::uint8_t kReportType = 0x22;
-    constexpr std::uint16_t kReportSize = 63;
+    constexpr auto kReport = static_cast<std::uint8_t>(DescriptorType::HidReport);
     writer.Begin(DescriptorType::Interface).Bytes({number, 0, 0, kHidClass, 0, 0, 0});
-    writer.Begin(DescriptorType::Hid).Word(kHidVersion).Bytes({0, 1, kReportType}).Word(kReportSize);
+    writer.Begin(DescriptorType::Hid)
+        .Word(kHidVersion)
+        .Bytes({0, 1, kReport})
+        .Word(static_cast<std::uint16_t>(MakeHidReport().size()));
+}
+
+std::vector<std::uint8_t> MakeHidReport() {
+    return {
+        0x06, 0x00, 0xFF,  // usage page: the vendor's
+        0x09, 0x01,        // usage 1
+        0xA1, 0x01,        // collection: application
+        0x09, 0x02,        //   usage 2
+        0x15, 0x00,        //   logical minimum 0
+        0x26, 0xFF, 0x00,  //   logical maximum 255
+        0x75, 0x08,        //   report size 8 bits
+        0x95, 0x08,        //   report count 8
+        0xB1, 0x02,        //   feature: data, variable, absolute
+        0xC0,              // end of the collection
+    };
 }
 
 std::vector<InterfaceDescriptor> FindInterfaces(std::span<const std::uint8_t> configuration) {

@@ -28,6 +28,8 @@ void WriteDfuInterface(DescriptorWriter& writer, std::uint8_t number, DfuProtoco
 // A HID interface without endpoints, whose own descriptor has the type and the length of the DFU functional
 // descriptor.
 void WriteHidInterface(DescriptorWriter& writer, std::uint8_t number);
+// What a host reads from that interface: a vendor's feature report of eight bytes.
+[[nodiscard]] std::vector<std::uint8_t> MakeHidReport();
 
 // The interface descriptors in a configuration descriptor of any content, as far as WalkDescriptors() goes;
 // one below 9 bytes is passed over.

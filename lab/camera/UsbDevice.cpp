@@ -148,7 +148,7 @@ TransferResult UsbDevice::HandleStandard(const SetupPacket& setup, std::span<std
         case StandardRequest::SetAddress:
             return Acknowledge(isToDevice && SetAddress(setup));
         case StandardRequest::GetDescriptor:
-            return isToDevice ? GetDescriptor(setup, data, nowMs) : Stalled();
+            return isToDevice ? GetDescriptor(setup, data, nowMs) : Answer(ClassDescriptor(setup), data);
         case StandardRequest::GetConfiguration:
             return isToDevice && state != UsbState::Default ? Answer(Bytes{Configuration()}, data)
                                                             : Stalled();
@@ -238,6 +238,14 @@ std::optional<UsbDevice::Bytes> UsbDevice::Descriptor(const SetupPacket& setup) 
         return descriptors.BinaryObjectStore();
     }
     return std::nullopt;
+}
+
+// What a class keeps with its interface, and not in the configuration.
+std::optional<UsbDevice::Bytes> UsbDevice::ClassDescriptor(const SetupPacket& setup) const {
+    constexpr std::uint16_t kReport = static_cast<std::uint16_t>(DescriptorType::HidReport) << 8;
+    const bool asksForReport =
+        RecipientOf(setup) == Recipient::Interface && interfaces_ && setup.value == kReport;
+    return asksForReport ? Descriptors().HidReport(setup.index) : std::nullopt;
 }
 
 std::optional<UsbDevice::Bytes> UsbDevice::Status(const SetupPacket& setup) const {

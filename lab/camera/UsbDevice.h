@@ -82,6 +82,7 @@ class UsbDevice {
 
     TransferResult GetDescriptor(const SetupPacket& setup, std::span<std::uint8_t> data, std::uint64_t nowMs);
     [[nodiscard]] std::optional<Bytes> Descriptor(const SetupPacket& setup) const;
+    [[nodiscard]] std::optional<Bytes> ClassDescriptor(const SetupPacket& setup) const;
     [[nodiscard]] std::optional<Bytes> Status(const SetupPacket& setup) const;
     [[nodiscard]] std::optional<Bytes> DeviceStatus() const;
     [[nodiscard]] bool SetFeature(const SetupPacket& setup, bool isSet);

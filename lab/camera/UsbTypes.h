@@ -80,6 +80,7 @@ enum class DescriptorType : std::uint8_t {
     DeviceCapability = 0x10,
     Hid = 0x21,
     DfuFunctional = 0x21,
+    HidReport = 0x22,
     ClassSpecificInterface = 0x24,
     EndpointCompanion = 0x30,
 };

@@ -157,7 +157,7 @@ def test_dfu_utils_transfers_are_counted_at_the_camera(running: Running) -> None
 _SPEEDS = ("full", "high", "super")
 _COMPLAINT = re.compile(
     r"unrecogni[sz]ed|(?<!\[)unknown|undefined|invalid|illegal|incomplete|too (short|long|small)|can('t|not)|couldn't"
-    r"|unable|warning|error|mismatch|junk|\?\?|\*\*|^lsusb",
+    r"|unable|warning|error|mismatch|junk|length is -|\?\?|\*\*|^lsusb",
     re.IGNORECASE,
 )
 
@@ -223,6 +223,16 @@ def test_lsusb_understands_a_running_camera_with_a_dfu_interface(running: Runnin
     listing.check(
         "bNumInterfaces 3", "bFunctionClass 14", "bInterfaceNumber 2", "bInterfaceClass 254", "bInterfaceProtocol 1",
         "Device Firmware Upgrade Interface Descriptor:", "Manifestation Tolerant",
+    )  # fmt: skip
+
+
+def test_lsusb_understands_a_boot_loader_behind_a_hid_interface(running: Running) -> None:
+    with running.camera(personality="behind-hid") as camera, camera.in_dfu_mode():
+        listing = Listing(running)
+    assert listing.complaints == []
+    listing.check(
+        "bNumInterfaces 2", "HID Device Descriptor:", "wDescriptorLength 21", "Report Descriptor: (length is 21)",
+        "Item(Main ): End Collection, data=none", "Device Firmware Upgrade Interface Descriptor:",
     )  # fmt: skip
 
 

@@ -314,6 +314,34 @@ TEST(UsbDevice, AlternateSettingsOfTheDfuInterfaceReachTheCamera) {
     EXPECT_EQ(StateOf(host), Bytes{2});
 }
 
+TEST(UsbDevice, TheHidInterfaceHasAReportAsLongAsItSays) {
+    UsbHost host = DfuHost({.personality = Personality::BehindHid});
+    const Bytes report = host.Get(0x81, 6, 0x2200, 0, 0xFFFF).bytes;
+    EXPECT_EQ(report, (Bytes{0x06, 0x00, 0xFF, 0x09, 0x01, 0xA1, 0x01, 0x09, 0x02, 0x15, 0x00,
+                             0x26, 0xFF, 0x00, 0x75, 0x08, 0x95, 0x08, 0xB1, 0x02, 0xC0}));
+    const Bytes configuration = host.Descriptor(DescriptorType::Configuration).bytes;
+    EXPECT_EQ(configuration[25] + 256 * configuration[26], 21);
+    EXPECT_EQ(host.Get(0x81, 6, 0x2200, 0, 7).bytes, Bytes(report.begin(), report.begin() + 7));
+}
+
+TEST(UsbDevice, NoOtherInterfaceHasAReport) {
+    UsbHost host = DfuHost({.personality = Personality::BehindHid});
+    EXPECT_EQ(host.Get(0x81, 6, 0x2200, 1, 64).end, kStall);
+    EXPECT_EQ(host.Get(0x81, 6, 0x2201, 0, 64).end, kStall);
+    EXPECT_EQ(host.Get(0x82, 6, 0x2200, 0, 64).end, kStall);
+    host.SetConfiguration(0);
+    EXPECT_EQ(host.Get(0x81, 6, 0x2200, 0, 64).end, kStall);
+    UsbHost running = RunningHost({.personality = Personality::BehindHid});
+    EXPECT_EQ(running.Get(0x81, 6, 0x2200, 0, 64).end, kStall);
+    UsbHost without = DfuHost();
+    EXPECT_EQ(without.Get(0x81, 6, 0x2200, 0, 64).end, kStall);
+    UsbHost replaced =
+        DfuHost({.personality = Personality::BehindHid,
+                 .configurationDescriptor = {9,    2, 27, 0, 1, 1,    0, 0x80, 50, 9, 4, 0,    0, 0,
+                                             0xFE, 1, 2,  0, 9, 0x21, 3, 0,    0,  0, 4, 0x10, 1}});
+    EXPECT_EQ(replaced.Get(0x81, 6, 0x2200, 0, 64).end, kStall);
+}
+
 TEST(UsbDevice, SettingsOfTheHidInterfaceDoNot) {
     UsbHost host =
         DfuHost({.traits = DfuTraits{.setInterface = DfuTraits::SetInterface::Stalls, .hasHidInFront = true},
