@@ -27,7 +27,7 @@ _BELOW: dict[str, set[str]] = {
     "soak": {"wire", "windows", "terminal", "judgement"},
     "bench": {"terminal"},
     "bench.portable": {"bench"},
-    "bench.service": {"wire", "windows", "guest", "bench"},
+    "bench.service": {"buses", "wire", "windows", "guest", "bench"},
 }
 
 

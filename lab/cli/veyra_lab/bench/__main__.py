@@ -22,7 +22,7 @@ from ..windows.programs import PRESET, SERVICE, TARGETS
 from ..windows.sole_use import sole_use
 from .portable import engine, executable, watcher
 from .portable.programs import PortablePrograms
-from .service import burst, memory, reaction, rest, start, transfers
+from .service import burst, download, memory, reaction, rest, start, transfers
 from .service.contenders import Contenders
 from .service.other_host import OtherHost, other_host
 from .table import Failure, Row, show
@@ -32,7 +32,7 @@ _HOST = BUILD / "host-bench" / "host"
 _MACHINE = BUILD / "wine-bench"
 _WINDOWS_TARGETS = (*TARGETS, "VeyraMinimalService", "VeyraActivatingService")
 # What needs another host on a USB bus.
-_ON_LINUX = ("transfers",)
+_ON_LINUX = ("transfers", "download")
 # What runs on Linux, by the measurement that needs it.
 _HOST_TARGETS = {
     "engine": ("benchmarks", "counted_work"),
@@ -69,6 +69,7 @@ class Bench:
             "watcher": (watcher.LINE, lambda: watcher.measure(self._programs)),
             "burst": (burst.LINE, lambda: burst.measure(self._in_windows())),
             "size": (executable.LINE, lambda: executable.measure(_WINDOWS / f"{SERVICE}.exe")),
+            "download": (download.LINE, lambda: download.measure(self._in_windows(), self._on_linux())),
         }
 
     def end_services(self) -> None:
@@ -93,7 +94,7 @@ class Bench:
     def _on_linux(self) -> OtherHost:
         """The other host, in a guest that is booted when the first measurement needs it."""
         if self._other_host is None:
-            self._other_host = self._stack.enter_context(other_host(BUILD / "guest"))
+            self._other_host = self._stack.enter_context(other_host(BUILD / "guest", self._in_windows().peer))
         return self._other_host
 
 

@@ -2,12 +2,12 @@
 
 from contextlib import suppress
 
+from ..wire.events import CAMERA_PRODUCTS, CAMERA_VENDOR
 from .errors import GuestError, KernelRefusal
-from .kv400 import PRODUCTS, VENDOR
 from .system import FILES, ProgramEnd, System
 
 # The camera while it runs, and the boot loader that it then is.
-_DEVICE = ",".join(f"{VENDOR}:{product}" for product in PRODUCTS.values())
+_DEVICE = ",".join(f"{CAMERA_VENDOR}:{product}" for product in CAMERA_PRODUCTS.values())
 _IMAGE = "image.bin"
 _READ_BACK = "read-back.bin"
 _LIMIT = 300.0

@@ -3,14 +3,11 @@
 import struct
 from types import TracebackType
 
-from ..wire.events import ENTER_DFU_MODE, USBREDIR, Event
+from ..wire.events import CAMERA_PRODUCTS, CAMERA_VENDOR, ENTER_DFU_MODE, USBREDIR, Event
 from ..wire.peer import Peer
 from .served_cameras import ServedCameras
 from .usb_host import UsbHost
 
-VENDOR = "2f1a"
-# What it is in the modes of its state.
-PRODUCTS = {"running": "7e00", "dfu": "7e01"}
 # The extension unit behind the camera's processing unit, and its control for the firmware's commands.
 _UNIT = 3
 _COMMAND_CONTROL = 1
@@ -45,7 +42,7 @@ class Kv400:
         mode = self.settle()
         since = self._peer.mark()
         self._cameras.unplug(self._number)
-        self._usb.wait_for("removal", VENDOR, PRODUCTS[mode], since)
+        self._usb.wait_for("removal", CAMERA_VENDOR, CAMERA_PRODUCTS[mode], since)
 
     def settle(self) -> str:
         """Waits until the kernel has the camera in the mode in which it is, or to which it is on its way; the mode,
@@ -53,14 +50,14 @@ class Kv400:
         since = self._last_change()
         self._peer.follow(self._is_change, "the camera's return to the bus", since=since, quiet=20)
         mode: str = self._cameras.state(self._number)["mode"]
-        self.path = self._usb.wait_for("ready", VENDOR, PRODUCTS[mode], since)
+        self.path = self._usb.wait_for("ready", CAMERA_VENDOR, CAMERA_PRODUCTS[mode], since)
         return mode
 
     def enter_dfu_mode(self) -> None:
         """Sends the firmware's command for it, through the UVC driver, and waits until the boot loader is there."""
         since = self._peer.mark()
         self._usb.write_unit(self.path, _UNIT, _COMMAND_CONTROL, _ENTER_DFU_MODE)
-        self.path = self._usb.wait_for("ready", VENDOR, PRODUCTS["dfu"], since)
+        self.path = self._usb.wait_for("ready", CAMERA_VENDOR, CAMERA_PRODUCTS["dfu"], since)
 
     def _last_change(self) -> int:
         """Where the record tells last that it came or left."""

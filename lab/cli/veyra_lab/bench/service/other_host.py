@@ -37,17 +37,17 @@ class OtherHost:
     """dfu-util in a guest that has booted."""
 
     def __init__(self, guest: GuestMachine, peer: Peer) -> None:
-        self._guest = guest
+        self.guest = guest
         self._peer = peer
 
     def download(self, image: bytes, **camera: Any) -> Download:
         """Its download of an image to a camera with these fields of a stage, in DFU mode. AssertionError when the image
         is not in the flash then, GuestError or PeerError when the guest does not do its part."""
-        with ServedCameras(self._guest, self._peer, [camera]) as cameras:
-            with Kv400(self._guest.usb, self._peer, cameras) as kv400:
+        with ServedCameras(self.guest, self._peer, [camera]) as cameras:
+            with Kv400(self.guest.usb, self._peer, cameras) as kv400:
                 kv400.enter_dfu_mode()
                 since = self._peer.mark()
-                end = DfuUtil(self._guest.system).download(image)
+                end = DfuUtil(self.guest.system).download(image)
                 events = self._peer.events_since(since)
                 if cameras.flash(0) != image:
                     raise AssertionError(f"dfu-util did not update the camera: {end.output}")
@@ -55,9 +55,8 @@ class OtherHost:
 
 
 @contextmanager
-def other_host(logs: Path) -> Iterator[OtherHost]:
+def other_host(logs: Path, peer: Peer) -> Iterator[OtherHost]:
     """Boots a guest for it, which leaves its logs in the folder. GuestError when that does not succeed."""
     image = image_of(debian_kernel())
-    with Peer({}, lambda event: None, lambda event: None) as peer:
-        with GuestMachine(image, peer, Logs(logs, "bench"), accelerator(image)) as guest:
-            yield OtherHost(guest, peer)
+    with GuestMachine(image, peer, Logs(logs, "bench"), accelerator(image)) as guest:
+        yield OtherHost(guest, peer)
