@@ -23,9 +23,12 @@ IMAGE_FOLDER = BUILD / "guest" / "images"
 MODULE_SETS: Mapping[str, Sequence[str]] = {
     "boot": ("virtio_pci", "virtio_console", "xhci_pci", "uvcvideo"),
     "usbip": ("vhci_hcd",),
+    "network": ("virtio_net",),
 }
+# Where programs note what they have done, besides the files that they bring.
+_FOLDERS = ("var/run",)
 # How the image is laid out; another number makes every image anew.
-_LAYOUT = 1
+_LAYOUT = 2
 _KEPT = 8
 
 
@@ -66,6 +69,8 @@ def _initramfs(kernel: Kernel, files: Mapping[str, Path]) -> bytes:
             target.parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(path, target)
             target.chmod(0o755)
+        for folder in _FOLDERS:
+            (root / folder).mkdir(parents=True, exist_ok=True)
         _add_modules(root / "modules", kernel)
         names = sorted(str(path.relative_to(root)) for path in root.rglob("*"))
         return call(

@@ -9,10 +9,15 @@ from ..wire.peer import Peer
 from .bus import Bus
 from .errors import GuestError
 from .image import Image
-from .qemu import TCG, Logs, Qemu
+from .network import NETWORK
+from .qemu import KVM, TCG, USB_BUS, Logs, Qemu
 from .system import System, complaints_of
 from .usb_host import UsbHost
 
+_PORT_NAME = "veyra.guest"
+_MEMORY_MIB = 256
+# A panic ends the machine at once. Of the kernel's log the console shows warnings and what is worse.
+_KERNEL_WORDS = "console=ttyS0 loglevel=5 panic=-1 mitigations=off"
 _BOOT_LIMIT = 120.0
 _ENDING_PATIENCE = 10.0
 _PAUSE = 0.01
@@ -21,18 +26,20 @@ _PAUSE = 0.01
 class GuestMachine:
     """A virtual machine whose kernel drives what is plugged into its bus. Use it as a context: it is booted on entry,
     and on exit its process has ended. GuestError when it does not boot within `limit` seconds. What the guest tells
-    goes to the peer, as events of the source "guest".
+    goes to the peer, as events of the source "guest". With `network` it has a card for network.set_up().
 
     `usb` asks its kernel, `bus` plugs devices in, `system` is about the guest itself."""
 
     def __init__(
-        self, image: Image, peer: Peer, logs: Logs, accelerator: str = TCG, limit: float = _BOOT_LIMIT
+        self, image: Image, peer: Peer, logs: Logs, accelerator: str = TCG, limit: float = _BOOT_LIMIT, *,
+        network: bool = False,
     ) -> None:
         self._image = image
         self._peer = peer
         self._logs = logs
         self._accelerator = accelerator
         self._limit = limit
+        self._network = network
         self._qemu: Qemu | None = None
         self.usb = UsbHost(peer)
         self.system = System(peer)
@@ -52,9 +59,9 @@ class GuestMachine:
     def __enter__(self) -> "GuestMachine":
         began = time.monotonic()
         since = self._peer.mark()
-        qemu = Qemu(self._image, self._accelerator, self._peer.port, self._logs)
+        qemu = Qemu(self._words(), self._logs)
         try:
-            _greet(qemu)
+            qemu.greet()
             self.kernel = self._kernel_that_says_hello(qemu, since, began + self._limit)
         except BaseException:
             qemu.end()
@@ -87,6 +94,17 @@ class GuestMachine:
             raise GuestError("the guest does not run")
         return self._qemu
 
+    def _words(self) -> list[str]:
+        # A kernel that uses five levels of page tables boots slower when each is looked up by a program.
+        processor = "host" if self._accelerator == KVM else "max,la57=off"
+        return [
+            "-no-reboot", "-display", "none", "-accel", self._accelerator, "-cpu", processor, "-m", str(_MEMORY_MIB),
+            "-kernel", str(self._image.kernel.elf), "-initrd", str(self._image.initramfs), "-append", _KERNEL_WORDS,
+            "-chardev", f"socket,id=wire,host=127.0.0.1,port={self._peer.port},nodelay=on",
+            "-device", "virtio-serial-pci", "-device", f"virtserialport,chardev=wire,name={_PORT_NAME}",
+            *USB_BUS, *(NETWORK if self._network else ()),
+        ]
+
     def _kernel_that_says_hello(self, qemu: Qemu, since: int, deadline: float) -> str:
         while True:
             for event in self._peer.events_since(since):
@@ -102,13 +120,3 @@ class GuestMachine:
     def _keep_kernel_log(self) -> None:
         lines = self.system.kernel_log(quiet=_ENDING_PATIENCE)
         self._logs.kernel.write_text("".join(f"{line}\n" for line in lines), encoding="utf-8")
-
-
-def _greet(qemu: Qemu) -> None:
-    try:
-        qemu.qmp.greet()
-    except GuestError:
-        # What it refused it has said before its end.
-        qemu.wait(_ENDING_PATIENCE)
-        qemu.check()
-        raise

@@ -1,4 +1,4 @@
-"""The process of the virtual machine."""
+"""The process of a virtual machine."""
 
 import os
 import signal
@@ -9,16 +9,12 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from .errors import GuestError
-from .image import Image
 from .qmp import Qmp
 from .tools import tool
 
+PROGRAM = "qemu-system-x86_64"
 TCG, KVM = "tcg", "kvm"
-_PORT_NAME = "veyra.guest"
 _ENDING_PATIENCE = 10
-_MEMORY_MIB = 256
-# A panic ends the machine at once. Of the kernel's log the console shows warnings and what is worse.
-_KERNEL_WORDS = "console=ttyS0 loglevel=5 panic=-1 mitigations=off"
 _SHOWN_LINES = 6
 _PANIC = "Kernel panic"
 
@@ -32,7 +28,7 @@ class Logs:
 
     @property
     def console(self) -> Path:
-        """The guest's serial console."""
+        """The machine's serial console."""
         return self.folder / f"{self.name}-console.log"
 
     @property
@@ -62,17 +58,16 @@ class Logs:
 
 
 class Qemu:
-    """A virtual machine with an xHCI bus called "usb" and one virtio-serial port, which is connected with a port of
-    127.0.0.1. It ends with end(), or, whatever becomes of this program, with the thread that has started it."""
+    """QEMU, running a machine that is described in words of its command line. It ends with end(), or, whatever becomes of this program, with the thread that has started it."""
 
-    def __init__(self, image: Image, accelerator: str, wire_port: int, logs: Logs) -> None:
+    def __init__(self, machine: Sequence[str], logs: Logs) -> None:
         self._logs = logs
         logs.begin()
         ours, theirs = socket.socketpair()
         with theirs, logs.qemu.open("wb") as said:
             try:
                 self._process = subprocess.Popen(
-                    _command(image, accelerator, wire_port, theirs.fileno(), logs.console),
+                    [*_beginning(theirs.fileno(), logs.console), *machine],
                     stdin=subprocess.DEVNULL, stdout=said, stderr=said,
                     # A session of its own keeps Ctrl-C for this program, which has to clean up.
                     pass_fds=(theirs.fileno(),), start_new_session=True,
@@ -87,11 +82,26 @@ class Qemu:
         """The process's number."""
         return self._process.pid
 
+    @property
+    def status(self) -> int | None:
+        """How it ended: 0 when the machine was switched off; None while it runs."""
+        return self._process.poll()
+
+    def greet(self) -> None:
+        """To be called first: from then on it takes commands. GuestError, with its words, when it refused the machine."""
+        try:
+            self.qmp.greet()
+        except GuestError:
+            # What it refused it has said before its end.
+            self.wait(_ENDING_PATIENCE)
+            self.check()
+            raise
+
     def check(self) -> None:
         """GuestError when it has ended, with its last words."""
-        if (status := self._process.poll()) is not None:
+        if self.status is not None:
             raise GuestError(
-                f"the guest's machine ended with {status}; QEMU: {self._logs.last_words(self._logs.qemu)};"
+                f"the machine ended with {self.status}; QEMU: {self._logs.last_words(self._logs.qemu)};"
                 f" its console: {self._logs.last_words(self._logs.console)}"
             )
 
@@ -105,28 +115,25 @@ class Qemu:
 
     def end(self) -> None:
         """Ends it, in whatever state it is, and waits for that."""
-        if self._process.poll() is None:
+        if self.status is None:
             os.killpg(self._process.pid, signal.SIGKILL)
         self._process.wait(_ENDING_PATIENCE)
         self.qmp.close()
 
 
-def _command(image: Image, accelerator: str, wire_port: int, qmp: int, console: Path) -> Sequence[str]:
-    # A kernel that uses five levels of page tables boots slower when each is looked up by a program.
-    processor = "host" if accelerator == KVM else "max,la57=off"
-    return [
-        tool("setpriv"), "--pdeathsig", "KILL",
-        tool("qemu-system-x86_64"), "-nodefaults", "-no-user-config", "-no-reboot", "-display", "none",
-        "-machine", "q35", "-accel", accelerator, "-cpu", processor, "-m", str(_MEMORY_MIB),
-        "-kernel", str(image.kernel.elf), "-initrd", str(image.initramfs), "-append", _KERNEL_WORDS,
-        "-chardev", f"socket,id=qmp,fd={qmp}", "-mon", "chardev=qmp,mode=control",
-        "-chardev", f"file,id=console,path={_option(console)}", "-serial", "chardev:console",
-        "-chardev", f"socket,id=wire,host=127.0.0.1,port={wire_port},nodelay=on",
-        "-device", "virtio-serial-pci", "-device", f"virtserialport,chardev=wire,name={_PORT_NAME}",
-        "-device", "qemu-xhci,id=usb,p2=8,p3=8",
-    ]
+# The xHCI bus of every machine, called "usb": eight ports, at each of which any speed goes.
+USB_BUS = ("-device", "qemu-xhci,id=usb,p2=8,p3=8")
 
 
-def _option(path: Path) -> str:
+def option(path: Path) -> str:
     """A path within an option of QEMU's, in which commas are doubled."""
     return str(path).replace(",", ",,")
+
+
+def _beginning(qmp: int, console: Path) -> Sequence[str]:
+    return [
+        tool("setpriv"), "--pdeathsig", "KILL",
+        tool(PROGRAM), "-nodefaults", "-no-user-config", "-machine", "q35",
+        "-chardev", f"socket,id=qmp,fd={qmp}", "-mon", "chardev=qmp,mode=control",
+        "-chardev", f"file,id=console,path={option(console)}", "-serial", "chardev:console",
+    ]

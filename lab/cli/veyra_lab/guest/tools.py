@@ -9,7 +9,9 @@ from .errors import GuestError
 
 # The package of each program, where it is not called like the program.
 _PACKAGES = {
+    "ip": "iproute2",
     "lsusb": "usbutils",
+    "qemu-img": "qemu-utils",
     "qemu-system-x86_64": "qemu-system-x86",
     "setpriv": "util-linux",
 }
