@@ -93,6 +93,9 @@ TransferResult ServedCamera::Transfer(const SetupPacket& setup, std::span<std::u
     const bool wasConfigured = device_.State() == UsbState::Configured;
     const TransferResult result = device_.ControlTransfer(setup, data, nowMs);
     Record(setup, data.first(std::min<std::size_t>(data.size(), setup.length)), result, mode, wasConfigured);
+    if (!wasConfigured && device_.State() == UsbState::Configured) {
+        record_({{"event", "configured"}, {"camera", number_}});
+    }
     NoteChange();
     return result;
 }

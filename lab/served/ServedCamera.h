@@ -16,7 +16,7 @@ namespace lab {
 // One camera that is served to a foreign host: the device, and what the wire is told of it. What crosses its
 // bus is recorded in the words of BusEvents.h, as the rig's bus records what the service asks: commands of
 // the extension unit, DFU requests, and what a driver asks in DFU mode besides. What a host's stack asks
-// while it enumerates is not recorded. For one thread.
+// while it enumerates is not recorded, but for its end: the camera is "configured". For one thread.
 class ServedCamera {
   public:
     using Recorder = std::function<void(const nlohmann::json& event)>;

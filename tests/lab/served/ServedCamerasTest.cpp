@@ -108,7 +108,22 @@ TEST_F(ServedCamerasTest, AResetInPlaceBeginsNoStay) {
     EXPECT_EQ(cameras_.At(0).Device().Camera().Arrivals(), 2U);
     EXPECT_EQ(events_.back(), json::parse(R"({"event":"reset","camera":0})"));
     cameras_.At(0).Reset(nowMs_);
+    EXPECT_EQ(events_.size(), 3U);
+}
+
+TEST_F(ServedCamerasTest, TellThatAHostHasConfiguredThem) {
+    Do({{"command", "plug"}, {"camera", 0}});
+    Transfer({.requestType = 0x80, .request = 6, .value = 0x0100, .length = 18});
+    EXPECT_EQ(events_.size(), 1U);
+    Transfer({.request = 9, .value = 1});
+    const json configured = json::parse(R"({"event":"configured","camera":0})");
+    EXPECT_EQ(events_.back(), configured);
+    Transfer({.request = 9, .value = 1});
     EXPECT_EQ(events_.size(), 2U);
+    cameras_.At(0).Reset(nowMs_);
+    Transfer({.request = 9, .value = 1});
+    EXPECT_EQ(events_.size(), 4U);
+    EXPECT_EQ(events_.back(), configured);
 }
 
 TEST_F(ServedCamerasTest, WhatADriverAsksIsRecordedAndWhatAStackAsksIsNot) {
@@ -130,7 +145,8 @@ TEST_F(ServedCamerasTest, WhatADriverAsksIsRecordedAndWhatAStackAsksIsNot) {
     const SetupPacket readDevice{.requestType = 0x80, .request = 6, .value = 0x0100, .length = 18};
     Transfer(readDevice);
     Transfer({.request = 9, .value = 1});
-    EXPECT_TRUE(events_.empty());
+    EXPECT_EQ(events_, (std::vector<json>{json::parse(R"({"event":"configured","camera":0})")}));
+    events_.clear();
     Transfer(readDevice);
     Transfer({.requestType = 0x01, .request = 11});
     Transfer({.requestType = 0xA1, .request = 5, .length = 1});
