@@ -23,6 +23,7 @@ _BELOW: dict[str, set[str]] = {
     "report": {"terminal"},
     "guest": {"wire", "terminal"},
     "buses": {"wire", "windows", "scenarios", "guest"},
+    "windows_disk": {"wire", "terminal", "guest"},
     "demo": {"wire", "windows", "terminal", "updates", "report", "guest", "buses"},
     "soak": {"wire", "windows", "terminal", "judgement"},
     "bench": {"terminal"},

@@ -1,5 +1,5 @@
-"""Cameras over USB/IP: Debian's usbip attaches them in the guest, whose kernel drives them. The tests share one boot; each
-has cameras of its own."""
+"""Cameras over USB/IP: Debian's usbip attaches them in the guest, whose kernel drives them. The tests share one boot;
+each has cameras of its own."""
 
 import re
 import socket

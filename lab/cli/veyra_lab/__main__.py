@@ -14,9 +14,10 @@ from .report import command as report_command
 from .runner import command as runner_command
 from .terminal.parser import Parser, give_up
 from .traits import command as traits_command
+from .windows_disk import command as windows_disk_command
 
 # One line for each subcommand's module.
-_COMMANDS = (report_command, runner_command, traits_command, guest_command)
+_COMMANDS = (report_command, runner_command, traits_command, guest_command, windows_disk_command)
 
 _DESCRIPTION = "Tools around the firmware update laboratory. The update itself is shown by scripts/demo."
 

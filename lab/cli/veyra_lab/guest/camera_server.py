@@ -9,7 +9,7 @@ from types import TracebackType
 from typing import IO
 
 from ..checkout import BUILD
-from ..wire.events import Event
+from ..wire.events import Event, PeerError
 from ..wire.peer import Peer
 from .errors import GuestError
 from .image import PRESET
@@ -21,10 +21,10 @@ _PAUSE = 0.01
 
 
 class CameraServer:
-    """The server of one protocol, "usbredir" or "usbip", with the cameras of a stage; all begin unplugged. Use it as a
-    context: from its entry on it listens, on exit its process has ended. What crosses the cameras' bus is told as events
-    of the source that is called as the protocol. GuestError when it does not start, or does not end well; PeerError, as
-    Peer.command, when it refuses a command or the cameras."""
+    """The server of one protocol, "usbredir" or "usbip", with the cameras of a stage, at least one; all begin
+    unplugged. Use it as a context: from its entry on it listens at the places, on exit its process has ended. What
+    crosses the cameras' bus is told as events of the source that is called as the protocol. GuestError when it does not
+    start, as with cameras that cannot be, or does not end well; PeerError as Peer.command."""
 
     def __init__(
         self, protocol: str, peer: Peer, cameras: Sequence[Event], places: Sequence[str], programs: Path = PROGRAMS
@@ -95,8 +95,11 @@ class CameraServer:
             if self._process.poll() is not None or time.monotonic() > deadline:
                 raise GuestError(f"{self._program.name} did not start: {self._end(0)}")
             time.sleep(_PAUSE)
-        # It answers once it listens.
-        self._peer.command(self._protocol, "state", camera=0, quiet=_STARTING_PATIENCE)
+        try:
+            # It answers once it listens.
+            self._peer.command(self._protocol, "state", camera=0, quiet=_STARTING_PATIENCE)
+        except PeerError as error:
+            raise GuestError(f"{self._program.name} did not start: {self._end(_ENDING_PATIENCE) or error}") from error
 
     def _has_said_hello(self, since: int) -> bool:
         return any(

@@ -42,9 +42,10 @@ class Logs:
         return self.folder / f"{self.name}-qemu.log"
 
     def begin(self) -> None:
-        """Empties them."""
+        """Forgets those of an earlier start."""
         self.folder.mkdir(parents=True, exist_ok=True)
-        for path in (self.console, self.kernel, self.qemu):
+        self.kernel.unlink(missing_ok=True)
+        for path in (self.console, self.qemu):
             path.write_bytes(b"")
 
     def last_words(self, path: Path) -> str:
@@ -58,7 +59,8 @@ class Logs:
 
 
 class Qemu:
-    """QEMU, running a machine that is described in words of its command line. It ends with end(), or, whatever becomes of this program, with the thread that has started it."""
+    """QEMU, running a machine that is described in words of its command line. It ends with end(), or, whatever becomes
+    of this program, with the thread that has started it."""
 
     def __init__(self, machine: Sequence[str], logs: Logs) -> None:
         self._logs = logs
@@ -88,7 +90,8 @@ class Qemu:
         return self._process.poll()
 
     def greet(self) -> None:
-        """To be called first: from then on it takes commands. GuestError, with its words, when it refused the machine."""
+        """To be called first: from then on it takes commands. GuestError, with its words, when it refused the
+        machine."""
         try:
             self.qmp.greet()
         except GuestError:
