@@ -1,6 +1,7 @@
 """Disks that a computer starts from, each with Debian's kernel and a script that looks around: for the tests of
 scripts/lab windows, in the place of a Windows."""
 
+import struct
 from pathlib import Path
 
 from veyra_lab.guest.errors import GuestError
@@ -42,6 +43,7 @@ _WORDS = "console=ttyS0 loglevel=4 panic=-1 rdinit=/init"
 _SECTOR = 512
 _MIB = 1 << 20
 _FIRST_SECTOR = 2048
+_PAGE = 4096
 _STUB = Path("/usr/lib/systemd/boot/efi/linuxx64.efi.stub")
 _MASTER_BOOT_RECORD = Path("/usr/lib/syslinux/mbr/mbr.bin")
 _SYSLINUX = f"DEFAULT linux\nLABEL linux\n  LINUX vmlinuz\n  INITRD initrd\n  APPEND {_WORDS}\n"
@@ -62,12 +64,11 @@ def uefi_disk(image: Path) -> None:
     words = folder / "words"
     words.write_text(_WORDS, encoding="ascii")
     program = folder / "linux.efi"
-    parts = ((".cmdline", words, 0x30000), (".linux", _kernel(), 0x2000000), (".initrd", _initramfs(folder), 0x4000000))
-    added = [
-        word
-        for name, path, address in parts
-        for word in ("--add-section", f"{name}={path}", "--change-section-vma", f"{name}={address:#x}")
-    ]
+    added: list[str] = []
+    address = _behind(_STUB.read_bytes())
+    for name, path in ((".cmdline", words), (".linux", _kernel()), (".initrd", _initramfs(folder))):
+        added += ["--add-section", f"{name}={path}", "--change-section-vma", f"{name}={address:#x}"]
+        address = _aligned(address + path.stat().st_size)
     call(["objcopy", *added, _STUB, program])
     partition = _file_system(folder)
     call(["mmd", "-i", partition, "::/EFI", "::/EFI/BOOT"])
@@ -87,6 +88,18 @@ def bios_disk(image: Path) -> None:
     call(["syslinux", "--install", "--offset", str(_FIRST_SECTOR * _SECTOR), image])
     with image.open("r+b") as disk:
         disk.write(_MASTER_BOOT_RECORD.read_bytes())
+
+
+def _behind(program: bytes) -> int:
+    """The first free address behind a program of UEFI's (PE32+): its base and its size in memory."""
+    (header,) = struct.unpack_from("<I", program, 0x3C)
+    (base,) = struct.unpack_from("<Q", program, header + 0x30)
+    (size,) = struct.unpack_from("<I", program, header + 0x50)
+    return _aligned(base + size)
+
+
+def _aligned(address: int) -> int:
+    return -(-address // _PAGE) * _PAGE
 
 
 def _kernel() -> Path:
