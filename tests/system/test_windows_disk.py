@@ -276,16 +276,15 @@ class Person:
             self.heard.append(self._lines.get())
         return status
 
-    def qemu(self) -> int:
-        """The number of QEMU's process."""
-        own = {self.program.pid}
+    def child(self, begin: str) -> int:
+        """The number of the process that it has started and whose name begins so."""
         for path in Path("/proc").glob("[0-9]*/stat"):
             with suppress(OSError):
                 number, _, rest = path.read_text(encoding="utf-8").partition(" (")
                 name, _, fields = rest.rpartition(") ")
-                if name.startswith("qemu-system") and int(fields.split()[1]) in own:
+                if name.startswith(begin) and int(fields.split()[1]) == self.program.pid:
                     return int(number)
-        raise AssertionError("there is no QEMU")
+        raise AssertionError(f"there is no {begin}")
 
 
 @pytest.fixture
@@ -394,13 +393,25 @@ class TestMachine:
         before, runs = fingerprint(disk), folders_of_runs()
         someone = person("--disk", str(disk), "--package", str(package), "--memory", "256")
         someone.hear("in Windows", _BOOT_LIMIT)
-        qemu = someone.qemu()
+        qemu = someone.child("qemu-system")
         os.kill(qemu, signal.SIGKILL)
         assert someone.end() == 1
         assert someone.heard[-1].startswith("scripts/lab: the machine ended with -9")
         assert not is_there(qemu)
         assert fingerprint(disk) == before
         assert folders_of_runs() == runs
+
+    def test_machine_does_not_outlive_its_cameras(
+        self, person: Callable[..., Person], package: Path, tmp_path: Path
+    ) -> None:
+        runnable("qemu-system-x86_64", "qemu-img", "xorriso")
+        someone = person("--disk", str(partitioned(tmp_path / "disk.img")), "--package", str(package))
+        someone.hear("camera 0 is plugged in", _BOOT_LIMIT)
+        qemu = someone.child("qemu-system")
+        os.kill(someone.child("lab_usbredir"), signal.SIGKILL)
+        assert someone.end() == 1
+        assert someone.heard[-1] == "scripts/lab: the cameras' server is gone"
+        assert not is_there(qemu)
 
     def test_machine_ends_when_somebody_says_so(
         self, person: Callable[..., Person], package: Path, tmp_path: Path
@@ -411,7 +422,7 @@ class TestMachine:
         words = ("--disk", str(disk), "--package", str(package), "--memory", "256", "--network")
         someone = person(*words, "--keep")
         someone.hear("in Windows", _BOOT_LIMIT)
-        qemu = someone.qemu()
+        qemu = someone.child("qemu-system")
         someone.type("quit")
         assert someone.end() == 0
         assert "==> ended: its plug is pulled" in someone.heard
