@@ -440,7 +440,7 @@ class TestAsking:
         assert str(line) == "[    1.500000] <4> usb 1-1: no"
 
 
-def test_complaints_are_warnings_of_those_who_drive_usb() -> None:
+def test_complaints_are_notices_and_warnings_of_those_who_drive_usb() -> None:
     lines = [
         KernelLine(4, 1, 0.1, "usb 1-1: device descriptor read/64, error -71"),
         KernelLine(3, 2, 0.2, "uvcvideo 1-1:1.0: Failed to query"),
@@ -448,5 +448,6 @@ def test_complaints_are_warnings_of_those_who_drive_usb() -> None:
         KernelLine(3, 4, 0.4, "ACPI: no table"),
         KernelLine(2, 5, 0.5, "xhci_hcd 0000:00:03.0: HC died; cleaning up"),
         KernelLine(4, 6, 0.6, "usbserial: not ours"),
+        KernelLine(5, 7, 0.7, "usb 1-1: config 1 has an invalid interface descriptor of length 8, skipping"),
     ]
-    assert complaints_of(lines) == [lines[0].text, lines[1].text, lines[4].text]
+    assert complaints_of(lines) == [lines[0].text, lines[1].text, lines[4].text, lines[6].text]

@@ -20,6 +20,8 @@ from veyra_lab import __main__ as lab
 from veyra_lab.demo import __main__ as demo
 from veyra_lab.demo import answer
 from veyra_lab.runner import command as runner
+from veyra_lab.scenarios.files import read_folder
+from veyra_lab.scenarios.schema import SCENARIOS
 from veyra_lab.terminal import set_up
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
 from veyra_lab.windows.machine import MachineError
@@ -124,6 +126,9 @@ def test_explains_itself_and_each_subcommand_with_its_exit_status(run: Run) -> N
         (["run", "--all", "two-cameras"], "names of scenarios, --all or --quick"),
         (["run", "two-cameras", "--quick"], "names of scenarios, --all or --quick"),
         (["run", "no-such-scenario"], "no-such-scenario"),
+        (["run", "two-cameras", "--bus", "pci"], "pci"),
+        (["run", "manifestation-too-long", "--bus", "usb"], "'manifestation-too-long' is not for a real bus: virtual time"),
+        (["run", "transfer-size/65535", "--bus", "usb"], "'transfer-size/65535' is not for a real bus: its blocks"),
     ],
     ids=lambda value: " ".join(value) if isinstance(value, list) else None,
 )
@@ -212,6 +217,22 @@ def setup(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
     monkeypatch.setattr(runner, "sole_use", nullcontext)
     monkeypatch.setattr(runner, "built", end)
     return path
+
+
+def test_lists_what_a_real_bus_can_have_and_why_it_cannot_have_the_rest(run: Run) -> None:
+    variants = read_folder(SCENARIOS)
+    status, text, errors = run(lab.main, "list")
+    assert (status, errors) == (0, "")
+    lines = {line.split()[0]: line for line in text.splitlines()}
+    assert list(lines) == [variant.name for variant in variants]
+    for variant in variants:
+        assert ("(Not on usb: " in lines[variant.name]) == bool(variant.not_on_usb)
+        assert variant.not_on_usb in lines[variant.name]
+    status, text, errors = run(lab.main, "list", "--bus", "usb")
+    assert (status, errors) == (0, "")
+    assert [line.split()[0] for line in text.splitlines()] == [
+        variant.name for variant in variants if not variant.not_on_usb
+    ]
 
 
 def test_brings_the_programs_up_to_date_before_a_scenario(run: Run, setup: Path) -> None:

@@ -70,6 +70,15 @@ class TestScenarioFiles:
         assert len(second.stage.image.content) == 8192
         assert second.steps == ({"repeat": {"times": 3, "steps": [{"plug": 0}]}},)
 
+    def test_tells_why_a_real_bus_cannot_have_it(self) -> None:
+        items = [{"name": "here-alone", "not on usb": "virtual time"}, {"name": "anywhere"}]
+        variants = read_scenario(self.write({**GOOD, "for each": items}))
+        assert [each.not_on_usb for each in variants] == ["virtual time", ""]
+        variants = read_scenario(self.write({**GOOD, "not on usb": "sizes", "for each": items}))
+        assert [each.not_on_usb for each in variants] == ["virtual time", "sizes"]
+        assert "not on usb: '' is not a text that says something" in self.complaint({**GOOD, "not on usb": ""})
+        assert "for each[0].not on usb" in self.complaint({**GOOD, "for each": [{**items[0], "not on usb": True}]})
+
     def test_leaves_single_items_to_the_long_run(self) -> None:
         items = [{"name": "every-day"}, {"name": "now-and-then", "slow": True}]
         assert [each.slow for each in read_scenario(self.write({**GOOD, "for each": items}))] == [False, True]

@@ -1,19 +1,18 @@
 """The service that ships on a real bus: a Linux guest's kernel drives the cameras. One scenario of each kind; the whole list
-is for scripts/lab run --bus usb --all. The demo, and a camera whose descriptors are wrong."""
+is for scripts/lab run --bus usb --all."""
 
-import re
-import subprocess
 from collections.abc import Iterator
 from contextlib import contextmanager
 
 import pytest
-from guests import cannot_run, guest_image
+from guests import booted, cannot_run, guest_image
 from support import BUILD, CHECKOUT, Shared, slow
 from veyra_lab.buses.usb import UsbBus
 from veyra_lab.guest.errors import GuestError
+from veyra_lab.guest.kv400 import Kv400
+from veyra_lab.guest.served_cameras import ServedCameras
 from veyra_lab.runner.runner import ScenarioRunner
 from veyra_lab.scenarios.files import read_folder, read_named
-from veyra_lab.scenarios.variant import StagePlan, Variant
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import Programs
 
@@ -22,16 +21,19 @@ pytestmark = slow
 _FOLDER = CHECKOUT / "lab" / "scenarios"
 _KINDS = {
     "a whole update": "one-update-in-full",
-    "a pull in the middle of a block": "unplug-in-dfu-mode/third-block",
+    "a pull during a block": "unplug-in-dfu-mode/middle-block",
     "a pull while descriptors are read": "unplug-while-descriptors-are-read/device",
-    "a stall": "failing-request/block",
-    "a time-out": "status-unanswered-for-five-seconds",
+    "a stall": "failing-request/stall-block-3",
+    "a time-out": "failing-request/timeout-block-0",
     "slow blocks": "busy-after-a-block/150-ms",
-    "a lost answer": "lost-answer/last-block",
-    "another boot loader": "boot-loaders-that-are-updated/addressed-flash",
+    "a lost answer": "lost-answer/timeout-last-block",
+    "another boot loader": "boot-loaders-that-are-updated/busy-first",
     "full speed": "full-speed",
+    "a hostile descriptor": "hostile-descriptors/b-length-0",
     "two cameras": "two-cameras",
 }
+# A configuration that is longer than all that is in it, and whose DFU interface is 8 bytes long.
+_WRONG_DESCRIPTOR = "09022000010100c032" + "0804000000fe0102"
 
 
 @contextmanager
@@ -47,3 +49,30 @@ def SHARED(machine: Machine) -> Iterator[ScenarioRunner]:
         yield runner
     finally:
         runner.__exit__(None, None, None)
+
+
+@pytest.mark.parametrize("scenario", _KINDS.values(), ids=_KINDS)
+def test_scenario_holds_on_a_real_bus(shared: Shared[ScenarioRunner], scenario: str) -> None:
+    (variant,) = read_named(_FOLDER, [scenario])
+    complaints = shared.get().run(variant).complaints
+    assert not complaints, "\n".join(complaints)
+
+
+def test_at_least_forty_scenarios_are_for_a_real_bus() -> None:
+    variants = read_folder(_FOLDER)
+    assert sum(not variant.not_on_usb for variant in variants) >= 40
+    assert all(not variant.not_on_usb for variant in variants if variant.name in _KINDS.values())
+
+
+def test_kernel_that_complains_of_a_descriptor_fails_the_run() -> None:
+    camera = {"configuration_descriptor": _WRONG_DESCRIPTOR}
+    with booted(guest_image(), "complaints") as running:
+        bus = UsbBus(running.guest, running.peer)
+        for told, has_to_complain in ((camera, False), ({}, True)):
+            with ServedCameras(running.guest, running.peer, [camera]) as cameras:
+                with Kv400(running.guest.usb, running.peer, cameras) as kv400:
+                    kv400.enter_dfu_mode()
+            # Of a camera that is told to be so the kernel may well complain.
+            complaints = bus.complaints([told], [])
+            assert bool(complaints) == has_to_complain
+            assert all(each.startswith("the guest's kernel complains: usb 1-1: config ") for each in complaints)

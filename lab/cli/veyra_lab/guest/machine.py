@@ -85,7 +85,7 @@ class GuestMachine:
             qemu.end()
 
     def kernel_complaints(self, since: int = 0) -> list[str]:
-        """What the guest's USB core, its host controllers' drivers and its UVC driver have warned of, or worse, from
+        """What the guest's USB core, its host controllers' drivers and its UVC driver have noticed, warned of, or worse, from
         this line of the kernel's log on."""
         return complaints_of(self.system.kernel_log(since))
 

@@ -11,6 +11,9 @@ from ..wire.peer import Peer
 from .camera_server import PROGRAMS, CameraServer
 from .machine import GuestMachine
 
+# The server, as a build's target.
+TARGET = f"lab_{USBREDIR}"
+
 
 class ServedCameras(CameraServer):
     """Cameras of a stage, one to a port of the guest's bus in their order; all begin unplugged. Use it as a context: on

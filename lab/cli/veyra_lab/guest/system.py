@@ -7,7 +7,8 @@ from dataclasses import dataclass
 from ..wire.peer import Peer
 from .helper import PATIENCE, ask
 
-WARNING = 4
+# With this the USB core says what is wrong with a descriptor; warnings and errors are below.
+NOTICE = 5
 # Where files are that the guest is given, or that its programs leave.
 FILES = "/tmp"
 # What is moved at once; the helper takes twice as much.
@@ -41,8 +42,8 @@ class ProgramEnd:
 
 
 def complaints_of(lines: Sequence[KernelLine]) -> list[str]:
-    """What the USB core, the host controller and the UVC driver have warned of, or worse."""
-    return [line.text for line in lines if line.level <= WARNING and _USB_SPEAKERS.match(line.text)]
+    """What the USB core, the host controller and the UVC driver have noticed, warned of, or worse."""
+    return [line.text for line in lines if line.level <= NOTICE and _USB_SPEAKERS.match(line.text)]
 
 
 class System:

@@ -202,15 +202,6 @@ def _camera(event: Event) -> Telling:
     return Telling(Lane.CAMERA, words, matters=True)
 
 
-def _device(event: Event) -> Telling:
-    words = {
-        "arrival": "has read the descriptors of",
-        "ready": "has configured",
-        "removal": "has lost",
-    }.get(text(event, "change"), "tells of")
-    return Telling(Lane.BUS, f"the guest's kernel {words} the device at {text(event, 'path')}")
-
-
 def _trace(event: Event) -> Telling:
     unknown = f"trace message {number(event, 'number')} of {text(event, 'group')} (no words known)"
     return Telling(Lane.SERVICE, text(event, "text") or unknown)
@@ -297,8 +288,7 @@ _TELLERS: dict[str, Callable[[Event], Telling]] = {
     "descriptor": _usb_call,
     "alternate-setting": _usb_call,
     "camera": _camera,
-    "device": _device,
-    "bus": lambda event: Telling(Lane.BUS, text(event, "text")),
+    "device": lambda event: Telling(Lane.BUS, f"Linux: {text(event, 'change')} of {text(event, 'path')}"),
     "trace": _trace,
     "debug-string": _debug_string,
     "event-log": _event_log,
@@ -306,6 +296,5 @@ _TELLERS: dict[str, Callable[[Event], Telling]] = {
     "process": _process,
     "prompt-call": _prompt_call,
     "answer": _answer,
-    "advised": _advised,
-    "unadvised": _advised,
+    "advised": _advised, "unadvised": _advised,
 }
