@@ -26,8 +26,9 @@ _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "
                    "VeyraActivatingService", "stubborn_service", "service_holder",
                    "service_end")
 # The tests that boot the guest, what it runs, and what serves cameras to it.
-_GUEST_TESTS = frozenset({"test_guest.py", "test_foreign_hosts.py"})
-_GUEST_TARGETS = ("lab_guest", "lab_usbredir")
+_GUEST_TESTS = frozenset({"test_foreign_hosts.py", "test_guest.py", "test_usb_bus.py", "test_usbip.py",
+                          "test_windows_disk.py"})
+_GUEST_TARGETS = ("lab_guest", "lab_usbip", "lab_usbredir")
 _MACHINES = 2
 
 _DESCRIPTION = """\
