@@ -3,6 +3,7 @@
 import os
 from collections.abc import Iterator
 from contextlib import contextmanager
+from pathlib import Path
 from typing import Any, NoReturn
 
 import pytest
@@ -29,6 +30,14 @@ def cannot_run(error: GuestError) -> NoReturn:
     if os.environ.get("CI"):
         raise error
     pytest.skip(str(error))
+
+
+def is_there(pid: int) -> bool:
+    """Whether the process runs; not, when it only waits to be asked for its status."""
+    try:
+        return Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rpartition(")")[2].split()[0] != "Z"
+    except OSError:
+        return False
 
 
 def guest_image() -> Image:

@@ -15,7 +15,7 @@ from dataclasses import replace
 from pathlib import Path
 
 import pytest
-from guests import Running, booted, cannot_run, guest_image, new_peer
+from guests import Running, booted, cannot_run, guest_image, is_there, new_peer
 from support import CHECKOUT, slow
 from veyra_lab.guest.accelerator import accelerator
 from veyra_lab.guest.errors import GuestError, KernelRefusal
@@ -215,14 +215,6 @@ def test_tells_what_the_kernel_complains_of(running: Running) -> None:
 
 
 # How it begins and ends.
-
-
-def is_there(pid: int) -> bool:
-    """Whether the process runs; not, when it only waits to be asked for its status."""
-    try:
-        return Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").rpartition(")")[2].split()[0] != "Z"
-    except OSError:
-        return False
 
 
 def check_one_line(error: pytest.ExceptionInfo[GuestError], *said: str) -> None:

@@ -7,8 +7,8 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 
 import pytest
+from guests import cannot_run
 from support import CHECKOUT, random_image, slow
-from test_guest import cannot_run
 from veyra_lab.guest import network
 from veyra_lab.guest.accelerator import accelerator
 from veyra_lab.guest.camera_server import CameraServer

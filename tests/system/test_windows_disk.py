@@ -14,8 +14,8 @@ from pathlib import Path
 
 import linux_disk
 import pytest
+from guests import cannot_run, is_there
 from support import CHECKOUT, Run, check_refusal, slow
-from test_guest import cannot_run, is_there
 from veyra_lab.__main__ import main
 from veyra_lab.guest.errors import GuestError
 from veyra_lab.guest.tools import call, tool
