@@ -18,8 +18,8 @@ def add_bus(parser: argparse.ArgumentParser) -> None:
         "--bus",
         choices=BUSES,
         default=VirtualBus.name,
-        help="where the cameras are plugged in: virtual, a bus in the service's process, in virtual time; usb, that of a Linux"
-        " guest under QEMU, whose kernel drives them in real time (default: %(default)s)",
+        help="where the cameras are plugged in: virtual, a bus in the service's process, in virtual time; usb, that of a"
+        " Linux guest under QEMU, whose kernel drives them in real time (default: %(default)s)",
     )
 
 

@@ -38,8 +38,8 @@ class UsbBus(CameraBus):
         self._count = 0
         self._placed_at = 0
         self._log_mark = guest.system.kernel_mark()
-        seconds = f"{guest.seconds_to_first_answer:.1f} s"
-        peer.record("bus", kernel=guest.kernel, text=f"Linux {guest.kernel} drives the bus; it answered after {seconds}")
+        answered = f"it answered after {guest.seconds_to_first_answer:.1f} s"
+        peer.record("bus", kernel=guest.kernel, text=f"Linux {guest.kernel} drives the bus; {answered}")
 
     def stage(self, rig: Event) -> Event:
         return {**rig, "bus": "usb", "skip_waits": False}
@@ -102,12 +102,12 @@ class UsbBus(CameraBus):
         """Until no camera has anything pending, and the guest's kernel has each as what it is."""
         deadline = time.monotonic() + _KERNEL_PATIENCE
         while True:
-            states = [self.state(camera) for camera in range(self._count)]
+            states = {camera + 1: self.state(camera) for camera in range(self._count)}
             wanted = {
-                camera + 1: CAMERA_PRODUCTS[state["mode"]] for camera, state in enumerate(states) if state["mode"] in CAMERA_PRODUCTS
+                port: CAMERA_PRODUCTS[state["mode"]] for port, state in states.items() if state["mode"] != "absent"
             }
             known = self._ports()
-            if known == wanted and not any(state["pending"] for state in states):
+            if known == wanted and not any(state["pending"] for state in states.values()):
                 return
             if time.monotonic() > deadline:
                 raise PeerError(f"the guest's kernel does not come to rest: its ports have {known}, not {wanted}")

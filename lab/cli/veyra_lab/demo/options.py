@@ -122,7 +122,8 @@ def parse(arguments: Sequence[str]) -> Options:
     parser = _parser()
     parsed = parser.parse_args(arguments)
     if parsed.bus == UsbBus.name and parsed.transfer_size > MOST_TRANSFER_BYTES:
-        parser.error(f"--transfer-size {parsed.transfer_size}: with --bus usb, QEMU moves {MOST_TRANSFER_BYTES} bytes at most")
+        most = f"with --bus usb, QEMU moves {MOST_TRANSFER_BYTES} bytes at most"
+        parser.error(f"--transfer-size {parsed.transfer_size}: {most}")
     try:
         ask = _WHO_IS_ASKED[parsed.answer]() if parsed.answer in _WHO_IS_ASKED else None
     except answer.AnswerError as error:

@@ -83,7 +83,8 @@ class Reporter:
 
     def _device(self, event: Event) -> None:
         if event["change"] == "ready" and event["vendor"] == CAMERA_VENDOR:
-            self._screen.note(f"the guest's kernel has configured it: {event['path']}, {event['vendor']}:{event['product']}")
+            device = f"{event['path']}, {event['vendor']}:{event['product']}"
+            self._screen.note(f"the guest's kernel has configured it: {device}")
 
     def _trace(self, event: Event) -> None:
         # Scopes are for the transcript: they say where the service is, not what happens.

@@ -100,6 +100,8 @@ def _run(options: argparse.Namespace) -> int:
         variants = _chosen(options)
         with sole_use(options.machine):
             programs = up_to_date_programs(options)
+            if options.bus == UsbBus.name and not options.json:
+                Screen().step("Booting a Linux guest, whose kernel drives the bus")
             with (
                 Machine(options.machine) as machine,
                 ScenarioRunner(

@@ -13,10 +13,10 @@ from typing import Any, NoReturn
 from ..checkout import BUILD
 from ..guest.accelerator import accelerator
 from ..guest.camera_server import CameraServer
-from ..guest.command import up_to_date_image
 from ..guest.errors import GuestError
 from ..guest.image import PRESET
 from ..guest.qemu import KVM, Logs, Qemu
+from ..guest.up_to_date import up_to_date_image
 from ..terminal.parser import add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup

@@ -26,7 +26,8 @@ def measure(contenders: Contenders, other_host: OtherHost) -> Iterator[Row]:
         f"download of 1 MiB on a real bus, {_BLOCK:,} bytes a block",
         _ours(contenders, other_host, image, ready),
         other_host.download(image, **ready),
-        "From the first DFU request to the last, as the camera has recorded them.",
+        "From the first DFU request to the last, as the camera has recorded them. dfu-util runs in the guest; each of the"
+        " service's transfers comes to it through Wine, the laboratory's program and the guest's helper.",
     )
     blocks = _SIZE // MOST_TRANSFER_BYTES
     busy: dict[str, Any] = {**BUSY_FIRST, "transfer_size": MOST_TRANSFER_BYTES}
@@ -34,8 +35,8 @@ def measure(contenders: Contenders, other_host: OtherHost) -> Iterator[Row]:
         f"the same, camera busy after each of {blocks} blocks",
         _ours(contenders, other_host, image, busy),
         other_host.download(image, **busy),
-        f"The service looks again after {_POLL_SECONDS * 1000:.0f} ms, whatever the camera asks for: {blocks * _POLL_SECONDS:.1f} s"
-        " of its time are that.",
+        f"The service looks again after {_POLL_SECONDS * 1000:.0f} ms, whatever the camera asks for:"
+        f" {blocks * _POLL_SECONDS:.1f} s of its time are that.",
     )
 
 
