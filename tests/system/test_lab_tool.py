@@ -226,7 +226,7 @@ def test_lists_what_a_real_bus_can_have_and_why_it_cannot_have_the_rest(run: Run
     lines = {line.split()[0]: line for line in text.splitlines()}
     assert list(lines) == [variant.name for variant in variants]
     for variant in variants:
-        assert ("(Not on usb: " in lines[variant.name]) == bool(variant.not_on_usb)
+        assert ("(not on usb: " in lines[variant.name]) == bool(variant.not_on_usb)
         assert variant.not_on_usb in lines[variant.name]
     status, text, errors = run(lab.main, "list", "--bus", "usb")
     assert (status, errors) == (0, "")

@@ -92,7 +92,9 @@ def _can_have(bus: str, variant: Variant) -> bool:
 
 def _words_about(variant: Variant) -> str:
     slow = "(slow) " if variant.slow else ""
-    return slow + variant.description + (f" (Not on usb: {variant.not_on_usb}.)" if variant.not_on_usb else "")
+    # In front, where no terminal cuts it off.
+    why_not = f"(not on usb: {variant.not_on_usb}) " if variant.not_on_usb else ""
+    return slow + why_not + variant.description
 
 
 def _run(options: argparse.Namespace) -> int:
