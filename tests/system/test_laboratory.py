@@ -122,6 +122,14 @@ class TestWire:
         rig = self.process(RIG, 7)
         rig.say({"event": "ask", "to": GUEST, "question": 3, "command": {"command": "devices"}})
         assert rig.hear()["answer"]["errno"] == "ENODEV"
+        # Nor does a guest answer that has gone.
+        guest = self.process(GUEST, 1)
+        rig.say({"event": "ask", "to": GUEST, "question": 4, "command": {"command": "devices"}})
+        guest.hear()
+        guest.leave()
+        self.playing.remove(guest)
+        answer = rig.hear()
+        assert (answer["question"], answer["answer"]["errno"]) == (4, "ENODEV")
 
     def test_wire_ends_the_run_at_a_question_that_makes_no_sense(self) -> None:
         rig, guest = self.process(RIG, 7), self.process(GUEST, 1)

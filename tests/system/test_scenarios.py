@@ -7,6 +7,7 @@ from pathlib import Path
 
 import pytest
 from support import BUILD, CHECKOUT, Shared, slow
+from veyra_lab.buses.virtual import VirtualBus
 from veyra_lab.runner.runner import ScenarioRunner
 from veyra_lab.scenarios.files import read_folder, read_named
 from veyra_lab.scenarios.variant import Variant
@@ -33,6 +34,14 @@ _FOLDER = CHECKOUT / "lab" / "scenarios"
 def test_scenario(shared: Shared[ScenarioRunner], variant: Variant) -> None:
     complaints = shared.get().run(variant).complaints
     assert not complaints, "\n".join(complaints)
+
+
+def test_does_not_hold_when_the_bus_has_something_to_say(
+    shared: Shared[ScenarioRunner], monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr(VirtualBus, "complaints", lambda bus, cameras, events: ["the bus creaks"])
+    outcome = shared.get().run(read_named(_FOLDER, ["smallest-image"])[0])
+    assert (outcome.complaints, outcome.held) == (["the bus creaks"], False)
 
 
 def test_tells_what_the_service_holds_where_somebody_looks(shared: Shared[ScenarioRunner]) -> None:

@@ -1,18 +1,24 @@
 """The service that ships on a real bus: a Linux guest's kernel drives the cameras. One scenario of each kind; the whole list
 is for scripts/lab run --bus usb --all."""
 
+import json
+import re
 from collections.abc import Iterator
 from contextlib import contextmanager
+from pathlib import Path
 
 import pytest
 from guests import booted, cannot_run, guest_image
-from support import BUILD, CHECKOUT, Shared, slow
+from support import BUILD, CHECKOUT, Shared, run_script, slow
+from test_demo import check_update
 from veyra_lab.buses.usb import UsbBus
 from veyra_lab.guest.errors import GuestError
 from veyra_lab.guest.kv400 import Kv400
 from veyra_lab.guest.served_cameras import ServedCameras
 from veyra_lab.runner.runner import ScenarioRunner
 from veyra_lab.scenarios.files import read_folder, read_named
+from veyra_lab.terminal.set_up import SetUpError
+from veyra_lab.windows.image import ODD_IMAGE_SIZE, default_image
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import Programs
 
@@ -31,6 +37,7 @@ _KINDS = {
     "full speed": "full-speed",
     "a hostile descriptor": "hostile-descriptors/b-length-0",
     "two cameras": "two-cameras",
+    "a pull between two enumerations": "unplug-between-the-modes",
 }
 # A configuration that is longer than all that is in it, and whose DFU interface is 8 bytes long.
 _WRONG_DESCRIPTOR = "09022000010100c032" + "0804000000fe0102"
@@ -43,8 +50,8 @@ def SHARED(machine: Machine) -> Iterator[ScenarioRunner]:
     runner = ScenarioRunner(machine, Programs.of(BUILD), bus=UsbBus.name)
     try:
         runner.__enter__()
-    except GuestError as error:
-        cannot_run(error)
+    except (GuestError, SetUpError) as error:
+        cannot_run(GuestError(str(error)))
     try:
         yield runner
     finally:
@@ -64,7 +71,7 @@ def test_at_least_forty_scenarios_are_for_a_real_bus() -> None:
     assert all(not variant.not_on_usb for variant in variants if variant.name in _KINDS.values())
 
 
-def test_kernel_that_complains_of_a_descriptor_fails_the_run() -> None:
+def test_run_is_told_of_a_kernel_that_complains_of_a_descriptor() -> None:
     camera = {"configuration_descriptor": _WRONG_DESCRIPTOR}
     with booted(guest_image(), "complaints") as running:
         bus = UsbBus(running.guest, running.peer)
@@ -76,3 +83,23 @@ def test_kernel_that_complains_of_a_descriptor_fails_the_run() -> None:
             complaints = bus.complaints([told], [])
             assert bool(complaints) == has_to_complain
             assert all(each.startswith("the guest's kernel complains: usb 1-1: config ") for each in complaints)
+
+
+@pytest.mark.xdist_group("demo")
+def test_shows_an_update_on_a_real_bus(tmp_path: Path) -> None:
+    with booted(guest_image(), "before-the-demo"):
+        pass  # where that does not work, this test is skipped
+    transcript = tmp_path / "run.jsonl"
+    done = run_script("demo", "--bus", "usb", "--transcript", str(transcript))
+    check_update(done, default_image(ODD_IMAGE_SIZE), "5.10.2.0", 1024)
+    assert re.search(r"^    Linux \S+ drives the bus; it answered after [0-9.]+ s$", done.stdout, re.MULTILINE)
+    assert done.stdout.count("the guest's kernel has configured it: 1-1, 2f1a:7e0") == 3
+    assert re.search(r"^==> (\d+) of \1 expectations held$", done.stdout, re.MULTILINE)
+    # Both ends of the bus are in the record, and have seen the same.
+    events = [json.loads(line) for line in transcript.read_text(encoding="utf-8").splitlines()]
+    ends = [
+        [event["setup"] for event in events if (event["source"], event["event"]) == (source, "transfer") and event["ok"]]
+        for source in ("rig", "usbredir")
+    ]
+    assert ends[0] == ends[1]
+    assert len(ends[0]) >= 2 * 257 + 6

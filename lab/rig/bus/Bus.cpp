@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "lab/rig/bus/KernelPort.h"
 #include "lab/rig/bus/TransferErrors.h"
 #include "lab/rig/bus/VirtualPort.h"
 #include "lab/vocabulary/BusEvents.h"

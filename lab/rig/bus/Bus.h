@@ -21,7 +21,6 @@
 #include "lab/rig/bus/CameraPort.h"
 #include "lab/rig/bus/InterfaceEvent.h"
 #include "lab/rig/bus/KernelBus.h"
-#include "lab/rig/bus/KernelPort.h"
 #include "lab/rig/bus/ListedCamera.h"
 #include "lab/rig/bus/TransferTime.h"
 

@@ -47,8 +47,8 @@ class CameraPort {
     virtual TransferResult SetInterface(std::uint8_t number, std::uint8_t setting, const Turn& turn) = 0;
     virtual TransferResult ReadDescriptor(std::uint8_t type, std::uint8_t index,
                                           std::span<std::uint8_t> buffer, const Turn& turn) = 0;
-    // As the driver has read them when the camera arrived.
-    [[nodiscard]] virtual InterfaceDescriptors Interfaces(const Turn& turn) = 0;
+    // As the driver has read them when the camera arrived; none when it has gone meanwhile.
+    [[nodiscard]] virtual std::optional<InterfaceDescriptors> Interfaces(const Turn& turn) = 0;
 };
 
 }  // namespace lab::rig

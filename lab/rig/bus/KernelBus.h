@@ -1,13 +1,10 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
 #include <string_view>
 
 #include <nlohmann/json_fwd.hpp>

@@ -66,6 +66,7 @@ bool KernelPort::TakeDevice(std::string_view path, std::string_view product) {
     path_ = path;
     mode_ = ModeOf(product);
     claimed_.reset();
+    ++devices_;
     return true;
 }
 
@@ -112,12 +113,15 @@ TransferResult KernelPort::ReadDescriptor(std::uint8_t type, std::uint8_t index,
     return ControlTransfer(setup, buffer, turn);
 }
 
-InterfaceDescriptors KernelPort::Interfaces(const Turn& turn) {
+std::optional<InterfaceDescriptors> KernelPort::Interfaces(const Turn& turn) {
     constexpr std::size_t kDeviceDescriptorSize = 18;
     const json answer = kernel_.Ask(turn.bus, "descriptors", {{"device", path_}});
+    if (answer.contains("errno")) {
+        return std::nullopt;
+    }
     const auto bytes = BytesFromHex(answer.value("data", ""));
     if (!bytes || bytes->size() < kDeviceDescriptorSize) {
-        return {};
+        return InterfaceDescriptors();
     }
     return FindInterfaces(std::span(*bytes).subspan(kDeviceDescriptorSize));
 }
@@ -161,7 +165,11 @@ TransferResult KernelPort::Claim(std::uint8_t number, const Turn& turn) {
     if (claimed_ == number) {
         return {};
     }
+    const unsigned device = devices_;
     const TransferResult result = Ask("claim", {{"interface", number}}, {}, turn);
+    if (device != devices_) {
+        return {.end = TransferEnd::Disconnected};
+    }
     if (result.end == TransferEnd::Ok) {
         claimed_ = number;
     }

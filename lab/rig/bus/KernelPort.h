@@ -34,7 +34,7 @@ class KernelPort : public CameraPort {
     TransferResult SetInterface(std::uint8_t number, std::uint8_t setting, const Turn& turn) override;
     TransferResult ReadDescriptor(std::uint8_t type, std::uint8_t index, std::span<std::uint8_t> buffer,
                                   const Turn& turn) override;
-    [[nodiscard]] InterfaceDescriptors Interfaces(const Turn& turn) override;
+    [[nodiscard]] std::optional<InterfaceDescriptors> Interfaces(const Turn& turn) override;
 
   private:
     // One question about the camera, and its end as the transfer's; `data` gets what the camera has sent.
@@ -49,6 +49,7 @@ class KernelPort : public CameraPort {
     KernelBus& kernel_;
     std::string path_;
     BusMode mode_ = BusMode::Absent;
+    unsigned devices_ = 0;  // that have been there
     std::optional<std::uint8_t> claimed_;
 };
 

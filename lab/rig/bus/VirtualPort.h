@@ -36,7 +36,7 @@ class VirtualPort : public CameraPort {
                                   const Turn& turn) override {
         return camera_.ReadDescriptor(type, index, buffer, turn.nowMs);
     }
-    [[nodiscard]] InterfaceDescriptors Interfaces(const Turn& /*turn*/) override {
+    [[nodiscard]] std::optional<InterfaceDescriptors> Interfaces(const Turn& /*turn*/) override {
         return camera_.Interfaces();
     }
 

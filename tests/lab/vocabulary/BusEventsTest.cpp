@@ -64,7 +64,7 @@ TEST(BusEvents, TheOthers) {
 
 TEST(BusEvents, AnAbsentCamerasState) {
     EXPECT_EQ(CameraState(VirtualCamera({}), BusMode::Absent),
-              json::parse(R"({"mode":"absent","on_its_way":false,"dfu_state":0,"dfu_status":0,
+              json::parse(R"({"mode":"absent","on_its_way":false,"pending":false,"dfu_state":0,"dfu_status":0,
                               "version":"5.10.2.0","flash_bytes":4096,"block_number_gaps":0,"transfers":0})"));
 }
 

@@ -32,7 +32,7 @@ class CameraBus(ABC):
 
     @abstractmethod
     def state(self, camera: int) -> Event:
-        """What it is."""
+        """Where it is, what it runs, and what it has counted: the answer to the command "state"."""
 
     @abstractmethod
     def flash(self, camera: int) -> bytes:

@@ -24,10 +24,11 @@ def add_bus(parser: argparse.ArgumentParser) -> None:
 
 
 @contextmanager
-def opened(bus: str, peer: Peer) -> Iterator[CameraBus]:
-    """The bus of that name, in use until the end. SetUpError or GuestError when there is none."""
+def opened(bus: str, peer: Peer, whose: str) -> Iterator[CameraBus]:
+    """The bus of that name, in use until the end; `whose` is what a guest's logs are called. SetUpError or GuestError
+    when there is none."""
     if bus == UsbBus.name:
-        with usb_bus(peer) as usb:
+        with usb_bus(peer, whose) as usb:
             yield usb
     else:
         yield VirtualBus(peer)

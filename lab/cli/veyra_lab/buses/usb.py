@@ -9,6 +9,7 @@ from ..guest.errors import GuestError
 from ..guest.machine import GuestMachine
 from ..guest.qemu import Logs
 from ..guest.served_cameras import TARGET, ServedCameras
+from ..guest.system import complaints_of
 from ..guest.up_to_date import LOG_FOLDER, up_to_date_image
 from ..scenarios.transfer_pattern import spell
 from ..wire.events import CAMERA_PRODUCTS, GUEST, RIG, USBREDIR, Event, PeerError
@@ -19,6 +20,8 @@ from .bus import CameraBus
 MOST_TRANSFER_BYTES = 4096
 # A kernel that finds no sense in a device tries again and again, for half a minute.
 _KERNEL_PATIENCE = 60.0
+# A download whose every block is waited for may take as long.
+_SETTLING_LIMIT = 900.0
 _PAUSE = 0.05
 # Fields of a stage's camera that say how Windows lists it: the rig's affair.
 _OF_WINDOWS = ("link_case", "link_length", "listed_twice", "listed_as", "removal_notices", "unplug_error")
@@ -49,7 +52,8 @@ class UsbBus(CameraBus):
         self._placed_at = self._peer.mark()
         self._count = len(cameras)
         of_devices = [{name: each for name, each in camera.items() if name not in _OF_WINDOWS} for camera in cameras]
-        self._served = ServedCameras(self._guest, self._peer, of_devices).__enter__()
+        with _as_peer_error():
+            self._served = ServedCameras(self._guest, self._peer, of_devices).__enter__()
 
     def clear(self) -> None:
         """No camera has a place any more."""
@@ -57,6 +61,8 @@ class UsbBus(CameraBus):
         if served is not None:
             with _as_peer_error():
                 served.__exit__(None, None, None)
+                # What the kernel says of cameras that are pulled so is nobody's fault.
+                self._log_mark = self._guest.system.kernel_mark()
 
     def plug(self, camera: int) -> None:
         self._cameras().plug(camera)
@@ -71,12 +77,14 @@ class UsbBus(CameraBus):
         return self._cameras().flash(camera)
 
     def settle(self, patience: float) -> None:
-        while True:
+        deadline = time.monotonic() + _SETTLING_LIMIT
+        while time.monotonic() < deadline:
             mark = self._peer.mark()
             self._wait_for_the_kernel()
             self._peer.command(RIG, "settle", quiet=patience)
             if not any(event["event"] in ("camera", "device") for event in self._peer.events_since(mark)):
                 return
+        raise PeerError(f"the cameras still come and go after {_SETTLING_LIMIT:.0f} s")
 
     def hear_out(self) -> None:
         self.state(0)
@@ -86,12 +94,14 @@ class UsbBus(CameraBus):
 
     def complaints(self, cameras: Sequence[Event], events: Sequence[Event]) -> list[str]:
         with _as_peer_error():
-            said = self._guest.kernel_complaints(self._log_mark)
-            self._log_mark = self._guest.system.kernel_mark()
+            lines = self._guest.system.kernel_log(self._log_mark)
+        self._log_mark = lines[-1].number + 1 if lines else self._log_mark
+        complaints = [f"the guest's kernel complains: {line}" for line in complaints_of(lines)]
         # What a camera is told to do wrong, the kernel may well complain of.
         if any("faults" in camera or "configuration_descriptor" in camera for camera in cameras):
-            said = []
-        return [f"the guest's kernel complains: {line}" for line in said] + _differences(events)
+            complaints = []
+        lost = [f"the guest: {event['why']}" for event in events if event["event"] == "devices-lost"]
+        return complaints + lost + differences(events)
 
     def _cameras(self) -> ServedCameras:
         if self._served is None:
@@ -126,7 +136,7 @@ class UsbBus(CameraBus):
         return ports
 
 
-def _differences(events: Sequence[Event]) -> list[str]:
+def differences(events: Sequence[Event]) -> list[str]:
     """What was carried out is the same at both ends: what the service was answered, and what the cameras answered."""
 
     def carried_out(source: str) -> list[Event]:
@@ -151,10 +161,11 @@ def _as_peer_error() -> Iterator[None]:
 
 
 @contextmanager
-def usb_bus(peer: Peer) -> Iterator[UsbBus]:
-    """A guest that has booted, and its bus. SetUpError or GuestError when there is none."""
+def usb_bus(peer: Peer, whose: str) -> Iterator[UsbBus]:
+    """A guest that has booted, and its bus; `whose` is what its logs are called. SetUpError or GuestError when there is
+    none."""
     image = up_to_date_image(TARGET)
-    with GuestMachine(image, peer, Logs(LOG_FOLDER), accelerator(image)) as guest:
+    with GuestMachine(image, peer, Logs(LOG_FOLDER, whose), accelerator(image)) as guest:
         bus = UsbBus(guest, peer)
         try:
             yield bus

@@ -39,7 +39,7 @@ class Laboratory:
             screen.step("Booting a Linux guest, whose kernel drives the bus")
         with (
             Peer({}, self._formats.add_words, Reporter(screen, plan), transcript) as peer,
-            opened(bus, peer) as cameras,
+            opened(bus, peer, "demo") as cameras,
         ):
             stage = cameras.stage(plan.stage())
             peer.set_stage(stage)

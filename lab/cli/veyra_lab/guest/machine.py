@@ -10,7 +10,7 @@ from .bus import Bus
 from .errors import GuestError
 from .image import Image
 from .network import NETWORK
-from .qemu import KVM, TCG, USB_BUS, Logs, Qemu
+from .qemu import PROCESSORS, TCG, USB_BUS, Logs, Qemu
 from .system import System, complaints_of
 from .usb_host import UsbHost
 
@@ -95,10 +95,8 @@ class GuestMachine:
         return self._qemu
 
     def _words(self) -> list[str]:
-        # A kernel that uses five levels of page tables boots slower when each is looked up by a program.
-        processor = "host" if self._accelerator == KVM else "max,la57=off"
         return [
-            "-no-reboot", "-display", "none", "-accel", self._accelerator, "-cpu", processor, "-m", str(_MEMORY_MIB),
+            "-no-reboot", "-display", "none", "-accel", self._accelerator, "-cpu", PROCESSORS[self._accelerator], "-m", str(_MEMORY_MIB),
             "-kernel", str(self._image.kernel.elf), "-initrd", str(self._image.initramfs), "-append", _KERNEL_WORDS,
             "-chardev", f"socket,id=wire,host=127.0.0.1,port={self._peer.port},nodelay=on",
             "-device", "virtio-serial-pci", "-device", f"virtserialport,chardev=wire,name={_PORT_NAME}",

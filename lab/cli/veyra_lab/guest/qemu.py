@@ -118,12 +118,17 @@ class Qemu:
 
     def end(self) -> None:
         """Ends it, in whatever state it is, and waits for that."""
-        if self.status is None:
-            os.killpg(self._process.pid, signal.SIGKILL)
-        self._process.wait(_ENDING_PATIENCE)
-        self.qmp.close()
+        try:
+            if self.status is None:
+                os.killpg(self._process.pid, signal.SIGKILL)
+            if not self.wait(_ENDING_PATIENCE):
+                raise GuestError("QEMU does not end, not even when it is killed")
+        finally:
+            self.qmp.close()
 
 
+# What each accelerator runs: a kernel that uses five levels of page tables boots slower where a program looks them up.
+PROCESSORS = {KVM: "host", TCG: "max,la57=off"}
 # The xHCI bus of every machine, called "usb": eight ports, at each of which any speed goes.
 USB_BUS = ("-device", "qemu-xhci,id=usb,p2=8,p3=8")
 

@@ -97,7 +97,7 @@ def installed(
     SetUpError or GuestError when there is no such bus."""
     with (
         Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript) as peer,
-        opened(bus, peer) as cameras,
+        opened(bus, peer, "scenarios") as cameras,
     ):
         service = InstalledService(machine, peer, cameras, programs)
         service.install()

@@ -82,6 +82,7 @@ class ScenarioRunner:
             run.carry_out()
             place = "end"
             outcome.after = self._close(run)
+            outcome.complaints += run.complaints_of_the_bus()
         except (PeerError, MachineError) as error:
             outcome.complaints.append(f"{run.place if run and place == 'start' else place}: {error}")
         finally:
@@ -89,7 +90,6 @@ class ScenarioRunner:
                 run.clear_away()
         if run is not None:
             outcome.complaints += [f"always: {complaint}" for complaint in judge_always(run.events())]
-            outcome.complaints += run.complaints_of_the_bus()
         outcome.complaints += self._peer.breaches()
         outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
         self._machine.forget_crashes()

@@ -7,7 +7,7 @@ from .events import TOAST, Event
 
 
 class Connection:
-    """The rig of one process, or the toast server."""
+    """The rig of one process, the toast server, the guest, or a server of cameras."""
 
     def __init__(self, channel: socket.socket) -> None:
         self.channel = channel

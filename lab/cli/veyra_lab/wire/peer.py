@@ -12,7 +12,7 @@ from typing import Any, TextIO
 
 from .connection import Connection
 from .events import LAB, RIG, TOAST, Event, PeerError, breach_of
-from .relay import is_relayed, relay, tell_of
+from .relay import Relay, is_relayed, tell_of
 
 
 class Peer:
@@ -39,6 +39,7 @@ class Peer:
         self._seen = 0
         self._breaches: list[str] = []
         self._connections: list[Connection] = []
+        self._relay = Relay()
         self._changed = threading.Condition()
         self._failure = ""
         # Half a surrogate pair, which UTF-8 does not have, is written as JSON's escape for it.
@@ -239,6 +240,7 @@ class Peer:
             self._selector.unregister(connection.channel)
             connection.channel.close()
             self._connections.remove(connection)
+            self._relay.forget(connection.source, self._connections)
             self._append({"source": LAB, "event": "gone", "of": connection.source, "pid": connection.pid})
 
     def _take(self, connection: Connection, line: bytes) -> None:
@@ -252,7 +254,7 @@ class Peer:
     def _take_event(self, connection: Connection, event: Event) -> None:
         name = event["event"]
         if is_relayed(event):
-            self._failure = relay(event, connection, self._connections) or self._failure
+            self._failure = self._relay.hand_on(event, connection, self._connections) or self._failure
             return
         if name == "device":
             tell_of(event, self._connections)

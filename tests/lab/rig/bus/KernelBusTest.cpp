@@ -320,6 +320,25 @@ TEST_F(KernelBusTest, ReadsDescriptorsOverTheBusAndInterfacesAsTheKernelHasKeptT
     }
 }
 
+TEST_F(KernelBusTest, HasNoInterfacesOfADeviceThatGoes) {
+    const Presence presence = BeginInDfuMode();
+    kernel_.Says("descriptors", {{"ok", true}, {"errno", "ENODEV"}, {"why", "it is gone"}});
+    EXPECT_EQ(bus_->Interfaces(presence), std::nullopt);
+}
+
+// The claim's answer comes when another device is there already: what was opened does not reach that one.
+TEST_F(KernelBusTest, SendsNothingToADeviceThatCameMeanwhile) {
+    const Presence presence = BeginInDfuMode();
+    kernel_.IsSilentAbout("claim");
+    auto transfer = std::async(std::launch::async, [&] { return GetState(presence); });
+    kernel_.WaitUntilAsked("claim");
+    bus_->TakeDevice("1-1", "");
+    bus_->TakeDevice("1-1", "7e01");
+    bus_->TakeAnswer(1, {{"ok", true}});
+    EXPECT_EQ(transfer.get().error, DWORD{ERROR_GEN_FAILURE});
+    EXPECT_EQ(kernel_.Asked().size(), 1U);
+}
+
 TEST_F(KernelBusTest, GoesOnWhileATransferWaits) {
     const Presence presence = BeginInDfuMode();
     kernel_.IsSilentAbout("control");
