@@ -10,7 +10,7 @@ from .bus import Bus
 from .errors import GuestError
 from .image import Image
 from .network import NETWORK
-from .qemu import PROCESSORS, TCG, USB_BUS, Logs, Qemu
+from .qemu import TCG, USB_BUS, Logs, Qemu, processor
 from .system import System, complaints_of
 from .usb_host import UsbHost
 
@@ -96,7 +96,8 @@ class GuestMachine:
 
     def _words(self) -> list[str]:
         return [
-            "-no-reboot", "-display", "none", "-accel", self._accelerator, "-cpu", PROCESSORS[self._accelerator], "-m", str(_MEMORY_MIB),
+            "-no-reboot", "-display", "none", "-accel", self._accelerator, "-cpu", processor(self._accelerator),
+            "-m", str(_MEMORY_MIB),
             "-kernel", str(self._image.kernel.elf), "-initrd", str(self._image.initramfs), "-append", _KERNEL_WORDS,
             "-chardev", f"socket,id=wire,host=127.0.0.1,port={self._peer.port},nodelay=on",
             "-device", "virtio-serial-pci", "-device", f"virtserialport,chardev=wire,name={_PORT_NAME}",

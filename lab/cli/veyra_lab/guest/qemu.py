@@ -127,10 +127,14 @@ class Qemu:
             self.qmp.close()
 
 
-# What each accelerator runs: a kernel that uses five levels of page tables boots slower where a program looks them up.
-PROCESSORS = {KVM: "host", TCG: "max,la57=off"}
 # The xHCI bus of every machine, called "usb": eight ports, at each of which any speed goes.
 USB_BUS = ("-device", "qemu-xhci,id=usb,p2=8,p3=8")
+
+
+def processor(accelerator: str) -> str:
+    """The one that an accelerator is given. A kernel that uses five levels of page tables boots slower where a program
+    looks each of them up."""
+    return "host" if accelerator == KVM else "max,la57=off"
 
 
 def option(path: Path) -> str:

@@ -4,7 +4,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
-from ..guest.qemu import PROCESSORS, USB_BUS, option
+from ..guest.qemu import USB_BUS, option, processor
 from .disk import Disk
 from .firmware import firmware_of, firmware_words
 from .package import make_disc
@@ -32,7 +32,7 @@ class Hardware:
         """The words of QEMU's command line, without the firmware."""
         network = ("-netdev", "user,id=network", "-device", "e1000e,netdev=network") if self.has_network else ()
         return [
-            "-accel", self.accelerator, "-cpu", PROCESSORS[self.accelerator], "-m", str(self.memory_mib),
+            "-accel", self.accelerator, "-cpu", processor(self.accelerator), "-m", str(self.memory_mib),
             # Some of the Windows use no more than one or two sockets.
             "-smp", f"{self.processors},sockets=1,cores={self.processors}",
             # Windows takes the clock for its local time.
