@@ -1,0 +1,56 @@
+#pragma once
+
+// The numbers of the texts that a person sees, in the string tables of every language. Every text is a
+// message as FormatMessage takes it: %1 is an insert, %% a per cent sign.
+
+// The resource compiler takes no constants.
+// NOLINTBEGIN(cppcoreguidelines-macro-usage)
+#define TEXT_TITLE 100
+
+#define TEXT_BUTTON_UPDATE 110
+#define TEXT_BUTTON_NOT_NOW 111
+#define TEXT_BUTTON_HIDE 112
+#define TEXT_BUTTON_CLOSE 113
+
+#define TEXT_QUESTION 120
+#define TEXT_QUESTION_OLDER 121
+#define TEXT_OFFER_NEWER 122
+#define TEXT_OFFER_OLDER 123
+#define TEXT_OFFER_DIFFERENT 124
+#define TEXT_VERSION_NOT_TOLD 125
+#define TEXT_REPLACES 126
+#define TEXT_MEANWHILE 127
+#define TEXT_MEANWHILE_UNKNOWN 128
+#define TEXT_QUESTION_WARNING 129
+
+#define TEXT_WAITING 140
+#define TEXT_WAITING_DETAIL 141
+
+#define TEXT_DOWNLOAD 150
+#define TEXT_DOWNLOAD_PERCENT 151
+#define TEXT_DOWNLOAD_BLOCKS 152
+#define TEXT_DOWNLOAD_ALL_TAKEN 153
+#define TEXT_DOWNLOAD_SILENT 154
+#define TEXT_DOWNLOAD_WARNING 155
+#define TEXT_SECONDS_LEFT 156
+#define TEXT_MINUTE_LEFT 157
+#define TEXT_MINUTES_LEFT 158
+#define TEXT_TIME_NOT_KNOWN 159
+#define TEXT_DOWNLOAD_NOT_FINISHED 160
+
+#define TEXT_END_ALL_TAKEN 170
+#define TEXT_END_ALL_TAKEN_DETAIL 171
+#define TEXT_END_LAST_MISSING 172
+#define TEXT_END_LAST_MISSING_DETAIL 173
+#define TEXT_END_STOPPED 174
+#define TEXT_END_STOPPED_DETAIL 175
+#define TEXT_END_UNKNOWN 176
+#define TEXT_END_UNKNOWN_DETAIL 177
+#define TEXT_END_NEVER_BEGAN 178
+#define TEXT_END_NEVER_BEGAN_DETAIL 179
+#define TEXT_END_NOTHING_STARTED 180
+#define TEXT_END_NOTHING_STARTED_DETAIL 181
+#define TEXT_END_CLIENT_GONE 182
+#define TEXT_END_CLIENT_GONE_DETAIL 183
+#define TEXT_END_CLIENT_GONE_PERCENT 184
+// NOLINTEND(cppcoreguidelines-macro-usage)
