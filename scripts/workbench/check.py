@@ -15,11 +15,13 @@ from .interruption import status_of
 
 _PRESET = "windows-release"
 _AT_A_TIME = 2
+# The houses that clang-tidy looks at, and from where their files include each other.
+_HOUSES = {"src": "src", "toast": "."}
 _COMPILER = "x86_64-w64-mingw32-g++-posix"
 
 _DESCRIPTION = """\
 Checks the C++ files that have changed since the last commit, new ones too: all of them by clang-format, those of src/
-also by clang-tidy, a header with a source that includes it. With FILE, those; with --all, every file that git knows.
+and toast/ also by clang-tidy, a header with a source that includes it. With FILE, those; with --all, every file that git knows.
 Prints only what it finds.
 
 It needs Debian's packages clang-format and clang-tidy."""
@@ -36,15 +38,16 @@ def _git(*arguments: str) -> list[Path]:
 
 
 def source_for(file: Path) -> Path | None:
-    """The source with which clang-tidy looks at a file of src/: itself, or for a header its own, or the first one that
-    includes it, maybe by another header."""
-    if file.parts[0] != "src":
+    """The source with which clang-tidy looks at a file of src/ or toast/: itself, or for a header its own, or the first one
+    that includes it, maybe by another header."""
+    house = file.parts[0]
+    if house not in _HOUSES:
         return None
     source = file.with_suffix(".cpp")
     if (CHECKOUT / source).exists():
         return source
-    line = f'#include "{file.relative_to("src").as_posix()}"'
-    others = (path for path in sorted((CHECKOUT / "src").rglob("*.[ch]*")) if line in path.read_text(encoding="utf-8"))
+    line = f'#include "{file.relative_to(_HOUSES[house]).as_posix()}"'
+    others = (path for path in sorted((CHECKOUT / house).rglob("*.[ch]*")) if line in path.read_text(encoding="utf-8"))
     return next(filter(None, (source_for(path.relative_to(CHECKOUT)) for path in others)), None)
 
 
@@ -55,7 +58,7 @@ def _cross_compiler_flags() -> Sequence[str]:
     flags = ["--target=x86_64-w64-windows-gnu", "-nostdinc++"]
     for folder in (library, f"{library}/x86_64-w64-mingw32", f"{library}/backward", "/usr/share/mingw-w64/include"):
         flags += ["-isystem", folder]
-    return [f"--extra-arg={flag}" for flag in [*flags, "-Wno-unknown-warning-option"]]
+    return [f"--extra-arg={flag}" for flag in [*flags, "-Wno-unknown-warning-option", "-Wno-unused-command-line-argument"]]
 
 
 def _run(command: Sequence[str]) -> str:

@@ -1,4 +1,4 @@
-"""Line and branch coverage of src/ from the cross-built tests: scripts/coverage."""
+"""Line and branch coverage of src/ and toast/ from the cross-built tests: scripts/coverage."""
 
 import json
 import os
@@ -16,20 +16,20 @@ from veyra_lab.windows.machine import Machine, MachineError
 from .builds import Build, TestProgram, programs_of
 from .interruption import status_of
 
-_COVERAGE = Build("windows-coverage", "which lines and branches of src/ run")
+_COVERAGE = Build("windows-coverage", "which lines and branches of the product run")
 _FOLDER = _COVERAGE.folder
-_SOURCES = CHECKOUT / "src"
+_HOUSES = ("src", "toast")
 _WINE = str(CHECKOUT / "scripts" / "wine")
 _GCOV = "x86_64-w64-mingw32-gcov-posix"
 
 _DESCRIPTION = """\
 Builds the preset windows-coverage, runs its tests under Wine, and reads what gcov counted: prints line and branch
-coverage of src/, and names each line that never ran. Branches that exist only because a call may throw are left out."""
+coverage of src/ and toast/, and names each line that never ran. Branches that exist only because a call may throw are left out."""
 
 
 def test_programs() -> list[TestProgram]:
-    """The test programs of the folders of src/."""
-    folders = {path.name for path in _SOURCES.iterdir()}
+    """The test programs of the folders of src/, and of toast/."""
+    folders = {path.name for path in (CHECKOUT / "src").iterdir()} | {"toast"}
     return [program for program in programs_of(_COVERAGE) if program.folder in folders]
 
 
@@ -51,7 +51,7 @@ def run_tests() -> None:
 
 def gcov_files() -> Iterator[dict]:
     """What gcov says of each source file in each object's counts."""
-    for notes in sorted((_FOLDER / "src").rglob("*.gcno")):
+    for notes in sorted(notes for house in _HOUSES for notes in (_FOLDER / house).rglob("*.gcno")):
         result = subprocess.run([_GCOV, "--json-format", "--stdout", "--branch-probabilities", notes], cwd=_FOLDER,
                                 check=True, capture_output=True, text=True)
         for line in result.stdout.splitlines():
@@ -73,7 +73,7 @@ def main() -> int:
     branches: dict[str, dict[tuple[int, int], int]] = defaultdict(lambda: defaultdict(int))
     for file in gcov_files():
         path = Path(os.path.normpath(_FOLDER / file["file"]))
-        if not path.is_relative_to(_SOURCES):
+        if not any(path.is_relative_to(CHECKOUT / house) for house in _HOUSES):
             continue
         name = str(path.relative_to(CHECKOUT))
         for line in file["lines"]:
@@ -96,8 +96,8 @@ def main() -> int:
             print(f"{name}: lines that never ran: {', '.join(bare)}")
         if half:
             print(f"{name}: branches not taken in lines {', '.join(map(str, half))}")
-    print(f"line coverage of src/: {share(lines)}")
-    print(f"branch coverage of src/: {share(branches)}")
+    print(f"line coverage of src/ and toast/: {share(lines)}")
+    print(f"branch coverage of src/ and toast/: {share(branches)}")
     return 0
 
 

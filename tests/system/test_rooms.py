@@ -1,6 +1,8 @@
-"""The rooms of the laboratory's programs: small modules, imports that only go down, and no circle."""
+"""The rooms of the laboratory's programs: small modules, imports that only go down, and no circle. And the toast controller's
+rooms, whose arrows the compiler does not hold."""
 
 import ast
+import re
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -95,3 +97,39 @@ def test_no_circle() -> None:
 
 def test_every_import_is_found() -> None:
     assert {each for used in _IMPORTS.values() for each in used} - _MODULES.keys() == set()
+
+
+_TOAST = CHECKOUT / "toast"
+# What each room of the toast controller may include from, besides itself and win32/ of the service.
+_TOAST_BELOW: dict[str, set[str]] = {
+    "conversation": set(),
+    "registration": set(),
+    "record": {"conversation", "registration"},
+    "window": {"conversation"},
+    "server": {"conversation", "registration"},
+    "program": {"conversation", "registration", "record", "window", "server"},
+}
+_GENERATED = {"Messages.h"}
+_IDENTITY = "prompt/IToastCntr.h"
+
+
+def toast_includes(room_name: str) -> set[str]:
+    """What the files of a room of the toast controller include of the project."""
+    files = [path for path in (_TOAST / room_name).iterdir() if path.suffix in (".cpp", ".h", ".rc", ".in")]
+    texts = (path.read_text(encoding="utf-8") for path in files)
+    return {name for text in texts for name in re.findall(r'#include "([^"]+)"', text)} - _GENERATED - {_IDENTITY}
+
+
+def test_the_toast_controller_has_these_rooms() -> None:
+    assert {path.name for path in _TOAST.iterdir() if path.is_dir()} == set(_TOAST_BELOW)
+
+
+@pytest.mark.parametrize("name", sorted(_TOAST_BELOW))
+def test_includes_of_the_toast_controller_only_go_down(name: str) -> None:
+    allowed = ("win32/", f"toast/{name}/", *(f"toast/{below}/" for below in _TOAST_BELOW[name]))
+    assert {include for include in toast_includes(name) if not include.startswith(allowed)} == set()
+
+
+def test_the_service_knows_nothing_of_the_toast_controllers_house() -> None:
+    files = [path for path in (CHECKOUT / "src").rglob("*") if path.suffix in (".cpp", ".h", ".txt")]
+    assert [path for path in files if "toast/" in path.read_text(encoding="utf-8")] == []

@@ -125,7 +125,10 @@ def test_unknown_name_is_told_in_one_line_and_nothing_is_built(run: Run, built: 
     [
         (["dfu"], ["dfu_test"]),
         (["--preset", "windows-checked"], [program.name for program in _PROGRAMS]),
-        (["--preset", "windows-clang"], ["VeyraCameraDfuService", *(program.name for program in _PROGRAMS)]),
+        (
+            ["--preset", "windows-clang"],
+            ["VeyraCameraDfuService", "toast_controller", *(program.name for program in _PROGRAMS)],
+        ),
         (["--preset", "host-sanitize"], ["all"]),
     ],
 )
@@ -145,9 +148,10 @@ def test_check_refuses_files_that_it_would_not_look_at(run: Run, arguments: Sequ
 
 
 def test_every_header_of_the_product_is_tidied_with_a_source() -> None:
-    headers = [path.relative_to(CHECKOUT) for path in (CHECKOUT / "src").rglob("*.h")]
+    headers = [path.relative_to(CHECKOUT) for house in ("src", "toast") for path in (CHECKOUT / house).rglob("*.h")]
     assert [str(header) for header in headers if not check.source_for(header)] == []
     assert check.source_for(Path("src/dfu/DfuCommand.h")) == Path("src/dfu/DfuCommand.cpp")
+    assert check.source_for(Path("toast/conversation/Event.h"))
 
 
 def test_check_without_git_wants_the_files_named(run: Run, monkeypatch: pytest.MonkeyPatch, tmp_path: Path) -> None:
