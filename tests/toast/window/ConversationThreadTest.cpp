@@ -185,7 +185,9 @@ TEST_F(ConversationThreadTest, TakesNoMoreThanItHoldsAndNeverWaits) {
         ++taken;
     }
     EXPECT_EQ(taken, EventInbox::kCapacity);
+    dialog_.Refuse(std::nullopt);
     SetEvent(released.Get());
+    EXPECT_TRUE(dialog_.ShowsInstruction(kQuestion));
 }
 
 HWND WINAPI NoWindow(DWORD, LPCWSTR, LPCWSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE, LPVOID) {
