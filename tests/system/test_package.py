@@ -556,7 +556,7 @@ def test_two_builds_give_the_same_executable(tmp_path: Path) -> None:
     for name in ("one", "the other, in a longer path"):
         tree = tmp_path / name
         tree.mkdir()
-        for source in ("CMakeLists.txt", "CMakePresets.json", "cmake", "src", "lab", "scripts"):
+        for source in ("CMakeLists.txt", "CMakePresets.json", "cmake", "src", "toast", "lab", "scripts"):
             copy = shutil.copytree if (CHECKOUT / source).is_dir() else shutil.copy2
             copy(CHECKOUT / source, tree / source)
         configure = ["cmake", "--preset", "windows-release", "-DBUILD_TESTING=OFF"]
