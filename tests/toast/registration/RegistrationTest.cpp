@@ -217,6 +217,31 @@ TEST_F(RegistrationTest, LeavesAnotherProgramsAlone) {
     EXPECT_FALSE(Exists(kApplicationKey));
 }
 
+TEST_F(RegistrationTest, LeavesAnotherCommandLineAlone) {
+    ASSERT_EQ(Register(), RegistrationResult::kDone);
+    for (const wchar_t* const line :
+         {L"C:\\windows\\system32\\cmd.exe", L"\"C:\\windows\\system32\\cmd.exe\" -Embedding",
+          L"C:\\windows\\system32\\cmd.exe -Embedding", L"C:\\windows\\system32\\cmd.exe a b"}) {
+        RegistryChanges changes;
+        ASSERT_EQ(changes.Write(TextValue(kServerKey, L"", line)), ERROR_SUCCESS);
+        EXPECT_EQ(Register(), RegistrationResult::kOtherProgram) << testing::PrintToString(line);
+        EXPECT_EQ(Unregister(), RegistrationResult::kOtherProgram) << testing::PrintToString(line);
+        EXPECT_EQ(TextOf(kServerKey), line);
+    }
+}
+
+TEST_F(RegistrationTest, TakesThePlaceOfACommandLineWhoseProgramIsGone) {
+    for (const wchar_t* const line :
+         {L"\"C:\\gone\\other.exe\" -Embedding", L"C:\\gone\\other.exe -Embedding", L"\"C:\\gone\\unended",
+          L"\"", L""}) {
+        RegistryChanges changes;
+        ASSERT_EQ(changes.Write(TextValue(kServerKey, L"", line)), ERROR_SUCCESS);
+        changes.Keep();
+        EXPECT_EQ(Register(), RegistrationResult::kDone) << testing::PrintToString(line);
+        EXPECT_EQ(TextOf(kServerKey), L"\"" + ProgramPath() + L"\"");
+    }
+}
+
 TEST_F(RegistrationTest, TakesThePlaceOfAProgramThatIsGone) {
     RegisterOther(L"C:\\gone\\VeyraCameraToastCntl.exe");
     EXPECT_EQ(Register(), RegistrationResult::kDone);
