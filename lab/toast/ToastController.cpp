@@ -4,7 +4,7 @@
 #include <oleauto.h>
 
 #include "lab/toast/ComBoundary.h"
-#include "lab/toast/ConnectionPointEnumerator.h"
+#include "toast/server/ConnectionPointEnumerator.h"
 
 namespace lab::toast {
 
@@ -90,9 +90,9 @@ STDMETHODIMP ToastController::EnumConnectionPoints(IEnumConnectionPoints** enume
     }
     *enumerator = nullptr;
     return AtComBoundary([&] {
-        *enumerator =
-            Microsoft::WRL::ComPtr<IEnumConnectionPoints>(new ConnectionPointEnumerator(&userRespond_))
-                .Detach();
+        *enumerator = Microsoft::WRL::ComPtr<IEnumConnectionPoints>(
+                          new ::toast::ConnectionPointEnumerator(&userRespond_))
+                          .Detach();
         return S_OK;
     });
 }

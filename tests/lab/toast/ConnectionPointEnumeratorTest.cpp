@@ -1,5 +1,3 @@
-#include "lab/toast/ConnectionPointEnumerator.h"
-
 #include <gtest/gtest.h>
 
 #include "VeyraCameraToast.h"
