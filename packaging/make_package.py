@@ -1,4 +1,4 @@
-"""Makes the release package: a ZIP and an MSI with the executable, the trace formats and the documents.
+"""Makes the release package: a ZIP and an MSI with both programs, the trace formats and the documents.
 
 Builds the preset windows-release first. The version is the one of the top CMakeLists.txt. The times inside
 are those of the commit, or of SOURCE_DATE_EPOCH if that is set: the same commit gives the same files.
@@ -26,8 +26,10 @@ ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "windows-release"
 SERVICE = "VeyraCameraDfuService"
 EXECUTABLE = f"{SERVICE}.exe"
+TOAST_CONTROLLER = "VeyraCameraToastCntl.exe"
 
 _PRODUCT = Path(__file__).resolve().with_name("product.wxs")
+_TOAST_TEXT = _PRODUCT.with_name("VeyraCameraToastCntl.txt")
 _NAMESPACE = uuid.UUID("c1de4c0f-6a3c-4f2b-9a57-0d0b1f7c8a35")
 _WIX = "http://schemas.microsoft.com/wix/2006/wi"
 # What a source tree without a history is dated: the first day that a ZIP can express.
@@ -44,11 +46,27 @@ _ACTION_TYPES = {
     "UndoInstallService": _PROGRAM_ACTION + _IN_ROLLBACK,
     "UndoRemoveService": _PROGRAM_ACTION + _IN_ROLLBACK,
     "UndoStopService": _COMMAND_ACTION + _IN_ROLLBACK,
+    "UndoRegisterToast": _PROGRAM_ACTION + _IN_ROLLBACK,
+    "UndoUnregisterToast": _PROGRAM_ACTION + _IN_ROLLBACK,
     "StartServiceAgain": _COMMAND_ACTION + _IN_COMMIT,
 }
 
-# The installer touches the update mode when it is told to, and when it has written it before.
-_UPDATE_MODE_CONDITION = "DFUAUTOMODE OR MODEWRITTEN"
+_CONDITIONS = {
+    # The installer touches the update mode when it is told to, and when it has written it before.
+    "UpdateMode": "DFUAUTOMODE OR MODEWRITTEN",
+    "ToastLeftOut": 'TOASTCONTROLLER="No" OR (TOASTLEFTOUT AND NOT TOASTCONTROLLER)',
+    TOAST_CONTROLLER: 'TOASTCONTROLLER="Yes" OR (NOT TOASTCONTROLLER AND NOT TOASTLEFTOUT AND '
+    "(TOASTINSTALLED OR NOT (OTHERTOAST OR REGISTEREDTOAST)))",
+}
+
+# The search for a file: the table that wixl does not make, and what stands in it and in the two others.
+_FILE_SEARCH = (
+    "CREATE TABLE `DrLocator` (`Signature_` CHAR(72) NOT NULL, `Parent` CHAR(72), `Path` CHAR(255), `Depth` SHORT "
+    "PRIMARY KEY `Signature_`, `Parent`, `Path`)",
+    f"INSERT INTO `Signature` (`Signature`, `FileName`) VALUES ('OtherToast', '{TOAST_CONTROLLER}')",
+    "INSERT INTO `DrLocator` (`Signature_`, `Path`, `Depth`) VALUES ('OtherToast', '[System64Folder]', 0)",
+    "INSERT INTO `AppSearch` (`Property`, `Signature_`) VALUES ('OTHERTOAST', 'OtherToast')",
+)
 
 
 class PackageError(Exception):
@@ -57,9 +75,11 @@ class PackageError(Exception):
 
 def package_files(build: Path) -> dict[str, Path]:
     """What a package contains: where it lies in the package, and where it comes from."""
-    sources = [ROOT / "README.md", ROOT / "CHANGELOG.md", *ROOT.glob("docs/*.md"), *ROOT.glob("trace/*.tmf")]
+    documents = [*ROOT.glob("docs/*.md"), *ROOT.glob("docs/*.png")]
+    sources = [ROOT / "README.md", ROOT / "CHANGELOG.md", *documents, *ROOT.glob("trace/*.tmf")]
     files = {source.relative_to(ROOT).as_posix(): source for source in sources}
     files[EXECUTABLE] = build / EXECUTABLE
+    files[TOAST_CONTROLLER] = build / "toast" / "program" / TOAST_CONTROLLER
     missing = [str(source) for source in files.values() if not source.is_file()]
     if missing:
         raise PackageError(f"these files are missing: {', '.join(missing)}")
@@ -99,9 +119,10 @@ def product_code(version: str) -> str:
 
 
 def make_zip(files: Mapping[str, Path], version: str, date: int, output: Path) -> None:
-    """Writes the ZIP: everything in one folder that is named after the version."""
+    """Writes the ZIP: everything in one folder that is named after the version, and how the toast controller is put in
+    place, which the installer does itself."""
     with zipfile.ZipFile(output, "w", zipfile.ZIP_DEFLATED, compresslevel=9) as archive:
-        for name, source in files.items():
+        for name, source in sorted({**files, _TOAST_TEXT.name: _TOAST_TEXT}.items()):
             entry = zipfile.ZipInfo(f"{SERVICE}-{version}/{name}", time.gmtime(date)[:6])
             entry.compress_type = zipfile.ZIP_DEFLATED
             entry.external_attr = 0o100644 << 16
@@ -146,7 +167,14 @@ def _files_fragment(files: Mapping[str, Path]) -> ElementTree.Element:
         _element(component, "File", Id=identifier, Name=path.name, Source=name, KeyPath="yes")
         if name == EXECUTABLE:
             _element(component, "ServiceControl", Id="StopService", Name=SERVICE, Stop="both", Wait="yes")
-        _element(group, "ComponentRef", Id=identifier)
+        if name == TOAST_CONTROLLER:
+            # A component of its own feature. What it writes tells a later installer whose it is.
+            _element(
+                component, "RegistryValue", Id="ToastInstalled", Root="HKLM", Key=rf"SOFTWARE\{SERVICE}",
+                Name="ToastControllerInstalled", Type="string", Value="1",
+            )  # fmt: skip
+        else:
+            _element(group, "ComponentRef", Id=identifier)
     return root
 
 
@@ -161,12 +189,19 @@ def _finish(msi: Path, version: str, digest: str) -> None:
     """Sets what wixl has no words for."""
     queries = [
         *(f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'" for action, kind in _ACTION_TYPES.items()),
-        f"UPDATE `Component` SET `Condition` = '{_UPDATE_MODE_CONDITION}' WHERE `Component` = 'UpdateMode'",
-        f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033' WHERE `File` = '{EXECUTABLE}'",
+        *(
+            f"UPDATE `Component` SET `Condition` = '{condition}' WHERE `Component` = '{component}'"
+            for component, condition in _CONDITIONS.items()
+        ),
+        *_FILE_SEARCH,
+        *(
+            f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033' WHERE `File` = '{program}'"
+            for program in (EXECUTABLE, TOAST_CONTROLLER)
+        ),
         # What is searched for in the user interface's sequence is not searched for again, and does not reach the other one.
         "DELETE FROM `InstallUISequence` WHERE `Action` = 'AppSearch'",
         "DELETE FROM `InstallUISequence` WHERE `Action` = 'LaunchConditions'",
-        f"DELETE FROM `MsiFileHash` WHERE `File_` = '{EXECUTABLE}'",
+        *(f"DELETE FROM `MsiFileHash` WHERE `File_` = '{program}'" for program in (EXECUTABLE, TOAST_CONTROLLER)),
     ]
     for query in queries:
         _call(["msibuild", msi.name, "-q", query], msi.parent)
@@ -218,7 +253,7 @@ def _call(command: Sequence[str], folder: Path) -> None:
 
 def _build() -> None:
     setup = ["bash", str(ROOT / "scripts" / "setup")]
-    for step in (["packages", "package"], ["build", BUILD.name, SERVICE]):
+    for step in (["packages", "package"], ["build", BUILD.name, SERVICE, "toast_controller"]):
         answer = subprocess.run([*setup, *step], check=False, stdin=subprocess.DEVNULL, stdout=sys.stderr)
         if answer.returncode != 0:
             raise PackageError(f"scripts/setup {' '.join(step)} failed")

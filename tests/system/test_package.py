@@ -22,10 +22,14 @@ from veyra_lab.windows.image import sha256
 from veyra_lab.windows.installation import EXECUTABLE, UPDATE_MODE_KEY
 from veyra_lab.windows.machine import SERVICES_KEY, Machine, Outcome, registry_string, windows_path
 from veyra_lab.windows.programs import SERVICE, Programs
-from veyra_lab.wire.events import RUNNING
+from veyra_lab.wire.events import RUNNING, TOAST
 
 _FOLDER = r"C:\windows\VeyraCameraDfu"
 _EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
+_TOAST_NAME = "VeyraCameraToastCntl.exe"
+_TOAST_CONTROLLER = rf"{_FOLDER}\{_TOAST_NAME}"
+_OTHER_TOAST_CONTROLLER = rf"C:\windows\system32\{_TOAST_NAME}"
+_TOAST_CLASS = r"HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
 _SERVICE_KEY = rf"{SERVICES_KEY}\{SERVICE}"
 _UNINSTALL_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Uninstall"
 _INSTALLER_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraCameraDfuService"
@@ -60,24 +64,25 @@ def rig() -> Path:
 
 
 @cache
-def program(version: str) -> Path:
-    """The executable of a version: the newer one is another file, which does the same."""
-    path = Path(_made.name) / f"{version}.exe"
-    path.write_bytes((BUILD / f"{SERVICE}.exe").read_bytes() + (b"\0" if version == _NEWER else b""))
+def program(name: str, version: str) -> Path:
+    """A program of a version: that of the newer one is another file, which does the same."""
+    path = Path(_made.name) / f"{version}-{name}"
+    path.write_bytes(packaging.package_files(BUILD)[name].read_bytes() + (b"\0" if version == _NEWER else b""))
     return path
 
 
 def version_files(version: str) -> dict[str, Path]:
-    """What a version installs. Wine cannot run the executable without the rig, which has to lie beside it, so it is
+    """What a version brings. Wine cannot run the executable without the rig, which has to lie beside it, so it is
     installed along."""
-    return packaging.package_files(BUILD) | {f"{SERVICE}.exe": program(version), "winusb.dll": rig()}
+    programs = {name: program(name, version) for name in (f"{SERVICE}.exe", _TOAST_NAME)}
+    return packaging.package_files(BUILD) | programs | {"winusb.dll": rig()}
 
 
 @cache
-def installer(version: str = VERSION, executable: Path | None = None) -> Path:
-    """An installer of the build's files that calls itself this version; with another program in the executable's place."""
-    files = version_files(version) | ({f"{SERVICE}.exe": executable} if executable else {})
-    path = Path(_made.name) / f"{version}-{executable.stem if executable else 'works'}.msi"
+def installer(version: str = VERSION, name: str = "", other: Path | None = None) -> Path:
+    """An installer of the build's files that calls itself this version; with another file in the place of the named one."""
+    files = version_files(version) | ({name: other} if other else {})
+    path = Path(_made.name) / f"{version}-{name}-{other.stem if other else 'works'}.msi"
     packaging.make_msi(files, version, _DATE, path)
     return path
 
@@ -178,6 +183,18 @@ def on(shared: Shared[Bench]) -> Iterator[Bench]:
     on.machine.change_registry({}, removed=[UPDATE_MODE_KEY])
 
 
+@pytest.fixture
+def alone(on: Bench) -> Iterator[Bench]:
+    """The same machine without the laboratory's toast server, which is to the installer another maker's."""
+    assert on.peer.dismiss(TOAST, seconds=20)
+    on.installation.put_toast_server(False)
+    yield on
+    for version in program_entries(on.machine):
+        remove(on.machine, version)
+    on.machine.change_registry({}, removed=[_TOAST_CLASS])
+    on.installation.put_toast_server(True)
+
+
 class InstalledRoad(Road):
     """The road of an update with the service of the installed package."""
 
@@ -194,9 +211,18 @@ class InstalledRoad(Road):
         self._record.state_after_removal = self._machine.wait_for_service_state(SERVICE, None, seconds=20)
 
 
-def check_installed(machine: Machine, version: str = VERSION) -> None:
-    """The files, one service with their path, and the entry in the list of programs."""
-    assert installed_files(machine) == {name: sha256(path.read_bytes()) for name, path in version_files(version).items()}
+def toast_registration(machine: Machine) -> str | None:
+    """The program that is registered for the toast controller's class."""
+    values = machine.registry_values(rf"{_TOAST_CLASS}\LocalServer32")
+    return None if values is None else values["ServerExecutable"][1].lower()
+
+
+def check_installed(machine: Machine, version: str = VERSION, *, toast_controller: bool = False) -> None:
+    """The files, one service with their path, and the entry in the list of programs. The toast controller is among them, and
+    registered, or it is not."""
+    files = {name: path for name, path in version_files(version).items() if toast_controller or name != _TOAST_NAME}
+    assert installed_files(machine) == {name: sha256(path.read_bytes()) for name, path in files.items()}
+    assert (toast_registration(machine) == _TOAST_CONTROLLER.lower()) is toast_controller
     assert machine.service_state(SERVICE) is not None
     path = (machine.registry_values(_SERVICE_KEY) or {})["ImagePath"][1]
     assert path.lower() == _EXECUTABLE.lower()
@@ -227,7 +253,7 @@ def test_installs_files_and_service_and_removes_both(on: Bench) -> None:
 
 @slow
 def test_removal_leaves_nothing_behind(on: Bench) -> None:
-    # Every start registers the toast controller, which is no part of the package.
+    # Every start registers the toast controller, which is none of the package's here.
     on.machine.run(EXECUTABLE, "-none")
     before = state_of(on.machine)
     install(on.machine, VERSION, f'DFUAUTOMODE="{_SERVICE_CONTROLLED}"')
@@ -325,8 +351,11 @@ def test_searches_in_the_sequence_alone_that_uses_what_is_found() -> None:
 
 def test_its_actions_run_when_they_have_to() -> None:
     steps = {action: int(columns[1]) for action, columns in table("InstallExecuteSequence").items()}
-    in_order = ["InstallInitialize", "UndoStopService", "NoteRunningService", "StopService", "InstallFiles", "InstallService",
-                "CheckService", "StartServiceAgain", "InstallFinalize", "RemoveExistingProducts"]  # fmt: skip
+    in_order = ["InstallInitialize", "UndoStopService", "NoteRunningService", "StopService", "EndToast", "InstallFiles",
+                "InstallService", "CheckService", "UndoRegisterToast", "RegisterToast", "StartServiceAgain", "InstallFinalize",
+                "RemoveExistingProducts"]  # fmt: skip
+    assert sorted(in_order, key=lambda action: steps[action]) == in_order
+    in_order = ["ProcessComponents", "UndoUnregisterToast", "UnregisterToast", "RemoveService", "EndToast", "RemoveFiles"]
     assert sorted(in_order, key=lambda action: steps[action]) == in_order
     kinds = {action: int(columns[0]) for action, columns in table("CustomAction").items()}
     rollback, commit = 256, 512
@@ -334,6 +363,8 @@ def test_its_actions_run_when_they_have_to() -> None:
         "UndoInstallService",
         "UndoRemoveService",
         "UndoStopService",
+        "UndoRegisterToast",
+        "UndoUnregisterToast",
     }
     assert {action for action, kind in kinds.items() if kind & commit} == {"StartServiceAgain"}
 
@@ -413,7 +444,8 @@ def test_refuses_an_update_mode_that_it_does_not_know(on: Bench, mode: str) -> N
 def test_an_upgrade_that_fails_keeps_the_service(on: Bench) -> None:
     install(on.machine)
     change_start_type(on.machine)
-    assert msiexec(on.machine, "/i", f'"{windows_path(installer(_NEWER, _FAILING_PROGRAM))}"').status != 0
+    failing = installer(_NEWER, f"{SERVICE}.exe", _FAILING_PROGRAM)
+    assert msiexec(on.machine, "/i", f'"{windows_path(failing)}"').status != 0
     assert on.machine.service_state(SERVICE) is not None
     check_start_type(on.machine)
     assert list(program_entries(on.machine)) == [VERSION]
@@ -467,7 +499,8 @@ def test_does_not_install_beside_a_service_that_was_installed_by_hand(on: Bench)
 @slow
 @pytest.mark.parametrize("executable", [_FAILING_PROGRAM, _SERVICE_HOLDER], ids=["it fails", "it only says so"])
 def test_leaves_nothing_behind_when_the_service_cannot_be_installed(on: Bench, executable: Path) -> None:
-    assert msiexec(on.machine, "/i", f'"{windows_path(installer(VERSION, executable))}"').status != 0
+    failing = installer(VERSION, f"{SERVICE}.exe", executable)
+    assert msiexec(on.machine, "/i", f'"{windows_path(failing)}"').status != 0
     check_nothing_left(on.machine)
 
 
@@ -490,20 +523,174 @@ def test_the_installed_service_makes_a_whole_update(on: Bench) -> None:
     on.installation.set_keys(on.peer.port, None)
 
 
+# The feature "Toast controller".
+
+
+def test_installs_the_toast_controller_where_the_machine_has_no_other(alone: Bench) -> None:
+    assert install(alone.machine).status == 0
+    check_installed(alone.machine, toast_controller=True)
+    assert remove(alone.machine).status == 0
+    check_nothing_left(alone.machine)
+    assert alone.machine.registry_values(_TOAST_CLASS) is None
+
+
+@slow
+def test_takes_the_toast_controller_along_with_nothing_left(alone: Bench) -> None:
+    # What the event log's own key is missing under Wine comes with the first registration, and stays.
+    install(alone.machine)
+    remove(alone.machine)
+    before = state_of(alone.machine)
+    install(alone.machine)
+    install(alone.machine, _NEWER)
+    remove(alone.machine, _NEWER)
+    check_nothing_left(alone.machine)
+    assert sorted(state_of(alone.machine) ^ before) == []
+
+
+@slow
+def test_leaves_a_toast_controller_alone_that_lies_in_the_system_folder(alone: Bench) -> None:
+    other = alone.machine.file(_OTHER_TOAST_CONTROLLER)
+    other.write_bytes(b"another maker's")
+    install(alone.machine)
+    check_installed(alone.machine)
+    assert toast_registration(alone.machine) is None
+    remove(alone.machine)
+    assert other.read_bytes() == b"another maker's"
+
+
+def register_another(machine: Machine) -> str:
+    """A program of another maker is registered for the class; its path."""
+    path = r"C:\windows\system32\cmd.exe"
+    machine.change_registry({rf"{_TOAST_CLASS}\LocalServer32": {"ServerExecutable": registry_string(path)}})
+    return path
+
+
+@slow
+@pytest.mark.parametrize("properties", [(), ("TOASTCONTROLLER=Yes",)], ids=["by itself", "when it has to come"])
+def test_takes_over_no_other_registration(alone: Bench, properties: tuple[str, ...]) -> None:
+    other = register_another(alone.machine)
+    assert install(alone.machine, VERSION, *properties).status == 0
+    assert alone.machine.file(_TOAST_CONTROLLER).exists() is bool(properties)
+    assert toast_registration(alone.machine) == other
+    assert repair(alone.machine).status == 0
+    assert remove(alone.machine).status == 0
+    check_nothing_left(alone.machine)
+    assert toast_registration(alone.machine) == other
+
+
+@slow
+def test_installs_the_toast_controller_beside_another_when_it_has_to(on: Bench) -> None:
+    on.machine.change_registry({}, removed=[_TOAST_CLASS])
+    assert install(on.machine, VERSION, "TOASTCONTROLLER=Yes").status == 0
+    # -install has had the other one register itself.
+    assert on.machine.file(_TOAST_CONTROLLER).exists()
+    assert toast_registration(on.machine) == _OTHER_TOAST_CONTROLLER
+
+
+@slow
+def test_leaves_the_toast_controller_out_until_it_is_wanted(alone: Bench) -> None:
+    install(alone.machine, VERSION, "TOASTCONTROLLER=No")
+    check_installed(alone.machine)
+    repair(alone.machine)
+    check_installed(alone.machine)
+    install(alone.machine, _NEWER)
+    check_installed(alone.machine, _NEWER)
+    remove(alone.machine, _NEWER)
+    check_nothing_left(alone.machine)
+    install(alone.machine, VERSION, "TOASTCONTROLLER=No")
+    install(alone.machine, _NEWER, "TOASTCONTROLLER=Yes")
+    check_installed(alone.machine, _NEWER, toast_controller=True)
+
+
+@slow
+def test_an_upgrade_takes_the_toast_controller_away_that_is_not_wanted(alone: Bench) -> None:
+    install(alone.machine)
+    install(alone.machine, _NEWER, "TOASTCONTROLLER=No")
+    check_installed(alone.machine, _NEWER)
+    assert toast_registration(alone.machine) is None
+
+
+@slow
+def test_refuses_a_word_about_the_toast_controller_that_it_does_not_know(alone: Bench) -> None:
+    assert install(alone.machine, VERSION, "TOASTCONTROLLER=Perhaps").status != 0
+    check_nothing_left(alone.machine)
+
+
+@slow
+def test_installs_nothing_when_the_toast_controller_cannot_be_registered(alone: Bench) -> None:
+    failing = installer(VERSION, _TOAST_NAME, _FAILING_PROGRAM)
+    assert msiexec(alone.machine, "/i", f'"{windows_path(failing)}"').status != 0
+    check_nothing_left(alone.machine)
+
+
+@slow
+def test_repair_registers_the_toast_controller_again(alone: Bench) -> None:
+    install(alone.machine)
+    alone.machine.change_registry({}, removed=[_TOAST_CLASS])
+    alone.machine.file(_TOAST_CONTROLLER).unlink()
+    assert repair(alone.machine).status == 0
+    check_installed(alone.machine, toast_controller=True)
+
+
+@slow
+def test_upgrade_replaces_the_toast_controller_while_the_service_uses_it(alone: Bench) -> None:
+    install(alone.machine)
+    before = alone.start_service()
+    assert alone.machine.processes(_TOAST_NAME) != []
+    since = alone.peer.mark()
+    assert install(alone.machine, _NEWER).status == 0
+    check_installed(alone.machine, _NEWER, toast_controller=True)
+    assert alone.wait_for_state(RUNNING, since)["pid"] != before
+    assert remove(alone.machine, _NEWER).status == 0
+    check_nothing_left(alone.machine)
+    assert alone.machine.processes(_TOAST_NAME) == []
+    assert alone.machine.crashes() == []
+
+
+@slow
+@pytest.mark.parametrize("newer", [True, False], ids=["upgrade", "removal"])
+def test_a_toast_controller_that_does_not_leave_is_ended(alone: Bench, newer: bool) -> None:
+    install(alone.machine)
+    # It waits a minute for its first client.
+    staying = subprocess.Popen(
+        [str(CHECKOUT / "scripts" / "wine"), _TOAST_CONTROLLER, "-Embedding"],
+        env=alone.machine.environment,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+    )
+    began = time.monotonic()
+    while not alone.machine.processes(_TOAST_NAME) and time.monotonic() < began + 20:
+        time.sleep(0.1)
+    if newer:
+        assert install(alone.machine, _NEWER).status == 0
+        check_installed(alone.machine, _NEWER, toast_controller=True)
+    else:
+        assert remove(alone.machine).status == 0
+        check_nothing_left(alone.machine)
+    staying.wait(timeout=20)
+    assert time.monotonic() < began + 55
+
+
 def test_the_zip_holds_what_the_installer_installs(tmp_path: Path) -> None:
     package = tmp_path / "package.zip"
     packaging.make_zip(packaging.package_files(BUILD), VERSION, _DATE, package)
     with zipfile.ZipFile(package) as archive:
         held = {name: sha256(archive.read(name)) for name in archive.namelist()}
-    assert held == {f"{SERVICE}-{VERSION}/{name}": digest for name, digest in package_files().items()}
+    folder = f"{SERVICE}-{VERSION}"
+    # What the installer does with the toast controller is told in three lines to whoever does it by hand.
+    told = (CHECKOUT / "packaging" / "VeyraCameraToastCntl.txt").read_bytes()
+    assert len(told.splitlines()) == 3
+    assert held.pop(f"{folder}/VeyraCameraToastCntl.txt") == sha256(told)
+    assert held == {f"{folder}/{name}": digest for name, digest in package_files().items()}
 
 
 def test_the_package_has_program_trace_formats_and_documents() -> None:
     names = set(packaging.package_files(BUILD))
-    wanted = {f"{SERVICE}.exe", "README.md", "CHANGELOG.md", "docs/operations.md", "trace/FDUService.tmf"}
+    wanted = {f"{SERVICE}.exe", _TOAST_NAME, "README.md", "CHANGELOG.md", "docs/operations.md", "trace/FDUService.tmf"}
     assert wanted <= names
-    for folder, kind in (("docs", "md"), ("trace", "tmf")):
-        wanted = {f"{folder}/{path.name}" for path in (CHECKOUT / folder).glob(f"*.{kind}")}
+    for folder, kinds in (("docs", (".md", ".png")), ("trace", (".tmf",))):
+        wanted = {f"{folder}/{path.name}" for path in (CHECKOUT / folder).iterdir() if path.suffix in kinds}
         assert {name for name in names if name.startswith(f"{folder}/")} == wanted
 
 
@@ -520,9 +707,14 @@ def test_the_version_has_one_place() -> None:
     assert f'name="Veyra.CameraDfuService" version="{VERSION}.0"'.encode() in program
 
 
-def test_the_program_says_what_it_bears() -> None:
+def test_the_toast_controller_is_small() -> None:
+    assert packaging.package_files(BUILD)[_TOAST_NAME].stat().st_size < 600_000
+
+
+@pytest.mark.parametrize("name", [f"{SERVICE}.exe", _TOAST_NAME])
+def test_the_program_says_what_it_bears(name: str) -> None:
     """Addresses that move, also far; no code in data; a Windows directory that all sessions share."""
-    program = (BUILD / f"{SERVICE}.exe").read_bytes()
+    program = packaging.package_files(BUILD)[name].read_bytes()
     (header,) = struct.unpack_from("<I", program, 0x3C)
     (characteristics,) = struct.unpack_from("<H", program, header + 24 + 70)
     assert characteristics & 0x8160 == 0x8160
@@ -545,13 +737,14 @@ def test_what_is_missing_is_said_in_one_line(tmp_path: Path) -> None:
     no_build = f"^{tmp_path} is no build folder: No such file or directory$"
     with pytest.raises(packaging.PackageError, match=no_build):
         packaging.product_version(tmp_path)
-    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe$"
+    toast_controller = rf"{tmp_path}/toast/program/VeyraCameraToastCntl\.exe"
+    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}$"
     with pytest.raises(packaging.PackageError, match=missing):
         packaging.package_files(tmp_path)
 
 
 @slow
-def test_two_builds_give_the_same_executable(tmp_path: Path) -> None:
+def test_two_builds_give_the_same_executables(tmp_path: Path) -> None:
     digests = []
     for name in ("one", "the other, in a longer path"):
         tree = tmp_path / name
@@ -560,8 +753,10 @@ def test_two_builds_give_the_same_executable(tmp_path: Path) -> None:
             copy = shutil.copytree if (CHECKOUT / source).is_dir() else shutil.copy2
             copy(CHECKOUT / source, tree / source)
         configure = ["cmake", "--preset", "windows-release", "-DBUILD_TESTING=OFF"]
-        for command in (configure, ["cmake", "--build", "build/windows-release", "--target", SERVICE]):
+        targets = ["--target", SERVICE, "toast_controller"]
+        for command in (configure, ["cmake", "--build", "build/windows-release", *targets]):
             answer = subprocess.run(command, cwd=tree, capture_output=True, text=True, check=False)
             assert answer.returncode == 0, answer.stdout + answer.stderr
-        digests.append(sha256((tree / "build" / "windows-release" / f"{SERVICE}.exe").read_bytes()))
+        files = packaging.package_files(tree / "build" / "windows-release")
+        digests.append([sha256(files[name].read_bytes()) for name in (f"{SERVICE}.exe", _TOAST_NAME)])
     assert digests[0] == digests[1]
