@@ -7,6 +7,7 @@ import faulthandler
 import os
 import random
 import signal
+import subprocess
 import sys
 from collections.abc import Callable, Generator, Iterator
 from typing import Any
@@ -80,6 +81,27 @@ def run(capsys: pytest.CaptureFixture[str], monkeypatch: pytest.MonkeyPatch) -> 
         return status, said.out, said.err
 
     return run_here
+
+
+@pytest.fixture
+def display(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
+    """A display of its own that nobody sees, named by DISPLAY as long as it is there."""
+    read, write = os.pipe()
+    server = subprocess.Popen(
+        ["Xvfb", "-displayfd", str(write), "-screen", "0", "1400x900x24", "-nolisten", "tcp"],
+        pass_fds=(write,),
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.DEVNULL,
+        stderr=subprocess.DEVNULL,
+    )
+    os.close(write)
+    try:
+        with open(read, encoding="ascii") as number:
+            monkeypatch.setenv("DISPLAY", f":{number.readline().strip()}")
+        yield
+    finally:
+        server.terminate()
+        server.wait(timeout=20)
 
 
 def pytest_itemcollected(item: pytest.Item) -> None:

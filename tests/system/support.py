@@ -18,7 +18,7 @@ from veyra_lab.demo.road import Road
 from veyra_lab.updates.judge import judge
 from veyra_lab.updates.plan import UpdatePlan
 from veyra_lab.updates.record import Record
-from veyra_lab.windows.installation import Installation, remove_service
+from veyra_lab.windows.installation import READING_SECONDS, Installation, remove_service
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import SERVICE, Programs
 from veyra_lab.wire.events import RUNNING, STOPPED, TOAST, Event
@@ -186,11 +186,13 @@ class Bench:
         self.peer.set_stage(plan.stage())
         self.installation.put_image(plan.image)
         self.installation.set_keys(self.peer.port, plan.update_mode)
-        if not plan.toast_server:
+        has_laboratorys = plan.toast_server and not plan.window
+        if not has_laboratorys:
             assert self.peer.dismiss(TOAST, seconds=20)
             self.installation.put_toast_server(False)
         record = self.record_of(Road(plan, self.machine, self.peer, VirtualBus(self.peer), self.installation))
-        if not plan.toast_server:
+        if not has_laboratorys:
+            self.installation.take_toast_controller_away(READING_SECONDS)
             self.installation.put_toast_server(True)
         return record
 

@@ -8,13 +8,11 @@ import select
 import signal
 import subprocess
 import sys
-import threading
-from collections.abc import Iterator
 from contextlib import nullcontext
 from pathlib import Path
 
 import pytest
-from support import CHECKOUT, Bench, Run, check_refusal, complaints, run_script, slow, the_machine
+from support import CHECKOUT, Run, check_refusal, run_script, slow
 from transcripts import good, stopped
 from veyra_lab import __main__ as lab
 from veyra_lab.demo import __main__ as demo
@@ -23,15 +21,9 @@ from veyra_lab.runner import command as runner
 from veyra_lab.scenarios.files import read_folder
 from veyra_lab.scenarios.schema import SCENARIOS
 from veyra_lab.terminal import set_up
-from veyra_lab.updates.plan import Foreseen, UpdatePlan
 from veyra_lab.windows.machine import MachineError
 
 _LAB = CHECKOUT / "scripts" / "lab"
-_WINDOW = CHECKOUT / "lab" / "cli" / "veyra_lab" / "demo" / "question_window.py"
-_TITLE = "Camera firmware update"
-# Places in the window, in pixels from its upper left corner.
-_NOT_NOW = (110, 160)
-_UPDATE = (310, 160)
 
 
 @pytest.fixture
@@ -300,7 +292,15 @@ def test_refuses_to_ask_where_nobody_can_answer(run: Run, monkeypatch: pytest.Mo
         check_refusal(run(demo.main, "--answer", "ask"), "needs a terminal")
 
 
-@pytest.mark.parametrize(("display", "because"), [(None, "DISPLAY is not set"), (":987", "cannot open a window")])
+@pytest.mark.parametrize(
+    ("display", "because"),
+    [
+        (None, "DISPLAY is not set"),
+        (":987", "cannot open a window on DISPLAY=:987"),
+        ("127.0.0.1:59000.0", "cannot open a window"),
+        ("screen", "it names no display"),
+    ],
+)
 def test_refuses_to_open_a_window_without_a_display(
     run: Run, monkeypatch: pytest.MonkeyPatch, display: str | None, because: str
 ) -> None:
@@ -308,89 +308,3 @@ def test_refuses_to_open_a_window_without_a_display(
     if display is not None:
         monkeypatch.setenv("DISPLAY", display)
     check_refusal(run(demo.main, "--answer", "window"), because)
-
-
-# scripts/demo --answer window.
-
-
-@pytest.fixture
-def display(monkeypatch: pytest.MonkeyPatch) -> Iterator[None]:
-    """A display of its own that nobody sees, named by DISPLAY as long as it is there."""
-    read, write = os.pipe()
-    server = subprocess.Popen(
-        ["Xvfb", "-displayfd", str(write), "-screen", "0", "900x600x24", "-nolisten", "tcp"],
-        pass_fds=(write,),
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.DEVNULL,
-        stderr=subprocess.DEVNULL,
-    )
-    os.close(write)
-    try:
-        with open(read, encoding="ascii") as number:
-            monkeypatch.setenv("DISPLAY", f":{number.readline().strip()}")
-        yield
-    finally:
-        server.terminate()
-        server.wait(timeout=20)
-
-
-def window_id() -> str:
-    """The question's window, once it is there."""
-    search = ["xdotool", "search", "--sync", "--onlyvisible", "--name", _TITLE]
-    return subprocess.run(search, capture_output=True, text=True, check=True, timeout=60).stdout.split()[0]
-
-
-def click(place: tuple[int, int]) -> None:
-    """Moves the mouse to a place of the window and presses its button."""
-    where = [str(each) for each in place]
-    subprocess.run(["xdotool", "mousemove", "--sync", "--window", window_id(), *where, "click", "1"], check=True)
-
-
-def said_after(place: tuple[int, int] | None) -> bool:
-    said = []
-    ask = answer.window()
-    asked = threading.Thread(target=lambda: said.append(ask("5.10.2.0", "5.10.3.0")))
-    asked.start()
-    if place is None:
-        subprocess.run(["xdotool", "windowkill", window_id()], check=True)
-    else:
-        click(place)
-    asked.join(timeout=20)
-    assert len(said) == 1
-    return said[0]
-
-
-@slow
-@pytest.mark.usefixtures("display")
-def test_takes_the_button_that_is_clicked() -> None:
-    assert said_after(_UPDATE)
-    assert not said_after(_NOT_NOW)
-
-
-@slow
-@pytest.mark.usefixtures("display")
-def test_takes_a_window_that_goes_away_for_no() -> None:
-    assert not said_after(None)
-
-
-@slow
-@pytest.mark.usefixtures("display")
-def test_updates_the_camera_after_a_click() -> None:
-    clicking = threading.Thread(target=click, args=(_UPDATE,))
-
-    def ask(camera: str, image: str) -> bool:
-        clicking.start()
-        return answer.window()(camera, image)
-
-    with Bench(the_machine()) as on:
-        record = on.walk(UpdatePlan(ask=ask))
-    clicking.join(timeout=20)
-    assert record.plan.foreseen == Foreseen.UPDATED
-    assert complaints(record) == []
-
-
-def test_says_that_tkinter_is_missing() -> None:
-    command = f"import sys, runpy; sys.modules['tkinter'] = None; runpy.run_path({str(_WINDOW)!r})"
-    done = subprocess.run([sys.executable, "-c", command], capture_output=True, text=True, check=False)
-    assert done.returncode == 1
-    assert "apt-get install python3-tk" in done.stderr

@@ -80,7 +80,7 @@ def version_files(version: str) -> dict[str, Path]:
 
 @cache
 def installer(version: str = VERSION, name: str = "", other: Path | None = None) -> Path:
-    """An installer of the build's files that calls itself this version; with another file in the place of the named one."""
+    """An installer of the build's files that calls itself this version; with another file in the named one's place."""
     files = version_files(version) | ({name: other} if other else {})
     path = Path(_made.name) / f"{version}-{name}-{other.stem if other else 'works'}.msi"
     packaging.make_msi(files, version, _DATE, path)
@@ -218,8 +218,8 @@ def toast_registration(machine: Machine) -> str | None:
 
 
 def check_installed(machine: Machine, version: str = VERSION, *, toast_controller: bool = False) -> None:
-    """The files, one service with their path, and the entry in the list of programs. The toast controller is among them, and
-    registered, or it is not."""
+    """The files, one service with their path, and the entry in the list of programs. The toast controller is there and
+    registered, or it is neither."""
     files = {name: path for name, path in version_files(version).items() if toast_controller or name != _TOAST_NAME}
     assert installed_files(machine) == {name: sha256(path.read_bytes()) for name, path in files.items()}
     assert (toast_registration(machine) == _TOAST_CONTROLLER.lower()) is toast_controller
@@ -561,7 +561,8 @@ def test_leaves_a_toast_controller_alone_that_lies_in_the_system_folder(alone: B
 def register_another(machine: Machine) -> str:
     """A program of another maker is registered for the class; its path."""
     path = r"C:\windows\system32\cmd.exe"
-    machine.change_registry({rf"{_TOAST_CLASS}\LocalServer32": {"ServerExecutable": registry_string(path)}})
+    values: dict[str, str | None] = {"": registry_string(path), "ServerExecutable": registry_string(path)}
+    machine.change_registry({rf"{_TOAST_CLASS}\LocalServer32": values})
     return path
 
 

@@ -2,11 +2,15 @@
 
 #include <utility>
 
+#include "lab/rig/com/WatchedSink.h"
+
 namespace lab::rig {
 
-WatchedConnectionPoint::WatchedConnectionPoint(ComLibrary& library,
-                                               Microsoft::WRL::ComPtr<IConnectionPoint> proxy)
-    : GivenObject(library, "IConnectionPoint"), proxy_(std::move(proxy)) {}
+using Microsoft::WRL::ComPtr;
+
+WatchedConnectionPoint::WatchedConnectionPoint(ComLibrary& library, ComPtr<IConnectionPoint> proxy,
+                                               PromptReports reports)
+    : GivenObject(library, "IConnectionPoint"), proxy_(std::move(proxy)), reports_(std::move(reports)) {}
 
 WatchedConnectionPoint::~WatchedConnectionPoint() {
     LetGo(proxy_);
@@ -40,7 +44,16 @@ HRESULT WatchedConnectionPoint::GetConnectionPointContainer(IConnectionPointCont
 }
 
 HRESULT WatchedConnectionPoint::Advise(IUnknown* sink, DWORD* cookie) {
-    return IsCalled("Advise") ? proxy_->Advise(sink, cookie) : CO_E_OBJNOTCONNECTED;
+    if (!IsCalled("Advise")) {
+        return CO_E_OBJNOTCONNECTED;
+    }
+    ComPtr<IDispatch> dispatch;
+    if (!reports_.answered || sink == nullptr || FAILED(sink->QueryInterface(IID_PPV_ARGS(&dispatch)))) {
+        return proxy_->Advise(sink, cookie);
+    }
+    ComPtr<IDispatch> watched;
+    *watched.GetAddressOf() = new WatchedSink(dispatch, reports_);
+    return proxy_->Advise(watched.Get(), cookie);
 }
 
 HRESULT WatchedConnectionPoint::Unadvise(DWORD cookie) {

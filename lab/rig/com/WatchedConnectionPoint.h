@@ -4,6 +4,7 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
+#include "lab/rig/com/PromptReports.h"
 #include "lab/rig/contracts/GivenObject.h"
 
 namespace lab::rig {
@@ -13,8 +14,9 @@ namespace lab::rig {
 // with E_NOTIMPL.
 class WatchedConnectionPoint final : public GivenObject<IConnectionPoint> {
   public:
-    // Shares the proxy.
-    WatchedConnectionPoint(ComLibrary& library, Microsoft::WRL::ComPtr<IConnectionPoint> proxy);
+    // Shares the proxy. A sink is watched as well when its answers are to be told.
+    WatchedConnectionPoint(ComLibrary& library, Microsoft::WRL::ComPtr<IConnectionPoint> proxy,
+                           PromptReports reports);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     HRESULT STDMETHODCALLTYPE GetConnectionInterface(IID* events) override;
@@ -27,6 +29,7 @@ class WatchedConnectionPoint final : public GivenObject<IConnectionPoint> {
     ~WatchedConnectionPoint() override;
 
     Microsoft::WRL::ComPtr<IConnectionPoint> proxy_;
+    const PromptReports reports_;
 };
 
 }  // namespace lab::rig

@@ -9,8 +9,12 @@ namespace lab::rig {
 using Microsoft::WRL::ComPtr;
 
 WatchedConnectionPointContainer::WatchedConnectionPointContainer(ComLibrary& library, IUnknown* controller,
-                                                                 ComPtr<IConnectionPointContainer> proxy)
-    : GivenObject(library, "IConnectionPointContainer"), controller_(controller), proxy_(std::move(proxy)) {}
+                                                                 ComPtr<IConnectionPointContainer> proxy,
+                                                                 PromptReports reports)
+    : GivenObject(library, "IConnectionPointContainer"),
+      controller_(controller),
+      proxy_(std::move(proxy)),
+      reports_(std::move(reports)) {}
 
 WatchedConnectionPointContainer::~WatchedConnectionPointContainer() {
     LetGo(proxy_);
@@ -51,7 +55,7 @@ HRESULT WatchedConnectionPointContainer::FindConnectionPoint(REFIID events, ICon
     ComPtr<IConnectionPoint> found;
     const HRESULT result = proxy_->FindConnectionPoint(events, found.GetAddressOf());
     if (found) {
-        *point = static_cast<IConnectionPoint*>(new WatchedConnectionPoint(Library(), found));
+        *point = static_cast<IConnectionPoint*>(new WatchedConnectionPoint(Library(), found, reports_));
     }
     return result;
 }

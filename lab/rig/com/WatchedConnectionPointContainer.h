@@ -4,6 +4,7 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
+#include "lab/rig/com/PromptReports.h"
 #include "lab/rig/contracts/GivenObject.h"
 
 namespace lab::rig {
@@ -14,7 +15,8 @@ class WatchedConnectionPointContainer final : public GivenObject<IConnectionPoin
   public:
     // A part of `controller`, which it shares; shares the proxy.
     WatchedConnectionPointContainer(ComLibrary& library, IUnknown* controller,
-                                    Microsoft::WRL::ComPtr<IConnectionPointContainer> proxy);
+                                    Microsoft::WRL::ComPtr<IConnectionPointContainer> proxy,
+                                    PromptReports reports);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     // E_NOTIMPL: nobody needs the list, whose points would have to be watched.
@@ -26,6 +28,7 @@ class WatchedConnectionPointContainer final : public GivenObject<IConnectionPoin
 
     Microsoft::WRL::ComPtr<IUnknown> controller_;
     Microsoft::WRL::ComPtr<IConnectionPointContainer> proxy_;
+    const PromptReports reports_;
 };
 
 }  // namespace lab::rig

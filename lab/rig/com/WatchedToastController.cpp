@@ -1,5 +1,8 @@
 #include "lab/rig/com/WatchedToastController.h"
 
+#include <oleauto.h>
+
+#include <string>
 #include <utility>
 
 #include "lab/rig/com/WatchedConnectionPointContainer.h"
@@ -8,8 +11,9 @@ namespace lab::rig {
 
 using Microsoft::WRL::ComPtr;
 
-WatchedToastController::WatchedToastController(ComLibrary& library, ComPtr<IUnknown> proxy)
-    : GivenObject(library, "IToastCntr"), proxy_(std::move(proxy)) {}
+WatchedToastController::WatchedToastController(ComLibrary& library, ComPtr<IUnknown> proxy,
+                                               PromptReports reports)
+    : GivenObject(library, "IToastCntr"), proxy_(std::move(proxy)), reports_(std::move(reports)) {}
 
 WatchedToastController::~WatchedToastController() {
     LetGo(controller_);
@@ -30,7 +34,7 @@ HRESULT WatchedToastController::QueryInterface(REFIID iid, void** object) {
             proxy_->QueryInterface(iid, reinterpret_cast<void**>(container.GetAddressOf()));
         if (container) {
             *object = static_cast<IConnectionPointContainer*>(
-                new WatchedConnectionPointContainer(Library(), this, container));
+                new WatchedConnectionPointContainer(Library(), this, container, reports_));
         }
         return result;
     }
@@ -76,16 +80,38 @@ HRESULT WatchedToastController::Invoke(DISPID id, REFIID iid, LCID locale, WORD 
 }
 
 HRESULT WatchedToastController::ShowUpdatePrompt(BSTR cameraVersion, BSTR imageVersion) {
-    return IsCalled("ShowUpdatePrompt") ? controller_->ShowUpdatePrompt(cameraVersion, imageVersion)
-                                        : CO_E_OBJNOTCONNECTED;
+    if (!IsCalled("ShowUpdatePrompt")) {
+        return CO_E_OBJNOTCONNECTED;
+    }
+    Tell("ShowUpdatePrompt", {cameraVersion, imageVersion});
+    return controller_->ShowUpdatePrompt(cameraVersion, imageVersion);
 }
 
 HRESULT WatchedToastController::NotifyProgress(BSTR status) {
-    return IsCalled("NotifyProgress") ? controller_->NotifyProgress(status) : CO_E_OBJNOTCONNECTED;
+    if (!IsCalled("NotifyProgress")) {
+        return CO_E_OBJNOTCONNECTED;
+    }
+    Tell("NotifyProgress", {status});
+    return controller_->NotifyProgress(status);
 }
 
 HRESULT WatchedToastController::NotifyComplete() {
-    return IsCalled("NotifyComplete") ? controller_->NotifyComplete() : CO_E_OBJNOTCONNECTED;
+    if (!IsCalled("NotifyComplete")) {
+        return CO_E_OBJNOTCONNECTED;
+    }
+    Tell("NotifyComplete", {});
+    return controller_->NotifyComplete();
+}
+
+void WatchedToastController::Tell(std::string_view method, const std::vector<BSTR>& texts) const {
+    if (!reports_.called) {
+        return;
+    }
+    std::vector<std::wstring> copies;
+    for (const BSTR text : texts) {
+        copies.emplace_back(text == nullptr ? L"" : text, SysStringLen(text));
+    }
+    reports_.called(method, copies);
 }
 
 }  // namespace lab::rig

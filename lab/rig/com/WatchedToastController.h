@@ -6,8 +6,11 @@
 #include <wrl/client.h>
 
 #include <mutex>
+#include <string_view>
+#include <vector>
 
 #include "VeyraCameraToast.h"
+#include "lab/rig/com/PromptReports.h"
 #include "lab/rig/contracts/GivenObject.h"
 
 namespace lab::rig {
@@ -17,7 +20,8 @@ namespace lab::rig {
 class WatchedToastController final : public GivenObject<IToastCntr> {
   public:
     // Shares the proxy.
-    WatchedToastController(ComLibrary& library, Microsoft::WRL::ComPtr<IUnknown> proxy);
+    WatchedToastController(ComLibrary& library, Microsoft::WRL::ComPtr<IUnknown> proxy,
+                           PromptReports reports = {});
 
     // Nothing that is not watched is given out: E_NOINTERFACE for any other interface.
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
@@ -36,7 +40,10 @@ class WatchedToastController final : public GivenObject<IToastCntr> {
   private:
     ~WatchedToastController() override;
 
+    void Tell(std::string_view method, const std::vector<BSTR>& texts) const;
+
     Microsoft::WRL::ComPtr<IUnknown> proxy_;
+    const PromptReports reports_;
     std::mutex mutex_;
     // Had from the proxy when the program first asks for it, before it can call any of its methods; then it
     // stays.

@@ -2,11 +2,18 @@
 #include <objbase.h>
 #include <wrl/client.h>
 
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
 #include "VeyraCameraToast.h"
 #include "lab/rig/com/WatchedToastController.h"
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
+#include "lab/wire/Utf8.h"
 
 namespace lab::rig {
 namespace {
@@ -53,6 +60,25 @@ HRESULT WINAPI DecrementUsageCounted(CO_MTA_USAGE_COOKIE cookie) {
     return result;
 }
 
+// In the words of the laboratory's own toast server.
+PromptReports ReportsTo(Rig& rig) {
+    if (!rig.Settings().recordsPrompts) {
+        return {};
+    }
+    return {
+        [&rig](std::string_view method, const std::vector<std::wstring>& texts) {
+            nlohmann::json utf8Texts = nlohmann::json::array();
+            for (const std::wstring& text : texts) {
+                utf8Texts.push_back(Utf8(text));
+            }
+            rig.Record({{"event", "prompt-call"}, {"method", method}, {"texts", utf8Texts}});
+        },
+        [&rig](LONG answer) {
+            rig.Record({{"event", "answer"}, {"code", answer}, {"sinks", 1}});
+        },
+    };
+}
+
 HRESULT WINAPI CreateInstanceWatched(REFCLSID classId, IUnknown* outer, DWORD context, REFIID iid,
                                      void** object) {
     Rig* const rig = Rig::Get();
@@ -67,7 +93,7 @@ HRESULT WINAPI CreateInstanceWatched(REFCLSID classId, IUnknown* outer, DWORD co
         return result;
     }
     ComPtr<IUnknown> watched;
-    *watched.GetAddressOf() = new WatchedToastController(rig->TheContracts().com, proxy);
+    *watched.GetAddressOf() = new WatchedToastController(rig->TheContracts().com, proxy, ReportsTo(*rig));
     return watched->QueryInterface(iid, object);
 }
 

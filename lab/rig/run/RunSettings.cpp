@@ -101,6 +101,8 @@ RunSettings RunSettings::FromStage(const json& stage) {
             settings.bus.isOnKernelBus = ToChoice(field, value, kBuses);
         } else if (field == "failed_media_starts") {
             settings.failedMediaStarts = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "records_prompts") {
+            settings.recordsPrompts = value.get<bool>();
         } else if (field == "cameras") {
             for (const json& camera : value) {
                 AddCamera(settings.bus, camera);

@@ -18,6 +18,9 @@ struct RunSettings {
     std::optional<TraceSession> trace;
     // How many times MFStartup fails before it succeeds.
     std::uint32_t failedMediaStarts = 0;
+    // Whether the rig tells what goes between the program and the toast controller, which does not do so
+    // itself.
+    bool recordsPrompts = false;
     BusSettings bus;
 
     // Reads the wire's stage. Throws std::runtime_error or a JSON exception, with a text that names the

@@ -16,7 +16,7 @@ from ..updates.plan import PROBE_SIZE, Foreseen, UpdatePlan, transfer_time
 from ..updates.record import Record
 from ..windows.image import DEFAULT_IMAGE_SIZE, ODD_IMAGE_SIZE, read_image, sha256
 from ..windows.machine import Machine, MachineError
-from ..windows.programs import PRESET, TARGETS, Programs
+from ..windows.programs import PRESET, TARGETS, TOAST_CONTROLLER_TARGET, Programs
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .laboratory import Laboratory
@@ -31,7 +31,7 @@ def main() -> int:
     screen = Screen()
     try:
         with sole_use(_MACHINE):
-            _prepare(screen)
+            _prepare(options, screen)
             return _show(options, screen)
     except (
         KeyboardInterrupt, SetUpError, MachineError, GuestError, PeerError, OSError, subprocess.SubprocessError,
@@ -39,11 +39,11 @@ def main() -> int:
         return give_up("scripts/demo", error)
 
 
-def _prepare(screen: Screen) -> None:
+def _prepare(options: Options, screen: Screen) -> None:
     screen.step("Looking for the packages that the build needs")
     call_setup("packages")
     screen.step("Building the service and the laboratory")
-    call_setup("build", PRESET, *TARGETS)
+    call_setup("build", PRESET, *TARGETS, *([TOAST_CONTROLLER_TARGET] if options.window else []))
 
 
 def _show(options: Options, screen: Screen) -> int:
@@ -70,6 +70,7 @@ def _plan(options: Options) -> UpdatePlan:
         camera_version=options.camera_version,
         transfer_size=options.transfer_size,
         accept=options.accept,
+        window=options.window,
     )
     if options.ask is not None:
         plan = replace(plan, ask=options.ask)

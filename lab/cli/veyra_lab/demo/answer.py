@@ -1,15 +1,14 @@
-"""A person's answer to the service's question, at the terminal or in a window."""
+"""How a person is asked: at the terminal, or by the toast controller that ships, in its window."""
 
 import os
-import subprocess
+import re
+import socket
 import sys
 from collections.abc import Callable
-from pathlib import Path
 
 # Asks a person: the camera's version and the image's, as the service named them; True for yes.
 Ask = Callable[[str, str], bool]
 
-_WINDOW = Path(__file__).with_name("question_window.py")
 _YES = ("y", "yes")
 _NO = ("n", "no")
 
@@ -27,22 +26,30 @@ def terminal() -> Ask:
     return _ask_at_terminal
 
 
-def window() -> Ask:
-    """Asks in a window. An AnswerError when there is no display, or nothing that can draw on it."""
-    if not os.environ.get("DISPLAY"):
+def check_display() -> None:
+    """An AnswerError when there is no display that a window could be shown on."""
+    display = os.environ.get("DISPLAY")
+    if not display:
         raise AnswerError(
             "--answer window needs a display, and DISPLAY is not set: set it, or use --answer ask"
         )
-    tried = subprocess.run(
-        [sys.executable, str(_WINDOW), "--check"],
-        stdin=subprocess.DEVNULL,
-        capture_output=True,
-        text=True,
-        check=False,
-    )
-    if tried.returncode != 0:
-        raise AnswerError(f"--answer window cannot open a window: {' '.join(tried.stderr.split())}")
-    return _ask_in_window
+    try:
+        _reach(display)
+    except OSError as error:
+        raise AnswerError(f"--answer window cannot open a window on DISPLAY={display}: {error}") from None
+
+
+def _reach(display: str) -> None:
+    """Connects to a display, as every program does that shows a window there, and leaves. An OSError when nobody answers."""
+    named = re.fullmatch(r"(.*):([0-9]+)(\.[0-9]+)?", display)
+    if named is None:
+        raise OSError("it names no display")
+    host, number = named[1], int(named[2])
+    if host in ("", "unix"):
+        with socket.socket(socket.AF_UNIX) as channel:
+            channel.connect(f"/tmp/.X11-unix/X{number}")
+    else:
+        socket.create_connection((host, 6000 + number), timeout=5).close()
 
 
 def _ask_at_terminal(camera_version: str, image_version: str) -> bool:
@@ -60,20 +67,3 @@ def _ask_at_terminal(camera_version: str, image_version: str) -> bool:
         if said in _YES or said in _NO:
             return said in _YES
         screen.write("    Please answer y or n.\n")
-
-
-def _ask_in_window(camera_version: str, image_version: str) -> bool:
-    """A window that is closed, or killed, means no."""
-    shown = subprocess.Popen(
-        [sys.executable, str(_WINDOW), camera_version, image_version],
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.PIPE,
-        text=True,
-    )
-    try:
-        said, _ = shown.communicate()
-    except BaseException:
-        shown.kill()
-        shown.wait()
-        raise
-    return said.strip() == "update"

@@ -11,7 +11,7 @@ from ..buses.virtual import VirtualBus
 from ..terminal.screen import Screen
 from ..updates.plan import UpdatePlan
 from ..updates.record import Record
-from ..windows.installation import Installation
+from ..windows.installation import READING_SECONDS, Installation
 from ..windows.machine import Machine
 from ..windows.programs import Programs
 from ..wire.peer import Peer
@@ -50,11 +50,15 @@ class Laboratory:
                 self._programs,
                 image=plan.image,
                 update_mode=plan.update_mode,
-                toast_server=plan.toast_server,
+                toast_server=plan.toast_server and not plan.window,
             )
             try:
                 installation.make(peer.port)
-                return Road(plan, self._machine, peer, cameras, installation).walk()
+                record = Road(plan, self._machine, peer, cameras, installation).walk()
+                if installation.toast_controller_is_shown() and not record.broken_off:
+                    screen.step(f"Close the window when you have read it; it goes by itself in {READING_SECONDS} s")
+                    installation.take_toast_controller_away(READING_SECONDS)
+                return record
             finally:
                 with _undisturbed():
                     screen.step("Cleaning up")

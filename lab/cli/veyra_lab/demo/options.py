@@ -24,17 +24,16 @@ number of control transfers. Exit status: 0 when the flash equals the image byte
 1 when not, 2 when the command line is wrong, 130 when interrupted. When the answer is no, the flash has to stay as it
 was instead.
 
-With --answer ask, the end of the input (Ctrl-D) means no, and so does closing the window of --answer window; Ctrl-C
-ends the demo and cleans up, as at any time. The window needs a display and Debian's package python3-tk.
+With --answer ask, the end of the input (Ctrl-D) means no. --answer window starts the toast controller that ships: a
+task dialog on your display asks, shows the download and tells its end; closing it means no. Ctrl-C ends the demo and
+cleans up, as at any time.
 
 Examples:
   scripts/demo
   scripts/demo --answer ask --camera-version 6.0.0.0
+  scripts/demo --answer window
   scripts/demo --bus usb
   scripts/demo --transcript update.jsonl && scripts/lab report update.jsonl -o update.html"""
-
-
-_WHO_IS_ASKED = {"ask": answer.terminal, "window": answer.window}
 
 
 @dataclass(frozen=True)
@@ -47,6 +46,8 @@ class Options:
     accept: bool
     # Puts the service's question to a person instead; None when `accept` decides.
     ask: answer.Ask | None
+    # The toast controller that ships puts it to a person, in its window.
+    window: bool
     transcript: Path | None
     bus: str
 
@@ -109,8 +110,8 @@ def _parser() -> Parser:
         "--answer",
         choices=("accept", "decline", "ask", "window"),
         default="accept",
-        help="what the user says to the service's question; ask puts it to you at the terminal, window shows it in a"
-        " window (default: %(default)s)",
+        help="what the user says to the service's question; ask puts it to you at the terminal, window has the toast"
+        " controller that ships ask you, on your display (default: %(default)s)",
     )
     add_bus(parser)
     add_transcript(parser)
@@ -125,7 +126,9 @@ def parse(arguments: Sequence[str]) -> Options:
         most = f"with --bus usb, QEMU moves {MOST_TRANSFER_BYTES} bytes at most"
         parser.error(f"--transfer-size {parsed.transfer_size}: {most}")
     try:
-        ask = _WHO_IS_ASKED[parsed.answer]() if parsed.answer in _WHO_IS_ASKED else None
+        ask = answer.terminal() if parsed.answer == "ask" else None
+        if parsed.answer == "window":
+            answer.check_display()
     except answer.AnswerError as error:
         parser.error(str(error))
     return Options(
@@ -134,6 +137,7 @@ def parse(arguments: Sequence[str]) -> Options:
         transfer_size=parsed.transfer_size,
         accept=parsed.answer != "decline",
         ask=ask,
+        window=parsed.answer == "window",
         transcript=parsed.transcript,
         bus=parsed.bus,
     )

@@ -1,5 +1,6 @@
 """The road of one update: every step of it, in the order in which it is gone."""
 
+import time
 from dataclasses import replace
 
 from ..buses.bus import CameraBus
@@ -30,6 +31,7 @@ class Road:
         self._bus = bus
         self._installation = installation
         self._record = Record(plan)
+        self._plugged_at = 0
 
     def walk(self) -> Record:
         """All the steps. A step that cannot be gone ends the road; the record then says why."""
@@ -60,13 +62,16 @@ class Road:
         self._record.service_key = self._machine.registry_values(rf"{SERVICES_KEY}\{SERVICE}") or {}
 
     def _start(self) -> None:
+        if self._plan.window:
+            self._step("Starting the toast controller on your display")
+            self._installation.show_toast_controller()
         started = self._step("Starting the service")
         self._machine.demand("sc", "start", SERVICE)
         report = self._wait_for_report(RUNNING, started, _LONGEST_SILENCE)
         self._record.service_pid = report["pid"]
 
     def _plug(self) -> None:
-        plugged = self._step(f"Plugging the camera in, firmware {self._plan.camera_version}")
+        plugged = self._plugged_at = self._step(f"Plugging the camera in, firmware {self._plan.camera_version}")
         self._bus.plug(0)
         if self._plan.foreseen is not Foreseen.NOT_ASKED:
             self._wait_for_call("ShowUpdatePrompt", plugged, _SHORT_SILENCE)
@@ -77,6 +82,9 @@ class Road:
 
     def _ask(self) -> None:
         """A person decides what becomes of the rest of the road, if somebody is to be asked at all."""
+        if self._plan.window:
+            self._await_answer(self._plugged_at)
+            return
         if self._plan.ask is None:
             return
         self._step("Asking you")
@@ -89,7 +97,22 @@ class Road:
         accept = self._plan.ask(camera_version, image_version)
         self._plan = self._record.plan = replace(self._plan, accept=accept, ask=None)
 
+    def _await_answer(self, since: int) -> None:
+        """The answer comes from the window, however long that takes."""
+        self._step("Asking you, in the window at the lower right of your screen")
+        while not (answers := [each for each in self._peer.events_since(since) if each["event"] == "answer"]):
+            if not self._installation.toast_controller_is_shown():
+                raise PeerError("the toast controller has gone without an answer")
+            time.sleep(0.1)
+        self._peer.catch_up()
+        self._record.answered_at = self._peer.events().index(answers[-1])
+        accept = answers[-1]["code"] == _ACCEPT
+        self._step(f"You {'accept' if accept else 'decline'}")
+        self._plan = self._record.plan = replace(self._plan, accept=accept)
+
     def _answer(self) -> None:
+        if self._plan.window:
+            return
         self._record.answered_at = self._step(
             "The user accepts" if self._plan.accept else "The user declines"
         )

@@ -35,6 +35,8 @@ class UpdatePlan:
     accept: bool = True
     # Puts the question to a person, whose yes or no takes the place of `accept`: camera's version, image's version.
     ask: Callable[[str, str], bool] | None = None
+    # The toast controller that ships asks, in a window, whose yes or no takes the place of `accept`.
+    window: bool = False
     update_mode: str | None = SERVICE_CONTROLLED
     toast_server: bool = True
     transfer_us: int = 0
@@ -90,7 +92,9 @@ class UpdatePlan:
     def stage(self) -> dict[str, Any]:
         """The stage as the wire carries it to the rig: one camera, unplugged, and a trace session that sees all."""
         camera = {"version": self.camera_version, "transfer_size": self.transfer_size, **self.camera}
-        return {"trace": {"level": 8, "flags": 1}, "transfer_us": self.transfer_us, "cameras": [camera]}
+        stage = {"trace": {"level": 8, "flags": 1}, "transfer_us": self.transfer_us, "cameras": [camera]}
+        # That toast controller does not speak to the laboratory.
+        return {**stage, "records_prompts": True} if self.window else stage
 
 
 def transfer_time(blocks: int) -> int:

@@ -3,7 +3,7 @@
 from collections.abc import Iterator
 from dataclasses import dataclass, field
 
-from ..wire.events import ENTER_DFU_MODE, RIG, TOAST, Event
+from ..wire.events import ENTER_DFU_MODE, RIG, Event
 from .plan import UpdatePlan
 
 
@@ -51,12 +51,8 @@ class Record:
         )
 
     def prompt_calls(self, method: str) -> list[Event]:
-        """The calls of one method of the toast server."""
-        return [
-            event
-            for event in self.events
-            if event["source"] == TOAST and event["event"] == "prompt-call" and event["method"] == method
-        ]
+        """The calls of one method of the toast server, told by itself, or by the rig for one that tells nothing."""
+        return [event for event in self.events if event["event"] == "prompt-call" and event["method"] == method]
 
     def transfers(self) -> list[Event]:
         """Every control transfer to the camera in DFU mode."""

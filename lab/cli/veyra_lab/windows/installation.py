@@ -1,6 +1,7 @@
 """What a camera's software package leaves in a Windows machine: put there, changed, and taken away again."""
 
 import shutil
+import subprocess
 import time
 from contextlib import ExitStack
 from pathlib import PureWindowsPath
@@ -25,6 +26,8 @@ FOLDER = r"C:\VeyraLab"
 EXECUTABLE = rf"{FOLDER}\{SERVICE}.exe"
 _RIG = rf"{FOLDER}\winusb.dll"
 _LEAVING_SECONDS = 10
+# How long somebody may read the end of an update.
+READING_SECONDS = 60
 _TOAST_SERVER = r"C:\windows\system32\VeyraCameraToastCntl.exe"
 _IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
 
@@ -46,6 +49,7 @@ class Installation:
         self._image = default_image() if image is None else image
         self._update_mode = update_mode
         self._toast_server = toast_server
+        self._shown: subprocess.Popen[bytes] | None = None
 
     def make(self, port: int) -> None:
         """Copies the files and writes the registry. Whatever a run that was killed has left is taken away first."""
@@ -94,6 +98,32 @@ class Installation:
             self._unregister_toast_server()
             self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)
 
+    def show_toast_controller(self) -> None:
+        """Puts the toast controller that ships into the machine, registers it, and starts it on the display that DISPLAY
+        names, where it waits a minute for its first client: one that the service's activation starts has no display. It
+        leaves by itself, two seconds after the last client, once nothing is shown."""
+        self.put_toast_server(False)
+        shutil.copyfile(self._programs.toast_controller, self._machine.file(_TOAST_SERVER))
+        self._machine.demand(_TOAST_SERVER, "/RegServer")
+        self._shown = self._machine.start_on_display(_TOAST_SERVER, "-Embedding")
+
+    def toast_controller_is_shown(self) -> bool:
+        """Whether the one that was started on the display is there."""
+        return self._shown is not None and self._shown.poll() is None
+
+    def take_toast_controller_away(self, seconds: float) -> None:
+        """Waits so long for the end of the toast controller that ships, ends it, and takes it away, registration and
+        all."""
+        if self._shown is not None:
+            try:
+                self._shown.wait(seconds)
+            except subprocess.TimeoutExpired:
+                self._machine.run("taskkill", "/F", "/IM", PureWindowsPath(_TOAST_SERVER).name)
+                self._shown.wait(_LEAVING_SECONDS)
+            self._shown = None
+        self._await_end_of_toast_server()
+        self.put_toast_server(False)
+
     def remove(self, peer: Peer | None) -> None:
         """Takes away everything that make() and the programs have left, also half-way through a run. A step that fails
         keeps none of the later ones from being done."""
@@ -101,7 +131,9 @@ class Installation:
             steps.callback(self._remove_files)
             steps.callback(self._remove_keys)
             steps.callback(self._unregister_toast_server)
-            if peer is not None:
+            if self._shown is not None:
+                steps.callback(self.take_toast_controller_away, 0)
+            elif peer is not None:
                 steps.callback(peer.dismiss, TOAST, seconds=20)
             else:
                 steps.callback(self._await_end_of_toast_server)

@@ -119,6 +119,18 @@ class Machine:
             text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
         return Outcome(status, text)
 
+    def start_on_display(self, *command: str) -> subprocess.Popen[bytes]:
+        """Starts a program whose windows go to the display that DISPLAY names, and does not wait for it. No other program
+        of the machine has a display; the first that opens a window decides for all that are there with it."""
+        return subprocess.Popen(
+            [self._wine, *command],
+            env={**self.environment, "DISPLAY": os.environ["DISPLAY"]},
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL,
+            start_new_session=True,
+        )
+
     def processes(self, program: str) -> list[int]:
         """The host's numbers of the processes that run a program in this machine: "service.exe"."""
         return [number for number, words in processes_of(self.prefix).items() if f"\\{program}" in words[0]]

@@ -9,15 +9,18 @@ SERVICE = "VeyraCameraDfuService"
 # The build that ships, and those of its targets that make the programs.
 PRESET = "windows-release"
 TARGETS = (SERVICE, "lab_rig", "VeyraCameraToastCntl")
+# That of the toast controller that ships.
+TOAST_CONTROLLER_TARGET = "toast_controller"
 
 
 @dataclass(frozen=True)
 class Programs:
-    """The three programs of a build folder that a run needs."""
+    """The three programs of a build folder that a run needs, and the toast controller that ships, which few do."""
 
     service: Path
     rig: Path
     toast_server: Path
+    toast_controller: Path
 
     @staticmethod
     def of(build_folder: Path) -> "Programs":
@@ -26,6 +29,7 @@ class Programs:
             service=build_folder / f"{SERVICE}.exe",
             rig=build_folder / "lab" / "rig" / "winusb.dll",
             toast_server=build_folder / "lab" / "toast" / "VeyraCameraToastCntl.exe",
+            toast_controller=build_folder / "toast" / "program" / "VeyraCameraToastCntl.exe",
         )
 
 

@@ -162,6 +162,99 @@ TEST_F(WatchedToastControllerTest, ConnectsTheSinkItself) {
     EXPECT_EQ(server_.Sink(), nullptr);
 }
 
+TEST_F(WatchedToastControllerTest, TellsTheCallsThatItPassesOn) {
+    Strings told;
+    PromptReports reports;
+    reports.called = [&](std::string_view method, const std::vector<std::wstring>& texts) {
+        EXPECT_EQ(server_.Calls().size(), told.size());
+        told.push_back(std::string(method) + " " + std::to_string(texts.size()));
+        for (const std::wstring& text : texts) {
+            EXPECT_EQ(text, (std::wstring{L'7', L'\0', L'8'}));
+        }
+    };
+    ComPtr<IUnknown> watched;
+    *watched.GetAddressOf() =
+        new WatchedToastController(library_, ComPtr<IUnknown>(server_.Unknown()), reports);
+    ComPtr<IToastCntr> controller;
+    ASSERT_EQ(watched.As(&controller), S_OK);
+    const BSTR text = SysAllocStringLen(L"7\0008", 3);
+    EXPECT_EQ(controller->ShowUpdatePrompt(text, text), S_OK);
+    EXPECT_EQ(controller->NotifyProgress(text), S_OK);
+    EXPECT_EQ(controller->NotifyComplete(), S_OK);
+    SysFreeString(text);
+    EXPECT_EQ(told, (Strings{"ShowUpdatePrompt 2", "NotifyProgress 1", "NotifyComplete 0"}));
+}
+
+// A sink that keeps what it was invoked with.
+class InvokedSink final : public IDispatch {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        const bool isMine = iid == __uuidof(IUnknown) || iid == __uuidof(IDispatch);
+        *object = isMine ? static_cast<IDispatch*>(this) : nullptr;
+        return isMine ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
+        *count = 3;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return DISP_E_BADINDEX; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
+        return DISP_E_UNKNOWNNAME;
+    }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                     UINT*) override {
+        invoked.push_back(id);
+        return E_FAIL;
+    }
+    virtual ~InvokedSink() = default;
+
+    std::vector<DISPID> invoked;
+};
+
+TEST_F(WatchedToastControllerTest, TellsTheAnswersThatTheSinkGets) {
+    std::vector<LONG> answers;
+    PromptReports reports;
+    reports.answered = [&](LONG answer) { answers.push_back(answer); };
+    ComPtr<IUnknown> watched;
+    *watched.GetAddressOf() =
+        new WatchedToastController(library_, ComPtr<IUnknown>(server_.Unknown()), reports);
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched.As(&container), S_OK);
+    ComPtr<IConnectionPoint> point;
+    ASSERT_EQ(container->FindConnectionPoint(kEvents, &point), S_OK);
+    InvokedSink sink;
+    DWORD cookie = 0;
+    ASSERT_EQ(point->Advise(&sink, &cookie), S_OK);
+
+    ComPtr<IDispatch> seen;
+    ASSERT_EQ(server_.Sink()->QueryInterface(kEvents, reinterpret_cast<void**>(seen.GetAddressOf())), S_OK);
+    EXPECT_NE(seen.Get(), &sink);
+    ComPtr<IMarshal> other;
+    EXPECT_EQ(seen.As(&other), E_NOINTERFACE);
+    EXPECT_EQ(seen->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
+    UINT count = 0;
+    EXPECT_EQ(seen->GetTypeInfoCount(&count), S_OK);
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(seen->GetTypeInfo(0, LOCALE_NEUTRAL, nullptr), DISP_E_BADINDEX);
+    EXPECT_EQ(seen->GetIDsOfNames(GUID{}, nullptr, 0, LOCALE_NEUTRAL, nullptr), DISP_E_UNKNOWNNAME);
+
+    VARIANTARG argument;
+    V_VT(&argument) = VT_I4;
+    V_I4(&argument) = 1;
+    DISPPARAMS parameters{&argument, nullptr, 1, 0};
+    const auto invoke = [&](DISPID id, DISPPARAMS* with) {
+        return seen->Invoke(id, GUID{}, LOCALE_NEUTRAL, DISPATCH_METHOD, with, nullptr, nullptr, nullptr);
+    };
+    EXPECT_EQ(invoke(1, &parameters), E_FAIL);
+    EXPECT_EQ(invoke(2, &parameters), E_FAIL);
+    EXPECT_EQ(invoke(1, nullptr), E_FAIL);
+    EXPECT_EQ(answers, (std::vector<LONG>{1}));
+    EXPECT_EQ(sink.invoked, (std::vector<DISPID>{1, 2, 1}));
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+}
+
 TEST_F(WatchedToastControllerTest, LetsGoOfTheServerWithTheLastReference) {
     ConnectionPoint();
     Controller();

@@ -12,12 +12,14 @@ TEST(RunSettings, SaysNothingUnlessAsked) {
     EXPECT_FALSE(settings.trace.has_value());
     EXPECT_EQ(settings.bus.transferTime.count(), 0);
     EXPECT_TRUE(settings.bus.cameras.empty());
+    EXPECT_FALSE(settings.recordsPrompts);
     EXPECT_FALSE(RunSettings::FromStage({{"trace", nullptr}}).trace.has_value());
 }
 
 TEST(RunSettings, TakesEveryField) {
     const RunSettings settings = RunSettings::FromStage(json::parse(R"({
         "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250, "failed_media_starts": 2,
+        "records_prompts": true,
         "cameras": [{"version": "1.2.11.255", "personality": "strict", "transfer_size": 65535, "block_ms": 1,
             "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
             "configuration_descriptor": "09 02aB", "has_extension_unit": false,
@@ -28,6 +30,7 @@ TEST(RunSettings, TakesEveryField) {
     EXPECT_EQ(settings.trace->flags, 0xFFFFFFFFU);
     EXPECT_EQ(settings.bus.transferTime.count(), 250);
     EXPECT_EQ(settings.failedMediaStarts, 2U);
+    EXPECT_TRUE(settings.recordsPrompts);
     ASSERT_EQ(settings.bus.cameras.size(), 1U);
     const auto& camera = settings.bus.cameras[0];
     EXPECT_EQ(camera.version, (std::array<std::uint8_t, 4>{1, 2, 11, 255}));

@@ -1,0 +1,232 @@
+"""The toast controller that ships, asked by the service that ships, with its window on a display.
+
+With VEYRA_TOAST_PICTURES=docs the pictures of the document are made anew."""
+
+import os
+import subprocess
+import threading
+import time
+from collections.abc import Callable, Iterator
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import Any
+
+import pytest
+from support import BUILD, CHECKOUT, DEMO_PREFIX, Bench, Shared, complaints, slow
+from veyra_lab.updates.plan import Foreseen, UpdatePlan
+from veyra_lab.updates.record import Record
+from veyra_lab.windows.image import default_image, sha256
+from veyra_lab.windows.machine import Machine, processes_of, windows_path
+
+pytestmark = [slow, pytest.mark.usefixtures("display")]
+
+SHARED = Bench
+
+_READER = BUILD / "tests" / "system" / "window_reader.exe"
+_TITLE = "Camera firmware"
+_PATIENCE = 60
+_DESKTOP_KEY = r"HKEY_CURRENT_USER\Control Panel\Desktop"
+_QUESTION = "Update the firmware of a camera?"
+_DOWNLOAD = "A camera is getting its firmware"
+_ALL_TAKEN = "The camera has taken the whole firmware"
+
+
+@dataclass
+class Window:
+    """What the window shows."""
+
+    place: tuple[int, int, int, int] = (0, 0, 0, 0)
+    texts: list[str] = field(default_factory=list)
+    percent: int | None = None
+    # The middle of each button, by its words.
+    buttons: dict[str, tuple[int, int]] = field(default_factory=dict)
+
+
+class Display:
+    """The window on the display, as a person sees and uses it."""
+
+    def __init__(self, machine: Machine) -> None:
+        self._machine = machine
+
+    def window(self) -> Window | None:
+        """The window, if one is there."""
+        told = subprocess.run(
+            [str(CHECKOUT / "scripts" / "wine"), windows_path(_READER), _TITLE],
+            env={**self._machine.environment, "DISPLAY": os.environ["DISPLAY"]},
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            timeout=_PATIENCE,
+            check=False,
+        )
+        if told.returncode != 0:
+            return None
+        window = Window()
+        for line in told.stdout.decode("utf-8").replace("\r\n", "\n").splitlines():
+            what, _, rest = line.partition(" ")
+            if what == "window":
+                left, top, right, bottom = map(int, rest.split())
+                window.place = (left, top, right, bottom)
+            elif what == "text":
+                window.texts.append(rest)
+            elif what == "percent":
+                window.percent = int(rest)
+            elif what == "button":
+                x, y, words = rest.split(maxsplit=2)
+                window.buttons[words.replace("&", "")] = (int(x), int(y))
+        return window
+
+    def wait_for(self, wanted: Callable[[Window], bool], what: str) -> Window:
+        """Looks until the window shows that."""
+        deadline = time.monotonic() + _PATIENCE
+        seen = None
+        while time.monotonic() < deadline:
+            seen = self.window()
+            if seen is not None and wanted(seen):
+                return seen
+            time.sleep(0.2)
+        raise AssertionError(f"{what} was not shown, but {seen}")
+
+    def wait_for_text(self, text: str) -> Window:
+        """Looks until one of the window's texts begins so."""
+        return self.wait_for(lambda window: any(each.startswith(text) for each in window.texts), text)
+
+    def click(self, window: Window, button: str) -> None:
+        """Moves the mouse to a button and presses its own."""
+        x, y = window.buttons[button]
+        subprocess.run(["xdotool", "mousemove", "--sync", str(x), str(y), "click", "1"], check=True, timeout=_PATIENCE)
+
+    def picture(self, window: Window, path: Path) -> None:
+        """Photographs the window."""
+        left, top, right, bottom = window.place
+        # What has just changed is drawn a moment later.
+        time.sleep(0.5)
+        crop = f"{right - left}x{bottom - top}+{left}+{top}"
+        command = ["import", "-window", "root", "-crop", crop, "+repage", "-strip", "-colors", "64", f"png8:{path}"]
+        subprocess.run(command, check=True, timeout=_PATIENCE)
+
+
+@pytest.fixture
+def on(shared: Shared[Bench]) -> Bench:
+    return shared.get()
+
+
+@pytest.fixture
+def pictures(tmp_path: Path) -> Path:
+    """Where they go."""
+    return CHECKOUT / os.environ["VEYRA_TOAST_PICTURES"] if "VEYRA_TOAST_PICTURES" in os.environ else tmp_path
+
+
+@pytest.fixture(params=[96, 192], ids=lambda dpi: f"{dpi} dpi")
+def dpi(request: pytest.FixtureRequest, on: Bench) -> Iterator[int]:
+    """The display's density, which the window goes by."""
+    on.machine.change_registry({_DESKTOP_KEY: {"LogPixels": f"dword:{request.param:08x}"}})
+    yield request.param
+    on.machine.change_registry({_DESKTOP_KEY: {"LogPixels": "dword:00000060"}})
+
+
+def slowly(**camera: Any) -> UpdatePlan:
+    """An update of 40 blocks, which takes some seconds."""
+    return UpdatePlan(window=True, image=default_image(40 * 1024), transfer_us=60_000, camera=camera)
+
+
+def updated(on: Bench, plan: UpdatePlan, person: Callable[[Display], None]) -> Record:
+    """An update with somebody before the window; what is wrong there is raised here."""
+    wrong: list[BaseException] = []
+
+    def use() -> None:
+        try:
+            person(Display(on.machine))
+        except BaseException as error:
+            wrong.append(error)
+
+    using = threading.Thread(target=use)
+    using.start()
+    try:
+        record = on.walk(plan)
+    finally:
+        using.join(timeout=2 * _PATIENCE)
+    if wrong:
+        raise wrong[0]
+    return record
+
+
+def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures: Path) -> None:
+    percents = []
+
+    def person(display: Display) -> None:
+        question = display.wait_for_text(_QUESTION)
+        versions = "has firmware 5.10.2.0. This computer has firmware 5.10.3.0 for it, which is newer."
+        assert any(versions in text for text in question.texts)
+        assert list(question.buttons) == ["Update", "Not now"]
+        display.picture(question, pictures / f"toast-question-{dpi}.png")
+        display.click(question, "Update")
+        download = display.wait_for(lambda window: (window.percent or 0) >= 30, "a third of the download")
+        percents.append(download.percent)
+        assert any(text.startswith(_DOWNLOAD) for text in download.texts)
+        display.picture(download, pictures / f"toast-download-{dpi}.png")
+        end = display.wait_for_text(_ALL_TAKEN)
+        assert end.percent is None
+        display.picture(end, pictures / f"toast-done-{dpi}.png")
+        display.click(end, "Close")
+
+    record = updated(on, slowly(), person)
+    assert record.plan.foreseen is Foreseen.UPDATED
+    assert complaints(record) == []
+    assert percents and percents[0] < 100
+
+
+def test_tells_where_the_download_stopped(on: Bench, dpi: int, pictures: Path) -> None:
+    def person(display: Display) -> None:
+        display.click(display.wait_for_text(_QUESTION), "Update")
+        end = display.wait_for_text("The download stopped at 48 %")
+        display.picture(end, pictures / f"toast-stopped-{dpi}.png")
+        display.click(end, "Close")
+
+    fault = {"where": "DNLOAD", "what": "stall", "skip": 20, "count": 1}
+    record = updated(on, slowly(faults=[fault]), person)
+    assert record.plan.foreseen is Foreseen.BROKEN_OFF
+    assert complaints(record) == []
+
+
+@pytest.mark.parametrize("key", [None, "Escape", "Return"], ids=["a click", "Escape", "Return"])
+def test_leaves_the_camera_alone_when_the_answer_is_no(on: Bench, key: str | None) -> None:
+    def person(display: Display) -> None:
+        question = display.wait_for_text(_QUESTION)
+        if key is None:
+            display.click(question, "Not now")
+            return
+        # Keys go to the window once it was clicked, and not before.
+        left, top, *_ = question.place
+        place = [str(left + 60), str(top + 8)]
+        subprocess.run(["xdotool", "mousemove", "--sync", *place, "click", "1", "key", key], check=True, timeout=_PATIENCE)
+
+    record = updated(on, UpdatePlan(window=True), person)
+    assert record.plan.foreseen is Foreseen.DECLINED
+    assert complaints(record) == []
+
+
+@pytest.mark.xdist_group("demo")
+def test_demo_shows_it() -> None:
+    display = Display(Machine(DEMO_PREFIX))
+    demo = subprocess.Popen(
+        [str(CHECKOUT / "scripts" / "demo"), "--answer", "window"],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+    )
+    assert demo.stdout is not None
+    try:
+        with demo.stdout:
+            for line in demo.stdout:
+                if "Asking you" in line:
+                    break
+            display.click(display.wait_for_text(_QUESTION), "Update")
+            display.click(display.wait_for_text(_ALL_TAKEN), "Close")
+            rest = demo.stdout.read()
+        assert demo.wait(timeout=_PATIENCE) == 0, rest
+    finally:
+        demo.terminate()
+        demo.wait(timeout=_PATIENCE)
+    assert f"flash sha256: {sha256(default_image())}" in rest
+    assert processes_of(DEMO_PREFIX) == {}
