@@ -71,8 +71,10 @@ int wmain(int argc, wchar_t** arguments) {
     if (dialog == nullptr || !IsWindowVisible(dialog)) {
         return 1;
     }
+    // Without its frame, which is the window manager's.
     RECT place{};
-    GetWindowRect(dialog, &place);
+    GetClientRect(dialog, &place);
+    MapWindowPoints(dialog, nullptr, reinterpret_cast<POINT*>(&place), 2);
     std::printf("window %ld %ld %ld %ld\n", place.left, place.top, place.right, place.bottom);
     EnumChildWindows(dialog, PrintControl, 0);
     return 0;

@@ -93,7 +93,7 @@ class Display:
     def click(self, window: Window, button: str) -> None:
         """Moves the mouse to a button and presses its own."""
         x, y = window.buttons[button]
-        subprocess.run(["xdotool", "mousemove", "--sync", str(x), str(y), "click", "1"], check=True, timeout=_PATIENCE)
+        subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.2", "click", "1"], check=True, timeout=_PATIENCE)
 
     def picture(self, window: Window, path: Path) -> None:
         """Photographs the window."""
@@ -198,7 +198,7 @@ def test_leaves_the_camera_alone_when_the_answer_is_no(on: Bench, key: str | Non
         # Keys go to the window once it was clicked, and not before.
         left, top, *_ = question.place
         place = [str(left + 60), str(top + 8)]
-        subprocess.run(["xdotool", "mousemove", "--sync", *place, "click", "1", "key", key], check=True, timeout=_PATIENCE)
+        subprocess.run(["xdotool", "mousemove", *place, "sleep", "0.2", "click", "1", "key", key], check=True, timeout=_PATIENCE)
 
     record = updated(on, UpdatePlan(window=True), person)
     assert record.plan.foreseen is Foreseen.DECLINED
