@@ -560,7 +560,7 @@ def test_leaves_a_toast_controller_alone_that_lies_in_the_system_folder(alone: B
 
 def register_another(machine: Machine) -> str:
     """A program of another maker is registered for the class; its path."""
-    path = r"C:\windows\system32\cmd.exe"
+    path = r"c:\windows\system32\cmd.exe"
     values: dict[str, str | None] = {"": registry_string(path), "ServerExecutable": registry_string(path)}
     machine.change_registry({rf"{_TOAST_CLASS}\LocalServer32": values})
     return path
