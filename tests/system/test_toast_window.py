@@ -138,6 +138,8 @@ def updated(on: Bench, plan: UpdatePlan, person: Callable[[Display], None]) -> R
             person(Display(on.machine))
         except BaseException as error:
             wrong.append(error)
+            # Nobody would answer any more.
+            on.machine.run("taskkill", "/F", "/IM", "VeyraCameraToastCntl.exe")
 
     using = threading.Thread(target=use)
     using.start()
