@@ -1,6 +1,6 @@
 """The toast controller that ships, asked by the service that ships, with its window on a display.
 
-With VEYRA_TOAST_PICTURES=docs the pictures of the document are made anew."""
+With VEYRA_TOAST_PICTURES=FOLDER its pictures go there."""
 
 import os
 import subprocess
