@@ -79,7 +79,7 @@ def package_files(build: Path) -> dict[str, Path]:
     sources = [ROOT / "README.md", ROOT / "CHANGELOG.md", *documents, *ROOT.glob("trace/*.tmf")]
     files = {source.relative_to(ROOT).as_posix(): source for source in sources}
     files[EXECUTABLE] = build / EXECUTABLE
-    files[TOAST_CONTROLLER] = build / "toast" / "program" / TOAST_CONTROLLER
+    files[TOAST_CONTROLLER] = build / TOAST_CONTROLLER
     missing = [str(source) for source in files.values() if not source.is_file()]
     if missing:
         raise PackageError(f"these files are missing: {', '.join(missing)}")

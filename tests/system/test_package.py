@@ -741,7 +741,7 @@ def test_what_is_missing_is_said_in_one_line(tmp_path: Path) -> None:
     no_build = f"^{tmp_path} is no build folder: No such file or directory$"
     with pytest.raises(packaging.PackageError, match=no_build):
         packaging.product_version(tmp_path)
-    toast_controller = rf"{tmp_path}/toast/program/VeyraCameraToastCntl\.exe"
+    toast_controller = rf"{tmp_path}/VeyraCameraToastCntl\.exe"
     missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}$"
     with pytest.raises(packaging.PackageError, match=missing):
         packaging.package_files(tmp_path)

@@ -15,7 +15,7 @@ import pytest
 from support import BUILD, CHECKOUT, DEMO_PREFIX, Bench, Shared, complaints, slow
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
 from veyra_lab.updates.record import Record
-from veyra_lab.windows.image import default_image, sha256
+from veyra_lab.windows.image import ODD_IMAGE_SIZE, default_image, sha256
 from veyra_lab.windows.machine import Machine, processes_of, windows_path
 
 pytestmark = [slow, pytest.mark.usefixtures("display")]
@@ -47,6 +47,8 @@ class Display:
 
     def __init__(self, machine: Machine) -> None:
         self._machine = machine
+        # Set when there is nothing any more that a window could be waited for.
+        self.is_over = threading.Event()
 
     def window(self) -> Window | None:
         """The window, if one is there."""
@@ -71,35 +73,38 @@ class Display:
             elif what == "percent":
                 window.percent = int(rest)
             elif what == "button":
-                x, y, words = rest.split(maxsplit=2)
-                window.buttons[words.replace("&", "")] = (int(x), int(y))
+                x, y, *words = rest.split(maxsplit=2)
+                window.buttons[" ".join(words).replace("&", "")] = (int(x), int(y))
         return window
 
     def wait_for(self, wanted: Callable[[Window], bool], what: str) -> Window:
         """Looks until the window shows that."""
         deadline = time.monotonic() + _PATIENCE
         seen = None
-        while time.monotonic() < deadline:
+        while time.monotonic() < deadline and not self.is_over.is_set():
             seen = self.window()
             if seen is not None and wanted(seen):
                 return seen
             time.sleep(0.2)
         raise AssertionError(f"{what} was not shown, but {seen}")
 
-    def wait_for_text(self, text: str) -> Window:
-        """Looks until one of the window's texts begins so."""
-        return self.wait_for(lambda window: any(each.startswith(text) for each in window.texts), text)
+    def wait_for_text(self, text: str, button: str) -> Window:
+        """Looks until one of the window's texts begins so, and that button is there."""
+        return self.wait_for(
+            lambda window: button in window.buttons and any(each.startswith(text) for each in window.texts), text
+        )
 
     def click(self, window: Window, button: str) -> None:
         """Moves the mouse to a button and presses its own."""
         x, y = window.buttons[button]
         subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.2", "click", "1"], check=True, timeout=_PATIENCE)
 
-    def picture(self, window: Window, path: Path) -> None:
-        """Photographs the window."""
-        left, top, right, bottom = window.place
-        # What has just changed is drawn a moment later.
+    def picture(self, path: Path) -> None:
+        """Photographs the window. What has just changed is drawn, and takes its place, a moment later."""
         time.sleep(0.5)
+        window = self.window()
+        assert window is not None
+        left, top, right, bottom = window.place
         crop = f"{right - left}x{bottom - top}+{left}+{top}"
         command = ["import", "-window", "root", "-crop", crop, "+repage", "-strip", "-colors", "64", f"png8:{path}"]
         subprocess.run(command, check=True, timeout=_PATIENCE)
@@ -125,17 +130,19 @@ def dpi(request: pytest.FixtureRequest, on: Bench) -> Iterator[int]:
 
 
 def slowly(**camera: Any) -> UpdatePlan:
-    """An update of 40 blocks, which takes some seconds."""
-    return UpdatePlan(window=True, image=default_image(40 * 1024), transfer_us=60_000, camera=camera)
+    """An update of 41 blocks, which takes some seconds."""
+    return UpdatePlan(window=True, image=default_image(40 * 1024 + 17), transfer_us=60_000, camera=camera)
 
 
 def updated(on: Bench, plan: UpdatePlan, person: Callable[[Display], None]) -> Record:
     """An update with somebody before the window; what is wrong there is raised here."""
     wrong: list[BaseException] = []
 
+    display = Display(on.machine)
+
     def use() -> None:
         try:
-            person(Display(on.machine))
+            person(display)
         except BaseException as error:
             wrong.append(error)
             # Nobody would answer any more.
@@ -146,7 +153,9 @@ def updated(on: Bench, plan: UpdatePlan, person: Callable[[Display], None]) -> R
     try:
         record = on.walk(plan)
     finally:
+        display.is_over.set()
         using.join(timeout=2 * _PATIENCE)
+    assert record.broken_off == ""
     if wrong:
         raise wrong[0]
     return record
@@ -156,19 +165,19 @@ def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures
     percents = []
 
     def person(display: Display) -> None:
-        question = display.wait_for_text(_QUESTION)
+        question = display.wait_for_text(_QUESTION, "Update")
         versions = "has firmware 5.10.2.0. This computer has firmware 5.10.3.0 for it, which is newer."
         assert any(versions in text for text in question.texts)
         assert list(question.buttons) == ["Update", "Not now"]
-        display.picture(question, pictures / f"toast-question-{dpi}.png")
+        display.picture(pictures / f"toast-question-{dpi}.png")
         display.click(question, "Update")
         download = display.wait_for(lambda window: (window.percent or 0) >= 30, "a third of the download")
         percents.append(download.percent)
         assert any(text.startswith(_DOWNLOAD) for text in download.texts)
-        display.picture(download, pictures / f"toast-download-{dpi}.png")
-        end = display.wait_for_text(_ALL_TAKEN)
+        display.picture(pictures / f"toast-download-{dpi}.png")
+        end = display.wait_for_text(_ALL_TAKEN, "Close")
         assert end.percent is None
-        display.picture(end, pictures / f"toast-done-{dpi}.png")
+        display.picture(pictures / f"toast-done-{dpi}.png")
         display.click(end, "Close")
 
     record = updated(on, slowly(), person)
@@ -179,9 +188,9 @@ def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures
 
 def test_tells_where_the_download_stopped(on: Bench, dpi: int, pictures: Path) -> None:
     def person(display: Display) -> None:
-        display.click(display.wait_for_text(_QUESTION), "Update")
-        end = display.wait_for_text("The download stopped at 48 %")
-        display.picture(end, pictures / f"toast-stopped-{dpi}.png")
+        display.click(display.wait_for_text(_QUESTION, "Update"), "Update")
+        end = display.wait_for_text("The download stopped at 48 %", "Close")
+        display.picture(pictures / f"toast-stopped-{dpi}.png")
         display.click(end, "Close")
 
     fault = {"where": "DNLOAD", "what": "stall", "skip": 20, "count": 1}
@@ -193,7 +202,7 @@ def test_tells_where_the_download_stopped(on: Bench, dpi: int, pictures: Path) -
 @pytest.mark.parametrize("key", [None, "Escape", "Return"], ids=["a click", "Escape", "Return"])
 def test_leaves_the_camera_alone_when_the_answer_is_no(on: Bench, key: str | None) -> None:
     def person(display: Display) -> None:
-        question = display.wait_for_text(_QUESTION)
+        question = display.wait_for_text(_QUESTION, "Update")
         if key is None:
             display.click(question, "Not now")
             return
@@ -223,12 +232,12 @@ def test_demo_shows_it() -> None:
             for line in demo.stdout:
                 if "Asking you" in line:
                     break
-            display.click(display.wait_for_text(_QUESTION), "Update")
-            display.click(display.wait_for_text(_ALL_TAKEN), "Close")
+            display.click(display.wait_for_text(_QUESTION, "Update"), "Update")
+            display.click(display.wait_for_text(_ALL_TAKEN, "Close"), "Close")
             rest = demo.stdout.read()
         assert demo.wait(timeout=_PATIENCE) == 0, rest
     finally:
         demo.terminate()
         demo.wait(timeout=_PATIENCE)
-    assert f"flash sha256: {sha256(default_image())}" in rest
+    assert f"flash sha256: {sha256(default_image(ODD_IMAGE_SIZE))}" in rest
     assert processes_of(DEMO_PREFIX) == {}

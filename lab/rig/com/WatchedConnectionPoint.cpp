@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "lab/rig/com/LastCall.h"
 #include "lab/rig/com/WatchedSink.h"
 
 namespace lab::rig {
@@ -13,6 +14,7 @@ WatchedConnectionPoint::WatchedConnectionPoint(ComLibrary& library, ComPtr<IConn
     : GivenObject(library, "IConnectionPoint"), proxy_(std::move(proxy)), reports_(std::move(reports)) {}
 
 WatchedConnectionPoint::~WatchedConnectionPoint() {
+    AwaitEndOfLastCall();
     LetGo(proxy_);
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "lab/rig/com/LastCall.h"
 #include "lab/rig/com/WatchedConnectionPoint.h"
 
 namespace lab::rig {
@@ -17,6 +18,7 @@ WatchedConnectionPointContainer::WatchedConnectionPointContainer(ComLibrary& lib
       reports_(std::move(reports)) {}
 
 WatchedConnectionPointContainer::~WatchedConnectionPointContainer() {
+    AwaitEndOfLastCall();
     LetGo(proxy_);
     LetGo(controller_);
 }

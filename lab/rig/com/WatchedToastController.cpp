@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "lab/rig/com/LastCall.h"
 #include "lab/rig/com/WatchedConnectionPointContainer.h"
 
 namespace lab::rig {
@@ -16,6 +17,7 @@ WatchedToastController::WatchedToastController(ComLibrary& library, ComPtr<IUnkn
     : GivenObject(library, "IToastCntr"), proxy_(std::move(proxy)), reports_(std::move(reports)) {}
 
 WatchedToastController::~WatchedToastController() {
+    AwaitEndOfLastCall();
     LetGo(controller_);
     LetGo(proxy_);
 }

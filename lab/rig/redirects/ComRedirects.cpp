@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "VeyraCameraToast.h"
+#include "lab/rig/com/LastCall.h"
 #include "lab/rig/com/WatchedToastController.h"
 #include "lab/rig/process/ImportTable.h"
 #include "lab/rig/redirects/Redirects.h"
@@ -79,6 +80,20 @@ PromptReports ReportsTo(Rig& rig) {
     };
 }
 
+// What CoCreateInstance does, step by step: it would release the class factory in the same moment.
+HRESULT CreateToastController(IUnknown* outer, DWORD context, ComPtr<IUnknown>& proxy) {
+    ComPtr<IClassFactory> factory;
+    const HRESULT result =
+        CoGetClassObject(__uuidof(ToastCntr), context, nullptr, IID_PPV_ARGS(factory.GetAddressOf()));
+    if (FAILED(result)) {
+        return result;
+    }
+    const HRESULT created =
+        factory->CreateInstance(outer, __uuidof(IUnknown), reinterpret_cast<void**>(proxy.GetAddressOf()));
+    AwaitEndOfLastCall();
+    return created;
+}
+
 HRESULT WINAPI CreateInstanceWatched(REFCLSID classId, IUnknown* outer, DWORD context, REFIID iid,
                                      void** object) {
     Rig* const rig = Rig::Get();
@@ -87,8 +102,7 @@ HRESULT WINAPI CreateInstanceWatched(REFCLSID classId, IUnknown* outer, DWORD co
     }
     *object = nullptr;
     ComPtr<IUnknown> proxy;
-    const HRESULT result = createInstance(classId, outer, context, __uuidof(IUnknown),
-                                          reinterpret_cast<void**>(proxy.GetAddressOf()));
+    const HRESULT result = CreateToastController(outer, context, proxy);
     if (FAILED(result)) {
         return result;
     }

@@ -64,7 +64,9 @@ def _show(options: Options, screen: Screen) -> int:
 
 def _plan(options: Options) -> UpdatePlan:
     is_virtual = options.bus == VirtualBus.name
-    image = read_image(options.image, DEFAULT_IMAGE_SIZE if is_virtual else ODD_IMAGE_SIZE)
+    # The window can tell the end of a download for certain only when the last block is not a whole one.
+    has_whole_blocks = is_virtual and not options.window
+    image = read_image(options.image, DEFAULT_IMAGE_SIZE if has_whole_blocks else ODD_IMAGE_SIZE)
     plan = UpdatePlan(
         image=image,
         camera_version=options.camera_version,

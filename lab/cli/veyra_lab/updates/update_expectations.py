@@ -13,7 +13,9 @@ EXPECTATIONS = Expectations()
 @EXPECTATIONS.expect("the user is asked at each arrival, with the camera's version and the image's", *ASKED)
 def _asked_at_each_arrival(record: Record) -> str:
     wanted = [[record.plan.camera_version, record.plan.image_version]] * record.plan.questions
-    return differ("questions", wanted, [event["texts"] for event in record.prompt_calls("ShowUpdatePrompt")])
+    seen = [event["texts"] for event in record.prompt_calls("ShowUpdatePrompt")]
+    # In the window somebody may have answered before the second arrival.
+    return "" if record.plan.window and seen == wanted[:1] else differ("questions", wanted, seen)
 
 
 @EXPECTATIONS.expect("nobody is asked", Foreseen.NOT_ASKED)

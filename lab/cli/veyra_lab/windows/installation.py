@@ -105,7 +105,7 @@ class Installation:
         self.put_toast_server(False)
         shutil.copyfile(self._programs.toast_controller, self._machine.file(_TOAST_SERVER))
         self._machine.demand(_TOAST_SERVER, "/RegServer")
-        self._shown = self._machine.start_on_display(_TOAST_SERVER, "-Embedding")
+        self._shown = self._machine.serve_on_display(_TOAST_SERVER, "-Embedding")
 
     def toast_controller_is_shown(self) -> bool:
         """Whether the one that was started on the display is there."""

@@ -29,7 +29,7 @@ class Programs:
             service=build_folder / f"{SERVICE}.exe",
             rig=build_folder / "lab" / "rig" / "winusb.dll",
             toast_server=build_folder / "lab" / "toast" / "VeyraCameraToastCntl.exe",
-            toast_controller=build_folder / "toast" / "program" / "VeyraCameraToastCntl.exe",
+            toast_controller=build_folder / "VeyraCameraToastCntl.exe",
         )
 
 
