@@ -5,109 +5,23 @@ With VEYRA_TOAST_PICTURES=FOLDER its pictures go there."""
 import os
 import subprocess
 import threading
-import time
 from collections.abc import Callable, Iterator
-from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
 import pytest
-from support import BUILD, CHECKOUT, DEMO_PREFIX, Bench, Shared, complaints, slow
+from support import CHECKOUT, DEMO_PREFIX, Bench, Shared, complaints, slow
+from toast_display import ALL_TAKEN, DOWNLOAD, PATIENCE, QUESTION, Display
 from veyra_lab.updates.plan import Foreseen, UpdatePlan
 from veyra_lab.updates.record import Record
 from veyra_lab.windows.image import ODD_IMAGE_SIZE, default_image, sha256
-from veyra_lab.windows.machine import Machine, processes_of, windows_path
+from veyra_lab.windows.machine import Machine, processes_of
 
 pytestmark = [slow, pytest.mark.usefixtures("display")]
 
 SHARED = Bench
 
-_READER = BUILD / "tests" / "system" / "window_reader.exe"
-_TITLE = "Camera firmware"
-_PATIENCE = 60
 _DESKTOP_KEY = r"HKEY_CURRENT_USER\Control Panel\Desktop"
-_QUESTION = "Update the firmware of a camera?"
-_DOWNLOAD = "A camera is getting its firmware"
-_ALL_TAKEN = "The camera has taken the whole firmware"
-
-
-@dataclass
-class Window:
-    """What the window shows."""
-
-    place: tuple[int, int, int, int] = (0, 0, 0, 0)
-    texts: list[str] = field(default_factory=list)
-    percent: int | None = None
-    # The middle of each button, by its words.
-    buttons: dict[str, tuple[int, int]] = field(default_factory=dict)
-
-
-class Display:
-    """The window on the display, as a person sees and uses it."""
-
-    def __init__(self, machine: Machine) -> None:
-        self._machine = machine
-        # Set when there is nothing any more that a window could be waited for.
-        self.is_over = threading.Event()
-
-    def window(self) -> Window | None:
-        """The window, if one is there."""
-        told = subprocess.run(
-            [str(CHECKOUT / "scripts" / "wine"), windows_path(_READER), _TITLE],
-            env={**self._machine.environment, "DISPLAY": os.environ["DISPLAY"]},
-            stdin=subprocess.DEVNULL,
-            capture_output=True,
-            timeout=_PATIENCE,
-            check=False,
-        )
-        if told.returncode != 0:
-            return None
-        window = Window()
-        for line in told.stdout.decode("utf-8").replace("\r\n", "\n").splitlines():
-            what, _, rest = line.partition(" ")
-            if what == "window":
-                left, top, right, bottom = map(int, rest.split())
-                window.place = (left, top, right, bottom)
-            elif what == "text":
-                window.texts.append(rest)
-            elif what == "percent":
-                window.percent = int(rest)
-            elif what == "button":
-                x, y, *words = rest.split(maxsplit=2)
-                window.buttons[" ".join(words).replace("&", "")] = (int(x), int(y))
-        return window
-
-    def wait_for(self, wanted: Callable[[Window], bool], what: str) -> Window:
-        """Looks until the window shows that."""
-        deadline = time.monotonic() + _PATIENCE
-        seen = None
-        while time.monotonic() < deadline and not self.is_over.is_set():
-            seen = self.window()
-            if seen is not None and wanted(seen):
-                return seen
-            time.sleep(0.2)
-        raise AssertionError(f"{what} was not shown, but {seen}")
-
-    def wait_for_text(self, text: str, button: str) -> Window:
-        """Looks until one of the window's texts begins so, and that button is there."""
-        return self.wait_for(
-            lambda window: button in window.buttons and any(each.startswith(text) for each in window.texts), text
-        )
-
-    def click(self, window: Window, button: str) -> None:
-        """Moves the mouse to a button and presses its own."""
-        x, y = window.buttons[button]
-        subprocess.run(["xdotool", "mousemove", str(x), str(y), "sleep", "0.2", "click", "1"], check=True, timeout=_PATIENCE)
-
-    def picture(self, path: Path) -> None:
-        """Photographs the window. What has just changed is drawn, and takes its place, a moment later."""
-        time.sleep(0.5)
-        window = self.window()
-        assert window is not None
-        left, top, right, bottom = window.place
-        crop = f"{right - left}x{bottom - top}+{left}+{top}"
-        command = ["import", "-window", "root", "-crop", crop, "+repage", "-strip", "-colors", "64", f"png8:{path}"]
-        subprocess.run(command, check=True, timeout=_PATIENCE)
 
 
 @pytest.fixture
@@ -154,7 +68,7 @@ def updated(on: Bench, plan: UpdatePlan, person: Callable[[Display], None]) -> R
         record = on.walk(plan)
     finally:
         display.is_over.set()
-        using.join(timeout=2 * _PATIENCE)
+        using.join(timeout=2 * PATIENCE)
     assert record.broken_off == ""
     if wrong:
         raise wrong[0]
@@ -165,7 +79,7 @@ def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures
     percents = []
 
     def person(display: Display) -> None:
-        question = display.wait_for_text(_QUESTION, "Update")
+        question = display.wait_for_text(QUESTION, "Update")
         versions = "has firmware 5.10.2.0. This computer has firmware 5.10.3.0 for it, which is newer."
         assert any(versions in text for text in question.texts)
         assert list(question.buttons) == ["Update", "Not now"]
@@ -173,9 +87,9 @@ def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures
         display.click(question, "Update")
         download = display.wait_for(lambda window: (window.percent or 0) >= 30, "a third of the download")
         percents.append(download.percent)
-        assert any(text.startswith(_DOWNLOAD) for text in download.texts)
+        assert any(text.startswith(DOWNLOAD) for text in download.texts)
         display.picture(pictures / f"toast-download-{dpi}.png")
-        end = display.wait_for_text(_ALL_TAKEN, "Close")
+        end = display.wait_for_text(ALL_TAKEN, "Close")
         assert end.percent is None
         display.picture(pictures / f"toast-done-{dpi}.png")
         display.click(end, "Close")
@@ -188,7 +102,7 @@ def test_asks_shows_the_download_and_tells_its_end(on: Bench, dpi: int, pictures
 
 def test_tells_where_the_download_stopped(on: Bench, dpi: int, pictures: Path) -> None:
     def person(display: Display) -> None:
-        display.click(display.wait_for_text(_QUESTION, "Update"), "Update")
+        display.click(display.wait_for_text(QUESTION, "Update"), "Update")
         end = display.wait_for_text("The download stopped at 48 %", "Close")
         display.picture(pictures / f"toast-stopped-{dpi}.png")
         display.click(end, "Close")
@@ -202,14 +116,14 @@ def test_tells_where_the_download_stopped(on: Bench, dpi: int, pictures: Path) -
 @pytest.mark.parametrize("key", [None, "Escape", "Return"], ids=["a click", "Escape", "Return"])
 def test_leaves_the_camera_alone_when_the_answer_is_no(on: Bench, key: str | None) -> None:
     def person(display: Display) -> None:
-        question = display.wait_for_text(_QUESTION, "Update")
+        question = display.wait_for_text(QUESTION, "Update")
         if key is None:
             display.click(question, "Not now")
             return
         # Keys go to the window once it was clicked, and not before.
         left, top, *_ = question.place
         place = [str(left + 60), str(top + 8)]
-        subprocess.run(["xdotool", "mousemove", *place, "sleep", "0.2", "click", "1", "key", key], check=True, timeout=_PATIENCE)
+        subprocess.run(["xdotool", "mousemove", *place, "sleep", "0.2", "click", "1", "key", key], check=True, timeout=PATIENCE)
 
     record = updated(on, UpdatePlan(window=True), person)
     assert record.plan.foreseen is Foreseen.DECLINED
@@ -232,12 +146,12 @@ def test_demo_shows_it() -> None:
             for line in demo.stdout:
                 if "Asking you" in line:
                     break
-            display.click(display.wait_for_text(_QUESTION, "Update"), "Update")
-            display.click(display.wait_for_text(_ALL_TAKEN, "Close"), "Close")
+            display.click(display.wait_for_text(QUESTION, "Update"), "Update")
+            display.click(display.wait_for_text(ALL_TAKEN, "Close"), "Close")
             rest = demo.stdout.read()
-        assert demo.wait(timeout=_PATIENCE) == 0, rest
+        assert demo.wait(timeout=PATIENCE) == 0, rest
     finally:
         demo.terminate()
-        demo.wait(timeout=_PATIENCE)
+        demo.wait(timeout=PATIENCE)
     assert f"flash sha256: {sha256(default_image(ODD_IMAGE_SIZE))}" in rest
     assert processes_of(DEMO_PREFIX) == {}

@@ -9,12 +9,12 @@
 
 namespace lab::rig {
 
-// Told what goes between the program and a toast controller that does not speak to the laboratory, before it
-// is passed on. Any thread. An empty function is told nothing.
+// Told what goes between the program and a toast controller that does not speak to the laboratory. Any thread. An
+// empty function is told nothing.
 struct PromptReports {
-    // A call of the program's, with its texts.
+    // A call of the program's that the toast controller has taken, with its texts.
     std::function<void(std::string_view method, const std::vector<std::wstring>& texts)> called;
-    // "UserRespond" at the program's sink.
+    // "UserRespond" at the program's sink, before it is passed on.
     std::function<void(LONG answer)> answered;
 };
 

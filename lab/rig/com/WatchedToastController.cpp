@@ -85,28 +85,32 @@ HRESULT WatchedToastController::ShowUpdatePrompt(BSTR cameraVersion, BSTR imageV
     if (!IsCalled("ShowUpdatePrompt")) {
         return CO_E_OBJNOTCONNECTED;
     }
-    Tell("ShowUpdatePrompt", {cameraVersion, imageVersion});
-    return controller_->ShowUpdatePrompt(cameraVersion, imageVersion);
+    const HRESULT result = controller_->ShowUpdatePrompt(cameraVersion, imageVersion);
+    Tell(result, "ShowUpdatePrompt", {cameraVersion, imageVersion});
+    return result;
 }
 
 HRESULT WatchedToastController::NotifyProgress(BSTR status) {
     if (!IsCalled("NotifyProgress")) {
         return CO_E_OBJNOTCONNECTED;
     }
-    Tell("NotifyProgress", {status});
-    return controller_->NotifyProgress(status);
+    const HRESULT result = controller_->NotifyProgress(status);
+    Tell(result, "NotifyProgress", {status});
+    return result;
 }
 
 HRESULT WatchedToastController::NotifyComplete() {
     if (!IsCalled("NotifyComplete")) {
         return CO_E_OBJNOTCONNECTED;
     }
-    Tell("NotifyComplete", {});
-    return controller_->NotifyComplete();
+    const HRESULT result = controller_->NotifyComplete();
+    Tell(result, "NotifyComplete", {});
+    return result;
 }
 
-void WatchedToastController::Tell(std::string_view method, const std::vector<BSTR>& texts) const {
-    if (!reports_.called) {
+void WatchedToastController::Tell(HRESULT result, std::string_view method,
+                                  const std::vector<BSTR>& texts) const {
+    if (!reports_.called || FAILED(result)) {
         return;
     }
     std::vector<std::wstring> copies;

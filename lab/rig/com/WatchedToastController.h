@@ -40,7 +40,7 @@ class WatchedToastController final : public GivenObject<IToastCntr> {
   private:
     ~WatchedToastController() override;
 
-    void Tell(std::string_view method, const std::vector<BSTR>& texts) const;
+    void Tell(HRESULT result, std::string_view method, const std::vector<BSTR>& texts) const;
 
     Microsoft::WRL::ComPtr<IUnknown> proxy_;
     const PromptReports reports_;

@@ -53,8 +53,8 @@ class Observed:
         return [event for event in self.transfers if not event["ok"]]
 
     def calls(self, method: str) -> list[Event]:
-        """The calls of one method of the prompt server."""
-        return [event for event in self.of(TOAST, "prompt-call") if event["method"] == method]
+        """The calls of one method of the prompt server, told by itself, or by the rig for one that tells nothing."""
+        return [event for event in self.events if event["event"] == "prompt-call" and event["method"] == method]
 
     @property
     def progress(self) -> list[str]:

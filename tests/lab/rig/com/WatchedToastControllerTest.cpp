@@ -166,8 +166,8 @@ TEST_F(WatchedToastControllerTest, TellsTheCallsThatItPassesOn) {
     Strings told;
     PromptReports reports;
     reports.called = [&](std::string_view method, const std::vector<std::wstring>& texts) {
-        EXPECT_EQ(server_.Calls().size(), told.size());
         told.push_back(std::string(method) + " " + std::to_string(texts.size()));
+        EXPECT_EQ(server_.Calls().size(), told.size());
         for (const std::wstring& text : texts) {
             EXPECT_EQ(text, (std::wstring{L'7', L'\0', L'8'}));
         }
