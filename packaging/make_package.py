@@ -55,7 +55,8 @@ _CONDITIONS = {
     # The installer touches the update mode when it is told to, and when it has written it before.
     "UpdateMode": "DFUAUTOMODE OR MODEWRITTEN",
     "ToastLeftOut": 'TOASTCONTROLLER="No" OR (TOASTLEFTOUT AND NOT TOASTCONTROLLER)',
-    TOAST_CONTROLLER: 'TOASTCONTROLLER="Yes" OR (NOT TOASTCONTROLLER AND NOT TOASTLEFTOUT AND '
+    # What is there goes with its product, whatever a newer one has noted meanwhile.
+    TOAST_CONTROLLER: 'REMOVE="ALL" OR TOASTCONTROLLER="Yes" OR (NOT TOASTCONTROLLER AND NOT TOASTLEFTOUT AND '
     "(TOASTINSTALLED OR NOT (OTHERTOAST OR REGISTEREDTOAST)))",
 }
 

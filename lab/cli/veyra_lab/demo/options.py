@@ -89,8 +89,8 @@ def _parser() -> Parser:
         "--image",
         type=_image,
         metavar="FILE",
-        help="firmware image to download; without it one of 256 KiB with version 5.10.3.0 is made, with --bus usb 17 bytes"
-        " longer",
+        help="firmware image to download; without it one of 256 KiB with version 5.10.3.0 is made, with --bus usb or"
+        " --answer window 17 bytes longer",
     )
     parser.add_argument(
         "--camera-version",
