@@ -8,6 +8,7 @@ from pathlib import PureWindowsPath
 
 from ..wire.events import SENSOR_CLASS, TOAST
 from ..wire.peer import Peer
+from .display import serve_on_display
 from .image import default_image
 from .machine import SERVICES_KEY, Machine, registry_string
 from .programs import SERVICE, Programs
@@ -105,7 +106,7 @@ class Installation:
         self.put_toast_server(False)
         shutil.copyfile(self._programs.toast_controller, self._machine.file(_TOAST_SERVER))
         self._machine.demand(_TOAST_SERVER, "/RegServer")
-        self._shown = self._machine.serve_on_display(_TOAST_SERVER, "-Embedding")
+        self._shown = serve_on_display(self._machine, _TOAST_SERVER, "-Embedding")
 
     def toast_controller_is_shown(self) -> bool:
         """Whether the one that was started on the display is there."""

@@ -2,12 +2,10 @@
 
 import os
 import shutil
-import signal
 import subprocess
 import tempfile
 import time
 from collections.abc import Sequence
-from contextlib import suppress
 from dataclasses import dataclass
 from pathlib import Path, PureWindowsPath
 from types import TracebackType
@@ -18,14 +16,9 @@ from ..checkout import CHECKOUT
 SERVICES_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
 _NOTIFICATIONS_KEY = r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings"
-# The process that draws a desktop; it may stay when the programs that have windows on it have gone.
-_DESKTOP = "explorer.exe"
 _ENDING_PATIENCE = 20
-_SERVING_PATIENCE = 60
-# More than a server traces before it offers its class.
-_TRACE_BYTES = 1 << 24
 _CRASH_FOLDER = r"C:\windows\temp\crashes"
-_WINE = CHECKOUT / "scripts" / "wine"
+WINE = CHECKOUT / "scripts" / "wine"
 
 
 class MachineError(Exception):
@@ -75,7 +68,7 @@ class Machine:
 
     def __init__(self, prefix: Path) -> None:
         self.prefix = prefix
-        self._wine = str(_WINE)
+        self._wine = str(WINE)
         self._server = shutil.which("wineserver") or "/usr/lib/wine/wineserver"
         self.environment = {
             **{name: text for name, text in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")},
@@ -125,29 +118,6 @@ class Machine:
             output.seek(0)
             text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
         return Outcome(status, text)
-
-    def serve_on_display(self, *command: str) -> subprocess.Popen[bytes]:
-        """Starts a COM server whose windows go to the display that DISPLAY names, and returns when it offers its class. No
-        other program of the machine has a display, and the desktop that one of them may have left has none either: it is
-        ended before. A MachineError when it does not end, or nothing is offered."""
-        self._end_desktop()
-        with tempfile.TemporaryFile() as trace:
-            server = subprocess.Popen(
-                [self._wine, *command],
-                # Wine's own trace tells when the class is offered.
-                env={**self.environment, "DISPLAY": os.environ["DISPLAY"], "WINEDEBUG": "-all,trace+ole"},
-                stdin=subprocess.DEVNULL,
-                stdout=subprocess.DEVNULL,
-                stderr=trace,
-                start_new_session=True,
-            )
-            deadline = time.monotonic() + _SERVING_PATIENCE
-            while b":CoRegisterClassObject " not in os.pread(trace.fileno(), _TRACE_BYTES, 0):
-                if server.poll() is not None or time.monotonic() > deadline:
-                    server.kill()
-                    raise MachineError(f"{command[0]} offers nothing, exit status {server.wait()}")
-                time.sleep(0.05)
-        return server
 
     def processes(self, program: str) -> list[int]:
         """The host's numbers of the processes that run a program in this machine: "service.exe"."""
@@ -281,16 +251,6 @@ class Machine:
             if process.poll() is None:
                 process.kill()
                 process.wait()
-
-    def _end_desktop(self) -> None:
-        deadline = time.monotonic() + _ENDING_PATIENCE
-        while desktops := self.processes(_DESKTOP):
-            if time.monotonic() > deadline:
-                raise MachineError("the desktop of the machine does not end")
-            for desktop in desktops:
-                with suppress(ProcessLookupError):
-                    os.kill(desktop, signal.SIGKILL)
-            time.sleep(0.05)
 
     def _call_server(self, *arguments: str) -> int:
         return subprocess.run(
