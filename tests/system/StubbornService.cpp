@@ -7,6 +7,8 @@
 
 namespace {
 
+// Above every exit code of the programs that ship.
+constexpr int kNoService = 9;
 const wchar_t* const kReleaseName = L"Global\\VeyraStubbornServiceRelease";
 
 std::atomic<SERVICE_STATUS_HANDLE> handle{nullptr};
@@ -48,5 +50,5 @@ int main(int argc, char**) {
     }
     wchar_t name[] = L"";
     const SERVICE_TABLE_ENTRYW table[] = {{name, Main}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
+    return StartServiceCtrlDispatcherW(table) ? 0 : kNoService;
 }

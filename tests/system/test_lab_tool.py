@@ -16,7 +16,6 @@ from support import CHECKOUT, Run, check_refusal, run_script, slow
 from transcripts import good, stopped
 from veyra_lab import __main__ as lab
 from veyra_lab.demo import __main__ as demo
-from veyra_lab.demo import answer
 from veyra_lab.runner import command as runner
 from veyra_lab.scenarios.files import read_folder
 from veyra_lab.scenarios.schema import SCENARIOS

@@ -26,12 +26,14 @@ pytestmark = [slow, pytest.mark.usefixtures("display")]
 
 _PROGRAM = "VeyraCameraToastCntl.exe"
 # Those that ask nothing of the window that a person, or its process, could not do. The others make a single call fail or
-# hang, give an answer that no button gives, or one twice, or start another server after one was killed.
+# hang, give an answer that no button gives, or a second one, or start another server after one was killed. Those that
+# count what a call was told in the middle of a download are below with a download that takes its time.
 _NAMES = (
     "answered-late",
     "image-emptied-before-the-answer",
     "image-gone-before-the-answer",
     "image-replaced-before-the-answer",
+    "listed-twice",
     "prompt-server-dies-while-it-asks",
     "prompt-server-hangs-at-the-end",
     "stop-while-the-user-is-asked",
@@ -39,6 +41,27 @@ _NAMES = (
 )
 _STAGE = {"transfer_us": 30_000, "image": {"size": 20_000, "version": "5.10.3.0"}}
 _ASKED = [{"plug": 0}, {"wait for": "question"}, "settle", {"answer": 1}]
+_DIES_FIRST = [
+    *_ASKED,
+    {"prompt server": "die"},
+    {"wait for": "camera 0 running"},
+    "settle",
+    {"expect": {"completions": 0, "cameras": [{"mode": "running", "flash": "image"}]}},
+]
+_STOPS = [
+    *_ASKED,
+    {"wait for": "progress 3"},
+    "ask to stop",
+    "await stop",
+    {"expect": {"completions": 1, "service": "stopped"}},
+]
+_SHUTS_DOWN = [
+    *_ASKED,
+    {"wait for": "progress 3"},
+    {"control": 5},
+    "await stop",
+    {"expect": {"completions": 1, "service": "stopped"}},
+]
 _DIES = [
     *_ASKED,
     {"wait for": "progress 3"},
@@ -142,8 +165,12 @@ def test_scenario(runner: ScenarioRunner, variant: Variant) -> None:
     check(runner, variant)
 
 
-@pytest.mark.parametrize("steps", [_DIES, _HANGS], ids=["dies", "hangs"])
-def test_update_succeeds_when_in_its_middle_the_window(runner: ScenarioRunner, steps: list[Any], tmp_path: Path) -> None:
+@pytest.mark.parametrize(
+    "steps",
+    [_DIES_FIRST, _DIES, _HANGS, _STOPS, _SHUTS_DOWN],
+    ids=["the window dies first", "the window dies", "the window hangs", "the service stops", "the system shuts down"],
+)
+def test_the_download_comes_to_its_end_when(runner: ScenarioRunner, steps: list[Any], tmp_path: Path) -> None:
     path = tmp_path / "in-the-middle.json"
     path.write_text(json.dumps({"description": "-", "stage": _STAGE, "steps": steps}), encoding="utf-8")
     check(runner, read_scenario(path)[0])

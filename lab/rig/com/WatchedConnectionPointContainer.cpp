@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "lab/rig/com/LastCall.h"
 #include "lab/rig/com/WatchedConnectionPoint.h"
 
 namespace lab::rig {
@@ -18,7 +17,6 @@ WatchedConnectionPointContainer::WatchedConnectionPointContainer(ComLibrary& lib
       reports_(std::move(reports)) {}
 
 WatchedConnectionPointContainer::~WatchedConnectionPointContainer() {
-    AwaitEndOfLastCall();
     LetGo(proxy_);
     LetGo(controller_);
 }

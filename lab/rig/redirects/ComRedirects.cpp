@@ -80,7 +80,7 @@ PromptReports ReportsTo(Rig& rig) {
     };
 }
 
-// What CoCreateInstance does, step by step: it would release the class factory in the same moment.
+// What CoCreateInstance does, step by step: that would release the class factory at once.
 HRESULT CreateToastController(IUnknown* outer, DWORD context, ComPtr<IUnknown>& proxy) {
     ComPtr<IClassFactory> factory;
     const HRESULT result =

@@ -9,6 +9,7 @@ from ..buses.choice import opened
 from ..buses.usb import UsbBus
 from ..buses.virtual import VirtualBus
 from ..terminal.screen import Screen
+from ..updates.expectation import ACCEPTED
 from ..updates.plan import UpdatePlan
 from ..updates.record import Record
 from ..windows.installation import READING_SECONDS, Installation
@@ -56,7 +57,8 @@ class Laboratory:
                 installation.make(peer.port)
                 record = Road(plan, self._machine, peer, cameras, installation).walk()
                 if installation.toast_controller_is_shown() and not record.broken_off:
-                    screen.step(f"Close the window when you have read it; it goes by itself in {READING_SECONDS} s")
+                    if record.plan.foreseen in ACCEPTED:
+                        screen.step(f"Close the window when you have read it; it goes by itself in {READING_SECONDS} s")
                     installation.take_toast_controller_away(READING_SECONDS)
                 return record
             finally:

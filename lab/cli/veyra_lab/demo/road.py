@@ -63,7 +63,7 @@ class Road:
 
     def _start(self) -> None:
         if self._plan.window:
-            self._step("Starting the toast controller on your display")
+            self._step("Starting the toast controller that ships, on your display")
             self._installation.show_toast_controller()
         started = self._step("Starting the service")
         self._machine.demand("sc", "start", SERVICE)

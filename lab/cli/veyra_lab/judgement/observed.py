@@ -4,7 +4,7 @@ from collections.abc import Callable, Iterator, Sequence
 from dataclasses import dataclass
 from typing import Any
 
-from ..wire.events import ENTER_DFU_MODE, RIG, TOAST, Event
+from ..wire.events import ENTER_DFU_MODE, RIG, Event
 from ..wire.trace_formats import SERVICE_BASE_TRACES, UPDATE_SERVICE_TRACES
 
 TRACE_GROUPS = {
