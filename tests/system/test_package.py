@@ -14,7 +14,7 @@ from pathlib import Path
 from types import ModuleType
 
 import pytest
-from support import BUILD, CHECKOUT, Bench, Shared, complaints, slow
+from support import BUILD, CHECKOUT, Bench, Shared, complaints, discard_the_machine, slow
 from veyra_lab.buses.virtual import VirtualBus
 from veyra_lab.demo.road import Road
 from veyra_lab.updates.plan import UpdatePlan
@@ -181,6 +181,13 @@ def on(shared: Shared[Bench]) -> Iterator[Bench]:
         remove(on.machine, version)
     on.clear()
     on.machine.change_registry({}, removed=[UPDATE_MODE_KEY])
+
+
+@pytest.fixture
+def machine_left() -> Iterator[None]:
+    """For the tests whose installer ends a toast controller. Wine starts no other in the place of one that was killed."""
+    yield
+    discard_the_machine()
 
 
 @pytest.fixture
@@ -580,6 +587,7 @@ def test_takes_over_no_other_registration(alone: Bench, properties: tuple[str, .
 
 
 @slow
+@pytest.mark.usefixtures("machine_left")
 def test_installs_the_toast_controller_beside_another_when_it_has_to(on: Bench) -> None:
     on.machine.change_registry({}, removed=[_TOAST_CLASS])
     assert install(on.machine, VERSION, "TOASTCONTROLLER=Yes").status == 0
@@ -629,6 +637,7 @@ def test_repair_registers_the_toast_controller_again(alone: Bench) -> None:
 
 
 @slow
+@pytest.mark.usefixtures("machine_left")
 def test_upgrade_replaces_the_toast_controller_while_the_service_uses_it(alone: Bench) -> None:
     install(alone.machine)
     before = alone.start_service()
@@ -644,6 +653,7 @@ def test_upgrade_replaces_the_toast_controller_while_the_service_uses_it(alone: 
 
 
 @slow
+@pytest.mark.usefixtures("machine_left")
 @pytest.mark.parametrize("newer", [True, False], ids=["upgrade", "removal"])
 def test_a_toast_controller_that_does_not_leave_is_ended(alone: Bench, newer: bool) -> None:
     install(alone.machine)
