@@ -41,13 +41,13 @@ _NAMES = (
 )
 _STAGE = {"transfer_us": 30_000, "image": {"size": 20_000, "version": "5.10.3.0"}}
 _ASKED = [{"plug": 0}, {"wait for": "question"}, "settle", {"answer": 1}]
-_DIES_FIRST = [
-    *_ASKED,
+_DEATH = [
     {"prompt server": "die"},
     {"wait for": "camera 0 running"},
     "settle",
     {"expect": {"completions": 0, "cameras": [{"mode": "running", "flash": "image"}]}},
 ]
+_DIES_FIRST = [*_ASKED, *_DEATH]
 _STOPS = [
     *_ASKED,
     {"wait for": "progress 3"},
@@ -62,14 +62,7 @@ _SHUTS_DOWN = [
     "await stop",
     {"expect": {"completions": 1, "service": "stopped"}},
 ]
-_DIES = [
-    *_ASKED,
-    {"wait for": "progress 3"},
-    {"prompt server": "die"},
-    {"wait for": "camera 0 running"},
-    "settle",
-    {"expect": {"completions": 0, "cameras": [{"mode": "running", "flash": "image"}]}},
-]
+_DIES = [*_ASKED, {"wait for": "progress 3"}, *_DEATH]
 _HANGS = [
     *_ASKED,
     {"wait for": "progress 3"},
