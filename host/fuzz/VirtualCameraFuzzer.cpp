@@ -3,6 +3,7 @@
 #include "lab/camera/VirtualCamera.h"
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 // The virtual camera itself, with a host that sends anything at any time.
@@ -23,16 +24,17 @@ using lab::VirtualCamera;
 using Bytes = std::vector<std::uint8_t>;
 
 std::vector<Fault> Faults(FuzzInput& input) {
+    constexpr std::array kMoments{Fault::Moment::Before, Fault::Moment::After, Fault::Moment::Middle};
     std::vector<Fault> faults(input.Byte() % 4);
     for (Fault& fault : faults) {
-        fault.where = static_cast<Fault::Where>(input.Byte() % 11);
+        fault.where = static_cast<Fault::Where>(input.Byte() % 13);
         fault.what = static_cast<Fault::What>(input.Byte() % 7);
         fault.skip = input.Byte();
         fault.count = input.Byte();
         fault.value = input.Byte();
         const std::uint8_t how = input.Byte();
         fault.setsError = how % 2 == 1;
-        fault.carriedOut = how / 2 % 2 == 1;
+        fault.moment = kMoments[how / 2 % kMoments.size()];
     }
     return faults;
 }

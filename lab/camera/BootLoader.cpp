@@ -5,6 +5,18 @@
 #include <string_view>
 
 namespace lab {
+namespace {
+
+FlashSettings FlashOf(const CameraSettings& settings) {
+    const DfuTraits traits = TraitsOf(settings);
+    return {.hasTwoBanks = settings.hasTwoBanks,
+            .pageSize = settings.pageSize,
+            .bootCheck = traits.bootCheck,
+            .putsBack = traits.putsBack,
+            .faults = settings.faults};
+}
+
+}  // namespace
 
 BootLoader::BootLoader(const CameraSettings& settings)
     : traits_(TraitsOf(settings)),
@@ -13,7 +25,7 @@ BootLoader::BootLoader(const CameraSettings& settings)
       manifestMs_(settings.manifestMs),
       manifestsAtOnce_(settings.manifestsAtOnce),
       resetMs_(settings.resetMs),
-      flash_(settings.version, settings.hasTwoBanks) {}
+      flash_(settings.version, FlashOf(settings)) {}
 
 void BootLoader::Start() {
     ReturnToIdle();
@@ -98,6 +110,16 @@ void BootLoader::Fail(DfuStatus status) {
     }
 }
 
+void BootLoader::TakePart(std::uint16_t blockNumber, std::span<const std::uint8_t> part) {
+    if (!TakesBlocks() || part.empty()) {
+        return;
+    }
+    if (state_ == DfuState::DfuIdle) {
+        flash_.BeginImage();
+    }
+    Write(blockNumber, part);
+}
+
 TransferEnd BootLoader::SetInterface() {
     if (traits_.setInterface == DfuTraits::SetInterface::Stalls) {
         return TransferEnd::Stall;
@@ -125,7 +147,7 @@ DfuAnswer BootLoader::Dnload(std::uint16_t blockNumber, std::span<const std::uin
     if (state_ == DfuState::UploadIdle && traits_.dropsBlocksInUpload) {
         return {.taken = data.size()};
     }
-    if ((state_ != DfuState::DfuIdle && state_ != DfuState::DnloadIdle) || data.size() > transferSize_) {
+    if (!TakesBlocks() || data.size() > transferSize_) {
         return Refuse();
     }
     if (state_ == DfuState::DfuIdle && data.empty() && !traits_.takesEmptyImage) {
@@ -143,11 +165,7 @@ DfuAnswer BootLoader::Dnload(std::uint16_t blockNumber, std::span<const std::uin
         isManifested_ = false;
         return {};
     }
-    if (traits_.addressesBlocks) {
-        flash_.PutIntoImage(std::size_t{blockNumber} * transferSize_, data);
-    } else {
-        flash_.AppendToImage(data);
-    }
+    Write(blockNumber, data);
     state_ = DfuState::DnloadSync;
     busyReported_ = false;
     if (!traits_.isDeafWhileWriting || !traits_.isBusyFirst) {
@@ -262,6 +280,18 @@ void BootLoader::CountGap(std::uint16_t blockNumber) {
         ++blockNumberGaps_;
     }
     lastBlockNumber_ = blockNumber;
+}
+
+bool BootLoader::TakesBlocks() const {
+    return state_ == DfuState::DfuIdle || state_ == DfuState::DnloadIdle;
+}
+
+void BootLoader::Write(std::uint16_t blockNumber, std::span<const std::uint8_t> data) {
+    if (traits_.addressesBlocks) {
+        flash_.PutIntoImage(std::size_t{blockNumber} * transferSize_, data);
+    } else {
+        flash_.AppendToImage(data);
+    }
 }
 
 void BootLoader::BeginWriting(std::uint64_t nowMs, std::uint32_t ms) {

@@ -35,6 +35,10 @@ class BootLoader {
     void Start();
     // Power is gone, in whatever state.
     void LosePower();
+    // It went at a page operation of the flash: LosePower() is due.
+    [[nodiscard]] bool HasLostPower() const { return flash_.HasLostPower(); }
+    // Other faults of page operations in place of those that were.
+    void SetFaults(const std::vector<Fault>& faults) { flash_.SetFaults(faults); }
 
     // Makes the one thing happen that is due at NextDeadline(), which is `atMs`.
     void Advance(std::uint64_t atMs);
@@ -44,6 +48,8 @@ class BootLoader {
     // answer to a GETSTATUS that makes the device reset itself is Disconnected.
     [[nodiscard]] DfuAnswer Handle(const SetupPacket& setup, std::span<const std::uint8_t> data,
                                    std::uint64_t nowMs);
+    // A DNLOAD breaks off in its data stage: the device has taken these bytes, when it takes blocks at all.
+    void TakePart(std::uint16_t blockNumber, std::span<const std::uint8_t> part);
     // The host chooses an alternate setting of the DFU interface.
     [[nodiscard]] TransferEnd SetInterface();
     // Moves to dfuERROR, whatever the personality; a device that is there already keeps its status.
@@ -72,6 +78,8 @@ class BootLoader {
     void ReturnToIdle();
     void EndManifestation(std::uint64_t atMs);
     void CountGap(std::uint16_t blockNumber);
+    [[nodiscard]] bool TakesBlocks() const;
+    void Write(std::uint16_t blockNumber, std::span<const std::uint8_t> data);
     void BeginWriting(std::uint64_t nowMs, std::uint32_t ms);
     [[nodiscard]] bool AnswersQueries() const;
     [[nodiscard]] DfuAnswer StatusReply(std::uint64_t nowMs) const;

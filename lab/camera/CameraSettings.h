@@ -44,6 +44,7 @@ struct CameraSettings {
     std::vector<TopologyNode> nodes{TopologyNode::Processing, TopologyNode::ExtensionUnit};
     // A download goes to a second bank of the flash: a power failure loses the image, not the firmware.
     bool hasTwoBanks = false;
+    std::uint16_t pageSize = 1024;  // what the flash erases and writes at once
     Speed speed = Speed::High;
     // How long a host waits for an answer in DFU mode: WinUSB's time, unless told another.
     std::uint32_t timeoutMs = 5000;

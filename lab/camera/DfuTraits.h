@@ -92,6 +92,12 @@ struct DfuTraits {
         Stalls,
     };
 
+    // What the boot loader looks at before it starts the firmware.
+    enum class BootCheck {
+        Record,     // a page of its own with length and checksum, written last
+        FirstPage,  // whether anything is written in the first page
+    };
+
     bool isRuntimeDevice = true;  // has a DFU interface while it runs its firmware
     Detach detach = Detach::Stalls;
     Upload upload = Upload::Flash;
@@ -110,6 +116,10 @@ struct DfuTraits {
     bool takesEmptyImage = false;  // an empty DNLOAD in dfuIDLE is manifested as nothing, and the flash stays
     bool addressesBlocks = false;  // a block goes where its number says, not behind the one before
     SetInterface setInterface = SetInterface::Ignored;
+    BootCheck bootCheck = BootCheck::Record;
+    // A download that is given up in a flash of one bank puts back what it has overwritten; until then that
+    // is what the flash is seen to hold.
+    bool putsBack = true;
     // A HID interface comes before that of DFU; its own descriptor has the type and the length of the DFU
     // functional descriptor.
     bool hasHidInFront = false;

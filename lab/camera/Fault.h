@@ -5,8 +5,8 @@
 namespace lab {
 
 // One thing that a scenario makes go wrong. It strikes the `count` requests (or firmware commands) of its
-// kind that follow the first `skip` of them; count 0 means every one from there on. Each fault counts by
-// itself, and only what reaches the camera in the mode in which it understands the request.
+// kind, or page operations, that follow the first `skip` of them; count 0 means every one from there on. Each
+// fault counts by itself, and only what reaches the camera in the mode in which it understands the request.
 struct Fault {
     enum class Where {
         Detach,
@@ -20,15 +20,18 @@ struct Fault {
         CommandRead,    // the extension unit's GET
         GetDescriptor,  // DFU mode: a descriptor is read
         SetInterface,   // DFU mode: an alternate setting is chosen
+        FlashErase,     // DFU mode: a page of the flash is erased
+        FlashWrite,     // DFU mode: a page of the flash is written
     };
-    // Stall, Timeout and Unplug go with every `where`; a request that they strike has no other effect unless
-    // it is `carriedOut`, and where several strike at once the first in the list decides. The others change
-    // the answer to a request that the device carries out, go only with the places named, and never strike
-    // elsewhere.
+    // Stall, Timeout and Unplug go with every request, Unplug alone with the two page operations; what they
+    // strike is not done unless their `moment` says otherwise, and where several strike at once the first in
+    // the list decides. The others change the answer to a request that the device carries out, go only with
+    // the places named, and never strike elsewhere.
     enum class What {
         Stall,     // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
         Timeout,   // nothing answers
-        Unplug,    // the camera leaves the bus before it answers, and stays away
+        Unplug,    // power goes and the camera leaves the bus before it answers, and stays away. A block is
+                   // answered before its pages are written
         Status,    // GETSTATUS answers with bStatus = value
         State,     // GETSTATUS or GETSTATE answers with bState = value
         PollTime,  // GETSTATUS answers with bwPollTimeout = value
@@ -36,15 +39,21 @@ struct Fault {
                      // `value` bytes
         WrongEcho,   // CommandRead: the firmware reply's opcode echo is `value`
     };
+    // When Stall, Timeout and Unplug strike.
+    enum class Moment {
+        Before,  // nothing is done
+        Middle,  // DNLOAD: the device has taken the first `value` bytes of the block, half of it for 0, and
+                 // stays in its state; a page operation: torn. Never strikes elsewhere
+        After,   // it is done, and only its answer is lost. A stall then leaves the device as the request has
+                 // made it
+    };
     Where where = Where::GetStatus;
     What what = What::Stall;
     unsigned skip = 0;
     unsigned count = 1;
     std::uint32_t value = 0;
     bool setsError = true;
-    // Stall, Timeout, Unplug: the device does the request first, and only its answer is lost. A stall then
-    // leaves the device as the request has made it.
-    bool carriedOut = false;
+    Moment moment = Moment::Before;
 };
 
 }  // namespace lab

@@ -3,10 +3,15 @@
 namespace lab {
 namespace {
 
+bool IsPageOperation(Fault::Where where) {
+    return where == Fault::Where::FlashErase || where == Fault::Where::FlashWrite;
+}
+
 bool GoesWith(Fault::What what, Fault::Where where) {
     switch (what) {
         case Fault::What::Stall:
         case Fault::What::Timeout:
+            return !IsPageOperation(where);
         case Fault::What::Unplug:
             return true;
         case Fault::What::Status:
@@ -24,11 +29,17 @@ bool GoesWith(Fault::What what, Fault::Where where) {
     return false;
 }
 
+// Whether it has a meaning at all.
+bool CanStrike(const Fault& fault) {
+    const bool hasMiddle = fault.where == Fault::Where::Dnload || IsPageOperation(fault.where);
+    return GoesWith(fault.what, fault.where) && (fault.moment != Fault::Moment::Middle || hasMiddle);
+}
+
 }  // namespace
 
 FaultPlan::FaultPlan(const std::vector<Fault>& faults) {
     for (const Fault& fault : faults) {
-        if (GoesWith(fault.what, fault.where)) {
+        if (CanStrike(fault)) {
             entries_.push_back(Entry{.fault = fault});
         }
     }

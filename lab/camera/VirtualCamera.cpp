@@ -80,13 +80,22 @@ const Fault* Obstruction(const std::vector<Fault>& faults) {
 
 // The same, of one that keeps the request from being carried out.
 bool Keeps(const Fault* obstruction) {
-    return obstruction != nullptr && !obstruction->carriedOut;
+    return obstruction != nullptr && obstruction->moment != Fault::Moment::After;
+}
+
+// What the device has taken of a block whose transfer breaks off.
+std::span<const std::uint8_t> PartTaken(const Fault& fault, std::span<const std::uint8_t> block) {
+    const std::size_t length = fault.value == 0 ? block.size() / 2 : fault.value;
+    return block.first(std::min(length, block.size()));
 }
 
 }  // namespace
 
 VirtualCamera::VirtualCamera(CameraSettings settings)
-    : settings_(std::move(settings)), faults_(settings_.faults), bootLoader_(settings_) {}
+    : settings_(std::move(settings)),
+      dfuInterface_(FindDfuInterface(ConfigurationDescriptor())),
+      faults_(settings_.faults),
+      bootLoader_(settings_) {}
 
 void VirtualCamera::Plug(std::uint64_t nowMs) {
     Advance(nowMs);
@@ -130,7 +139,7 @@ void VirtualCamera::Advance(std::uint64_t nowMs) {
                 break;
             case BusMode::Dfu:
                 bootLoader_.Advance(*due);
-                if (bootLoader_.WantsReset()) {
+                if (!LeaveWithoutPower() && bootLoader_.WantsReset()) {
                     LeaveBus(*due);
                 }
                 break;
@@ -171,6 +180,24 @@ DfuStatus VirtualCamera::Status() const {
 
 const std::vector<std::uint8_t>& VirtualCamera::Flash() const {
     return bootLoader_.Flash().Bytes();
+}
+
+FirmwareVerdict VirtualCamera::Firmware(std::span<const std::uint8_t> old,
+                                        std::span<const std::uint8_t> image) const {
+    const FlashMemory survivor = Survivor();
+    const auto holds = [&](std::span<const std::uint8_t> content) {
+        return std::ranges::equal(survivor.Bytes(), content);
+    };
+    return {.isValid = survivor.IsValid(),
+            .content = holds(image) ? FirmwareVerdict::Content::Image
+                       : holds(old) ? FirmwareVerdict::Content::Old
+                                    : FirmwareVerdict::Content::Other};
+}
+
+FlashMemory VirtualCamera::Survivor() const {
+    FlashMemory survivor = bootLoader_.Flash();
+    survivor.LosePower();
+    return survivor;
 }
 
 std::size_t VirtualCamera::HeldBytes() const {
@@ -243,12 +270,19 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     const std::optional<Fault::Where> place = PlaceOf(setup.request);
     const std::vector<Fault> faults = place ? faults_.Strike(*place) : std::vector<Fault>{};
     const Fault* const obstruction = Obstruction(faults);
-    if (Keeps(obstruction)) {
-        return Obstruct(*obstruction);
-    }
     const std::span<std::uint8_t> stage = data.first(std::min<std::size_t>(data.size(), setup.length));
+    if (Keeps(obstruction)) {
+        if (obstruction->moment == Fault::Moment::Middle) {
+            bootLoader_.TakePart(setup.value, PartTaken(*obstruction, stage));
+        }
+        return LeaveWithoutPower() ? TransferResult{.end = TransferEnd::Disconnected}
+                                   : Obstruct(*obstruction);
+    }
     DfuAnswer answer = bootLoader_.Handle(setup, stage, nowMs);
-    if (bootLoader_.WantsReset()) {
+    if (LeaveWithoutPower() && place != Fault::Where::Dnload) {
+        return {.end = TransferEnd::Disconnected};
+    }
+    if (bootLoader_.WantsReset() && mode_ == BusMode::Dfu) {
         isDfuRequested_ = bootLoader_.StaysInDfuMode();
         LeaveBus(nowMs);
     }
@@ -281,6 +315,9 @@ TransferResult VirtualCamera::SetInterface(std::uint64_t nowMs) {
         return Obstruct(*obstruction);
     }
     const TransferEnd end = bootLoader_.SetInterface();
+    if (LeaveWithoutPower()) {
+        return {.end = TransferEnd::Disconnected};
+    }
     return obstruction != nullptr ? Obstruct(*obstruction) : TransferResult{.end = end};
 }
 
@@ -323,6 +360,12 @@ unsigned VirtualCamera::BlockNumberGaps() const {
     return bootLoader_.BlockNumberGaps();
 }
 
+void VirtualCamera::SetFaults(const std::vector<Fault>& faults) {
+    settings_.faults = faults;
+    faults_ = FaultPlan(faults);
+    bootLoader_.SetFaults(faults);
+}
+
 void VirtualCamera::LeaveBus(std::uint64_t nowMs) {
     mode_ = BusMode::Absent;
     busDeadline_ = nowMs + settings_.enumerateMs;
@@ -341,6 +384,15 @@ void VirtualCamera::Enumerate() {
         runtimeInterface_.Restart();
     }
     isDfuRequested_ = false;
+}
+
+// Whether power has gone at a page operation.
+bool VirtualCamera::LeaveWithoutPower() {
+    const bool hasLostPower = bootLoader_.HasLostPower();
+    if (hasLostPower) {
+        Unplug();
+    }
+    return hasLostPower;
 }
 
 TransferResult VirtualCamera::TransferWhenRunning(const SetupPacket& setup, std::span<std::uint8_t> data,
@@ -369,8 +421,8 @@ std::optional<TransferEnd> VirtualCamera::WhyNoCommand() const {
 bool VirtualCamera::IsForDfuInterface(const SetupPacket& setup) const {
     constexpr std::uint8_t kTypeAndRecipient = 0x7F;
     constexpr std::uint8_t kClassToInterface = 0x21;
-    const std::optional<std::uint8_t> number = FindDfuInterface(ConfigurationDescriptor());
-    return (setup.requestType & kTypeAndRecipient) == kClassToInterface && number && setup.index == *number;
+    return (setup.requestType & kTypeAndRecipient) == kClassToInterface && dfuInterface_ &&
+           setup.index == *dfuInterface_;
 }
 
 // How the host sees a request end that the fault strikes.
@@ -384,7 +436,7 @@ TransferResult VirtualCamera::Obstruct(const Fault& fault) {
     }
     const bool isDfuRequest = mode_ == BusMode::Dfu && fault.where != Fault::Where::GetDescriptor &&
                               fault.where != Fault::Where::SetInterface;
-    if (isDfuRequest && fault.setsError && !fault.carriedOut) {
+    if (isDfuRequest && fault.setsError && fault.moment != Fault::Moment::After) {
         bootLoader_.Fail(DfuStatus::ErrStalledPkt);
     }
     return {.end = TransferEnd::Stall};

@@ -6,6 +6,7 @@
 #include "lab/camera/DfuTypes.h"
 #include "lab/camera/ExtensionUnit.h"
 #include "lab/camera/FaultPlan.h"
+#include "lab/camera/FirmwareVerdict.h"
 #include "lab/camera/FlashMemory.h"
 #include "lab/camera/RuntimeInterface.h"
 #include "lab/camera/UsbTypes.h"
@@ -40,9 +41,9 @@ class VirtualCamera {
     explicit VirtualCamera(CameraSettings settings);
 
     // Puts the camera on the bus in running mode, or takes it off, at once; plugging in what is plugged in,
-    // even between two enumerations, does nothing. Unplugging in DFU mode with a download under way leaves a
-    // flash that is partly written: the camera then comes back in DFU mode (state dfuERROR, status
-    // errFIRMWARE) when it is plugged in again, as a boot loader without a valid image does.
+    // even between two enumerations, does nothing. Unplugging in DFU mode with a download under way leaves
+    // what the flash holds by then: when the boot loader finds no firmware in it that it would start, the
+    // camera comes back in DFU mode (state dfuERROR, status errFIRMWARE).
     void Plug(std::uint64_t nowMs);
     void Unplug();
     // The host resets the port. A camera in appDETACH comes back in DFU mode, any other as from a short power
@@ -62,6 +63,11 @@ class VirtualCamera {
     [[nodiscard]] DfuState State() const;
     [[nodiscard]] DfuStatus Status() const;
     [[nodiscard]] const std::vector<std::uint8_t>& Flash() const;
+    // What would be found after a power failure now, held against the two that it may rightly be.
+    [[nodiscard]] FirmwareVerdict Firmware(std::span<const std::uint8_t> old,
+                                           std::span<const std::uint8_t> image) const;
+    // The flash as it would be then.
+    [[nodiscard]] FlashMemory Survivor() const;
     // Bytes of this process's memory that the flash takes.
     [[nodiscard]] std::size_t HeldBytes() const;
     // The version text of what is in the flash: "5.10.2.0".
@@ -98,6 +104,9 @@ class VirtualCamera {
     // The interface descriptors (9 bytes each) of the configuration descriptor in force, in their order.
     [[nodiscard]] std::vector<std::array<std::uint8_t, 9>> Interfaces() const;
 
+    // Other faults in place of those that were; their counting begins.
+    void SetFaults(const std::vector<Fault>& faults);
+
     // Control transfers that reached the camera since it last entered DFU mode, whatever became of them.
     [[nodiscard]] unsigned Transfers() const { return transfers_; }
     // Block numbers of accepted DNLOAD requests, the closing empty one included, that did not follow their
@@ -107,6 +116,7 @@ class VirtualCamera {
   private:
     void LeaveBus(std::uint64_t nowMs);
     void Enumerate();
+    bool LeaveWithoutPower();
     TransferResult TransferWhenRunning(const SetupPacket& setup, std::span<std::uint8_t> data,
                                        std::uint64_t nowMs);
     [[nodiscard]] std::optional<TransferEnd> WhyNoCommand() const;
@@ -114,6 +124,7 @@ class VirtualCamera {
     TransferResult Obstruct(const Fault& fault);
 
     CameraSettings settings_;
+    std::optional<std::uint8_t> dfuInterface_;  // its number in the configuration descriptor in force
     FaultPlan faults_;
     ExtensionUnit extensionUnit_;
     RuntimeInterface runtimeInterface_;

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "lab/camera/Checksum.h"
 #include "lab/vocabulary/HexText.h"
 
 namespace lab {
@@ -120,6 +121,7 @@ json AlternateSettingEvent(std::size_t interfaceNumber, std::uint8_t setting, st
 }
 
 json CameraState(const VirtualCamera& camera, BusMode mode) {
+    const FlashMemory survivor = camera.Survivor();
     return {{"mode", ModeText(mode)},
             {"on_its_way", mode != BusMode::Absent || camera.NextDeadline().has_value()},
             {"pending", camera.NextDeadline().has_value()},
@@ -127,6 +129,10 @@ json CameraState(const VirtualCamera& camera, BusMode mode) {
             {"dfu_status", static_cast<unsigned>(camera.Status())},
             {"version", camera.Version()},
             {"flash_bytes", camera.Flash().size()},
+            {"after_power_failure",
+             {{"valid", survivor.IsValid()},
+              {"bytes", survivor.Bytes().size()},
+              {"checksum", Checksum(survivor.Bytes())}}},
             {"block_number_gaps", camera.BlockNumberGaps()},
             {"transfers", camera.Transfers()}};
 }

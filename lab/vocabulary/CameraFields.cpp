@@ -35,7 +35,12 @@ constexpr std::array<std::pair<std::string_view, DfuTraits::SetInterface>, 3> kS
     {"stalls", DfuTraits::SetInterface::Stalls},
 }};
 
-constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 12> kSwitches{{
+constexpr std::array<std::pair<std::string_view, DfuTraits::BootCheck>, 2> kBootChecks{{
+    {"record", DfuTraits::BootCheck::Record},
+    {"first page", DfuTraits::BootCheck::FirstPage},
+}};
+
+constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 13> kSwitches{{
     {"drops_blocks_in_upload", &DfuTraits::dropsBlocksInUpload},
     {"busy_first", &DfuTraits::isBusyFirst},
     {"answers_while_writing", &DfuTraits::answersWhileWriting},
@@ -47,10 +52,11 @@ constexpr std::array<std::pair<std::string_view, bool DfuTraits::*>, 12> kSwitch
     {"writes_at_once", &DfuTraits::writesAtOnce},
     {"takes_empty_image", &DfuTraits::takesEmptyImage},
     {"addresses_blocks", &DfuTraits::addressesBlocks},
+    {"puts_back", &DfuTraits::putsBack},
     {"hid_in_front", &DfuTraits::hasHidInFront},
 }};
 
-constexpr std::array<std::pair<std::string_view, Fault::Where>, 11> kWheres{{
+constexpr std::array<std::pair<std::string_view, Fault::Where>, 13> kWheres{{
     {"DETACH", Fault::Where::Detach},
     {"DNLOAD", Fault::Where::Dnload},
     {"UPLOAD", Fault::Where::Upload},
@@ -62,6 +68,8 @@ constexpr std::array<std::pair<std::string_view, Fault::Where>, 11> kWheres{{
     {"COMMAND-READ", Fault::Where::CommandRead},
     {"GET-DESCRIPTOR", Fault::Where::GetDescriptor},
     {"SET-INTERFACE", Fault::Where::SetInterface},
+    {"FLASH-ERASE", Fault::Where::FlashErase},
+    {"FLASH-WRITE", Fault::Where::FlashWrite},
 }};
 
 constexpr std::array<std::pair<std::string_view, Fault::What>, 8> kWhats{{
@@ -73,6 +81,12 @@ constexpr std::array<std::pair<std::string_view, Fault::What>, 8> kWhats{{
     {"poll", Fault::What::PollTime},
     {"short", Fault::What::ShortReply},
     {"echo", Fault::What::WrongEcho},
+}};
+
+constexpr std::array<std::pair<std::string_view, Fault::Moment>, 3> kMoments{{
+    {"before", Fault::Moment::Before},
+    {"middle", Fault::Moment::Middle},
+    {"after", Fault::Moment::After},
 }};
 
 constexpr std::array<std::pair<std::string_view, TopologyNode>, 4> kNodes{{
@@ -132,8 +146,8 @@ Fault ToFault(const json& fields) {
             fault.value = ToNumber<std::uint32_t>(field, value);
         } else if (field == "sets_error") {
             fault.setsError = value.get<bool>();
-        } else if (field == "carried_out") {
-            fault.carriedOut = value.get<bool>();
+        } else if (field == "moment") {
+            fault.moment = ToChoice(field, value, kMoments);
         } else {
             throw std::runtime_error("a fault has no field " + field);
         }
@@ -169,6 +183,8 @@ DfuTraits ToTraits(Personality personality, const json& fields) {
             traits.manifestation = ToChoice(field, value, kManifestations);
         } else if (field == "set_interface") {
             traits.setInterface = ToChoice(field, value, kSetInterfaces);
+        } else if (field == "boot_check") {
+            traits.bootCheck = ToChoice(field, value, kBootChecks);
         } else {
             traits.*ToChoice("trait", field, kSwitches) = value.get<bool>();
         }
@@ -212,6 +228,8 @@ CameraSettings ReadCameraFields(const json& fields, json& others) {
             camera.nodes = ToNodes(value);
         } else if (field == "two_banks") {
             camera.hasTwoBanks = value.get<bool>();
+        } else if (field == "page_size") {
+            camera.pageSize = ToNumber<std::uint16_t>(field, value);
         } else if (field == "speed") {
             camera.speed = ToChoice(field, value, kSpeeds);
         } else if (field == "timeout_ms") {

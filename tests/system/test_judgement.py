@@ -1,5 +1,6 @@
 """What scenarios are judged by, without a machine: good observations, each spoiled so that it has to be noticed."""
 
+import zlib
 from collections.abc import Callable, Sequence
 from dataclasses import replace
 from typing import Any
@@ -30,8 +31,17 @@ CLRSTATUS = "21 04 00 00 00 00 00 00"
 ABORT = "21 06 00 00 00 00 00 00"
 CLOSING = "21 01 05 00 00 00 00 00"
 
-HERE = CameraNow(mode="running", version="5.10.2.0", dfu_state=0, dfu_status=0, gaps=0, flash=OLD)
-UPDATED = replace(HERE, version="5.10.3.0", flash=IMAGE)
+
+
+def survivor(content: bytes, valid: bool = True) -> dict[str, object]:
+    """What the boot loader would find after a power failure."""
+    return {"valid": valid, "bytes": len(content), "checksum": zlib.crc32(content)}
+
+
+HERE = CameraNow(
+    mode="running", version="5.10.2.0", dfu_state=0, dfu_status=0, gaps=0, flash=OLD, survivor=survivor(OLD)
+)
+UPDATED = replace(HERE, version="5.10.3.0", flash=IMAGE, survivor=survivor(IMAGE))
 STUCK = replace(HERE, mode="dfu", dfu_state=10, dfu_status=3, flash=IMAGE[:2048])
 
 
@@ -349,6 +359,24 @@ def test_takes_no_transfers_for_none() -> None:
 def test_tells_flash(wanted: str, flash: bytes, seen: str | None) -> None:
     said = list(judge({"cameras": [{"flash": wanted}]}, now(flash=flash)(GOOD["updated"])))
     assert said == ([] if seen is None else [f"flash of camera 0: {seen}"])
+
+
+@pytest.mark.parametrize(
+    ("content", "valid", "seen"),
+    [
+        (OLD, True, "old"),
+        (IMAGE, True, "image"),
+        (IMAGE, False, "none"),
+        (IMAGE[:-1], True, "wrong"),
+        (IMAGE[:1024] + OLD[1024:], True, "wrong"),
+    ],
+)
+def test_tells_what_would_be_started_after_a_power_failure(content: bytes, valid: bool, seen: str) -> None:
+    here = now(survivor=survivor(content, valid))(GOOD["updated"])
+    for wanted in ("none", "old", "image", "wrong"):
+        said = list(judge({"cameras": [{"firmware": wanted}]}, here))
+        expected = f"firmware of camera 0 after a power failure: expected {wanted}, seen {seen}"
+        assert said == ([] if wanted == seen else [expected])
 
 
 def test_knows_the_version_in_the_flash_that_a_camera_came_with() -> None:

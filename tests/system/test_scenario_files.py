@@ -118,6 +118,7 @@ class TestScenarioFiles:
             "transfer_size": 65536,
             "block_ms": "5",
             "two_banks": 1,
+            "page_size": 0,
             "personality": "kind",
             "nodes": ["other"],
             "link_length": -1,

@@ -11,6 +11,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Where = Fault::Where;
 using What = Fault::What;
+using Moment = Fault::Moment;
 
 CameraDriver InDfuModeWith(std::vector<Fault> faults) {
     return InDfuMode({.faults = std::move(faults)});
@@ -81,7 +82,7 @@ TEST_P(FaultPlace, CarriedOutItHasItsEffectAndNoOther) {
         CameraDriver faultless = InState(GetParam().in, {});
         Ask(faultless);
         CameraDriver driver = InState(
-            GetParam().in, {.faults = {{.where = GetParam().where, .what = what, .carriedOut = true}}});
+            GetParam().in, {.faults = {{.where = GetParam().where, .what = what, .moment = Moment::After}}});
         EXPECT_EQ(Ask(driver), end);
         EXPECT_EQ(driver.camera.State(), faultless.camera.State());
         EXPECT_EQ(driver.camera.Status(), faultless.camera.Status());
@@ -254,9 +255,9 @@ TEST(Fault, BlockThatTimedOutIsNotInTheFlash) {
 }
 
 TEST(Fault, BlockWhoseAnswerIsLostIsInTheFlash) {
-    CameraDriver driver =
-        InDfuMode({.faults = {{.where = Where::Dnload, .what = What::Timeout, .skip = 1, .carriedOut = true}},
-                   .timeoutMs = 5000});
+    CameraDriver driver = InDfuMode(
+        {.faults = {{.where = Where::Dnload, .what = What::Timeout, .skip = 1, .moment = Moment::After}},
+         .timeoutMs = 5000});
     driver.Dnload(0, Bytes(8, 1));
     driver.GetStatus();
     const TransferResult result = driver.Dnload(1, Bytes(8, 2));
@@ -273,7 +274,7 @@ TEST(Fault, BlockWhoseAnswerIsLostIsInTheFlash) {
 TEST(Fault, ImageIsManifestedBeforeTheCableIsPulled) {
     CameraDriver driver = InDfuMode(
         {.manifestsAtOnce = true,
-         .faults = {{.where = Where::GetStatus, .what = What::Unplug, .skip = 1, .carriedOut = true}}});
+         .faults = {{.where = Where::GetStatus, .what = What::Unplug, .skip = 1, .moment = Moment::After}}});
     const Bytes image = MakeImage(500, {5, 10, 3, 0});
     driver.Dnload(0, image);
     EXPECT_EQ(driver.GetStatus().state, DfuState::DnloadIdle);
@@ -287,7 +288,7 @@ TEST(Fault, ImageIsManifestedBeforeTheCableIsPulled) {
 
 TEST(Fault, TheSwitchIsMadeThoughItsAnswerIsLost) {
     CameraDriver driver =
-        RunningWith({{.where = Where::CommandWrite, .what = What::Stall, .carriedOut = true}});
+        RunningWith({{.where = Where::CommandWrite, .what = What::Stall, .moment = Moment::After}});
     EXPECT_EQ(driver.Command(0x1E, {1, 0, 0, 0}).end, TransferEnd::Stall);
     driver.Pass(driver.camera.Settings().detachMs);
     driver.Pass(driver.camera.Settings().enumerateMs);
@@ -301,7 +302,8 @@ TEST(Fault, SetInterfaceMayFailWithOrWithoutItsEffect) {
         CameraDriver driver = InState(DfuState::DnloadIdle,
                                       {.traits = traits,
                                        .blockMs = 10,
-                                       .faults = {{.where = Where::SetInterface, .carriedOut = carriedOut}}});
+                                       .faults = {{.where = Where::SetInterface,
+                                                   .moment = carriedOut ? Moment::After : Moment::Before}}});
         EXPECT_EQ(driver.camera.SetInterface(driver.nowMs).end, TransferEnd::Stall);
         EXPECT_EQ(driver.camera.State(), carriedOut ? DfuState::DfuIdle : DfuState::DnloadIdle);
         EXPECT_EQ(driver.camera.SetInterface(driver.nowMs).end, TransferEnd::Ok);
@@ -382,6 +384,123 @@ TEST(Fault, PollTimeChangesOnlyTheTimeThatIsAskedFor) {
     EXPECT_EQ(struck.status, DfuStatus::Ok);
     EXPECT_EQ(struck.state, DfuState::DfuIdle);
     EXPECT_EQ(driver.GetStatus().pollMs, 0u);
+}
+
+TEST(Fault, InTheMiddleOfABlockHalfOfItIsTaken) {
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::Dnload, .what = What::Unplug, .skip = 1, .moment = Moment::Middle}});
+    EXPECT_FALSE(driver.Download(MakeImage(5000)));
+    Bytes expected = VirtualCamera({}).Flash();
+    const Bytes image = MakeImage(5000);
+    std::copy_n(image.begin(), 1024 + 512, expected.begin());
+    EXPECT_EQ(driver.camera.Flash(), expected);
+}
+
+TEST(Fault, InTheMiddleOfABlockAsManyBytesAreTakenAsItSays) {
+    CameraDriver driver = InDfuModeWith(
+        {{.where = Where::Dnload, .what = What::Timeout, .value = 100, .moment = Moment::Middle}});
+    EXPECT_EQ(driver.Dnload(0, MakeImage(1024)).end, TransferEnd::Timeout);
+    EXPECT_EQ(driver.camera.State(), DfuState::DfuIdle);
+    driver.camera.Unplug();
+    Bytes expected = VirtualCamera({}).Flash();
+    const Bytes image = MakeImage(1024);
+    std::copy_n(image.begin(), 100, expected.begin());
+    EXPECT_EQ(driver.camera.Flash(), expected);
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_EQ(driver.camera.Status(), DfuStatus::ErrFirmware);
+}
+
+TEST(Fault, InTheMiddleOfABlockAStallSetsTheErrorToo) {
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::Dnload, .what = What::Stall, .moment = Moment::Middle}});
+    EXPECT_EQ(driver.Dnload(0, MakeImage(1024)).end, TransferEnd::Stall);
+    EXPECT_EQ(driver.camera.State(), DfuState::Error);
+}
+
+TEST(Fault, OnlyABlockAndAPageHaveAMiddle) {
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::GetState, .what = What::Timeout, .moment = Moment::Middle},
+                       {.where = Where::GetStatus, .what = What::Unplug, .moment = Moment::Middle}});
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+    EXPECT_EQ(driver.GetStatus().end, TransferEnd::Ok);
+}
+
+TEST(Fault, ABlockIsAnsweredBeforePowerGoesAtItsPages) {
+    CameraDriver driver = InDfuModeWith({{.where = Where::FlashWrite, .what = What::Unplug}});
+    EXPECT_EQ(driver.Dnload(0, MakeImage(64)).end, TransferEnd::Ok);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+    EXPECT_EQ(driver.GetStatus().end, TransferEnd::Disconnected);
+}
+
+TEST(Fault, PowerThatGoesWhenTheRecordIsWrittenLeavesTheImageWithoutOne) {
+    for (const auto& [moment, mode] :
+         {std::pair{Moment::Before, BusMode::Dfu}, std::pair{Moment::Middle, BusMode::Dfu},
+          std::pair{Moment::After, BusMode::Running}}) {
+        CameraDriver driver = InDfuMode(
+            {.manifestMs = 100,
+             .faults = {{.where = Where::FlashWrite, .what = What::Unplug, .skip = 2, .moment = moment}}});
+        const Bytes image = MakeImage(2000, {5, 10, 3, 0});
+        ASSERT_TRUE(driver.Download(image));
+        EXPECT_EQ(driver.GetStatus().state, DfuState::Manifest);
+        driver.Pass(100);
+        EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+        const FirmwareVerdict verdict = driver.camera.Firmware(VirtualCamera({}).Flash(), image);
+        EXPECT_EQ(verdict.isValid, mode == BusMode::Running);
+        EXPECT_FALSE(verdict.IsWrong());
+        driver.camera.Plug(driver.nowMs);
+        EXPECT_EQ(driver.camera.Mode(), mode);
+    }
+}
+
+TEST(Fault, AnAbortThatPutsBackIsNotAnsweredWhenPowerGoes) {
+    CameraDriver driver = InDfuModeWith({{.where = Where::FlashErase, .what = What::Unplug, .skip = 2}});
+    EXPECT_EQ(driver.Dnload(0, MakeImage(64)).end, TransferEnd::Ok);
+    EXPECT_EQ(driver.GetStatus().state, DfuState::DnloadIdle);
+    EXPECT_EQ(driver.Request(DfuRequest::Abort).end, TransferEnd::Disconnected);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Absent);
+}
+
+TEST(Fault, PageOperationsKnowNoOtherFault) {
+    CameraDriver driver = InDfuModeWith({{.where = Where::FlashErase, .what = What::Stall, .count = 0},
+                                         {.where = Where::FlashWrite, .what = What::Timeout, .count = 0}});
+    EXPECT_TRUE(driver.Download(MakeImage(3000)));
+}
+
+TEST(Fault, OthersMayComeInTheirPlace) {
+    CameraDriver driver = InDfuModeWith({{.where = Where::GetState, .what = What::Stall, .count = 0},
+                                         {.where = Where::FlashErase, .what = What::Unplug}});
+    EXPECT_EQ(driver.GetState(), DfuState{0xEE});
+    driver.camera.SetFaults({{.where = Where::GetState, .what = What::State, .skip = 1, .value = 7}});
+    driver.Request(DfuRequest::ClrStatus);
+    EXPECT_EQ(driver.GetState(), DfuState::DfuIdle);
+    EXPECT_EQ(driver.GetState(), DfuState::Manifest);
+    EXPECT_TRUE(driver.Download(MakeImage(64)));
+}
+
+TEST(Fault, HalfAnImageLooksValidToABootLoaderThatLooksAtTheFirstPage) {
+    DfuTraits traits = TraitsOf(Personality::Kv400);
+    traits.bootCheck = DfuTraits::BootCheck::FirstPage;
+    CameraDriver driver =
+        InDfuMode({.traits = traits, .faults = {{.where = Where::Dnload, .what = What::Unplug, .skip = 1}}});
+    const Bytes image = MakeImage(2000);
+    EXPECT_FALSE(driver.Download(image));
+    const FirmwareVerdict verdict = driver.camera.Firmware(VirtualCamera({}).Flash(), image);
+    EXPECT_TRUE(verdict.IsWrong());
+    driver.camera.Plug(driver.nowMs);
+    EXPECT_EQ(driver.camera.Mode(), BusMode::Running);
+}
+
+TEST(Fault, TheVerdictTellsOldFromImage) {
+    CameraDriver driver = InDfuMode({.manifestMs = 0});
+    const Bytes old = driver.camera.Flash();
+    const Bytes image = MakeImage(2000);
+    EXPECT_EQ(driver.camera.Firmware(old, image).content, FirmwareVerdict::Content::Old);
+    EXPECT_TRUE(driver.Download(image));
+    // Written, and without its record.
+    EXPECT_FALSE(driver.camera.Firmware(old, image).isValid);
+    EXPECT_TRUE(driver.Await(DfuState::ManifestWaitReset));
+    EXPECT_EQ(driver.camera.Firmware(old, image).content, FirmwareVerdict::Content::Image);
+    EXPECT_TRUE(driver.camera.Firmware(old, image).isValid);
 }
 
 }  // namespace

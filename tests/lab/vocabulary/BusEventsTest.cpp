@@ -65,7 +65,9 @@ TEST(BusEvents, TheOthers) {
 TEST(BusEvents, AnAbsentCamerasState) {
     EXPECT_EQ(CameraState(VirtualCamera({}), BusMode::Absent),
               json::parse(R"({"mode":"absent","on_its_way":false,"pending":false,"dfu_state":0,"dfu_status":0,
-                              "version":"5.10.2.0","flash_bytes":4096,"block_number_gaps":0,"transfers":0})"));
+                              "version":"5.10.2.0","flash_bytes":4096,
+                              "after_power_failure":{"valid":true,"bytes":4096,"checksum":2978712366},
+                              "block_number_gaps":0,"transfers":0})"));
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ from typing import Any
 
 from ..scenarios.transfer_pattern import request_of
 from ..wire.events import RIG
-from .flash import check_flash
+from .flash import check_firmware, check_flash
 from .observed import Observed, differ
 from .results import RESULTS, check_transfers
 
@@ -78,6 +78,8 @@ def _check_cameras(observed: Observed, wanted: list[dict[str, Any] | None]) -> I
         for name, value in fields.items():
             if name == "flash":
                 yield from check_flash(observed, number, value, now)
+            elif name == "firmware":
+                yield from check_firmware(observed, number, value, now)
             else:
                 yield from differ(f"{name} of camera {number}", value, getattr(now, name))
 

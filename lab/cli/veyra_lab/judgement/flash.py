@@ -1,5 +1,6 @@
 """What is in a camera's flash: the image, what it came with, a part of the image, or neither."""
 
+import zlib
 from collections.abc import Iterator
 from typing import Any
 
@@ -26,6 +27,21 @@ def check_flash(observed: Observed, number: int, wanted: str, now: CameraNow) ->
         yield f"flash of camera {number}: expected a part of the image, seen {_describe(now.flash, old, image)}"
     if wanted == "other" and now.flash in (old, image):
         yield f"flash of camera {number}: expected neither, seen {_describe(now.flash, old, image)}"
+
+
+def check_firmware(observed: Observed, number: int, wanted: str, now: CameraNow) -> Iterator[str]:
+    seen = _firmware(now.survivor, {"image": observed.image or b"", "old": old_flash(observed.cameras[number])})
+    if seen != wanted:
+        yield f"firmware of camera {number} after a power failure: expected {wanted}, seen {seen}"
+
+
+def _firmware(survivor: dict[str, Any], known: dict[str, bytes]) -> str:
+    if not survivor["valid"]:
+        return "none"
+    for name, content in known.items():
+        if (len(content), zlib.crc32(content)) == (survivor["bytes"], survivor["checksum"]):
+            return name
+    return "wrong"
 
 
 def _describe(flash: bytes, old: bytes, image: bytes) -> str:

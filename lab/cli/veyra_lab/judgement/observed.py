@@ -25,6 +25,8 @@ class CameraNow:
     dfu_status: int
     gaps: int
     flash: bytes
+    # What its boot loader would find after a power failure now: "valid", "bytes", "checksum".
+    survivor: dict[str, Any]
 
 
 @dataclass(frozen=True)

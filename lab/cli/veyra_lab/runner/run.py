@@ -219,6 +219,7 @@ class ScenarioRun:
             dfu_status=answer["dfu_status"],
             gaps=answer["block_number_gaps"],
             flash=self._bus.flash(camera),
+            survivor=answer["after_power_failure"],
         )
 
     def _events(self, since: int) -> list[Event]:

@@ -24,7 +24,7 @@ TEST(RunSettings, TakesEveryField) {
             "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
             "configuration_descriptor": "09 02aB", "has_extension_unit": false,
             "faults": [{"where": "COMMAND-READ", "what": "echo", "skip": 6, "count": 7, "value": 4294967295,
-                        "sets_error": false, "carried_out": true}]}]})"));
+                        "sets_error": false, "moment": "after"}]}]})"));
     ASSERT_TRUE(settings.trace.has_value());
     EXPECT_EQ(settings.trace->level, 8);
     EXPECT_EQ(settings.trace->flags, 0xFFFFFFFFU);
@@ -51,7 +51,7 @@ TEST(RunSettings, TakesEveryField) {
     EXPECT_EQ(camera.faults[0].count, 7U);
     EXPECT_EQ(camera.faults[0].value, 0xFFFFFFFFU);
     EXPECT_FALSE(camera.faults[0].setsError);
-    EXPECT_TRUE(camera.faults[0].carriedOut);
+    EXPECT_EQ(camera.faults[0].moment, lab::Fault::Moment::After);
 }
 
 // A scenario with a slip of the pen must not run as if it had said nothing.
