@@ -1,5 +1,7 @@
 #include "lab/camera/FaultPlan.h"
 
+#include <algorithm>
+
 namespace lab {
 namespace {
 
@@ -58,6 +60,11 @@ std::vector<Fault> FaultPlan::Strike(Fault::Where where) {
         }
     }
     return striking;
+}
+
+std::size_t FaultPlan::Met() const {
+    return static_cast<std::size_t>(std::count_if(
+        entries_.begin(), entries_.end(), [](const Entry& entry) { return entry.seen > entry.fault.skip; }));
 }
 
 }  // namespace lab

@@ -15,6 +15,9 @@ class FaultPlan {
     // Counts one request of this kind and answers the faults that strike it, in the order of the list.
     [[nodiscard]] std::vector<Fault> Strike(Fault::Where where);
 
+    // How many of the faults have struck.
+    [[nodiscard]] std::size_t Met() const;
+
   private:
     struct Entry {
         Fault fault;

@@ -176,6 +176,7 @@ void FlashMemory::Operate(Fault::Where where, const Operation& operation) {
     if (!hasPower_) {
         return;
     }
+    ++(where == Fault::Where::FlashErase ? operations_.erased : operations_.written);
     const std::vector<Fault> faults = faults_.Strike(where);
     if (faults.empty()) {
         operation(PageEnd::Whole);

@@ -4,6 +4,7 @@
 #include "lab/camera/Fault.h"
 #include "lab/camera/FaultPlan.h"
 #include "lab/camera/FlashBank.h"
+#include "lab/camera/PageOperations.h"
 
 #include <array>
 #include <cstddef>
@@ -65,11 +66,15 @@ class FlashMemory {
     // does so; of a second bank nothing is left that would be started.
     void DiscardImage();
 
+    // Since it was made.
+    [[nodiscard]] const PageOperations& Operations() const { return operations_; }
     // Whether power went at a page operation.
     [[nodiscard]] bool HasLostPower() const { return !hasPower_; }
     // Power is gone, whenever it was, and comes back: there is what the cells hold, in the bank that the boot
     // loader starts, or in the one that was in use.
     void LosePower();
+    // Of the faults that are here, how many have struck.
+    [[nodiscard]] std::size_t FaultsMet() const { return faults_.Met(); }
     // Other faults in place of those that were; their counting begins.
     void SetFaults(const std::vector<Fault>& faults) { faults_ = FaultPlan(faults); }
 
@@ -101,6 +106,7 @@ class FlashMemory {
     std::optional<std::vector<std::uint8_t>> kept_;  // what an image in a single bank overwrites
     FlashBank::Record keptRecord_;
     bool hasPower_ = true;
+    PageOperations operations_;
     FaultPlan faults_;
 };
 

@@ -366,6 +366,14 @@ void VirtualCamera::SetFaults(const std::vector<Fault>& faults) {
     bootLoader_.SetFaults(faults);
 }
 
+std::size_t VirtualCamera::FaultsMet() const {
+    return faults_.Met() + bootLoader_.Flash().FaultsMet();
+}
+
+const PageOperations& VirtualCamera::FlashOperations() const {
+    return bootLoader_.Flash().Operations();
+}
+
 void VirtualCamera::LeaveBus(std::uint64_t nowMs) {
     mode_ = BusMode::Absent;
     busDeadline_ = nowMs + settings_.enumerateMs;

@@ -106,6 +106,10 @@ class VirtualCamera {
 
     // Other faults in place of those that were; their counting begins.
     void SetFaults(const std::vector<Fault>& faults);
+    // Of the faults that are here, how many have struck.
+    [[nodiscard]] std::size_t FaultsMet() const;
+    // Page operations of the flash over the camera's life.
+    [[nodiscard]] const PageOperations& FlashOperations() const;
 
     // Control transfers that reached the camera since it last entered DFU mode, whatever became of them.
     [[nodiscard]] unsigned Transfers() const { return transfers_; }

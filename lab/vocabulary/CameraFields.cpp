@@ -155,14 +155,6 @@ Fault ToFault(const json& fields) {
     return fault;
 }
 
-std::vector<Fault> ToFaults(const json& list) {
-    std::vector<Fault> faults;
-    for (const json& fields : list) {
-        faults.push_back(ToFault(fields));
-    }
-    return faults;
-}
-
 std::vector<TopologyNode> ToNodes(const json& list) {
     std::vector<TopologyNode> nodes;
     for (const json& node : list) {
@@ -219,7 +211,7 @@ CameraSettings ReadCameraFields(const json& fields, json& others) {
         } else if (field == "enumerate_ms") {
             camera.enumerateMs = ToNumber<std::uint32_t>(field, value);
         } else if (field == "faults") {
-            camera.faults = ToFaults(value);
+            camera.faults = ReadFaults(value);
         } else if (field == "configuration_descriptor") {
             camera.configurationDescriptor = ToBytes(field, value);
         } else if (field == "has_extension_unit") {
@@ -242,6 +234,14 @@ CameraSettings ReadCameraFields(const json& fields, json& others) {
         }
     }
     return camera;
+}
+
+std::vector<Fault> ReadFaults(const json& list) {
+    std::vector<Fault> faults;
+    for (const json& fields : list) {
+        faults.push_back(ToFault(fields));
+    }
+    return faults;
 }
 
 }  // namespace lab

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <vector>
+
 #include <nlohmann/json_fwd.hpp>
 
 #include "lab/camera/CameraSettings.h"
+#include "lab/camera/Fault.h"
 
 namespace lab {
 
@@ -10,5 +13,8 @@ namespace lab {
 // camera's into `others`: those of the machine that it is plugged into. Throws std::runtime_error or a JSON
 // exception, with a text that names the field, for a value that is impossible.
 [[nodiscard]] CameraSettings ReadCameraFields(const nlohmann::json& fields, nlohmann::json& others);
+
+// Reads a camera's list of faults, and refuses it as ReadCameraFields() does.
+[[nodiscard]] std::vector<Fault> ReadFaults(const nlohmann::json& list);
 
 }  // namespace lab

@@ -123,6 +123,13 @@ void Bus::ReplaceCameras(const BusSettings& settings) {
     PlaceCameras(settings);
 }
 
+void Bus::SetFaults(std::size_t camera, const std::vector<Fault>& faults) {
+    const std::lock_guard lock(mutex_);
+    VirtualCamera& device = CameraAt(camera);
+    AdvanceOne(camera);
+    device.SetFaults(faults);
+}
+
 json Bus::State(std::size_t camera) {
     const std::lock_guard lock(mutex_);
     const VirtualCamera& device = CameraAt(camera);

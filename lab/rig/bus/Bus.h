@@ -81,6 +81,8 @@ class Bus {
     // Other cameras take the place of these, all unplugged; refused while one is on the bus. What was opened
     // on the cameras before reaches none of the new ones.
     void ReplaceCameras(const BusSettings& settings);
+    // Other faults of a camera in place of those that were; their counting begins.
+    void SetFaults(std::size_t camera, const std::vector<Fault>& faults);
     [[nodiscard]] nlohmann::json State(std::size_t camera);
     [[nodiscard]] std::vector<std::uint8_t> Flash(std::size_t camera);
     // Bytes of this process's memory that the cameras' flash takes while `look` is called: nothing crosses

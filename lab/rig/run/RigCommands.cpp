@@ -11,6 +11,7 @@
 #include "lab/rig/process/ProcessResources.h"
 #include "lab/rig/run/RunSettings.h"
 #include "lab/rig/text/GuidText.h"
+#include "lab/vocabulary/CameraFields.h"
 #include "lab/wire/Utf8.h"
 #include "lab/wire/Wire.h"
 
@@ -106,6 +107,8 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
         bus.Plug(CameraOf(command));
     } else if (name == "unplug") {
         bus.Unplug(CameraOf(command));
+    } else if (name == "faults") {
+        bus.SetFaults(CameraOf(command), ReadFaults(command.at("faults")));
     } else if (name == "state") {
         answer.update(bus.State(CameraOf(command)));
     } else if (name == "save-flash") {

@@ -52,8 +52,7 @@ class ScenarioRun:
     def unplug_all(self) -> None:
         """Takes every camera off the bus that is on it, or on its way back to it."""
         for camera in range(len(self._variant.stage.cameras)):
-            if self._bus.state(camera)["on_its_way"]:
-                self._bus.unplug(camera)
+            self._take_away(camera)
 
     def events(self) -> list[Event]:
         """What the service and the prompt server did in this scenario."""
@@ -88,6 +87,13 @@ class ScenarioRun:
     def _restart(self) -> None:
         self._stop()
         self._service.start()
+
+    def _take_away(self, camera: int) -> None:
+        if self._bus.state(camera)["on_its_way"]:
+            self._bus.unplug(camera)
+
+    def _set_faults(self, fields: dict[str, Any]) -> None:
+        self._peer.command(RIG, "faults", camera=fields["camera"], faults=fields["list"])
 
     def _answer(self, code: int) -> None:
         self._peer.command(TOAST, "respond", code=code)
@@ -248,6 +254,8 @@ PLAIN_STEPS: dict[str, Callable[[ScenarioRun], object]] = {
 STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "plug": lambda run, camera: run._bus.plug(camera),
     "unplug": lambda run, camera: run._bus.unplug(camera),
+    "take away": ScenarioRun._take_away,
+    "faults": ScenarioRun._set_faults,
     "answer": ScenarioRun._answer,
     "wait for": ScenarioRun._wait_for,
     "update": ScenarioRun._update,

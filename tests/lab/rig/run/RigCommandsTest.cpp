@@ -56,6 +56,16 @@ TEST_F(RigCommandsTest, SavesTheFlash) {
                  std::runtime_error);
 }
 
+TEST_F(RigCommandsTest, GivesACameraOtherFaults) {
+    Begin({QuickCamera()});
+    const json fault{{"where", "COMMAND-WRITE"}, {"what", "stall"}, {"skip", 1}, {"moment", "after"}};
+    EXPECT_EQ(Do({{"command", "faults"}, {"camera", 0}, {"faults", {fault}}}).at("ok"), true);
+    EXPECT_THROW(Do({{"command", "faults"}, {"camera", 1}, {"faults", json::array()}}), std::runtime_error);
+    EXPECT_THROW(Do({{"command", "faults"}, {"camera", 0}, {"faults", {{{"where", "NOWHERE"}}}}}),
+                 std::runtime_error);
+    EXPECT_THROW(Do({{"command", "faults"}, {"camera", 0}, {"faults", {{{"when", 1}}}}}), std::runtime_error);
+}
+
 TEST_F(RigCommandsTest, LetsTimePass) {
     Begin({});
     const auto before = bus_->ClockMs();

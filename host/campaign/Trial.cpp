@@ -1,0 +1,279 @@
+#include "host/campaign/Trial.h"
+
+#include "host/campaign/Allowances.h"
+#include "host/campaign/BrokenRule.h"
+#include "lab/camera/DfuTypes.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <utility>
+
+namespace campaign {
+namespace {
+
+constexpr std::size_t kCamera = 0;
+constexpr std::size_t kOther = 1;
+constexpr ULONGLONG kPlugPauseMs = 1000;
+constexpr int kMostEvents = 20;  // that a camera makes happen by itself behind an update
+
+using Version = std::array<std::uint8_t, 4>;
+
+Version VersionOf(std::span<const std::uint8_t> image) {
+    Version version{};
+    std::ranges::copy(image.subspan(lab::FlashMemory::kVersionOffset, version.size()), version.begin());
+    return version;
+}
+
+bool TellsTheEndFalsely(const lab::Fault& fault) {
+    return fault.what == lab::Fault::What::State &&
+           fault.value == static_cast<std::uint32_t>(lab::DfuState::ManifestWaitReset);
+}
+
+std::string_view NameOf(UpdateEnd::How how) {
+    switch (how) {
+        case UpdateEnd::How::NotAsked:
+            return "not asked";
+        case UpdateEnd::How::UpToDate:
+            return "up to date";
+        case UpdateEnd::How::NotSwitched:
+            return "not switched";
+        case UpdateEnd::How::NotOpened:
+            return "not opened";
+        case UpdateEnd::How::Failed:
+            return "failed";
+        case UpdateEnd::How::Updated:
+            return "updated";
+    }
+    return "?";
+}
+
+std::string_view NameOf(const lab::FirmwareVerdict& verdict) {
+    if (!verdict.isValid) {
+        return "no firmware";
+    }
+    switch (verdict.content) {
+        case lab::FirmwareVerdict::Content::Image:
+            return "the image";
+        case lab::FirmwareVerdict::Content::Old:
+            return "the old firmware";
+        case lab::FirmwareVerdict::Content::Other:
+            break;
+    }
+    return "valid-looking and wrong";
+}
+
+}  // namespace
+
+// Hands each crossing to the audience first, so that a transcript has what broke a rule.
+class Trial::Listener final : public ICrossingListener {
+  public:
+    explicit Listener(Audience* audience) : audience_(audience) {}
+
+    void Attach(ServiceRoad& road) { road_ = &road; }
+
+    void OnCrossing(const Crossing& crossing) override {
+        if (audience_ != nullptr) {
+            audience_->OnCrossing(crossing);
+        }
+        road_->OnCrossing(crossing);
+    }
+
+  private:
+    Audience* audience_;
+    ServiceRoad* road_ = nullptr;
+};
+
+Trial::Trial(TrialPlan plan, const UpdateEnd& faultless, Audience* audience)
+    : plan_(std::move(plan)),
+      faultless_(faultless),
+      audience_(audience),
+      camera_(SettingsOf(*plan_.kind)),
+      other_(SettingsOf(Kinds().front())),
+      listener_(std::make_unique<Listener>(audience)),
+      bus_(time_, *listener_, {&camera_, &other_}),
+      road_(bus_, time_) {
+    listener_->Attach(road_);
+    known_.push_back(camera_.Flash());
+}
+
+Trial::~Trial() = default;
+
+TrialEnd Trial::Run() {
+    try {
+        RunAll();
+    } catch (const BrokenRule& rule) {
+        end_.complaint = std::string("broken: ") + rule.what();
+    } catch (const std::exception& error) {
+        end_.complaint = std::string("raised: ") + error.what();
+    }
+    if (!end_.complaint.empty()) {
+        Tell(end_.complaint);
+    }
+    return end_;
+}
+
+void Trial::RunAll() {
+    const unsigned last = plan_.LastUpdate();
+    for (unsigned number = 1; number <= last + 1; ++number) {
+        end_.updates.push_back(Update(kCamera, number, plan_.FaultsOf(number)));
+        Judge(number, end_.updates.back());
+        known_.push_back(plan_.Image(number));
+    }
+    camera_.Unplug();
+    Tell("another camera");
+    const UpdateEnd other = Update(kOther, 1, {});
+    Rule(other.how == UpdateEnd::How::Updated && other.verdict.isValid &&
+             other.verdict.content == lab::FirmwareVerdict::Content::Image,
+         "another camera is updated");
+}
+
+UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<lab::Fault>& faults) {
+    lab::VirtualCamera& device = bus_.Camera(camera);
+    const Image image = plan_.Image(number);
+    UpdateEnd end;
+    Tell("update " + std::to_string(number));
+    device.SetFaults(faults);
+    PlugIn(camera);
+    end.beganRunning = device.Mode() == lab::BusMode::Running;
+    end.beganInError = device.Mode() == lab::BusMode::Dfu && device.State() == lab::DfuState::Error;
+    GoOnTheRoad(camera, image, end);
+    end.faultsMet = device.FaultsMet();
+    device.SetFaults({});
+    Settle(device);
+    end.verdict = VerdictOn(device, image);
+    Tell(std::string(NameOf(end.how)) + "; the camera has " + std::string(NameOf(end.verdict)));
+    LookAgain(camera, image, end);
+    return end;
+}
+
+void Trial::PlugIn(std::size_t camera) {
+    lab::VirtualCamera& device = bus_.Camera(camera);
+    device.Unplug();
+    time_.Advance(kPlugPauseMs);
+    device.Plug(time_.Now());
+    time_.Advance(0);
+}
+
+void Trial::GoOnTheRoad(std::size_t camera, const Image& image, UpdateEnd& end) {
+    lab::VirtualCamera& device = bus_.Camera(camera);
+    if (end.beganRunning) {
+        Rule(!road_.Download(image).isPresent, "a running camera is not taken for one in DFU mode");
+        const std::optional<Version> version = road_.ReadVersion(camera);
+        if (!version || *version == Version{}) {
+            end.how = UpdateEnd::How::NotAsked;
+            return;
+        }
+        if (*version == VersionOf(image)) {
+            end.how = UpdateEnd::How::UpToDate;
+            return;
+        }
+        road_.SwitchToDfuMode(camera);
+        Settle(device);
+    }
+    const ServiceRoad::DfuPass pass = road_.Download(image);
+    end.result = pass.result;
+    if (!pass.isPresent) {
+        end.how = UpdateEnd::How::NotSwitched;
+    } else if (!pass.isOpened) {
+        end.how = UpdateEnd::How::NotOpened;
+    } else {
+        end.how = FAILED(pass.result) ? UpdateEnd::How::Failed : UpdateEnd::How::Updated;
+    }
+}
+
+// Lets the camera do what it is about to do by itself.
+void Trial::Settle(lab::VirtualCamera& camera) {
+    for (int event = 0; event < kMostEvents && camera.NextDeadline(); ++event) {
+        const std::uint64_t due = *camera.NextDeadline();
+        time_.Advance(due - std::min<std::uint64_t>(due, time_.Now()));
+    }
+}
+
+// The camera's next arrival, at which nothing goes wrong. One that was pulled out is plugged in for it.
+void Trial::LookAgain(std::size_t camera, const Image& image, const UpdateEnd& end) {
+    if (bus_.Camera(camera).Mode() == lab::BusMode::Absent) {
+        PlugIn(camera);
+    }
+    if (bus_.Camera(camera).Mode() != lab::BusMode::Running) {
+        return;
+    }
+    const std::optional<Version> version = road_.ReadVersion(camera);
+    Rule(version.has_value(), "a running camera tells its version");
+    if (*version == VersionOf(image) && end.verdict.content != lab::FirmwareVerdict::Content::Image) {
+        Rule(plan_.kind->bootCheck == lab::DfuTraits::BootCheck::FirstPage,
+             "a camera that counts as up to date has the image");
+        Allow(kVersionDecides);
+    }
+}
+
+void Trial::Judge(unsigned number, const UpdateEnd& end) {
+    const bool hasImage = end.verdict.isValid && end.verdict.content == lab::FirmwareVerdict::Content::Image;
+    if (end.how == UpdateEnd::How::Updated && !hasImage) {
+        Rule(std::ranges::any_of(plan_.FaultsOf(number), TellsTheEndFalsely),
+             "the service is content with a wrong flash");
+        Allow(kStateIsBelieved);
+    }
+    if (end.verdict.IsWrong()) {
+        Rule(plan_.kind->bootCheck == lab::DfuTraits::BootCheck::FirstPage,
+             "the camera has firmware that looks valid and is wrong");
+        Allow(kHalfAnImageIsStarted);
+    }
+    if (end.faultsMet == 0) {
+        JudgeFaultless(end);
+    }
+}
+
+void Trial::JudgeFaultless(const UpdateEnd& end) const {
+    if (end.beganRunning) {
+        Rule(end.how == faultless_.how && end.result == faultless_.result,
+             "without a fault a camera that runs is updated as ever");
+        return;
+    }
+    // The service clears no error, so only a boot loader that forgets it by itself gets any further.
+    const bool isUpdated = end.how == UpdateEnd::How::Updated;
+    Rule(end.beganInError && isUpdated == end.verdict.isValid,
+         "without a fault a camera without firmware is updated, or stays without");
+}
+
+void Trial::Allow(std::size_t allowance) {
+    if (std::ranges::find(end_.allowances, allowance) == end_.allowances.end()) {
+        end_.allowances.push_back(allowance);
+        Tell("allowed: " + std::string(Allowances()[allowance].name));
+    }
+}
+
+lab::FirmwareVerdict Trial::VerdictOn(const lab::VirtualCamera& camera, const Image& image) const {
+    lab::FirmwareVerdict verdict = camera.Firmware(known_.front(), image);
+    for (const Image& known : known_) {
+        if (verdict.content == lab::FirmwareVerdict::Content::Other) {
+            verdict = camera.Firmware(known, image);
+        }
+    }
+    return verdict;
+}
+
+void Trial::Tell(const std::string& words) const {
+    if (audience_ != nullptr) {
+        audience_->OnStep(words);
+    }
+}
+
+const UpdateEnd& FaultlessEnd(const Kind& kind) {
+    static std::map<std::string_view, UpdateEnd> ends;
+    const auto known = ends.find(kind.name);
+    if (known != ends.end()) {
+        return known->second;
+    }
+    // Its own first update is what it is held against.
+    UpdateEnd& end = ends[kind.name];
+    constexpr std::size_t kImageSize = 2500;
+    Trial trial({.kind = &kind, .imageSize = kImageSize, .seed = 1}, end);
+    const TrialEnd whole = trial.Run();
+    if (!whole.updates.empty()) {
+        end = whole.updates.front();
+    }
+    return end;
+}
+
+}  // namespace campaign

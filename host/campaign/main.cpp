@@ -1,0 +1,174 @@
+#include "host/campaign/Allowances.h"
+#include "host/campaign/Campaign.h"
+#include "host/campaign/CurrentTrial.h"
+#include "host/campaign/Tally.h"
+#include "host/campaign/Transcript.h"
+#include "host/campaign/Trial.h"
+
+#include <charconv>
+#include <chrono>
+#include <iostream>
+#include <span>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+// The campaign's program, for scripts/faults. It answers in lines of JSON.
+//
+//   campaign run SHARE SHARES SEED PAIRS   the trials of one share; PAIRS of the KV400's pairs and none of
+//   the
+//                                          others', or "all"
+//   campaign replay ID [TIMES]             the transcript of one trial; compared with TIMES more
+//
+// Exit status: 0 when all went right, 1 when a judgement failed, 2 for a wrong command line.
+
+namespace {
+
+using namespace campaign;
+using nlohmann::json;
+
+constexpr int kFailed = 1;
+constexpr int kWrongCommandLine = 2;
+constexpr std::size_t kReportEvery = 200;
+
+template <typename Number>
+bool Read(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc{} && end == text.data() + text.size();
+}
+
+void Say(const json& line) {
+    std::cout << line.dump() << std::endl;
+}
+
+json LineOf(const TrialSet& set, const Tally& tally, std::chrono::milliseconds took) {
+    return {{"kind", set.TheKind().name},  {"set", set.Name()},          {"total", set.Total()},
+            {"trials", tally.Trials()},    {"met", tally.AllMet()},      {"ends", tally.Ends()},
+            {"good", tally.GoodUpdates()}, {"allowed", tally.Allowed()}, {"ms", took.count()}};
+}
+
+// Runs this share of a set; counts what has been done since the last report in `unreported`.
+bool RunShare(const TrialSet& set, std::size_t share, std::size_t shares, std::size_t& unreported) {
+    Tally tally;
+    bool isRight = true;
+    const auto began = std::chrono::steady_clock::now();
+    const UpdateEnd& faultless = FaultlessEnd(set.TheKind());
+    for (std::size_t number = share; number < set.Size(); number += shares) {
+        const TrialPlan plan = set.Plan(number);
+        const std::string id = IdOf(plan);
+        CurrentTrial::Set(id);
+        const TrialEnd end = Trial(plan, faultless).Run();
+        tally.Add(plan, end);
+        if (!end.complaint.empty()) {
+            isRight = false;
+            Say({{"failure", id}, {"why", end.complaint}});
+        }
+        if (++unreported == kReportEvery) {
+            Say({{"done", unreported}});
+            unreported = 0;
+        }
+    }
+    const auto took = std::chrono::steady_clock::now() - began;
+    Say({{"tally", LineOf(set, tally, std::chrono::duration_cast<std::chrono::milliseconds>(took))}});
+    return isRight;
+}
+
+int Run(std::size_t share, std::size_t shares, const CampaignSettings& settings) {
+    CurrentTrial::Set("none: the campaign is being made");
+    const Campaign campaign = MakeCampaign(settings);
+    std::size_t mine = 0;
+    for (const TrialSet& set : campaign.sets) {
+        mine += (set.Size() + shares - 1 - share) / shares;
+    }
+    Say({{"total", mine}});
+    for (const Campaign::Road& road : campaign.roads) {
+        Say({{"road", road.kind->name},
+             {"steps", road.steps},
+             {"repeats", road.repeats},
+             {"faults", road.faults}});
+    }
+    bool isRight = true;
+    std::size_t unreported = 0;
+    for (const TrialSet& set : campaign.sets) {
+        isRight &= RunShare(set, share, shares, unreported);
+    }
+    Say({{"done", unreported}});
+    json reasons;
+    for (const Allowance& allowance : Allowances()) {
+        reasons[std::string(allowance.name)] = allowance.reason;
+    }
+    Say({{"end", true}, {"reasons", reasons}});
+    return isRight ? 0 : kFailed;
+}
+
+std::string Play(const TrialPlan& plan, TrialEnd& end) {
+    std::ostringstream lines;
+    Transcript transcript(lines);
+    end = Trial(plan, FaultlessEnd(*plan.kind), &transcript).Run();
+    return lines.str();
+}
+
+int Replay(const TrialPlan& plan, unsigned times) {
+    CurrentTrial::Set(IdOf(plan));
+    json faults = json::array();
+    for (const PlannedFault& planned : plan.faults) {
+        faults.push_back(InWords(planned));
+    }
+    Say({{"event", "trial"}, {"id", IdOf(plan)}, {"faults", faults}});
+    TrialEnd end;
+    const std::string transcript = Play(plan, end);
+    std::cout << transcript << std::flush;
+    for (unsigned time = 0; time < times; ++time) {
+        CurrentTrial::Set(IdOf(plan));
+        if (Play(plan, end) != transcript) {
+            Say({{"event", "judgement"}, {"why", "the transcript is another one when it is played again"}});
+            return kFailed;
+        }
+    }
+    Say({{"event", "judgement"}, {"held", end.complaint.empty()}, {"why", end.complaint}});
+    return end.complaint.empty() ? 0 : kFailed;
+}
+
+int WrongCommandLine() {
+    std::cerr << "campaign run SHARE SHARES SEED all|PAIRS, or campaign replay ID [TIMES]\n";
+    return kWrongCommandLine;
+}
+
+int Main(std::span<const std::string_view> arguments) {
+    if (arguments.size() == 5 && arguments[0] == "run") {
+        std::size_t share = 0;
+        std::size_t shares = 0;
+        CampaignSettings settings;
+        if (!Read(arguments[1], share) || !Read(arguments[2], shares) || share >= shares ||
+            !Read(arguments[3], settings.seed)) {
+            return WrongCommandLine();
+        }
+        if (arguments[4] != "all") {
+            settings.oneInOther = 0;
+            if (!Read(arguments[4], settings.pairs.emplace())) {
+                return WrongCommandLine();
+            }
+        }
+        return Run(share, shares, settings);
+    }
+    if ((arguments.size() == 2 || arguments.size() == 3) && arguments[0] == "replay") {
+        const auto plan = PlanOf(arguments[1]);
+        unsigned times = 0;
+        if (!plan || (arguments.size() == 3 && !Read(arguments[2], times))) {
+            return WrongCommandLine();
+        }
+        return Replay(*plan, times);
+    }
+    return WrongCommandLine();
+}
+
+}  // namespace
+
+int main(int count, char** texts) {
+    campaign::CurrentTrial::Watch();
+    const std::vector<std::string_view> arguments(texts + 1, texts + count);
+    return Main(arguments);
+}

@@ -1,0 +1,146 @@
+"""Every fault, every pair of faults: python3 -m veyra_lab.faults, started by scripts/faults."""
+
+import argparse
+import random
+import sys
+import time
+from pathlib import Path
+
+from rich.console import Console
+from rich.progress import BarColumn, MofNCompleteColumn, Progress, TaskProgressColumn, TextColumn, TimeElapsedColumn
+
+from ..checkout import BUILD
+from ..scenarios.errors import ScenarioError
+from ..terminal.parser import Parser, give_up
+from ..terminal.set_up import SetUpError
+from .program import Campaign, Failure, Line, built, replay
+from .scenario import write_scenario
+from .shrink import shrink
+from .table import Table
+from .trial_id import read_id
+
+_DESCRIPTION = """\
+Runs the portable part of the service, on Linux, under sanitizers and in virtual time, against every camera of the
+laboratory with every fault that can strike an update of it, and with pairs of faults: in the same update, and in the one
+behind it. A good update of the same camera follows each, and one of another camera. All that the service asks, when, and
+what it makes of the answers is judged, and so is what the camera's flash holds in the end. Without an option: all pairs of
+the KV400, and every tenth of each other camera's."""
+_CLOSING = """\
+Examples:
+  scripts/faults                                        some minutes
+  scripts/faults --quick                                every single fault, and 5,000 pairs of the KV400
+  scripts/faults --replay kv400.2500x1.1gs3-time-after  one trial, by the id that a run has told
+
+A failure is told by the trial's id, made as small as it goes, and written as a scenario to build/faults. Exit status: 0
+when everything held, 1 when something did not, 2 when the command line is wrong."""
+
+_QUICK_PAIRS = 5000
+_SHARES = 2
+_MOST_TOLD = 20
+_MOST_SHRUNK = 3
+_FOLDER = BUILD / "faults"
+
+
+def main() -> int:
+    """The exit status."""
+    options = _parse()
+    try:
+        program = built()
+        if options.replay is not None:
+            return _replay(program, options.replay, options.times)
+        return _run(program, options.quick, options.seed)
+    except (KeyboardInterrupt, SetUpError, OSError) as error:
+        return give_up("scripts/faults", error)
+
+
+def _number(text: str) -> int:
+    if not text.isdigit() or len(text) > 9:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number from 0 on")
+    return int(text)
+
+
+def _parse() -> argparse.Namespace:
+    parser = Parser(prog="scripts/faults", description=_DESCRIPTION, epilog=_CLOSING)
+    parser.add_argument("--quick", action="store_true", help="every single fault, and 5,000 pairs of the KV400")
+    parser.add_argument("--seed", type=_number, metavar="N", help="choose the pairs that a run with this seed chose")
+    parser.add_argument("--replay", metavar="ID", help="play one trial, and write its transcript")
+    parser.add_argument(
+        "--times", type=_number, default=0, metavar="N", help="with --replay: so often again, each the same byte for byte"
+    )
+    options = parser.parse_args()
+    if options.replay is not None:
+        if options.quick or options.seed is not None:
+            parser.error("--replay plays one trial: no --quick or --seed beside it")
+        try:
+            read_id(options.replay)
+        except ValueError as error:
+            parser.error(str(error))
+    elif options.times:
+        parser.error("--times goes with --replay")
+    return options
+
+
+def _replay(program: Path, trial: str, times: int) -> int:
+    try:
+        played = replay(program, trial, times)
+    except ValueError as error:
+        return give_up("scripts/faults", error, 2)
+    sys.stdout.write(played.transcript)
+    sys.stderr.write(played.said)
+    return 1 if played.status else 0
+
+
+def _run(program: Path, quick: bool, seed: int | None) -> int:
+    seed = random.SystemRandom().randrange(1 << 30) if seed is None else seed
+    again = f"scripts/faults {'--quick ' if quick else ''}--seed {seed}"
+    print(f"seed {seed} ({again} chooses the same)", flush=True)
+    table = Table()
+    began = time.monotonic()
+    failures = _watch(Campaign(program, seed, str(_QUICK_PAIRS) if quick else "all", _SHARES), table)
+    took = time.monotonic() - began
+    for line in table.lines():
+        print(line)
+    print(f"{table.tried} trials, {table.pairs} of them pairs, in {took:.0f} s; {len(failures)} failed")
+    _tell(program, failures)
+    return 1 if failures or not table.tried else 0
+
+
+def _watch(campaign: Campaign, table: Table) -> list[Failure]:
+    console = Console(soft_wrap=True, highlight=False)
+    columns = (TextColumn("trials"), BarColumn(), TaskProgressColumn(), MofNCompleteColumn(), TimeElapsedColumn())
+    with Progress(*columns, console=console, disable=not console.is_terminal) as progress:
+        task = progress.add_task("", total=0)
+        total = 0
+
+        def listen(line: Line) -> None:
+            nonlocal total
+            if "total" in line:
+                total += line["total"]
+                progress.update(task, total=total)
+            elif "done" in line:
+                progress.advance(task, line["done"])
+            table.add(line)
+
+        return campaign.run(listen)
+
+
+def _tell(program: Path, failures: list[Failure]) -> None:
+    for failure in failures[:_MOST_TOLD]:
+        print(f"failed: {failure.trial}: {failure.why}")
+    if len(failures) > _MOST_TOLD:
+        print(f"and {len(failures) - _MOST_TOLD} more")
+    by_reason = {failure.why: failure for failure in reversed(failures)}
+    for failure in list(by_reason.values())[:_MOST_SHRUNK]:
+        try:
+            smallest = shrink(program, failure.trial)
+            path = write_scenario(read_id(smallest), failure.why, _FOLDER)
+        except (ValueError, ScenarioError) as error:
+            print(f"cannot be made smaller: {failure.trial}: {error}")
+            continue
+        print(f"smallest: {smallest}: {failure.why}")
+        print(f"  scripts/faults --replay {smallest}")
+        print(f"  scenario: {path}")
+
+
+if __name__ == "__main__":
+    sys.exit(main())

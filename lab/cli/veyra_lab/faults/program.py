@@ -1,0 +1,128 @@
+"""The campaign's program, host/campaign: started, listened to, and ended with this one."""
+
+import json
+import os
+import subprocess
+import threading
+from collections.abc import Callable, Iterator, Sequence
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from ..checkout import BUILD
+from ..terminal.set_up import call_setup
+
+Line = dict[str, Any]
+PRESET = "host-sanitize"
+_NAME = "campaign"
+# What makes a sanitizer's word on a dead program the last of its lines, and whole.
+_OPTIONS = {"ASAN_OPTIONS": "detect_leaks=1:handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
+
+
+@dataclass(frozen=True)
+class Failure:
+    """A trial of which something did not hold."""
+
+    trial: str
+    why: str
+
+
+def built() -> Path:
+    """The program, built when it is not up to date."""
+    call_setup("packages", "test", aside=True)
+    call_setup("build", PRESET, _NAME, aside=True)
+    return BUILD / PRESET / _NAME
+
+
+def lines_of(text: str) -> Iterator[Line]:
+    """What the program said, as far as it is lines of its own."""
+    for line in text.splitlines():
+        if line.startswith("{") and line.endswith("}"):
+            yield json.loads(line)
+
+
+@dataclass(frozen=True)
+class Replay:
+    """What one trial did."""
+
+    status: int
+    transcript: str
+    said: str
+
+    @property
+    def why(self) -> str:
+        """What did not hold; empty when everything did."""
+        lines = list(lines_of(self.transcript))
+        if lines and lines[-1].get("event") == "judgement":
+            return str(lines[-1]["why"])
+        return _last_words(self.said) if self.status else ""
+
+
+def replay(program: Path, trial: str, times: int = 0) -> Replay:
+    """Plays one trial. ValueError for an id that the program does not know."""
+    done = subprocess.run(
+        [str(program), "replay", trial, str(times)], capture_output=True, encoding="utf-8", errors="replace",
+        check=False, env=os.environ | _OPTIONS,
+    )  # fmt: skip
+    if done.returncode == 2:
+        raise ValueError(f"'{trial}' is not the id of a trial")
+    return Replay(done.returncode, done.stdout, done.stderr)
+
+
+class Campaign:
+    """A run of the whole program in shares that go on side by side."""
+
+    def __init__(self, program: Path, seed: int, pairs: str, shares: int) -> None:
+        self._command = [str(program), "run"]
+        self._rest = [str(shares), str(seed), pairs]
+        self._shares = shares
+        self._lock = threading.Lock()
+        self._processes: list[subprocess.Popen[str]] = []
+
+    def run(self, listen: Callable[[Line], None]) -> list[Failure]:
+        """Hands every line of the program on, one at a time; why a share has ended early is among the failures."""
+        with ThreadPoolExecutor(self._shares) as pool:
+            try:
+                futures = [pool.submit(self._run_share, share, listen) for share in range(self._shares)]
+                return [failure for future in futures for failure in future.result()]
+            except BaseException:
+                with self._lock:
+                    for process in self._processes:
+                        process.kill()
+                raise
+
+    def _run_share(self, share: int, listen: Callable[[Line], None]) -> list[Failure]:
+        failures: list[Failure] = []
+        process = subprocess.Popen(
+            [*self._command, str(share), *self._rest], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            encoding="utf-8", errors="replace", env=os.environ | _OPTIONS,
+        )  # fmt: skip
+        with self._lock:
+            self._processes.append(process)
+        errors: list[str] = []
+        reader = threading.Thread(target=lambda: errors.extend(process.stderr or ()))
+        reader.start()
+        died = ""
+        ended = False
+        for text in process.stdout or ():
+            for line in lines_of(text):
+                if "failure" in line:
+                    failures.append(Failure(line["failure"], line["why"]))
+                died = line.get("died", died)
+                ended |= "end" in line
+                with self._lock:
+                    listen(line)
+        status = process.wait()
+        reader.join()
+        if not ended:
+            why = _last_words("".join(errors)) or f"the program ended with {status}"
+            failures.append(Failure(died or f"share {share}", why))
+        return failures
+
+
+def _last_words(said: str) -> str:
+    """The line in which a sanitizer says what it has found."""
+    lines: Sequence[str] = said.splitlines()
+    told = [line for line in lines if "ERROR:" in line or "runtime error:" in line or "terminate" in line]
+    return " ".join((told or lines)[0].split()) if lines else "it died without a word"

@@ -1,0 +1,40 @@
+"""Makes a trial that fails as small as it goes."""
+
+from collections.abc import Iterator
+from dataclasses import replace
+from pathlib import Path
+
+from .program import replay
+from .trial_id import TrialId, read_id
+
+# The smallest image with a version, a whole block, one byte more, and two blocks and a bit.
+_SIZES = (402, 1024, 1025, 2049)
+
+
+def shrink(program: Path, trial: str) -> str:
+    """The id of the smallest trial found that fails with the same words: fewer faults, a smaller image, an earlier
+    update, an earlier place, in this order of importance."""
+    wanted = replay(program, trial).why
+    smallest = read_id(trial)
+    found = bool(wanted)
+    while found:
+        found = False
+        for smaller in _smaller(smallest):
+            if replay(program, str(smaller)).why == wanted:
+                smallest, found = smaller, True
+                break
+    return str(smallest)
+
+
+def _smaller(trial: TrialId) -> Iterator[TrialId]:
+    faults = list(trial.faults)
+    for number in range(len(faults)):
+        yield trial.with_faults(faults[:number] + faults[number + 1 :])
+    for size in _SIZES:
+        if size < trial.image_size:
+            yield replace(trial, image_size=size)
+    for number, fault in enumerate(faults):
+        for update in range(1, fault.update):
+            yield trial.with_faults([*faults[:number], replace(fault, update=update), *faults[number + 1 :]])
+        for skip in range(fault.skip):
+            yield trial.with_faults([*faults[:number], replace(fault, skip=skip), *faults[number + 1 :]])

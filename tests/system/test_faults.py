@@ -1,0 +1,137 @@
+"""scripts/faults: ids, the table, and how a failure is made small, with a program that stands in for the campaign's."""
+
+import json
+from pathlib import Path
+
+import pytest
+from support import CHECKOUT, run_script, slow
+from veyra_lab.faults.program import Campaign, Failure, Line, replay
+from veyra_lab.faults.scenario import write_scenario
+from veyra_lab.faults.shrink import shrink
+from veyra_lab.faults.table import Table
+from veyra_lab.faults.trial_id import read_id
+from veyra_lab.scenarios.files import read_scenario
+
+ID = "two-banks.2500x7.1gs3-time-after.2dn1-pull-mid100-for0.2gs0-state8"
+
+
+@pytest.fixture
+def stand_in(tmp_path: Path) -> Path:
+    """A campaign whose trials fail when their id has a word in it."""
+    path = tmp_path / "campaign"
+    path.write_text(
+        """#!/usr/bin/env python3
+import json, os, sys
+if sys.argv[1] == "replay":
+    if "nonsense" in sys.argv[2]:
+        sys.exit(2)
+    why = "broken: a rule" if "dn" in sys.argv[2] else ""
+    print(json.dumps({"event": "judgement", "held": not why, "why": why}))
+    sys.exit(bool(why))
+share, shares, seed, pairs = sys.argv[2:]
+print(json.dumps({"total": 2}))
+if share == "0":
+    print(json.dumps({"failure": "kv400.2500x1.1dn0-pull", "why": "broken: a rule"}))
+    print(json.dumps({"end": True, "reasons": {}}), flush=True)
+    sys.exit(1)
+print("==12==ERROR: AddressSanitizer: heap-buffer-overflow on address 0x0", file=sys.stderr)
+print("    more of it", file=sys.stderr)
+print(json.dumps({"died": "kv400.2500x1.1gs0-short0"}), flush=True)
+os.abort()
+""",
+        encoding="utf-8",
+    )
+    path.chmod(0o755)
+    return path
+
+
+def test_reads_and_writes_ids() -> None:
+    trial = read_id(ID)
+    assert (trial.kind, trial.image_size, trial.seed) == ("two-banks", 2500, 7)
+    assert [fault.update for fault in trial.faults] == [1, 2, 2]
+    assert (trial.faults[1].taken, trial.faults[1].count, trial.faults[2].value) == ("100", "0", "8")
+    assert str(trial) == ID
+
+
+@pytest.mark.parametrize("text", ["", "kv400", "kv400.2500", "kv400.2500x1.", "kv400.2500x1.gs3-time", "a b.1x1"])
+def test_refuses_what_is_no_id(text: str) -> None:
+    with pytest.raises(ValueError, match="is not the id of a trial"):
+        read_id(text)
+
+
+def test_makes_a_failing_trial_as_small_as_it_goes(stand_in: Path) -> None:
+    assert shrink(stand_in, "kv400.2500x1.1gs3-time.2dn1-pull") == "kv400.402x1.1dn0-pull"
+    assert shrink(stand_in, "kv400.2500x1.1gs3-time") == "kv400.2500x1.1gs3-time"
+
+
+def test_tells_what_failed_and_which_trial_the_program_died_of(stand_in: Path) -> None:
+    heard: list[Line] = []
+    failures = Campaign(stand_in, 1, "all", 2).run(heard.append)
+    assert failures == [
+        Failure("kv400.2500x1.1dn0-pull", "broken: a rule"),
+        Failure("kv400.2500x1.1gs0-short0", "==12==ERROR: AddressSanitizer: heap-buffer-overflow on address 0x0"),
+    ]
+    assert sum(line.get("total", 0) for line in heard) == 4
+
+
+def test_refuses_an_id_that_the_program_does_not_know(stand_in: Path) -> None:
+    with pytest.raises(ValueError, match="nonsense"):
+        replay(stand_in, "nonsense")
+
+
+def tally(**fields: object) -> Line:
+    """What a share tells of a set."""
+    given = {"kind": "kv400", "set": "one fault", "total": 10, "trials": 4, "met": 3, "ms": 1500, "ends": {}, "good": {}}
+    return {"tally": {**given, "allowed": {}, **fields}}
+
+
+def test_adds_the_shares_up() -> None:
+    table = Table()
+    table.add({"road": "kv400", "steps": 26, "repeats": 2, "faults": 3})
+    ends = {"updated, image": 1, "failed, image": 1, "not opened, old": 1, "updated, none": 1}
+    table.add(tally(ends=ends, good={"updated": 3, "stays without firmware": 1}, allowed={"a row": 1}))
+    table.add(tally(ends={"failed, none": 3, "failed, wrong": 1}, good={"as ever": 4}))
+    table.add({"end": True, "reasons": {"a row": "a reason", "another": "never met"}})
+    head, _, row, empty, *rest = table.lines()
+    assert head.count("|") == row.count("|")
+    assert row == "| kv400 | one fault | 10 | 8 | 6 | 1 | 1 | 1 | 3 | 1 | 1 | 3 | 4 | 1 | 3.0 |"
+    assert empty == ""
+    assert rest == [
+        "- left out, kv400: faults at 2 of 26 steps, looks at the state that are answered like those beside them, which stand"
+        " for them.",
+        "- left out, by the seed: 14 pairs.",
+        "- allowed 1 times, a row: a reason.",
+    ]
+    assert (table.tried, table.pairs) == (8, 0)
+
+
+def test_writes_a_scenario_that_can_be_read(tmp_path: Path) -> None:
+    path = write_scenario(read_id(ID), "broken: a block's number, counted", tmp_path)
+    assert path.name == "two-banks-a-block-s-number-counted.json"
+    (scenario,) = read_scenario(path)
+    camera = scenario.stage.cameras[0]
+    assert camera["two_banks"] is True
+    assert camera["faults"] == [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]
+    assert ID in json.loads(path.read_text(encoding="utf-8"))["description"]
+
+
+@slow
+def test_the_documents_table_is_that_of_a_run() -> None:
+    done = run_script(str(CHECKOUT / "scripts" / "faults"), "--quick", "--seed", "1", timeout=1200)
+    assert done.returncode == 0, done.stdout
+    document = (CHECKOUT / "docs" / "laboratory.md").read_text(encoding="utf-8")
+    assert single_faults(done.stdout) == single_faults(document) != []
+
+
+def single_faults(text: str) -> list[str]:
+    """The rows of single faults, without their seconds."""
+    rows = (line for line in text.splitlines() if line.startswith("| ") and "| one fault |" in line)
+    return [row.rpartition(" |")[0].rpartition(" |")[0] for row in rows]
+
+
+@pytest.mark.parametrize(
+    "arguments", [("--replay", "nonsense"), ("--seed", "x"), ("--times", "3"), ("--replay", "kv400.402x1", "--quick")]
+)
+def test_says_in_one_line_what_is_wrong_with_the_command_line(arguments: tuple[str, ...]) -> None:
+    done = run_script(str(CHECKOUT / "scripts" / "faults"), *arguments, timeout=60)
+    assert (done.returncode, done.stdout, done.stderr.count("\n")) == (2, "", 1)
