@@ -8,6 +8,7 @@ from support import CHECKOUT, run_script, slow
 from veyra_lab.faults.program import Campaign, Failure, Line, replay
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shrink import shrink
+from veyra_lab.faults.story import read_story
 from veyra_lab.faults.table import Table
 from veyra_lab.faults.trial_id import read_id
 from veyra_lab.scenarios.files import read_scenario
@@ -105,14 +106,60 @@ def test_adds_the_shares_up() -> None:
     assert (table.tried, table.pairs) == (8, 0)
 
 
+TRANSCRIPT: list[Line] = [
+    {"event": "trial", "id": ID, "faults": []},
+    {"event": "step", "text": "update 1"},
+    {"event": "firmware-command", "opcode": 30, "result": 0},
+    {"event": "transfer", "setup": "a1 05", "length": 1, "transferred": 1, "ok": True, "error": 0, "data": "02", "ms": 9},
+    {"event": "step", "text": "failed; the camera has no firmware"},
+    {"event": "firmware-command", "opcode": 30, "result": 0},
+    {"event": "step", "text": "update 2"},
+    {"event": "alternate-setting", "interface": 0, "setting": 0, "ok": True, "error": 0},
+    {"event": "step", "text": "another camera"},
+    {"event": "step", "text": "update 1"},
+    {"event": "step", "text": "updated; the camera has the image"},
+    {"event": "judgement", "held": True, "why": ""},
+]
+
+
+def test_reads_the_updates_of_a_transcript() -> None:
+    first, second, other = read_story(TRANSCRIPT)
+    assert (first.camera, first.number, first.is_accepted, first.firmware) == (0, 1, True, "none")
+    assert first.bus == ["transfer setup=a1 05 transferred=1 ok=True data=02"]
+    assert (second.camera, second.number, second.is_accepted, second.firmware) == (0, 2, False, "")
+    assert second.bus == ["alternate-setting interface=0 setting=0 ok=True"]
+    assert (other.camera, other.number, other.firmware) == (1, 1, "image")
+
+
 def test_writes_a_scenario_that_can_be_read(tmp_path: Path) -> None:
-    path = write_scenario(read_id(ID), "broken: a block's number, counted", tmp_path)
+    path = write_scenario(read_id(ID), read_story(TRANSCRIPT), "broken: a block's number, counted", tmp_path)
     assert path.name == "two-banks-a-block-s-number-counted.json"
     (scenario,) = read_scenario(path)
-    camera = scenario.stage.cameras[0]
-    assert camera["two_banks"] is True
-    assert camera["faults"] == [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]
+    assert scenario.stage.cameras[0] == {"two_banks": True, "block_ms": 150, "manifest_ms": 300}
+    assert scenario.steps[:6] == (
+        {"image": {"size": 2500, "version": "5.10.3.0", "seed": 1}},
+        {"faults": {"camera": 0, "list": [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]}},
+        {"plug": 0},
+        {"wait for": "question"},
+        "settle",
+        {"answer": 1},
+    )
+    assert scenario.steps[7] == {"expect": {"cameras": [{"firmware": "none"}]}}
+    second = scenario.steps[10]["faults"]
+    assert second["camera"] == 0
+    assert second["list"] == [
+        {"where": "DNLOAD", "what": "unplug", "skip": 1, "value": 100, "moment": "middle", "count": 0},
+        {"where": "GETSTATUS", "what": "state", "skip": 0, "value": 8},
+    ]
+    assert {"expect": {"cameras": [None, {"firmware": "image"}]}} in scenario.steps
     assert ID in json.loads(path.read_text(encoding="utf-8"))["description"]
+
+
+def test_the_switch_comes_behind_four_reads_of_the_version(tmp_path: Path) -> None:
+    path = write_scenario(read_id("kv400.2500x1.1cw0-stall.1cw1-time-after"), read_story(TRANSCRIPT), "", tmp_path)
+    assert path.name == "kv400.json"
+    faults = json.loads(path.read_text(encoding="utf-8"))["steps"][1]["faults"]["list"]
+    assert [fault["skip"] for fault in faults] == [0, 4]
 
 
 @slow

@@ -28,7 +28,7 @@ _BELOW: dict[str, set[str]] = {
     "windows_disk": {"wire", "terminal", "guest"},
     "demo": {"wire", "windows", "terminal", "updates", "report", "guest", "buses"},
     "soak": {"wire", "windows", "terminal", "judgement"},
-    "faults": {"terminal", "scenarios"},
+    "faults": {"wire", "windows", "terminal", "scenarios", "runner"},
     "bench": {"terminal"},
     "bench.portable": {"bench"},
     "bench.service": {"buses", "wire", "windows", "guest", "bench"},

@@ -1,4 +1,4 @@
 """Every fault and pairs of faults against the portable service on Linux: scripts/faults, and scripts/lab replay.
 
-Uses terminal and scenarios.
+Uses wire, windows, terminal, scenarios and runner.
 """

@@ -13,9 +13,10 @@ from ..checkout import BUILD
 from ..scenarios.errors import ScenarioError
 from ..terminal.parser import Parser, give_up
 from ..terminal.set_up import SetUpError
-from .program import Campaign, Failure, Line, built, replay
+from .program import Campaign, Failure, Line, built, lines_of, replay
 from .scenario import write_scenario
 from .shrink import shrink
+from .story import read_story
 from .table import Table
 from .trial_id import read_id
 
@@ -133,7 +134,8 @@ def _tell(program: Path, failures: list[Failure]) -> None:
     for failure in list(by_reason.values())[:_MOST_SHRUNK]:
         try:
             smallest = shrink(program, failure.trial)
-            path = write_scenario(read_id(smallest), failure.why, _FOLDER)
+            told = read_story(lines_of(replay(program, smallest).transcript))
+            path = write_scenario(read_id(smallest), told, failure.why, _FOLDER)
         except (ValueError, ScenarioError) as error:
             print(f"cannot be made smaller: {failure.trial}: {error}")
             continue

@@ -2,11 +2,12 @@
 
 import json
 import re
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
 from ..scenarios.schema import check_filled
+from .story import ToldUpdate
 from .trial_id import FaultPart, TrialId
 
 _PLACES = {
@@ -32,16 +33,15 @@ _KINDS: dict[str, dict[str, Any]] = {
 _VERSION_READS = 4
 
 
-def write_scenario(trial: TrialId, why: str, folder: Path) -> Path:
-    """The scenario's file, named for what went wrong; ScenarioError is this program's fault."""
+def write_scenario(trial: TrialId, updates: Sequence[ToldUpdate], why: str, folder: Path) -> Path:
+    """The scenario's file, named for what went wrong, or for the camera when nothing did. `updates` are those that the
+    trial was told to have."""
     content = {
         "$schema": "../../lab/scenarios/scenario.schema.json",
-        "description": f"Found by scripts/faults as {trial}: {why}.",
-        "stage": {
-            "cameras": [_camera(trial), {}],
-            "image": {"size": trial.image_size, "version": "5.10.3.0", "seed": trial.seed},
-        },
-        "steps": list(_steps(trial)),
+        "description": f"The trial {trial} of scripts/faults{': ' if why else ''}{why}.",
+        "not on usb": "the cameras' faults are changed while they are in use",
+        "stage": {"cameras": [_camera(trial), _camera(TrialId("kv400", 0, 0))], "image": _image(trial, 1)},
+        "steps": [step for update in updates for step in _steps(trial, update)],
     }
     check_filled({key: value for key, value in content.items() if key != "$schema"})
     folder.mkdir(parents=True, exist_ok=True)
@@ -51,17 +51,17 @@ def write_scenario(trial: TrialId, why: str, folder: Path) -> Path:
 
 
 def _name(trial: TrialId, why: str) -> str:
-    words = re.sub("[^a-z0-9]+", "-", why.partition(": ")[2].lower() or why.lower()).strip("-")
+    words = re.sub("[^a-z0-9]+", "-", (why.partition(": ")[2] or why).lower())
     return f"{trial.kind}-{words}"[:80].strip("-")
 
 
 def _camera(trial: TrialId) -> dict[str, Any]:
     kind = _KINDS.get(trial.kind, {"personality": trial.kind})
-    return {**kind, "block_ms": 150, "manifest_ms": 300, "faults": _faults(trial, 1)}
+    return {**kind, "block_ms": 150, "manifest_ms": 300}
 
 
-def _faults(trial: TrialId, update: int) -> list[dict[str, Any]]:
-    return [_fault(fault) for fault in trial.faults if fault.update == update]
+def _image(trial: TrialId, update: int) -> dict[str, Any]:
+    return {"size": trial.image_size, "version": f"5.10.{2 + update}.0", "seed": update}
 
 
 def _fault(fault: FaultPart) -> dict[str, Any]:
@@ -82,17 +82,17 @@ def _fault(fault: FaultPart) -> dict[str, Any]:
     return fields
 
 
-def _steps(trial: TrialId) -> Iterator[Any]:
-    """The updates of the camera, each of which nothing is known to hold but what holds always; then the other one's."""
-    if not trial.faults:
-        yield {"update": 0}
-        return
-    for update in range(1, max(fault.update for fault in trial.faults) + 1):
-        if update > 1:
-            yield {"faults": {"camera": 0, "list": _faults(trial, update)}}
-        yield {"plug": 0}
+def _steps(trial: TrialId, update: ToldUpdate) -> Iterator[Any]:
+    faults = [_fault(fault) for fault in trial.faults if update.camera == 0 and fault.update == update.number]
+    yield {"image": _image(trial, update.number)}
+    yield {"faults": {"camera": update.camera, "list": faults}}
+    yield {"plug": update.camera}
+    if update.is_accepted:
+        yield {"wait for": "question"}
         yield "settle"
         yield {"answer": 1}
-        yield "settle"
-        yield {"take away": 0}
-    yield {"update": 1}
+    yield "settle"
+    if update.firmware:
+        now = {"firmware": update.firmware}
+        yield {"expect": {"cameras": [now] if update.camera == 0 else [None, now]}}
+    yield {"take away": update.camera}

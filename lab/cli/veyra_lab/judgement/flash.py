@@ -1,7 +1,7 @@
 """What is in a camera's flash: the image, what it came with, a part of the image, or neither."""
 
 import zlib
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from typing import Any
 
 from .observed import CameraNow, Observed
@@ -30,15 +30,16 @@ def check_flash(observed: Observed, number: int, wanted: str, now: CameraNow) ->
 
 
 def check_firmware(observed: Observed, number: int, wanted: str, now: CameraNow) -> Iterator[str]:
-    seen = _firmware(now.survivor, {"image": observed.image or b"", "old": old_flash(observed.cameras[number])})
+    known = [("image", observed.image or b""), ("old", old_flash(observed.cameras[number]))]
+    seen = _firmware(now.survivor, [*known, *(("old", image) for image in observed.earlier)])
     if seen != wanted:
         yield f"firmware of camera {number} after a power failure: expected {wanted}, seen {seen}"
 
 
-def _firmware(survivor: dict[str, Any], known: dict[str, bytes]) -> str:
+def _firmware(survivor: dict[str, Any], known: Sequence[tuple[str, bytes]]) -> str:
     if not survivor["valid"]:
         return "none"
-    for name, content in known.items():
+    for name, content in known:
         if (len(content), zlib.crc32(content)) == (survivor["bytes"], survivor["checksum"]):
             return name
     return "wrong"

@@ -39,6 +39,8 @@ class Observed:
     look: Callable[[int], CameraNow]
     # Waits for the wanted state for a while, and tells the one seen last.
     service_state: Callable[[str, str], str]
+    # Images that were in the machine before.
+    earlier: Sequence[bytes] = ()
 
     def of(self, source: str, name: str) -> list[Event]:
         """The events of one kind from one source."""

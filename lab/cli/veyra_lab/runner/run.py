@@ -34,6 +34,7 @@ class ScenarioRun:
         self._service = installed.service
         self._bus = installed.bus
         self._image = variant.stage.image.content
+        self._earlier: list[bytes] = []
         self._begin = self._window = self._cursor = self._peer.mark()
         self._remembered: tuple[Resources, int] | None = None
         self._created: list[str] = []
@@ -128,6 +129,8 @@ class ScenarioRun:
     def _put_image(self, value: Any) -> None:
         image = ImagePlan.of(value)
         self._installed.put_image(image)
+        if self._image is not None and image.content not in (None, self._image):
+            self._earlier.append(self._image)
         # When an image goes, the one that was there is what a camera may still get.
         self._image = self._image if image.content is None else image.content
 
@@ -188,6 +191,7 @@ class ScenarioRun:
             image=self._image,
             look=self._look,
             service_state=self._service.wait_for_state,
+            earlier=self._earlier,
         )
         self._complain(judge(expectation, observed))
         if "growth" in expectation:

@@ -11,7 +11,7 @@ from ..scenarios.variant import StagePlan, Variant
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import Programs
 from ..windows.service_under_test import Resources
-from ..wire.events import RIG, TOAST, PeerError
+from ..wire.events import RIG, TOAST, Event, PeerError
 from .installed_service import installed
 from .run import ScenarioRun
 
@@ -97,6 +97,10 @@ class ScenarioRunner:
             self._service.end()
         outcome.seconds = time.monotonic() - began
         return outcome
+
+    def events(self) -> list[Event]:
+        """Everything that was told since the service was installed."""
+        return list(self._peer.events_since(0))
 
     def _prepare(self, variant: Variant) -> None:
         plan = variant.stage

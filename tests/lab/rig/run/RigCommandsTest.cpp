@@ -58,12 +58,15 @@ TEST_F(RigCommandsTest, SavesTheFlash) {
 
 TEST_F(RigCommandsTest, GivesACameraOtherFaults) {
     Begin({QuickCamera()});
-    const json fault{{"where", "COMMAND-WRITE"}, {"what", "stall"}, {"skip", 1}, {"moment", "after"}};
-    EXPECT_EQ(Do({{"command", "faults"}, {"camera", 0}, {"faults", {fault}}}).at("ok"), true);
+    const auto faults = [](const char* list) {
+        return json{{"command", "faults"}, {"camera", 0}, {"faults", json::parse(list)}};
+    };
+    EXPECT_EQ(Do(faults(R"([{"where": "DNLOAD", "what": "stall", "skip": 1, "moment": "after"}])")).at("ok"),
+              true);
+    EXPECT_EQ(Do(faults("[]")).at("ok"), true);
+    EXPECT_THROW(Do(faults(R"([{"where": "NOWHERE"}])")), std::runtime_error);
+    EXPECT_THROW(Do(faults(R"([{"when": 1}])")), std::runtime_error);
     EXPECT_THROW(Do({{"command", "faults"}, {"camera", 1}, {"faults", json::array()}}), std::runtime_error);
-    EXPECT_THROW(Do({{"command", "faults"}, {"camera", 0}, {"faults", {{{"where", "NOWHERE"}}}}}),
-                 std::runtime_error);
-    EXPECT_THROW(Do({{"command", "faults"}, {"camera", 0}, {"faults", {{{"when", 1}}}}}), std::runtime_error);
 }
 
 TEST_F(RigCommandsTest, LetsTimePass) {
