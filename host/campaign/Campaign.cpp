@@ -1,5 +1,6 @@
 #include "host/campaign/Campaign.h"
 
+#include "host/campaign/CurrentTrial.h"
 #include "host/campaign/Trial.h"
 
 #include <algorithm>
@@ -37,8 +38,9 @@ class CatalogueMaker final : public Trial::Audience {
 FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
     const UpdateEnd& faultless = FaultlessEnd(kind);
     CatalogueMaker maker;
-    Trial trial({.kind = &kind, .imageSize = settings.imageSize, .seed = settings.imageSeed}, faultless,
-                &maker);
+    const TrialPlan plan{.kind = &kind, .imageSize = settings.imageSize, .seed = settings.imageSeed};
+    CurrentTrial::Set(IdOf(plan));
+    Trial trial(plan, faultless, &maker);
     maker.Attach(trial);
     static_cast<void>(trial.Run());
     return maker.Catalogue();

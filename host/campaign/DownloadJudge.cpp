@@ -32,6 +32,7 @@ constexpr std::uint64_t kManifestPatienceMs = 30000;
 
 constexpr std::string_view kStateTransfer =
     "usbEndpoint->Transfer(packet, reinterpret_cast<PUCHAR>(&state), sizeof(UCHAR))";
+constexpr const char* kFailedRequest = "a request that fails ends the update";
 constexpr std::string_view kGetDfuState = "GetDfuState(state)";
 constexpr std::string_view kAssertState = "AssertState(DFU_STATE::dfuIDLE)";
 constexpr std::string_view kDownload =
@@ -75,7 +76,8 @@ void DownloadJudge::EndDownload(std::int32_t result, const std::string& log,
 }
 
 void DownloadJudge::OnCrossing(const Crossing& crossing) {
-    Rule(step_ != Step::Nothing && step_ != Step::Over, "nothing is sent behind the end");
+    Rule(step_ != Step::Nothing, "nothing is sent to a device that is not open");
+    Rule(step_ != Step::Over, whyOver_);
     Rule(crossing.beganMs == nextAtMs_, "a request goes out when its time has come");
     nextAtMs_ = crossing.endedMs;
     if (step_ < Step::FirstState) {
@@ -95,10 +97,41 @@ void DownloadJudge::CheckRequest(const Crossing& crossing, std::uint8_t type, st
                                  std::size_t value, std::size_t length) const {
     Rule(crossing.what == Crossing::What::Transfer && crossing.setup.requestType == type &&
              crossing.setup.request == request,
-         "requests come in their order");
+         OrderRule());
     Rule(crossing.setup.value == (value & 0xFFFF), "a request has its value, and a block its number");
     Rule(crossing.setup.index == interfaceNumber_, "a request goes to the DFU interface");
     Rule(crossing.setup.length == length && crossing.before.size() == length, "a request has its length");
+}
+
+// What is to come at this step.
+const char* DownloadJudge::OrderRule() const {
+    switch (step_) {
+        case Step::FirstState:
+        case Step::Detach:
+        case Step::SecondState:
+        case Step::Probe:
+            return "before the first block come GETSTATE, DETACH, GETSTATE and UPLOAD";
+        case Step::Block:
+            return "a block follows, as long as there is one";
+        case Step::BlockStatus:
+            return "behind a block its status is looked at until it is taken";
+        case Step::LastBlock:
+            return "behind the last block comes an empty one";
+        case Step::ManifestStatus:
+        case Step::LastStatus:
+            return "behind the empty block the status is looked at, once more behind the one that is waited "
+                   "for";
+        case Step::Nothing:
+        case Step::DeviceDescriptor:
+        case Step::ConfigurationHeader:
+        case Step::Configuration:
+        case Step::Setting:
+        case Step::Opened:
+        case Step::NotOpened:
+        case Step::Over:
+            break;
+    }
+    return "requests are sent to a device that is opened";
 }
 
 // What no reply overwrites must count as an error.
@@ -182,22 +215,23 @@ void DownloadJudge::FollowDownload(const Crossing& crossing) {
             CheckRequest(crossing, kIn, kGetState, 0, 1);
             step_ = Step::Detach;
             if (!succeeded) {
-                End(crossing.result, {kStateTransfer, kGetDfuState});
+                End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState});
             }
             break;
         case Step::Detach:
             CheckRequest(crossing, kOut, kDetach, 1000, 0);
             step_ = Step::SecondState;
             if (!succeeded) {
-                End(crossing.result, {"usbEndpoint->Transfer(packet, nullptr, 0)", "Detach()"});
+                End(kFailedRequest, crossing.result,
+                    {"usbEndpoint->Transfer(packet, nullptr, 0)", "Detach()"});
             }
             break;
         case Step::SecondState:
             CheckRequest(crossing, kIn, kGetState, 0, 1);
             if (!succeeded) {
-                End(crossing.result, {kStateTransfer, kGetDfuState, kAssertState});
+                End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState, kAssertState});
             } else if (crossing.transferred == 0 || crossing.after[0] != kIdle) {
-                End(kFail, {kAssertState});
+                End("a camera that is not idle gets no block", kFail, {kAssertState});
             } else {
                 BeginDownload();
             }
@@ -207,7 +241,7 @@ void DownloadJudge::FollowDownload(const Crossing& crossing) {
             if (succeeded) {
                 BeginBlocks();
             } else {
-                End(crossing.result,
+                End(kFailedRequest, crossing.result,
                     {"usbEndpoint->Transfer(packet, reinterpret_cast<PUCHAR>(fwStatus.data()), fwStatusSize)",
                      "TestConnection()"});
             }
@@ -219,7 +253,7 @@ void DownloadJudge::FollowDownload(const Crossing& crossing) {
             step_ = Step::BlockStatus;
             giveUpAtMs_ = nextAtMs_ + kBlockPatienceMs;
             if (!succeeded) {
-                End(crossing.result,
+                End(kFailedRequest, crossing.result,
                     {"usbEndpoint->Transfer(downloadPacket, pBuffer, chunkSize)", kDownload});
             }
             break;
@@ -238,7 +272,7 @@ void DownloadJudge::FollowDownload(const Crossing& crossing) {
             break;
         case Step::LastStatus:
             CheckStatusRequest(crossing);
-            End(kDone, {});
+            End("nothing is sent behind the last look", kDone, {});
             break;
         case Step::Nothing:
         case Step::DeviceDescriptor:
@@ -273,10 +307,12 @@ void DownloadJudge::FollowStatus(const Crossing& crossing, std::uint8_t wanted, 
         nextAtMs_ += kPollPeriodMs;
     }
     if (nextAtMs_ >= giveUpAtMs_) {
+        const char* const why = giveUpAtMs_ == 0 ? "an error that the camera tells ends the update"
+                                                 : "a wait ends when its time is over";
         if (isBlock) {
-            End(kFail, {"WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000)", kDownload});
+            End(why, kFail, {"WaitForState(DFU_STATE::dfuDNLOAD_IDLE, 5000)", kDownload});
         } else {
-            End(kFail, {"WaitForState(DFU_STATE::dfuMANIFEST_WAIT_RESET, 30000)", "ManifestAndReset()"});
+            End(why, kFail, {"WaitForState(DFU_STATE::dfuMANIFEST_WAIT_RESET, 30000)", "ManifestAndReset()"});
         }
     }
 }
@@ -284,7 +320,7 @@ void DownloadJudge::FollowStatus(const Crossing& crossing, std::uint8_t wanted, 
 void DownloadJudge::BeginDownload() {
     step_ = Step::Probe;
     if (transferSize_ < kProbe) {
-        End(kBadLength,
+        End("a request that is longer than the device takes is not sent", kBadLength,
             {"usbEndpoint->Transfer(packet, reinterpret_cast<PUCHAR>(fwStatus.data()), fwStatusSize)",
              "TestConnection()"});
     }
@@ -306,8 +342,9 @@ std::size_t DownloadJudge::BlockLength() const {
     return std::min(transferSize_, image_.size() - Offset());
 }
 
-void DownloadJudge::End(std::int32_t result, std::initializer_list<std::string_view> lines) {
+void DownloadJudge::End(const char* why, std::int32_t result, std::initializer_list<std::string_view> lines) {
     step_ = Step::Over;
+    whyOver_ = why;
     result_ = result;
     for (const std::string_view line : lines) {
         log_.append(line).append(" Failed with status").append(std::to_string(result)).append("\n");

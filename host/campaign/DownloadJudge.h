@@ -63,14 +63,16 @@ class DownloadJudge {
     void BeginBlocks();
     void NextBlock();
     void TakeConfiguration(std::span<const std::uint8_t> configuration);
-    // The update is over, with these lines, innermost first.
-    void End(std::int32_t result, std::initializer_list<std::string_view> lines);
+    [[nodiscard]] const char* OrderRule() const;
+    // The update is over: the rule by which it is, and its lines, innermost first.
+    void End(const char* why, std::int32_t result, std::initializer_list<std::string_view> lines);
 
     [[nodiscard]] std::size_t Offset() const { return block_ * transferSize_; }
     [[nodiscard]] std::size_t BlockLength() const;
 
     const VirtualTime& time_;
     Step step_ = Step::Nothing;
+    const char* whyOver_ = "";
     std::span<const std::uint8_t> image_;
     std::uint8_t interfaceNumber_ = 0;
     std::size_t transferSize_ = 0;

@@ -160,18 +160,20 @@ void EndAt(Update& update, std::size_t count, std::int32_t result, const std::st
     update.progress.clear();
 }
 
-constexpr const char* kOrder = "requests come in their order";
-constexpr const char* kBehindTheEnd = "nothing is sent behind the end";
+constexpr const char* kStatus = "behind a block its status is looked at until it is taken";
 
 INSTANTIATE_TEST_SUITE_P(
     All, DownloadJudgeFinds,
     testing::Values(
-        Spoiled{"StatusNotLookedAt", [](Update& u) { u.download[5] = Status(3, 10); }, kBehindTheEnd},
-        Spoiled{"StatusLeftOut", [](Update& u) { u.download.erase(u.download.begin() + 8); }, kOrder},
-        Spoiled{"LostAnswerTakenForSuccess", [](Update& u) { u.download[4].result = -1; }, kBehindTheEnd},
+        Spoiled{"StatusNotLookedAt", [](Update& u) { u.download[5] = Status(3, 10); },
+                "an error that the camera tells ends the update"},
+        Spoiled{"StatusLeftOut", [](Update& u) { u.download.erase(u.download.begin() + 8); }, kStatus},
+        Spoiled{"LostAnswerTakenForSuccess", [](Update& u) { u.download[4].result = -1; },
+                "a request that fails ends the update"},
         Spoiled{"BlockNumberNotCounted", [](Update& u) { u.download[7].setup.value = 0; },
                 "a request has its value, and a block its number"},
-        Spoiled{"EmptyBlockLeftOut", [](Update& u) { u.download.erase(u.download.begin() + 9); }, kOrder},
+        Spoiled{"EmptyBlockLeftOut", [](Update& u) { u.download.erase(u.download.begin() + 9); },
+                "behind the last block comes an empty one"},
         Spoiled{"ImageFromItsSecondBlock",
                 [](Update& u) { u.download[4].before = u.download[4].after = Bytes(1024, 9); },
                 "a block carries its part of the image"},
@@ -184,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(
         Spoiled{"LongerThanTheDevicesBlock", [](Update& u) { u.download[4] = Out(1, 0, Image()); },
                 "a request has its length"},
         Spoiled{"ErrorCleared", [](Update& u) { u.download.insert(u.download.begin() + 5, Out(4, 0, {})); },
-                kOrder},
+                kStatus},
         Spoiled{"OtherResult", [](Update& u) { u.result = -1; }, "the result is that of the first failure"},
         Spoiled{"OtherLines", [](Update& u) { u.log += "more\n"; },
                 "the lines tell what failed, innermost first, and what was downloaded"},
@@ -194,7 +196,14 @@ INSTANTIATE_TEST_SUITE_P(
                 "the update takes the time of its requests and polls, no more"},
         Spoiled{"EndTooEarly", [](Update& u) { u.download.pop_back(); },
                 "an update that is not over goes on"},
-        Spoiled{"ContentWithAnotherState", [](Update& u) { u.download[2].after = {5}; }, kBehindTheEnd},
+        Spoiled{"LooksOnceMoreAtTheEnd", [](Update& u) { u.download.push_back(Status(0, 8)); },
+                "nothing is sent behind the last look"},
+        Spoiled{"NoSecondState", [](Update& u) { u.download.erase(u.download.begin() + 2); },
+                "before the first block come GETSTATE, DETACH, GETSTATE and UPLOAD"},
+        Spoiled{"ABlockTooMany", [](Update& u) { u.download.insert(u.download.begin() + 9, Out(1, 2, {1})); },
+                "a request has its length"},
+        Spoiled{"ContentWithAnotherState", [](Update& u) { u.download[2].after = {5}; },
+                "a camera that is not idle gets no block"},
         Spoiled{"OpenedWithoutItsSetting", [](Update& u) { u.opening.pop_back(); },
                 "opening a device goes on to its setting"},
         Spoiled{"OpenedThoughRefused", [](Update& u) { u.opening[3].result = -1; },
@@ -226,7 +235,7 @@ TEST(DownloadJudge, WantsABlockToBeWaitedForForFiveSecondsAndNoLonger) {
     update.lastPauseMs = 200;
     EXPECT_EQ(Play(update), "");
     update.download.push_back(After(200, Status(0, 4)));
-    EXPECT_EQ(Play(update), kBehindTheEnd);
+    EXPECT_EQ(Play(update), "a wait ends when its time is over");
 }
 
 TEST(DownloadJudge, TakesAStatusThatIsNotToldForAnError) {

@@ -77,7 +77,6 @@ bool RunShare(const TrialSet& set, std::size_t share, std::size_t shares, std::s
 }
 
 int Run(std::size_t share, std::size_t shares, const CampaignSettings& settings) {
-    CurrentTrial::Set("none: the campaign is being made");
     const Campaign campaign = MakeCampaign(settings);
     std::size_t mine = 0;
     for (const TrialSet& set : campaign.sets) {

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import subprocess
 import threading
 from collections.abc import Callable, Iterator, Sequence
@@ -16,6 +17,8 @@ from ..terminal.set_up import call_setup
 Line = dict[str, Any]
 PRESET = "host-sanitize"
 _NAME = "campaign"
+# The numbers and addresses of a process, which are others each time.
+_OF_THIS_PROCESS = re.compile(r"==[0-9]+==| ?0x[0-9a-f]+")
 # What makes a sanitizer's word on a dead program the last of its lines, and whole.
 _OPTIONS = {"ASAN_OPTIONS": "detect_leaks=1:handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
 
@@ -125,4 +128,5 @@ def _last_words(said: str) -> str:
     """The line in which a sanitizer says what it has found."""
     lines: Sequence[str] = said.splitlines()
     told = [line for line in lines if "ERROR:" in line or "runtime error:" in line or "terminate" in line]
-    return " ".join((told or lines)[0].split()) if lines else "it died without a word"
+    words = " ".join((told or lines)[0].split()) if lines else "it died without a word"
+    return _OF_THIS_PROCESS.sub("", words)
