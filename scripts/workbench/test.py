@@ -108,6 +108,10 @@ class Run:
         """The short run of the fuzz targets."""
         self._do("fuzz", ["bash", "scripts/fuzz", "0"], BUILD / "fuzz.log")
 
+    def faults(self, *, quick: bool) -> None:
+        """The campaign of faults: all of it, or what is for every day."""
+        self._do("faults", ["bash", "scripts/faults", *(["--quick"] if quick else [])], BUILD / "faults.log")
+
     def close(self) -> int:
         """The closing line; the exit status."""
         line, success = closing_line(self._expected, not self._failed)
@@ -137,6 +141,7 @@ def _whole(run: Run, *, slow: bool) -> None:
     for build in BUILDS if slow else [RELEASE]:
         if build is RELEASE or _build(run, build):
             run.test(build, [program for program in programs_of(build) if slow or not program.slow])
+    run.faults(quick=not slow)
     if slow:
         run.fuzz()
     system.join()

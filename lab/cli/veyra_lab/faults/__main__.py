@@ -1,6 +1,7 @@
 """Every fault, every pair of faults: python3 -m veyra_lab.faults, started by scripts/faults."""
 
 import argparse
+import os
 import random
 import sys
 import time
@@ -37,6 +38,7 @@ when everything held, 1 when something did not, 2 when the command line is wrong
 
 _QUICK_PAIRS = 5000
 _SHARES = 2
+_PLAIN_SHARE = 10  # lines of progress where there is no terminal
 _MOST_TOLD = 20
 _MOST_SHRUNK = 3
 _FOLDER = BUILD / "faults"
@@ -50,6 +52,10 @@ def main() -> int:
         if options.replay is not None:
             return _replay(program, options.replay, options.times)
         return _run(program, options.quick, options.seed)
+    except BrokenPipeError:
+        # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        return 0
     except (KeyboardInterrupt, SetUpError, OSError) as error:
         return give_up("scripts/faults", error)
 
@@ -111,15 +117,16 @@ def _watch(campaign: Campaign, table: Table) -> list[Failure]:
     columns = (TextColumn("trials"), BarColumn(), TaskProgressColumn(), MofNCompleteColumn(), TimeElapsedColumn())
     with Progress(*columns, console=console, disable=not console.is_terminal) as progress:
         task = progress.add_task("", total=0)
-        total = 0
+        total = done = tenth = 0
 
         def listen(line: Line) -> None:
-            nonlocal total
-            if "total" in line:
-                total += line["total"]
-                progress.update(task, total=total)
-            elif "done" in line:
-                progress.advance(task, line["done"])
+            nonlocal total, done, tenth
+            total += line.get("total", 0)
+            done += line.get("done", 0)
+            progress.update(task, total=total, completed=done)
+            if not console.is_terminal and total and done * _PLAIN_SHARE // total > tenth:
+                tenth = done * _PLAIN_SHARE // total
+                print(f"[{100 * done // total:3}%] {done} of {total} trials", flush=True)
             table.add(line)
 
         return campaign.run(listen)
