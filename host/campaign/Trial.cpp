@@ -26,9 +26,13 @@ Version VersionOf(std::span<const std::uint8_t> image) {
     return version;
 }
 
-bool TellsTheEndFalsely(const lab::Fault& fault) {
-    return fault.what == lab::Fault::What::State &&
-           fault.value == static_cast<std::uint32_t>(lab::DfuState::ManifestWaitReset);
+// Whether the camera tells that it waits for its reset, and does not.
+bool TellsTheEndFalsely(const Crossing& crossing, const lab::VirtualCamera& camera) {
+    constexpr std::size_t kState = 4;
+    return crossing.what == Crossing::What::Transfer && crossing.transferred > kState &&
+           lab::DfuRequest{crossing.setup.request} == lab::DfuRequest::GetStatus &&
+           lab::DfuState{crossing.after[kState]} == lab::DfuState::ManifestWaitReset &&
+           camera.State() != lab::DfuState::ManifestWaitReset;
 }
 
 std::string_view NameOf(UpdateEnd::How how) {
@@ -69,20 +73,25 @@ std::string_view NameOf(const lab::FirmwareVerdict& verdict) {
 // Hands each crossing to the audience first, so that a transcript has what broke a rule.
 class Trial::Listener final : public ICrossingListener {
   public:
-    explicit Listener(Audience* audience) : audience_(audience) {}
+    Listener(Audience* audience, const lab::VirtualCamera& camera) : audience_(audience), camera_(camera) {}
 
     void Attach(ServiceRoad& road) { road_ = &road; }
+    // Whether the camera has told the end falsely since the last call.
+    bool WasDeceived() { return std::exchange(wasDeceived_, false); }
 
     void OnCrossing(const Crossing& crossing) override {
         if (audience_ != nullptr) {
             audience_->OnCrossing(crossing);
         }
+        wasDeceived_ |= TellsTheEndFalsely(crossing, camera_);
         road_->OnCrossing(crossing);
     }
 
   private:
     Audience* audience_;
+    const lab::VirtualCamera& camera_;
     ServiceRoad* road_ = nullptr;
+    bool wasDeceived_ = false;
 };
 
 Trial::Trial(TrialPlan plan, const UpdateEnd& faultless, Audience* audience)
@@ -91,7 +100,7 @@ Trial::Trial(TrialPlan plan, const UpdateEnd& faultless, Audience* audience)
       audience_(audience),
       camera_(SettingsOf(*plan_.kind)),
       other_(SettingsOf(Kinds().front())),
-      listener_(std::make_unique<Listener>(audience)),
+      listener_(std::make_unique<Listener>(audience, camera_)),
       bus_(time_, *listener_, {&camera_, &other_}),
       road_(bus_, time_) {
     listener_->Attach(road_);
@@ -118,7 +127,7 @@ void Trial::RunAll() {
     const unsigned last = plan_.LastUpdate();
     for (unsigned number = 1; number <= last + 1; ++number) {
         end_.updates.push_back(Update(kCamera, number, plan_.FaultsOf(number)));
-        Judge(number, end_.updates.back());
+        Judge(end_.updates.back());
         known_.push_back(plan_.Image(number));
     }
     camera_.Unplug();
@@ -208,11 +217,11 @@ void Trial::LookAgain(std::size_t camera, const Image& image, const UpdateEnd& e
     }
 }
 
-void Trial::Judge(unsigned number, const UpdateEnd& end) {
+void Trial::Judge(const UpdateEnd& end) {
+    const bool wasDeceived = listener_->WasDeceived();
     const bool hasImage = end.verdict.isValid && end.verdict.content == lab::FirmwareVerdict::Content::Image;
     if (end.how == UpdateEnd::How::Updated && !hasImage) {
-        Rule(std::ranges::any_of(plan_.FaultsOf(number), TellsTheEndFalsely),
-             "the service is content with a wrong flash");
+        Rule(wasDeceived, "the service is content with a wrong flash");
         Allow(kStateIsBelieved);
     }
     if (end.verdict.IsWrong()) {

@@ -87,7 +87,7 @@ class Trial {
     void GoOnTheRoad(std::size_t camera, const Image& image, UpdateEnd& end);
     void Settle(lab::VirtualCamera& camera);
     void LookAgain(std::size_t camera, const Image& image, const UpdateEnd& end);
-    void Judge(unsigned number, const UpdateEnd& end);
+    void Judge(const UpdateEnd& end);
     void JudgeFaultless(const UpdateEnd& end) const;
     void Allow(std::size_t allowance);
     [[nodiscard]] lab::FirmwareVerdict VerdictOn(const lab::VirtualCamera& camera, const Image& image) const;

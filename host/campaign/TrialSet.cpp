@@ -1,6 +1,5 @@
 #include "host/campaign/TrialSet.h"
 
-#include <numeric>
 #include <utility>
 
 namespace campaign {
@@ -28,14 +27,6 @@ std::pair<std::size_t, std::size_t> PairOf(std::size_t number, std::size_t count
     return {first, first + 1 + number};
 }
 
-// A number that depends on the seed in every bit (splitmix64).
-std::uint64_t Mix(std::uint64_t seed) {
-    seed += 0x9E37'79B9'7F4A'7C15U;
-    seed = (seed ^ seed >> 30) * 0xBF58'476D'1CE4'E5B9U;
-    seed = (seed ^ seed >> 27) * 0x94D0'49BB'1331'11EBU;
-    return seed ^ seed >> 31;
-}
-
 }  // namespace
 
 TrialSet::TrialSet(const Kind& kind, Faults which, std::vector<lab::Fault> faults, std::size_t imageSize,
@@ -45,19 +36,10 @@ TrialSet::TrialSet(const Kind& kind, Faults which, std::vector<lab::Fault> fault
       faults_(std::move(faults)),
       imageSize_(imageSize),
       imageSeed_(imageSeed),
-      total_(TotalOf(which, faults_.size())),
-      size_(total_) {}
+      choice_(TotalOf(which, faults_.size()), TotalOf(which, faults_.size()), 0) {}
 
 void TrialSet::Choose(std::size_t count, std::uint64_t seed) {
-    if (count >= total_) {
-        return;
-    }
-    size_ = count;
-    first_ = Mix(seed) % total_;
-    step_ = Mix(seed + 1) % total_;
-    while (std::gcd(step_, total_) != 1) {
-        step_ = (step_ + 1) % total_;
-    }
+    choice_ = SeededChoice(choice_.Total(), count, seed);
 }
 
 std::string_view TrialSet::Name() const {
@@ -73,8 +55,7 @@ std::string_view TrialSet::Name() const {
 }
 
 TrialPlan TrialSet::Plan(std::size_t number) const {
-    // Both factors are below 2^32: there are no so many trials.
-    const std::size_t place = (first_ + number * step_) % total_;
+    const std::size_t place = choice_.At(number);
     TrialPlan plan{.kind = &kind_, .imageSize = imageSize_, .seed = imageSeed_};
     switch (which_) {
         case Faults::One:

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/campaign/Kind.h"
+#include "host/campaign/SeededChoice.h"
 #include "host/campaign/TrialPlan.h"
 #include "lab/camera/Fault.h"
 
@@ -28,8 +29,8 @@ class TrialSet {
     // "one fault", "two in one update", "one in each of two".
     [[nodiscard]] std::string_view Name() const;
     // Of all trials, and of those chosen.
-    [[nodiscard]] std::size_t Total() const { return total_; }
-    [[nodiscard]] std::size_t Size() const { return size_; }
+    [[nodiscard]] std::size_t Total() const { return choice_.Total(); }
+    [[nodiscard]] std::size_t Size() const { return choice_.Size(); }
     // `number` is below Size().
     [[nodiscard]] TrialPlan Plan(std::size_t number) const;
 
@@ -39,11 +40,7 @@ class TrialSet {
     std::vector<lab::Fault> faults_;
     std::size_t imageSize_;
     unsigned imageSeed_;
-    std::size_t total_;
-    std::size_t size_;
-    // Trial n of those chosen is (first + n * step) modulo all.
-    std::size_t first_ = 0;
-    std::size_t step_ = 1;
+    SeededChoice choice_;
 };
 
 }  // namespace campaign

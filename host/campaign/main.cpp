@@ -1,6 +1,7 @@
 #include "host/campaign/Allowances.h"
 #include "host/campaign/Campaign.h"
 #include "host/campaign/CurrentTrial.h"
+#include "host/campaign/SeededChoice.h"
 #include "host/campaign/Tally.h"
 #include "host/campaign/Transcript.h"
 #include "host/campaign/Trial.h"
@@ -8,6 +9,7 @@
 #include <charconv>
 #include <chrono>
 #include <iostream>
+#include <optional>
 #include <span>
 #include <sstream>
 #include <string>
@@ -21,6 +23,9 @@
 //   campaign run SHARE SHARES SEED PAIRS   the trials of one share; PAIRS of the KV400's pairs and none of
 //   the
 //                                          others', or "all"
+//   campaign ids SEED SINGLES PAIRS        ids of so many trials with one fault, of all cameras together, and
+//   of so
+//                                          many with two of the KV400; "all" for the first
 //   campaign replay ID [TIMES]             the transcript of one trial; compared with TIMES more
 //
 // Exit status: 0 when all went right, 1 when a judgement failed, 2 for a wrong command line.
@@ -103,6 +108,26 @@ int Run(std::size_t share, std::size_t shares, const CampaignSettings& settings)
     return isRight ? 0 : kFailed;
 }
 
+int TellIds(std::uint64_t seed, std::optional<std::size_t> singles, std::size_t pairs) {
+    const Campaign campaign = MakeCampaign({.seed = seed, .pairs = pairs, .oneInOther = 0});
+    std::vector<std::string> single;
+    for (const TrialSet& set : campaign.sets) {
+        const bool isSingle = set.Name() == "one fault";
+        for (std::size_t number = 0; number < set.Size(); ++number) {
+            if (isSingle) {
+                single.push_back(IdOf(set.Plan(number)));
+            } else {
+                Say({{"id", IdOf(set.Plan(number))}});
+            }
+        }
+    }
+    const SeededChoice choice(single.size(), singles.value_or(single.size()), seed);
+    for (std::size_t number = 0; number < choice.Size(); ++number) {
+        Say({{"id", single[choice.At(number)]}});
+    }
+    return 0;
+}
+
 std::string Play(const TrialPlan& plan, TrialEnd& end) {
     std::ostringstream lines;
     Transcript transcript(lines);
@@ -132,7 +157,8 @@ int Replay(const TrialPlan& plan, unsigned times) {
 }
 
 int WrongCommandLine() {
-    std::cerr << "campaign run SHARE SHARES SEED all|PAIRS, or campaign replay ID [TIMES]\n";
+    std::cerr
+        << "campaign run SHARE SHARES SEED all|PAIRS, ids SEED all|SINGLES PAIRS, or replay ID [TIMES]\n";
     return kWrongCommandLine;
 }
 
@@ -152,6 +178,17 @@ int Main(std::span<const std::string_view> arguments) {
             }
         }
         return Run(share, shares, settings);
+    }
+    if (arguments.size() == 4 && arguments[0] == "ids") {
+        std::uint64_t seed = 0;
+        std::size_t singles = 0;
+        std::size_t pairs = 0;
+        const bool isAll = arguments[2] == "all";
+        if (!Read(arguments[1], seed) || (!isAll && !Read(arguments[2], singles)) ||
+            !Read(arguments[3], pairs)) {
+            return WrongCommandLine();
+        }
+        return TellIds(seed, isAll ? std::nullopt : std::optional(singles), pairs);
     }
     if ((arguments.size() == 2 || arguments.size() == 3) && arguments[0] == "replay") {
         const auto plan = PlanOf(arguments[1]);

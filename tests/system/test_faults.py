@@ -1,17 +1,21 @@
 """scripts/faults: ids, the table, and how a failure is made small, with a program that stands in for the campaign's."""
 
 import json
+import random
 from pathlib import Path
 
 import pytest
-from support import CHECKOUT, run_script, slow
-from veyra_lab.faults.program import Campaign, Failure, Line, replay
+from support import BUILD, CHECKOUT, Shared, run_script, slow
+from veyra_lab.faults.program import Campaign, Failure, Line, built, replay, trial_ids
 from veyra_lab.faults.scenario import write_scenario
+from veyra_lab.faults.shipped import RESTLESS, ShippedTrials
 from veyra_lab.faults.shrink import shrink
 from veyra_lab.faults.story import read_story
 from veyra_lab.faults.table import Table
 from veyra_lab.faults.trial_id import read_id
 from veyra_lab.scenarios.files import read_scenario
+from veyra_lab.windows.machine import Machine
+from veyra_lab.windows.programs import Programs
 
 ID = "two-banks.2500x7.1gs3-time-after.2dn1-pull-mid100-for0.2gs0-state8"
 
@@ -160,6 +164,39 @@ def test_the_switch_comes_behind_four_reads_of_the_version(tmp_path: Path) -> No
     assert path.name == "kv400.json"
     faults = json.loads(path.read_text(encoding="utf-8"))["steps"][1]["faults"]["list"]
     assert [fault["skip"] for fault in faults] == [0, 4]
+
+
+def SHARED(machine: Machine) -> ShippedTrials:
+    """One process of the service carries as many trials as it can."""
+    return ShippedTrials(built(), machine, Programs.of(BUILD))
+
+
+@pytest.mark.parametrize(
+    "trial",
+    [
+        "kv400.2500x1.1gs3-time-after",
+        "two-banks.2500x1.1fw1-pull-mid.2dn2-time-after",
+        "first-page.2500x1.1dn1-pull-mid.2cw1-stall",
+    ],
+)
+def test_a_trial_goes_the_same_way_on_the_executable_that_ships(shared: Shared[ShippedTrials], trial: str) -> None:
+    end = shared.get().run(trial)
+    assert not end.complaints, "\n".join(end.complaints)
+    assert end.requests > 40
+
+
+@slow
+def test_trials_go_the_same_way_on_the_executable_that_ships(shared: Shared[ShippedTrials]) -> None:
+    seed = random.SystemRandom().randrange(1 << 30)
+    print(f"scripts/faults --wine --quick --seed {seed}")
+    trials = [trial for trial in trial_ids(built(), seed, "40", 20) if not trial.startswith(RESTLESS)]
+    complaints = [(trial, complaint) for trial in trials for complaint in shared.get().run(trial).complaints]
+    assert complaints == []
+
+
+def test_refuses_to_play_what_would_never_end_there(shared: Shared[ShippedTrials]) -> None:
+    with pytest.raises(ValueError, match="restarts for ever"):
+        shared.get().run("stays-in-dfu-mode.2500x1")
 
 
 @slow

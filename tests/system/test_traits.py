@@ -19,6 +19,8 @@ from veyra_lab.wire.events import Event
 _TRAITS = SCHEMA["definitions"]["camera"]["else"]["properties"]["traits"]["else"]["properties"]
 
 
+# Here power stays on; the campaign of faults has cameras of these.
+_SHOWN_BY_A_POWER_FAILURE = {"boot_check", "puts_back"}
 _OF_THE_TRAITS = tuple(map(len, CHOICES))
 
 
@@ -43,10 +45,10 @@ def test_every_value_of_every_trait_is_tried() -> None:
         for value in values:
             for trait, state in value.traits.items():
                 tried.setdefault(trait, set()).add(state)
-    assert set(tried) == set(_TRAITS)
-    for trait, allowed in _TRAITS.items():
-        if "enum" in allowed:
-            assert tried[trait] == set(allowed["enum"])
+    assert set(tried) == set(_TRAITS) - _SHOWN_BY_A_POWER_FAILURE
+    for trait in tried:
+        if "enum" in _TRAITS[trait]:
+            assert tried[trait] == set(_TRAITS[trait]["enum"])
         else:
             assert True in tried[trait]
 

@@ -225,6 +225,16 @@ TEST(FlashMemory, WithTwoBanksTheOneThatWasInUseStartsUntilTheRecordIsWritten) {
     }
 }
 
+TEST(FlashMemory, CountsItsPageOperations) {
+    FlashMemory flash(kVersion);
+    EXPECT_EQ(flash.Operations().erased + flash.Operations().written, 0U);
+    Download(flash, Image(5000));
+    flash.CommitImage();
+    // The record and five pages.
+    EXPECT_EQ(flash.Operations().erased, 6U);
+    EXPECT_EQ(flash.Operations().written, 6U);
+}
+
 TEST(FlashMemory, WithTwoBanksDownloadsTakeTurns) {
     FlashMemory flash(kVersion, {.hasTwoBanks = true});
     for (const std::size_t size : {5000U, 300U, 7000U}) {

@@ -466,6 +466,20 @@ TEST(Fault, PageOperationsKnowNoOtherFault) {
     EXPECT_TRUE(driver.Download(MakeImage(3000)));
 }
 
+TEST(Fault, IsCountedOnceItHasStruck) {
+    CameraDriver driver =
+        InDfuModeWith({{.where = Where::GetState, .what = What::Timeout, .skip = 1, .count = 0},
+                       {.where = Where::FlashErase, .what = What::Unplug, .skip = 1},
+                       {.where = Where::GetState, .what = What::Status}});
+    driver.GetState();
+    EXPECT_EQ(driver.camera.FaultsMet(), 0U);
+    driver.GetState();
+    driver.GetState();
+    EXPECT_EQ(driver.camera.FaultsMet(), 1U);
+    driver.Dnload(0, MakeImage(64));
+    EXPECT_EQ(driver.camera.FaultsMet(), 2U);
+}
+
 TEST(Fault, OthersMayComeInTheirPlace) {
     CameraDriver driver = InDfuModeWith({{.where = Where::GetState, .what = What::Stall, .count = 0},
                                          {.where = Where::FlashErase, .what = What::Unplug}});

@@ -11,11 +11,16 @@ from rich.console import Console
 from rich.progress import BarColumn, MofNCompleteColumn, Progress, TaskProgressColumn, TextColumn, TimeElapsedColumn
 
 from ..checkout import BUILD
+from ..runner.command import up_to_date_programs
 from ..scenarios.errors import ScenarioError
-from ..terminal.parser import Parser, give_up
+from ..terminal.parser import Parser, add_places, give_up
 from ..terminal.set_up import SetUpError
-from .program import Campaign, Failure, Line, built, lines_of, replay
+from ..windows.machine import Machine, MachineError
+from ..windows.sole_use import sole_use
+from ..wire.events import PeerError
+from .program import Campaign, Failure, Line, built, lines_of, replay, trial_ids
 from .scenario import write_scenario
+from .shipped import RESTLESS, ShippedTrials
 from .shrink import shrink
 from .story import read_story
 from .table import Table
@@ -32,11 +37,13 @@ Examples:
   scripts/faults                                        some minutes
   scripts/faults --quick                                every single fault, and 5,000 pairs of the KV400
   scripts/faults --replay kv400.2500x1.1gs3-time-after  one trial, by the id that a run has told
+  scripts/faults --wine --quick                         some trials on the executable that ships
 
 A failure is told by the trial's id, made as small as it goes, and written as a scenario to build/faults. Exit status: 0
 when everything held, 1 when something did not, 2 when the command line is wrong."""
 
 _QUICK_PAIRS = 5000
+_QUICK_SHIPPED, _QUICK_SHIPPED_PAIRS, _SHIPPED_PAIRS = "40", 20, 200
 _SHARES = 2
 _PLAIN_SHARE = 10  # lines of progress where there is no terminal
 _MOST_TOLD = 20
@@ -51,12 +58,14 @@ def main() -> int:
         program = built()
         if options.replay is not None:
             return _replay(program, options.replay, options.times)
+        if options.wine:
+            return _run_shipped(program, options)
         return _run(program, options.quick, options.seed)
     except BrokenPipeError:
         # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 0
-    except (KeyboardInterrupt, SetUpError, OSError) as error:
+    except (KeyboardInterrupt, SetUpError, MachineError, PeerError, OSError) as error:
         return give_up("scripts/faults", error)
 
 
@@ -69,15 +78,23 @@ def _number(text: str) -> int:
 def _parse() -> argparse.Namespace:
     parser = Parser(prog="scripts/faults", description=_DESCRIPTION, epilog=_CLOSING)
     parser.add_argument("--quick", action="store_true", help="every single fault, and 5,000 pairs of the KV400")
+    parser.add_argument(
+        "--wine",
+        action="store_true",
+        help=f"under Wine, on the executable that ships: every single fault, which takes an hour, and {_SHIPPED_PAIRS}"
+        f" pairs; with --quick {_QUICK_SHIPPED} and {_QUICK_SHIPPED_PAIRS}",
+    )
     parser.add_argument("--seed", type=_number, metavar="N", help="choose the pairs that a run with this seed chose")
     parser.add_argument("--replay", metavar="ID", help="play one trial, and write its transcript")
     parser.add_argument(
         "--times", type=_number, default=0, metavar="N", help="with --replay: so often again, each the same byte for byte"
     )
+    add_places(parser)
+    parser.set_defaults(programs=None)
     options = parser.parse_args()
     if options.replay is not None:
-        if options.quick or options.seed is not None:
-            parser.error("--replay plays one trial: no --quick or --seed beside it")
+        if options.quick or options.wine or options.seed is not None:
+            parser.error("--replay plays one trial: no --quick, --seed or --wine beside it")
         try:
             read_id(options.replay)
         except ValueError as error:
@@ -110,6 +127,27 @@ def _run(program: Path, quick: bool, seed: int | None) -> int:
     print(f"{table.tried} trials, {table.pairs} of them pairs, in {took:.0f} s; {len(failures)} failed")
     _tell(program, failures)
     return 1 if failures or not table.tried else 0
+
+
+def _run_shipped(program: Path, options: argparse.Namespace) -> int:
+    seed = random.SystemRandom().randrange(1 << 30) if options.seed is None else options.seed
+    singles, pairs = (_QUICK_SHIPPED, _QUICK_SHIPPED_PAIRS) if options.quick else ("all", _SHIPPED_PAIRS)
+    print(f"seed {seed}", flush=True)
+    trials = [trial for trial in trial_ids(program, seed, singles, pairs) if not trial.startswith(f"{RESTLESS}.")]
+    failed = 0
+    began = time.monotonic()
+    with sole_use(options.machine):
+        programs = up_to_date_programs(options)
+        with Machine(options.machine) as machine, ShippedTrials(program, machine, programs) as shipped:
+            for number, trial in enumerate(trials, 1):
+                end = shipped.run(trial)
+                failed += bool(end.complaints)
+                for complaint in end.complaints:
+                    print(f"failed: {trial}: {complaint}")
+                if number % max(1, len(trials) // _PLAIN_SHARE) == 0:
+                    print(f"[{100 * number // len(trials):3}%] {number} of {len(trials)} trials", flush=True)
+    print(f"{len(trials)} trials on the executable that ships, in {time.monotonic() - began:.0f} s; {failed} failed")
+    return 1 if failed or not trials else 0
 
 
 def _watch(campaign: Campaign, table: Table) -> list[Failure]:

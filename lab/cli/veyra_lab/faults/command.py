@@ -2,29 +2,21 @@
 
 import argparse
 import sys
-from collections.abc import Sequence
+from pathlib import Path
 from typing import Any
 
-from ..checkout import BUILD
 from ..runner.command import up_to_date_programs
-from ..runner.runner import ScenarioRunner
 from ..scenarios.errors import ScenarioError
-from ..scenarios.files import read_scenario
 from ..terminal.parser import add_places, add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError
 from ..windows.machine import Machine, MachineError
 from ..windows.sole_use import sole_use
-from ..wire.events import RIG, PeerError
-from .program import Replay, built, lines_of, replay
-from .scenario import write_scenario
-from .story import ToldUpdate, bus_lines, read_story
-from .trial_id import read_id
+from ..wire.events import PeerError
+from .program import built, replay
+from .shipped import ShippedTrials
 
 _WRONG = 2
-_FOLDER = BUILD / "faults" / "replayed"
-# After DETACH it is back in DFU mode, where the service meets it anew, for as long as anybody looks.
-_RESTLESS = "stays-in-dfu-mode"
 
 _CLOSING = """\
 On Linux the transcript is written, and the last line judges it. On Windows the trial is a scenario, written to
@@ -53,48 +45,33 @@ def register(subparsers: Any) -> None:
 
 def _run(options: argparse.Namespace) -> int:
     try:
-        trial = read_id(options.id)
-        played = replay(built(), options.id)
-        if options.on == "linux":
-            sys.stdout.write(played.transcript)
-            sys.stderr.write(played.said)
-            return 1 if played.status else 0
-        if trial.kind == _RESTLESS:
-            raise ValueError("this camera restarts for ever: its trials can be played on Linux only")
+        program = built()
+        return _on_linux(program, options.id) if options.on == "linux" else _on_windows(program, options)
     except ValueError as error:
         return give_up("scripts/lab", error, _WRONG)
-    except (SetUpError, OSError) as error:
-        return give_up("scripts/lab", error)
-    return _run_on_windows(options, played)
-
-
-def _run_on_windows(options: argparse.Namespace, played: Replay) -> int:
-    told = read_story(lines_of(played.transcript))
-    path = write_scenario(read_id(options.id), told, played.why, _FOLDER)
-    screen = Screen()
-    screen.step(f"{options.id} as {path}")
-    try:
-        (variant,) = read_scenario(path)
-        with sole_use(options.machine):
-            programs = up_to_date_programs(options)
-            with Machine(options.machine) as machine, ScenarioRunner(machine, programs, options.transcript) as runner:
-                outcome = runner.run(variant)
-                seen = [event for event in runner.events() if event["source"] == RIG]
     except (ScenarioError, SetUpError, MachineError, PeerError, OSError) as error:
         return give_up("scripts/lab", error)
-    complaints = [*outcome.complaints, *_differences(told, bus_lines(seen))]
-    for complaint in complaints:
+
+
+def _on_linux(program: Path, trial: str) -> int:
+    played = replay(program, trial)
+    sys.stdout.write(played.transcript)
+    sys.stderr.write(played.said)
+    return 1 if played.status else 0
+
+
+def _on_windows(program: Path, options: argparse.Namespace) -> int:
+    replay(program, options.id)  # an id that is none is refused now rather than when the machine is up
+    with sole_use(options.machine):
+        programs = up_to_date_programs(options)
+        with (
+            Machine(options.machine) as machine,
+            ShippedTrials(program, machine, programs, options.transcript) as trials,
+        ):
+            end = trials.run(options.id)
+    screen = Screen()
+    for complaint in end.complaints:
         screen.line(f"wrong: {complaint}")
-    requests = sum(len(update.bus) for update in told)
-    screen.line(f"{'FAILED' if complaints else 'held'}: {requests} requests in DFU mode, in {outcome.seconds:.1f} s")
-    return 1 if complaints else 0
-
-
-def _differences(told: Sequence[ToldUpdate], seen: Sequence[str]) -> list[str]:
-    expected = [line for update in told for line in update.bus]
-    for number, (here, there) in enumerate(zip(expected, seen), 1):
-        if here != there:
-            return [f"request {number} in DFU mode: on Linux {here}, here {there}"]
-    if len(expected) != len(seen):
-        return [f"{len(expected)} requests in DFU mode on Linux, {len(seen)} here"]
-    return []
+    word = "FAILED" if end.complaints else "held"
+    screen.line(f"{word}: {end.requests} requests in DFU mode, in {end.seconds:.1f} s, as {end.scenario}")
+    return 1 if end.complaints else 0

@@ -45,6 +45,13 @@ def lines_of(text: str) -> Iterator[Line]:
             yield json.loads(line)
 
 
+def trial_ids(program: Path, seed: int, singles: str, pairs: int) -> list[str]:
+    """The ids of so many trials with one fault, "all" of them or a number, and with two, chosen by the seed."""
+    command = [str(program), "ids", str(seed), singles, str(pairs)]
+    done = subprocess.run(command, capture_output=True, encoding="utf-8", check=True)
+    return [line["id"] for line in lines_of(done.stdout)]
+
+
 @dataclass(frozen=True)
 class Replay:
     """What one trial did."""
