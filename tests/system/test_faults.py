@@ -200,6 +200,13 @@ def test_refuses_to_play_what_would_never_end_there(shared: Shared[ShippedTrials
 
 
 @slow
+def test_an_id_plays_the_same_a_thousand_times_more() -> None:
+    trial = "two-banks.2500x1.1gs1-time.2fw2-pull-mid"
+    done = run_script(str(CHECKOUT / "scripts" / "faults"), "--replay", trial, "--times", "1000", timeout=600)
+    assert (done.returncode, json.loads(done.stdout.splitlines()[-1])["held"]) == (0, True)
+
+
+@slow
 def test_the_documents_table_is_that_of_a_run() -> None:
     done = run_script(str(CHECKOUT / "scripts" / "faults"), "--quick", "--seed", "1", timeout=1200)
     assert done.returncode == 0, done.stdout
@@ -214,7 +221,7 @@ def single_faults(text: str) -> list[str]:
 
 
 @pytest.mark.parametrize(
-    "arguments", [("--replay", "nonsense"), ("--seed", "x"), ("--times", "3"), ("--replay", "kv400.402x1", "--quick")]
+    "arguments", [("--replay", "nonsense"), ("--seed", "x"), ("--times", "3"), ("--replay", "kv400.402x1", "--quick"), ("--machine", "x")]
 )
 def test_says_in_one_line_what_is_wrong_with_the_command_line(arguments: tuple[str, ...]) -> None:
     done = run_script(str(CHECKOUT / "scripts" / "faults"), *arguments, timeout=60)

@@ -101,6 +101,8 @@ def _parse() -> argparse.Namespace:
             parser.error(str(error))
     elif options.times:
         parser.error("--times goes with --replay")
+    if not options.wine and (options.programs, options.machine) != (None, parser.get_default("machine")):
+        parser.error("--programs and --machine go with --wine")
     return options
 
 
