@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
+#include <span>
+#include <string_view>
 #include <utility>
 
 namespace campaign {

@@ -33,6 +33,11 @@ def _smaller(trial: TrialId) -> Iterator[TrialId]:
     for size in _SIZES:
         if size < trial.image_size:
             yield replace(trial, image_size=size)
+            # Of a smaller image's blocks there are fewer: what struck behind the last is somewhere else.
+            for number, fault in enumerate(faults):
+                for skip in range(fault.skip):
+                    moved = [*faults[:number], replace(fault, skip=skip), *faults[number + 1 :]]
+                    yield replace(trial.with_faults(moved), image_size=size)
     for number, fault in enumerate(faults):
         for update in range(1, fault.update):
             yield trial.with_faults([*faults[:number], replace(fault, update=update), *faults[number + 1 :]])
