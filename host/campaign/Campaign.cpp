@@ -36,7 +36,7 @@ class CatalogueMaker final : public Trial::Audience {
 }  // namespace
 
 FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
-    const UpdateEnd& faultless = FaultlessEnd(kind);
+    const UpdateEnd& faultless = FaultlessEnd(kind, settings.imageSize);
     CatalogueMaker maker;
     const TrialPlan plan{.kind = &kind, .imageSize = settings.imageSize, .seed = settings.imageSeed};
     CurrentTrial::Set(IdOf(plan));

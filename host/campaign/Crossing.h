@@ -25,10 +25,10 @@ struct Crossing {
     // Transfer: as it went out. Descriptor: its type. SetInterface: the setting in `value`, the interface in
     // `index`.
     lab::SetupPacket setup = {};
-    std::span<const std::uint8_t> before;  // the buffer as the service has handed it over
-    std::span<const std::uint8_t> after;   // the same when it got it back
-    std::size_t transferred = 0;           // bytes of the data stage
-    std::int32_t result = 0;               // what the service was told, as an HRESULT
+    std::span<const std::uint8_t> before = {};  // the buffer as the service has handed it over
+    std::span<const std::uint8_t> after = {};   // the same when it got it back
+    std::size_t transferred = 0;                // bytes of the data stage
+    std::int32_t result = 0;                    // what the service was told, as an HRESULT
 };
 
 // Is told of each crossing when it is over. May throw: the exception goes through the service's code.

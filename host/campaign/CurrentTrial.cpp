@@ -17,6 +17,7 @@ constexpr int kDied = 3;
 
 std::array<char, 512> line{};
 std::size_t length = 0;
+bool isWatched = false;
 
 void Say() {
     const ssize_t written = write(STDOUT_FILENO, line.data(), length);
@@ -37,6 +38,7 @@ void Append(std::string_view text) {
 }  // namespace
 
 void CurrentTrial::Watch() {
+    isWatched = true;
     if (__sanitizer_set_death_callback != nullptr) {
         __sanitizer_set_death_callback(&Say);
     } else {
@@ -51,7 +53,9 @@ void CurrentTrial::Set(std::string_view id) {
     Append("\n{\"died\": \"");
     Append(id);
     Append("\"}\n");
-    alarm(kMostSeconds);
+    if (isWatched) {
+        alarm(kMostSeconds);
+    }
 }
 
 }  // namespace campaign

@@ -10,7 +10,7 @@ class CurrentTrial {
   public:
     CurrentTrial() = delete;
 
-    // To be called once, before the first trial.
+    // To be called once, before the first trial; without it nothing happens.
     static void Watch();
     // The trial that begins. It has a minute.
     static void Set(std::string_view id);

@@ -272,20 +272,18 @@ void Trial::Tell(const std::string& words) const {
     }
 }
 
-const UpdateEnd& FaultlessEnd(const Kind& kind) {
-    constexpr std::size_t kImageSize = 2500;
-    static std::map<std::string_view, UpdateEnd> ends;
-    const auto known = ends.find(kind.name);
-    if (known != ends.end()) {
-        return known->second;
-    }
-    CurrentTrial::Set(IdOf({.kind = &kind, .imageSize = kImageSize, .seed = 1}));
-    // Its own first update is what it is held against.
-    UpdateEnd& end = ends[kind.name];
-    Trial trial({.kind = &kind, .imageSize = kImageSize, .seed = 1}, end);
-    const TrialEnd whole = trial.Run();
-    if (!whole.updates.empty()) {
-        end = whole.updates.front();
+const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize) {
+    static std::map<std::pair<std::string_view, std::size_t>, UpdateEnd> ends;
+    const auto [place, isNew] = ends.try_emplace({kind.name, imageSize});
+    UpdateEnd& end = place->second;
+    if (isNew) {
+        const TrialPlan plan{.kind = &kind, .imageSize = imageSize, .seed = 1};
+        CurrentTrial::Set(IdOf(plan));
+        // Its own first update is what it is held against.
+        const TrialEnd whole = Trial(plan, end).Run();
+        if (!whole.updates.empty()) {
+            end = whole.updates.front();
+        }
     }
     return end;
 }

@@ -104,8 +104,8 @@ class Trial {
     std::vector<Image> known_;  // what the camera's flash may rightly hold
 };
 
-// How a camera of the kind is updated that nothing was ever done to: what every later update without faults
-// is held against. Not to be called while there is a trial.
-[[nodiscard]] const UpdateEnd& FaultlessEnd(const Kind& kind);
+// How a camera of the kind is updated, with images of this size, that nothing was ever done to: what every
+// later update without faults is held against. Not to be called while there is a trial.
+[[nodiscard]] const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize);
 
 }  // namespace campaign

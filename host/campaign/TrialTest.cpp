@@ -17,7 +17,7 @@ using How = UpdateEnd::How;
 TrialEnd RunTrial(const std::string& id) {
     const auto plan = PlanOf(id);
     EXPECT_TRUE(plan) << id;
-    const UpdateEnd& faultless = FaultlessEnd(*plan->kind);
+    const UpdateEnd& faultless = FaultlessEnd(*plan->kind, plan->imageSize);
     return Trial(*plan, faultless).Run();
 }
 
@@ -80,7 +80,7 @@ TEST(Trial, HasTheSameTranscriptEachTime) {
     for (int time = 0; time < 50; ++time) {
         std::ostringstream lines;
         Transcript transcript(lines);
-        static_cast<void>(Trial(*plan, FaultlessEnd(*plan->kind), &transcript).Run());
+        static_cast<void>(Trial(*plan, FaultlessEnd(*plan->kind, plan->imageSize), &transcript).Run());
         first = first.empty() ? lines.str() : first;
         ASSERT_EQ(lines.str(), first);
     }

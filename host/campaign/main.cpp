@@ -60,10 +60,10 @@ bool RunShare(const TrialSet& set, std::size_t share, std::size_t shares, std::s
     Tally tally;
     bool isRight = true;
     const auto began = std::chrono::steady_clock::now();
-    const UpdateEnd& faultless = FaultlessEnd(set.TheKind());
     for (std::size_t number = share; number < set.Size(); number += shares) {
         const TrialPlan plan = set.Plan(number);
         const std::string id = IdOf(plan);
+        const UpdateEnd& faultless = FaultlessEnd(*plan.kind, plan.imageSize);
         CurrentTrial::Set(id);
         const TrialEnd end = Trial(plan, faultless).Run();
         tally.Add(plan, end);
@@ -131,7 +131,7 @@ int TellIds(std::uint64_t seed, std::optional<std::size_t> singles, std::size_t 
 std::string Play(const TrialPlan& plan, TrialEnd& end) {
     std::ostringstream lines;
     Transcript transcript(lines);
-    end = Trial(plan, FaultlessEnd(*plan.kind), &transcript).Run();
+    end = Trial(plan, FaultlessEnd(*plan.kind, plan.imageSize), &transcript).Run();
     return lines.str();
 }
 

@@ -23,7 +23,7 @@ _SOURCES = CHECKOUT / "host" / "fuzz"
 _TRANSCRIPTS = "transcripts"
 _TARGETS = (
     "descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host", "usb_device",
-    _TRANSCRIPTS,
+    "trial", _TRANSCRIPTS,
 )
 _FIXED_RUNS = 2000
 _AT_A_TIME = 2
