@@ -1,5 +1,6 @@
 #include "host/campaign/Campaign.h"
 
+#include "host/campaign/BrokenRule.h"
 #include "host/campaign/CurrentTrial.h"
 #include "host/campaign/Trial.h"
 
@@ -40,9 +41,12 @@ FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
     CatalogueMaker maker;
     const TrialPlan plan{.kind = &kind, .imageSize = settings.imageSize, .seed = settings.imageSeed};
     CurrentTrial::Set(IdOf(plan));
-    Trial trial(plan, faultless, &maker);
+    Trial trial(plan, &faultless, &maker);
     maker.Attach(trial);
-    static_cast<void>(trial.Run());
+    const TrialEnd end = trial.Run();
+    if (!end.complaint.empty()) {
+        throw BrokenRule(IdOf(plan) + ": " + end.complaint);
+    }
     return maker.Catalogue();
 }
 
@@ -57,6 +61,7 @@ Campaign MakeCampaign(const CampaignSettings& settings) {
                                   .steps = catalogue.Steps(),
                                   .repeats = catalogue.Repeats(),
                                   .faults = faults.size()});
+        campaign.sets.emplace_back(kind, Faults::None, faults, settings.imageSize, settings.imageSeed);
         campaign.sets.emplace_back(kind, Faults::One, faults, settings.imageSize, settings.imageSeed);
         TrialSet same(kind, Faults::TwoInOneUpdate, faults, settings.imageSize, settings.imageSeed);
         TrialSet next(kind, Faults::OneInEachOfTwo, faults, settings.imageSize, settings.imageSeed);

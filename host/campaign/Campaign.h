@@ -22,7 +22,7 @@ struct CampaignSettings {
     unsigned oneInOther = 10;
 };
 
-// All that is tried: every single fault of every camera, and pairs.
+// All that is tried: the road without a fault, every single fault of every camera, and pairs.
 struct Campaign {
     struct Road {
         const Kind* kind;
@@ -36,6 +36,7 @@ struct Campaign {
 };
 
 // What can strike an update of a faultless camera of the kind. Not to be called while there is a trial.
+// Throws BrokenRule when not even that update is as it should be.
 [[nodiscard]] FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings);
 
 // Nor this.

@@ -97,7 +97,7 @@ class Trial::Listener final : public ICrossingListener {
     bool wasDeceived_ = false;
 };
 
-Trial::Trial(TrialPlan plan, const UpdateEnd& faultless, Audience* audience)
+Trial::Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience)
     : plan_(std::move(plan)),
       faultless_(faultless),
       audience_(audience),
@@ -238,8 +238,14 @@ void Trial::Judge(const UpdateEnd& end) {
 }
 
 void Trial::JudgeFaultless(const UpdateEnd& end) const {
+    if (plan_.kind->personality == lab::Personality::Kv400 && end.beganRunning) {
+        Rule(end.how == UpdateEnd::How::Updated && end.verdict.isValid &&
+                 end.verdict.content == lab::FirmwareVerdict::Content::Image,
+             "without a fault a KV400 that runs is updated");
+    }
     if (end.beganRunning) {
-        Rule(end.how == faultless_.how && end.result == faultless_.result,
+        const UpdateEnd& faultless = faultless_ != nullptr ? *faultless_ : end_.updates.front();
+        Rule(end.how == faultless.how && end.result == faultless.result,
              "without a fault a camera that runs is updated as ever");
         return;
     }
@@ -279,11 +285,12 @@ const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize) {
     if (isNew) {
         const TrialPlan plan{.kind = &kind, .imageSize = imageSize, .seed = 1};
         CurrentTrial::Set(IdOf(plan));
-        // Its own first update is what it is held against.
-        const TrialEnd whole = Trial(plan, end).Run();
-        if (!whole.updates.empty()) {
-            end = whole.updates.front();
+        const TrialEnd whole = Trial(plan, nullptr).Run();
+        if (!whole.complaint.empty()) {
+            ends.erase(place);
+            throw BrokenRule(IdOf(plan) + ": " + whole.complaint);
         }
+        end = whole.updates.front();
     }
     return end;
 }

@@ -61,9 +61,9 @@ class Trial {
         virtual void OnCrossing(const Crossing& crossing) = 0;
     };
 
-    // `faultless` is how a camera of the kind is updated that nothing was ever done to, `audience` may be
-    // null; neither is owned.
-    Trial(TrialPlan plan, const UpdateEnd& faultless, Audience* audience = nullptr);
+    // `faultless` is how a camera of the kind is updated that nothing was ever done to; null: the trial has
+    // no faults, and its first update shows it. `audience` may be null. Neither is owned.
+    Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience = nullptr);
 
     ~Trial();
     Trial(const Trial&) = delete;
@@ -92,7 +92,7 @@ class Trial {
     void Tell(const std::string& words) const;
 
     TrialPlan plan_;
-    const UpdateEnd& faultless_;
+    const UpdateEnd* faultless_;
     Audience* audience_;
     TrialEnd end_;
     VirtualTime time_;
@@ -105,7 +105,8 @@ class Trial {
 };
 
 // How a camera of the kind is updated, with images of this size, that nothing was ever done to: what every
-// later update without faults is held against. Not to be called while there is a trial.
+// later update without faults is held against. Not to be called while there is a trial. Throws BrokenRule
+// when the service does what it must not do even then.
 [[nodiscard]] const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize);
 
 }  // namespace campaign

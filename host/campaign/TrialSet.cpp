@@ -7,6 +7,8 @@ namespace {
 
 std::size_t TotalOf(TrialSet::Faults which, std::size_t faults) {
     switch (which) {
+        case TrialSet::Faults::None:
+            return 1;
         case TrialSet::Faults::One:
             return faults;
         case TrialSet::Faults::TwoInOneUpdate:
@@ -44,6 +46,8 @@ void TrialSet::Choose(std::size_t count, std::uint64_t seed) {
 
 std::string_view TrialSet::Name() const {
     switch (which_) {
+        case Faults::None:
+            return "no fault";
         case Faults::One:
             return "one fault";
         case Faults::TwoInOneUpdate:
@@ -58,6 +62,8 @@ TrialPlan TrialSet::Plan(std::size_t number) const {
     const std::size_t place = choice_.At(number);
     TrialPlan plan{.kind = &kind_, .imageSize = imageSize_, .seed = imageSeed_};
     switch (which_) {
+        case Faults::None:
+            break;
         case Faults::One:
             plan.faults = {{.update = 1, .fault = faults_[place]}};
             break;

@@ -12,11 +12,11 @@
 
 namespace campaign {
 
-// The trials of one kind of camera that have something in common: one fault, two in the first update, or one
-// in the first and one in the second. All of them, or as many as a seed chooses; each has a number.
+// The trials of one kind of camera that have something in common: no fault, one, two in the first update, or
+// one in the first and one in the second. All of them, or as many as a seed chooses; each has a number.
 class TrialSet {
   public:
-    enum class Faults { One, TwoInOneUpdate, OneInEachOfTwo };
+    enum class Faults { None, One, TwoInOneUpdate, OneInEachOfTwo };
 
     // `faults` are those of the kind's catalogue; the images have this size and seed.
     TrialSet(const Kind& kind, Faults which, std::vector<lab::Fault> faults, std::size_t imageSize,
@@ -26,7 +26,7 @@ class TrialSet {
     void Choose(std::size_t count, std::uint64_t seed);
 
     [[nodiscard]] const Kind& TheKind() const { return kind_; }
-    // "one fault", "two in one update", "one in each of two".
+    // "no fault", "one fault", "two in one update", "one in each of two".
     [[nodiscard]] std::string_view Name() const;
     // Of all trials, and of those chosen.
     [[nodiscard]] std::size_t Total() const { return choice_.Total(); }

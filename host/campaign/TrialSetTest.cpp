@@ -30,6 +30,10 @@ std::set<std::string> IdsOf(const TrialSet& set) {
     return ids;
 }
 
+TEST(TrialSet, HasOneTrialWithoutAFault) {
+    EXPECT_EQ(IdsOf(Make(Faults::None, 2)), std::set<std::string>{"kv400.2500x1"});
+}
+
 TEST(TrialSet, HasEachFaultOnce) {
     EXPECT_EQ(IdsOf(Make(Faults::One, 2)),
               (std::set<std::string>{"kv400.2500x1.1gs0-time", "kv400.2500x1.1gs1-time"}));

@@ -1,4 +1,5 @@
 #include "host/campaign/Allowances.h"
+#include "host/campaign/BrokenRule.h"
 #include "host/campaign/Campaign.h"
 #include "host/campaign/CurrentTrial.h"
 #include "host/campaign/SeededChoice.h"
@@ -65,7 +66,7 @@ bool RunShare(const TrialSet& set, std::size_t share, std::size_t shares, std::s
         const std::string id = IdOf(plan);
         const UpdateEnd& faultless = FaultlessEnd(*plan.kind, plan.imageSize);
         CurrentTrial::Set(id);
-        const TrialEnd end = Trial(plan, faultless).Run();
+        const TrialEnd end = Trial(plan, &faultless).Run();
         tally.Add(plan, end);
         if (!end.complaint.empty()) {
             isRight = false;
@@ -131,7 +132,7 @@ int TellIds(std::uint64_t seed, std::optional<std::size_t> singles, std::size_t 
 std::string Play(const TrialPlan& plan, TrialEnd& end) {
     std::ostringstream lines;
     Transcript transcript(lines);
-    end = Trial(plan, FaultlessEnd(*plan.kind, plan.imageSize), &transcript).Run();
+    end = Trial(plan, &FaultlessEnd(*plan.kind, plan.imageSize), &transcript).Run();
     return lines.str();
 }
 
@@ -206,5 +207,11 @@ int Main(std::span<const std::string_view> arguments) {
 int main(int count, char** texts) {
     campaign::CurrentTrial::Watch();
     const std::vector<std::string_view> arguments(texts + 1, texts + count);
-    return Main(arguments);
+    try {
+        return Main(arguments);
+    } catch (const BrokenRule& rule) {
+        // Not even without a fault all is right.
+        std::cerr << "ERROR: " << rule.what() << '\n';
+        return kFailed;
+    }
 }

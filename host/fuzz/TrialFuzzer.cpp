@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzInput input(data, size);
     const campaign::TrialPlan plan = AnyPlan(input);
     const campaign::UpdateEnd& faultless = campaign::FaultlessEnd(*plan.kind, plan.imageSize);
-    const campaign::TrialEnd end = campaign::Trial(plan, faultless).Run();
+    const campaign::TrialEnd end = campaign::Trial(plan, &faultless).Run();
     if (!end.complaint.empty()) {
         std::fprintf(stderr, "broken promise: scripts/faults --replay %s: %s\n", campaign::IdOf(plan).c_str(),
                      end.complaint.c_str());
