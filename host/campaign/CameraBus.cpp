@@ -1,5 +1,7 @@
 #include "host/campaign/CameraBus.h"
 
+#include "host/campaign/BrokenRule.h"
+
 #include <algorithm>
 #include <cstring>
 #include <cwctype>
@@ -71,7 +73,7 @@ CameraBus::~CameraBus() {
 }
 
 HRESULT CameraBus::WriteControl(std::size_t camera, std::span<const std::uint8_t> frame) {
-    Crossing crossing = Begin(Crossing::What::CommandWrite, frame);
+    Crossing crossing = Begin(Crossing::What::CommandWrite, camera, frame);
     const lab::TransferResult result = Camera(camera).WriteCommand(frame, time_.Now());
     Pass(result);
     crossing.endedMs = time_.Now();
@@ -83,7 +85,7 @@ HRESULT CameraBus::WriteControl(std::size_t camera, std::span<const std::uint8_t
 }
 
 HRESULT CameraBus::ReadControl(std::size_t camera, std::span<std::uint8_t> reply, ULONG& returned) {
-    Crossing crossing = Begin(Crossing::What::CommandRead, reply);
+    Crossing crossing = Begin(Crossing::What::CommandRead, camera, reply);
     const lab::TransferResult result = Camera(camera).ReadReply(reply, time_.Now());
     Pass(result);
     returned = static_cast<ULONG>(result.transferred);
@@ -113,9 +115,13 @@ HANDLE CameraBus::NewHandle() {
     return reinterpret_cast<HANDLE>(lastHandle_);
 }
 
-HANDLE WINAPI CameraBus::RedirectedCreateFile(LPCWSTR path, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD,
+HANDLE WINAPI CameraBus::RedirectedCreateFile(LPCWSTR path, DWORD access, DWORD sharing,
+                                              LPSECURITY_ATTRIBUTES, DWORD disposition, DWORD attributes,
                                               HANDLE) {
     CameraBus& bus = *current_;
+    Rule(access == (GENERIC_READ | GENERIC_WRITE) && sharing == (FILE_SHARE_READ | FILE_SHARE_WRITE) &&
+             disposition == OPEN_EXISTING && (attributes & FILE_FLAG_OVERLAPPED) != 0,
+         "a device is opened for reading and writing, shared, overlapped, as WinUSB wants it");
     bus.Look(bus.time_.Now());
     for (std::size_t camera = 0; camera < bus.places_.size(); ++camera) {
         const Place& place = bus.places_[camera];
@@ -130,9 +136,17 @@ HANDLE WINAPI CameraBus::RedirectedCreateFile(LPCWSTR path, DWORD, DWORD, LPSECU
 }
 
 BOOL WINAPI CameraBus::RedirectedCloseHandle(HANDLE handle) {
-    return current_->files_.erase(handle) == 1
-               ? TRUE
-               : current_->closeHandle_.Original<decltype(::CloseHandle)>()(handle);
+    const auto number = reinterpret_cast<std::uintptr_t>(handle);
+    if (number <= kFirstHandle || number > current_->lastHandle_) {
+        return current_->closeHandle_.Original<decltype(::CloseHandle)>()(handle);
+    }
+    return current_->files_.erase(handle) == 1 ? TRUE : current_->RefuseHandle();
+}
+
+BOOL CameraBus::RefuseHandle() {
+    handlesWereOpen_ = false;
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
 }
 
 std::wstring CameraBus::PresentLinks() const {
@@ -165,8 +179,7 @@ CONFIGRET CMAPI CameraBus::List(GUID*, DEVINSTID_W, wchar_t* buffer, ULONG lengt
 BOOL WINAPI CameraBus::Initialize(HANDLE file, WINUSB_INTERFACE_HANDLE* handle) {
     const auto opened = current_->files_.find(file);
     if (opened == current_->files_.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
+        return current_->RefuseHandle();
     }
     *handle = current_->NewHandle();
     current_->interfaces_[*handle] = {.file = opened->second};
@@ -174,17 +187,13 @@ BOOL WINAPI CameraBus::Initialize(HANDLE file, WINUSB_INTERFACE_HANDLE* handle) 
 }
 
 BOOL WINAPI CameraBus::Free(WINUSB_INTERFACE_HANDLE handle) {
-    if (current_->interfaces_.erase(handle) == 1) {
-        return TRUE;
-    }
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+    return current_->interfaces_.erase(handle) == 1 ? TRUE : current_->RefuseHandle();
 }
 
-const CameraBus::OpenInterface* CameraBus::Find(WINUSB_INTERFACE_HANDLE handle) const {
+const CameraBus::OpenInterface* CameraBus::Find(WINUSB_INTERFACE_HANDLE handle) {
     const auto found = interfaces_.find(handle);
     if (found == interfaces_.end()) {
-        SetLastError(ERROR_INVALID_HANDLE);
+        RefuseHandle();
         return nullptr;
     }
     return &found->second;
@@ -198,10 +207,10 @@ std::optional<DWORD> CameraBus::WhyGone(const OpenInterface& opened) const {
     return time_.Now() - place.leftAtMs < kTakingAwayMs ? DWORD{ERROR_BAD_COMMAND} : kErrorNoSuchDevice;
 }
 
-Crossing CameraBus::Begin(Crossing::What what, std::span<const std::uint8_t> buffer) {
+Crossing CameraBus::Begin(Crossing::What what, std::size_t camera, std::span<const std::uint8_t> buffer) {
     Look(time_.Now());
     before_.assign(buffer.begin(), buffer.end());
-    return {.what = what, .beganMs = time_.Now(), .before = before_};
+    return {.what = what, .camera = camera, .beganMs = time_.Now(), .before = before_};
 }
 
 void CameraBus::Pass(const lab::TransferResult& result) {
@@ -247,7 +256,7 @@ BOOL WINAPI CameraBus::GetDescriptor(WINUSB_INTERFACE_HANDLE handle, UCHAR type,
         return FALSE;
     }
     const std::span data(buffer, size);
-    Crossing crossing = bus.Begin(Crossing::What::Descriptor, data);
+    Crossing crossing = bus.Begin(Crossing::What::Descriptor, opened->file.camera, data);
     crossing.setup.value = type;
     crossing.setup.length = static_cast<std::uint16_t>(size);
     if (const auto error = bus.WhyGone(*opened)) {
@@ -307,7 +316,7 @@ BOOL WINAPI CameraBus::SetCurrentAlternateSetting(WINUSB_INTERFACE_HANDLE handle
         return FALSE;
     }
     ULONG transferred = 0;
-    Crossing crossing = bus.Begin(Crossing::What::SetInterface, {});
+    Crossing crossing = bus.Begin(Crossing::What::SetInterface, opened->file.camera, {});
     crossing.setup.value = setting;
     lab::VirtualCamera& camera = bus.Camera(opened->file.camera);
     const auto interfaces = camera.Interfaces();
@@ -332,7 +341,7 @@ BOOL WINAPI CameraBus::ControlTransfer(WINUSB_INTERFACE_HANDLE handle, WINUSB_SE
         return FALSE;
     }
     const std::span data(buffer, size);
-    Crossing crossing = bus.Begin(Crossing::What::Transfer, data);
+    Crossing crossing = bus.Begin(Crossing::What::Transfer, opened->file.camera, data);
     crossing.setup = {.requestType = setup.RequestType,
                       .request = setup.Request,
                       .value = setup.Value,

@@ -37,8 +37,13 @@ class CameraBus : public test_support::OnlyOne<CameraBus> {
 
     // Files and interfaces that the service has not closed.
     [[nodiscard]] std::size_t OpenHandles() const { return files_.size() + interfaces_.size(); }
+    // Whether every handle of the bus that was used or closed was open. A destructor of the service's may
+    // have done it, through which nothing can be thrown.
+    [[nodiscard]] bool HandlesWereOpen() const { return handlesWereOpen_; }
 
   private:
+    static constexpr std::uintptr_t kFirstHandle = 0x7000'0000;
+
     struct Place {
         lab::VirtualCamera* camera;
         std::wstring link;
@@ -76,7 +81,9 @@ class CameraBus : public test_support::OnlyOne<CameraBus> {
 
     void Look(std::uint64_t nowMs);
     [[nodiscard]] std::wstring PresentLinks() const;
-    [[nodiscard]] const OpenInterface* Find(WINUSB_INTERFACE_HANDLE handle) const;
+    // Null, with the last error, when it is not open.
+    [[nodiscard]] const OpenInterface* Find(WINUSB_INTERFACE_HANDLE handle);
+    BOOL RefuseHandle();
     [[nodiscard]] HANDLE NewHandle();
     // The error of a call to a device that is gone; none when it is there.
     [[nodiscard]] std::optional<DWORD> WhyGone(const OpenInterface& opened) const;
@@ -84,14 +91,16 @@ class CameraBus : public test_support::OnlyOne<CameraBus> {
                 ULONG* transferred);
     BOOL FinishGone(Crossing& crossing, DWORD error, std::span<std::uint8_t> buffer, ULONG* transferred);
     void Pass(const lab::TransferResult& result);
-    [[nodiscard]] Crossing Begin(Crossing::What what, std::span<const std::uint8_t> buffer);
+    [[nodiscard]] Crossing Begin(Crossing::What what, std::size_t camera,
+                                 std::span<const std::uint8_t> buffer);
 
     VirtualTime& time_;
     ICrossingListener& listener_;
     std::vector<Place> places_;
     std::map<HANDLE, OpenFile> files_;
     std::map<WINUSB_INTERFACE_HANDLE, OpenInterface> interfaces_;
-    std::uintptr_t lastHandle_ = 0x7000'0000;
+    std::uintptr_t lastHandle_ = kFirstHandle;
+    bool handlesWereOpen_ = true;
     std::vector<std::uint8_t> before_;
     test_support::ImportRedirect createFile_;
     test_support::ImportRedirect closeHandle_;

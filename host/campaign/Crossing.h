@@ -20,6 +20,7 @@ struct Crossing {
     };
 
     What what = What::Transfer;
+    std::size_t camera = 0;  // its number on the bus
     std::uint64_t beganMs = 0;
     std::uint64_t endedMs = 0;
     // Transfer: as it went out. Descriptor: its type. SetInterface: the setting in `value`, the interface in

@@ -25,6 +25,7 @@ constexpr int kInformationAttempts = 5;
 constexpr DWORD kInformationPauseMs = 500;
 constexpr DWORD kArrivalTimeoutMs = 100;
 constexpr std::size_t kFwStatusSize = 68;
+constexpr const char* kOpenHandles = "a handle that is not open is not used, and closed once";
 
 }  // namespace
 
@@ -87,6 +88,7 @@ ServiceRoad::DfuPass ServiceRoad::Download(std::span<const std::uint8_t> image) 
     downloadJudge_.EndOpening(connection.IsOpened());
     if (!connection.IsOpened()) {
         Rule(bus_.OpenHandles() == 0, "a device that could not be opened is left closed");
+        Rule(bus_.HandlesWereOpen(), kOpenHandles);
         return {.isPresent = true};
     }
     std::ostringstream log;
@@ -100,6 +102,7 @@ ServiceRoad::DfuPass ServiceRoad::Download(std::span<const std::uint8_t> image) 
     connection.Close();
     downloadJudge_.EndDownload(result, log.str(), progress);
     Rule(bus_.OpenHandles() == 0, "the device is closed in the end");
+    Rule(bus_.HandlesWereOpen(), kOpenHandles);
     return {.isPresent = true, .isOpened = true, .result = result};
 }
 

@@ -29,15 +29,6 @@ Version VersionOf(std::span<const std::uint8_t> image) {
     return version;
 }
 
-// Whether the camera tells that it waits for its reset, and does not.
-bool TellsTheEndFalsely(const Crossing& crossing, const lab::VirtualCamera& camera) {
-    constexpr std::size_t kState = 4;
-    return crossing.what == Crossing::What::Transfer && crossing.transferred > kState &&
-           lab::DfuRequest{crossing.setup.request} == lab::DfuRequest::GetStatus &&
-           lab::DfuState{crossing.after[kState]} == lab::DfuState::ManifestWaitReset &&
-           camera.State() != lab::DfuState::ManifestWaitReset;
-}
-
 std::string_view NameOf(UpdateEnd::How how) {
     switch (how) {
         case UpdateEnd::How::NotAsked:
@@ -76,25 +67,32 @@ std::string_view NameOf(const lab::FirmwareVerdict& verdict) {
 // Hands each crossing to the audience first, so that a transcript has what broke a rule.
 class Trial::Listener final : public ICrossingListener {
   public:
-    Listener(Audience* audience, const lab::VirtualCamera& camera) : audience_(audience), camera_(camera) {}
+    explicit Listener(Audience* audience) : audience_(audience) {}
 
-    void Attach(ServiceRoad& road) { road_ = &road; }
-    // Whether the camera has told the end falsely since the last call.
-    bool WasDeceived() { return std::exchange(wasDeceived_, false); }
+    void Attach(CameraBus& bus, ServiceRoad& road) {
+        bus_ = &bus;
+        road_ = &road;
+    }
+    // Whether the answer that ended the last download was false: the camera told that it waits for its reset,
+    // and did not.
+    [[nodiscard]] bool WasDeceived() const { return road_->SawTheEnd() && endIsFalse_; }
 
     void OnCrossing(const Crossing& crossing) override {
         if (audience_ != nullptr) {
             audience_->OnCrossing(crossing);
         }
-        wasDeceived_ |= TellsTheEndFalsely(crossing, camera_);
+        const bool sawTheEnd = road_->SawTheEnd();
         road_->OnCrossing(crossing);
+        if (!sawTheEnd && road_->SawTheEnd()) {
+            endIsFalse_ = bus_->Camera(crossing.camera).State() != lab::DfuState::ManifestWaitReset;
+        }
     }
 
   private:
     Audience* audience_;
-    const lab::VirtualCamera& camera_;
+    CameraBus* bus_ = nullptr;
     ServiceRoad* road_ = nullptr;
-    bool wasDeceived_ = false;
+    bool endIsFalse_ = false;
 };
 
 Trial::Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience)
@@ -103,10 +101,10 @@ Trial::Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience)
       audience_(audience),
       camera_(SettingsOf(*plan_.kind)),
       other_(SettingsOf(Kinds().front())),
-      listener_(std::make_unique<Listener>(audience, camera_)),
+      listener_(std::make_unique<Listener>(audience)),
       bus_(time_, *listener_, {&camera_, &other_}),
       road_(bus_, time_) {
-    listener_->Attach(road_);
+    listener_->Attach(bus_, road_);
     known_.push_back(camera_.Flash());
 }
 
@@ -221,10 +219,9 @@ void Trial::LookAgain(std::size_t camera, const Image& image, const UpdateEnd& e
 }
 
 void Trial::Judge(const UpdateEnd& end) {
-    const bool wasDeceived = listener_->WasDeceived();
     const bool hasImage = end.verdict.isValid && end.verdict.content == lab::FirmwareVerdict::Content::Image;
     if (end.how == UpdateEnd::How::Updated && !hasImage) {
-        Rule(wasDeceived, "the service is content with a wrong flash");
+        Rule(listener_->WasDeceived(), "the service is content with a wrong flash");
         Allow(kStateIsBelieved);
     }
     if (end.verdict.IsWrong()) {
