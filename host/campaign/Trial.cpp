@@ -3,6 +3,7 @@
 #include "host/campaign/Allowances.h"
 #include "host/campaign/BrokenRule.h"
 #include "host/campaign/CurrentTrial.h"
+#include "host/campaign/Pieces.h"
 #include "lab/camera/DfuTypes.h"
 
 #include <algorithm>
@@ -127,9 +128,10 @@ TrialEnd Trial::Run() {
 void Trial::RunAll() {
     const unsigned last = plan_.LastUpdate();
     for (unsigned number = 1; number <= last + 1; ++number) {
+        known_.push_back(plan_.Image(number));
         end_.updates.push_back(Update(kCamera, number, plan_.FaultsOf(number)));
         Judge(end_.updates.back());
-        known_.push_back(plan_.Image(number));
+        LookAgain(kCamera, end_.updates.back());
     }
     camera_.Unplug();
     Tell("another camera");
@@ -137,12 +139,13 @@ void Trial::RunAll() {
     Rule(other.how == UpdateEnd::How::Updated && other.verdict.isValid &&
              other.verdict.content == lab::FirmwareVerdict::Content::Image,
          "another camera is updated");
+    LookAgain(kOther, other);
 }
 
 UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<lab::Fault>& faults) {
     lab::VirtualCamera& device = bus_.Camera(camera);
     const Image image = plan_.Image(number);
-    UpdateEnd end;
+    UpdateEnd end{.number = number};
     Tell("update " + std::to_string(number));
     device.SetFaults(faults);
     PlugIn(camera);
@@ -154,16 +157,20 @@ UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<l
     Settle(device);
     end.verdict = VerdictOn(device, image);
     Tell(std::string(NameOf(end.how)) + "; the camera has " + std::string(NameOf(end.verdict)));
-    LookAgain(camera, image, end);
     return end;
 }
 
+// What was found out about its flash is what it then does.
 void Trial::PlugIn(std::size_t camera) {
     lab::VirtualCamera& device = bus_.Camera(camera);
+    const Image left = device.Survivor().Bytes();
+    const bool isValid = device.Survivor().IsValid();
     device.Unplug();
     time_.Advance(kPlugPauseMs);
     device.Plug(time_.Now());
     time_.Advance(0);
+    Rule((device.Mode() == lab::BusMode::Running) == isValid && device.Flash() == left,
+         "a camera starts what its flash holds, or nothing");
 }
 
 void Trial::GoOnTheRoad(std::size_t camera, const Image& image, UpdateEnd& end) {
@@ -202,18 +209,23 @@ void Trial::Settle(lab::VirtualCamera& camera) {
 }
 
 // The camera's next arrival, at which nothing goes wrong. One that was pulled out is plugged in for it.
-void Trial::LookAgain(std::size_t camera, const Image& image, const UpdateEnd& end) {
-    if (bus_.Camera(camera).Mode() == lab::BusMode::Absent) {
+void Trial::LookAgain(std::size_t camera, const UpdateEnd& end) {
+    lab::VirtualCamera& device = bus_.Camera(camera);
+    if (device.Mode() == lab::BusMode::Absent) {
         PlugIn(camera);
     }
-    if (bus_.Camera(camera).Mode() != lab::BusMode::Running) {
+    if (device.Mode() != lab::BusMode::Running) {
         return;
     }
+    Rule(end.verdict.isValid, "a camera runs when its flash holds firmware");
     const std::optional<Version> version = road_.ReadVersion(camera);
     Rule(version.has_value(), "a running camera tells its version");
-    if (*version == VersionOf(image) && end.verdict.content != lab::FirmwareVerdict::Content::Image) {
-        Rule(plan_.kind->bootCheck == lab::DfuTraits::BootCheck::FirstPage,
-             "a camera that counts as up to date has the image");
+    const Image& image = known_[end.number];
+    const auto found = std::ranges::find(known_, device.Survivor().Bytes());
+    if (found != known_.end()) {
+        Rule(*version == VersionOf(*found), "a camera tells the version of the firmware that it has");
+    } else if (*version == VersionOf(image)) {
+        Rule(end.verdict.IsWrong(), "a camera that counts as up to date has the image");
         Allow(kVersionDecides);
     }
 }
@@ -224,9 +236,16 @@ void Trial::Judge(const UpdateEnd& end) {
         Rule(listener_->WasDeceived(), "the service is content with a wrong flash");
         Allow(kStateIsBelieved);
     }
+    const Image left = camera_.Survivor().Bytes();
+    Rule(FewestPieces(left, known_) <= MostPieces(),
+         "a flash holds pieces of images that were written to it, or nothing");
     if (end.verdict.IsWrong()) {
-        Rule(plan_.kind->bootCheck == lab::DfuTraits::BootCheck::FirstPage,
+        // Either power is to go, or has gone, in the middle of a download; or it did before, and nothing has
+        // changed since.
+        Rule(plan_.kind->bootCheck == lab::DfuTraits::BootCheck::FirstPage &&
+                 (camera_.Mode() != lab::BusMode::Running || left == half_),
              "the camera has firmware that looks valid and is wrong");
+        half_ = left;
         Allow(kHalfAnImageIsStarted);
     }
     if (end.faultsMet == 0) {
@@ -242,7 +261,9 @@ void Trial::JudgeFaultless(const UpdateEnd& end) const {
     }
     if (end.beganRunning) {
         const UpdateEnd& faultless = faultless_ != nullptr ? *faultless_ : end_.updates.front();
-        Rule(end.how == faultless.how && end.result == faultless.result,
+        Rule(end.how == faultless.how && end.result == faultless.result &&
+                 end.verdict.isValid == faultless.verdict.isValid &&
+                 end.verdict.content == faultless.verdict.content,
              "without a fault a camera that runs is updated as ever");
         return;
     }
@@ -250,6 +271,15 @@ void Trial::JudgeFaultless(const UpdateEnd& end) const {
     const bool isUpdated = end.how == UpdateEnd::How::Updated;
     Rule(end.beganInError && isUpdated == end.verdict.isValid,
          "without a fault a camera without firmware is updated, or stays without");
+}
+
+// What the flash may be made of: each block of each update may have come in two parts, and each page may be
+// torn.
+std::size_t Trial::MostPieces() const {
+    const std::size_t bytes = std::max(known_.front().size(), plan_.imageSize);
+    const std::size_t blocks = plan_.imageSize / camera_.Settings().transferSize + 1;
+    const std::size_t pages = bytes / camera_.Settings().pageSize + 1;
+    return 2 * (blocks + pages) * known_.size();
 }
 
 void Trial::Allow(std::size_t allowance) {

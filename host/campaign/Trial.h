@@ -26,6 +26,7 @@ struct UpdateEnd {
         Updated,      // the service takes it for done
     };
 
+    unsigned number = 1;  // as in the plan
     How how = How::NotAsked;
     HRESULT result = S_OK;
     lab::FirmwareVerdict verdict = {};  // of what it has then
@@ -84,9 +85,10 @@ class Trial {
     void PlugIn(std::size_t camera);
     void GoOnTheRoad(std::size_t camera, const Image& image, UpdateEnd& end);
     void Settle(lab::VirtualCamera& camera);
-    void LookAgain(std::size_t camera, const Image& image, const UpdateEnd& end);
+    void LookAgain(std::size_t camera, const UpdateEnd& end);
     void Judge(const UpdateEnd& end);
     void JudgeFaultless(const UpdateEnd& end) const;
+    [[nodiscard]] std::size_t MostPieces() const;
     void Allow(std::size_t allowance);
     [[nodiscard]] lab::FirmwareVerdict VerdictOn(const lab::VirtualCamera& camera, const Image& image) const;
     void Tell(const std::string& words) const;
@@ -101,7 +103,9 @@ class Trial {
     std::unique_ptr<Listener> listener_;
     CameraBus bus_;
     ServiceRoad road_;
-    std::vector<Image> known_;  // what the camera's flash may rightly hold
+    // What a camera's flash may rightly hold: what it came with, and the image of each update at its number.
+    std::vector<Image> known_;
+    Image half_;  // the half of an image that the camera was last found to start
 };
 
 // How a camera of the kind is updated, with images of this size, that nothing was ever done to: what every
