@@ -8,8 +8,7 @@ namespace {
 constexpr std::array<Allowance, 3> kAllowances{{
     {"state is believed",
      "a camera that tells dfuMANIFEST-WAIT-RESET is taken for updated, though it has not manifested: its "
-     "state is "
-     "all that the service looks at, nothing is read back"},
+     "state is all that the service looks at, nothing is read back"},
     {"half an image is started",
      "the boot loader looks at the first page alone, and starts what a power failure has left: no host can "
      "see it"},

@@ -1,6 +1,8 @@
 #include "host/campaign/CameraBus.h"
 
 #include "host/campaign/BrokenRule.h"
+#include "lab/rig/bus/TransferErrors.h"
+#include "lab/vocabulary/BusEvents.h"
 
 #include <algorithm>
 #include <cstring>
@@ -10,29 +12,8 @@
 namespace campaign {
 namespace {
 
-constexpr DWORD kErrorNoSuchDevice = 433;
-constexpr std::uint64_t kTakingAwayMs = 500;
 constexpr std::size_t kInterfaceNumber = 2;  // offset of bInterfaceNumber
 constexpr wchar_t kUsbDeviceClass[] = L"#{a5dcbf10-6530-11d2-901f-00c04fb951ed}";
-
-DWORD ErrorOf(lab::TransferEnd end) {
-    switch (end) {
-        case lab::TransferEnd::Ok:
-            return ERROR_SUCCESS;
-        case lab::TransferEnd::Timeout:
-            return ERROR_SEM_TIMEOUT;
-        case lab::TransferEnd::Stall:
-        case lab::TransferEnd::Disconnected:
-            break;
-    }
-    return ERROR_GEN_FAILURE;
-}
-
-// The property handler's results.
-HRESULT PropertyResult(lab::TransferEnd end) {
-    return HRESULT_FROM_WIN32(end == lab::TransferEnd::Disconnected ? DWORD{ERROR_DEVICE_NOT_CONNECTED}
-                                                                    : ErrorOf(end));
-}
 
 std::wstring LinkOf(std::size_t camera, bool isDfuMode) {
     std::wstring number = std::to_wstring(camera + 1);
@@ -79,7 +60,7 @@ HRESULT CameraBus::WriteControl(std::size_t camera, std::span<const std::uint8_t
     crossing.endedMs = time_.Now();
     crossing.after = frame;
     crossing.transferred = result.transferred;
-    crossing.result = PropertyResult(result.end);
+    crossing.result = lab::PropertyResult(result.end);
     listener_.OnCrossing(crossing);
     return crossing.result;
 }
@@ -92,7 +73,7 @@ HRESULT CameraBus::ReadControl(std::size_t camera, std::span<std::uint8_t> reply
     crossing.endedMs = time_.Now();
     crossing.after = reply;
     crossing.transferred = result.transferred;
-    crossing.result = PropertyResult(result.end);
+    crossing.result = lab::PropertyResult(result.end);
     listener_.OnCrossing(crossing);
     return crossing.result;
 }
@@ -149,8 +130,15 @@ BOOL CameraBus::RefuseHandle() {
     return FALSE;
 }
 
+// What else is on the bus comes first: another vendor's device with the product's number, and another product
+// of the vendor's.
 std::wstring CameraBus::PresentLinks() const {
     std::wstring links;
+    for (const wchar_t* const foreign :
+         {LR"(\\?\USB#VID_1F2A&PID_7E01#FOREIGN)", LR"(\\?\USB#VID_2F1A&PID_7E03#OTHER)"}) {
+        links += std::wstring(foreign) + kUsbDeviceClass;
+        links += L'\0';
+    }
     for (std::size_t camera = 0; camera < places_.size(); ++camera) {
         const lab::BusMode mode = places_[camera].camera->Mode();
         if (mode != lab::BusMode::Absent) {
@@ -204,7 +192,7 @@ std::optional<DWORD> CameraBus::WhyGone(const OpenInterface& opened) const {
     if (place.isPresent && place.stay == opened.file.stay) {
         return std::nullopt;
     }
-    return time_.Now() - place.leftAtMs < kTakingAwayMs ? DWORD{ERROR_BAD_COMMAND} : kErrorNoSuchDevice;
+    return lab::rig::GoneError(time_.Now() - place.leftAtMs);
 }
 
 Crossing CameraBus::Begin(Crossing::What what, std::size_t camera, std::span<const std::uint8_t> buffer) {
@@ -224,7 +212,7 @@ void CameraBus::Pass(const lab::TransferResult& result) {
 BOOL CameraBus::Finish(Crossing& crossing, const lab::TransferResult& result, std::span<std::uint8_t> buffer,
                        ULONG* transferred) {
     Pass(result);
-    const DWORD error = ErrorOf(result.end);
+    const DWORD error = lab::WinUsbError(result.end);
     crossing.endedMs = time_.Now();
     crossing.after = buffer;
     crossing.transferred = result.transferred;

@@ -19,9 +19,9 @@
 
 namespace campaign {
 
-// A bus with virtual cameras under Windows' calls. While it lives, the program's CreateFileW and CloseHandle
-// of their links, its WinUSB calls and its list of device interfaces go to them, with the error codes that
-// the laboratory's rig has. One at a time, for one thread.
+// A bus with virtual cameras, and devices that are none, under Windows' calls. While it lives, the program's
+// CreateFileW and CloseHandle of their links, its WinUSB calls and its list of device interfaces go to them,
+// with the error codes that the laboratory's rig has. One at a time, for one thread.
 class CameraBus : public test_support::OnlyOne<CameraBus> {
   public:
     // None is owned; all outlive the bus.

@@ -4,7 +4,9 @@
 #include "host/campaign/CurrentTrial.h"
 #include "host/campaign/Trial.h"
 
-#include <algorithm>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace campaign {
 namespace {
@@ -34,6 +36,60 @@ class CatalogueMaker final : public Trial::Audience {
     FaultCatalogue catalogue_;
 };
 
+// 0: none.
+void ChooseOneIn(unsigned oneIn, TrialSet& set, std::uint64_t seed) {
+    set.Choose(oneIn == 0 ? 0 : set.Total() / oneIn, seed);
+}
+
+// What a stale last error makes another thing of.
+std::vector<lab::Fault> ShortDescriptorsOf(std::vector<lab::Fault> faults) {
+    std::erase_if(faults, [](const lab::Fault& fault) {
+        return fault.where != lab::Fault::Where::GetDescriptor || fault.what != lab::Fault::What::ShortReply;
+    });
+    return faults;
+}
+
+void AddSingles(Campaign& campaign, const Kind& kind, const std::vector<lab::Fault>& faults,
+                const CampaignSettings& settings) {
+    const auto add = [&](TrialSet::Faults which, const std::vector<lab::Fault>& striking,
+                         TrialSet::Begin begin) {
+        campaign.sets.emplace_back(kind, which, striking, settings.imageSize, settings.imageSeed, begin);
+    };
+    add(TrialSet::Faults::None, faults, TrialSet::Begin::AsEver);
+    add(TrialSet::Faults::One, faults, TrialSet::Begin::AsEver);
+    add(TrialSet::Faults::One, faults, TrialSet::Begin::Again);
+    add(TrialSet::Faults::One, ShortDescriptorsOf(faults), TrialSet::Begin::Stale);
+}
+
+void AddPairs(Campaign& campaign, const Kind& kind, const std::vector<lab::Fault>& faults,
+              const CampaignSettings& settings) {
+    using Faults = TrialSet::Faults;
+    const bool isFirst = &kind == Kinds().data();
+    TrialSet same(kind, Faults::TwoInOneUpdate, faults, settings.imageSize, settings.imageSeed);
+    TrialSet next(kind, Faults::OneInEachOfTwo, faults, settings.imageSize, settings.imageSeed);
+    if (isFirst && settings.pairs) {
+        // Of both sets in the relation of their sizes.
+        const std::size_t ofSame = *settings.pairs * same.Total() / (same.Total() + next.Total());
+        same.Choose(ofSame, settings.seed);
+        next.Choose(*settings.pairs - ofSame, settings.seed);
+    } else if (!isFirst) {
+        ChooseOneIn(settings.oneInOther, same, settings.seed);
+        ChooseOneIn(settings.oneInOther, next, settings.seed);
+    }
+    TrialSet sameAgain(kind, Faults::TwoInOneUpdate, faults, settings.imageSize, settings.imageSeed,
+                       TrialSet::Begin::Again);
+    TrialSet nextAgain(kind, Faults::OneInEachOfTwo, faults, settings.imageSize, settings.imageSeed,
+                       TrialSet::Begin::Again);
+    const unsigned oneIn = isFirst ? settings.oneInAgain : settings.oneInOther * settings.oneInAgain;
+    ChooseOneIn(settings.pairs ? 0 : oneIn, sameAgain, settings.seed);
+    ChooseOneIn(settings.pairs ? 0 : oneIn, nextAgain, settings.seed);
+    for (const TrialSet& set : {same, next, sameAgain, nextAgain}) {
+        if (set.Size() != 0) {
+            campaign.sets.push_back(set);
+        }
+    }
+}
+
 }  // namespace
 
 FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
@@ -51,35 +107,16 @@ FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
 }
 
 Campaign MakeCampaign(const CampaignSettings& settings) {
-    using Faults = TrialSet::Faults;
     Campaign campaign;
     for (const Kind& kind : Kinds()) {
-        const bool isFirst = &kind == Kinds().data();
         const FaultCatalogue catalogue = CatalogueOf(kind, settings);
-        const std::vector<lab::Fault>& faults = catalogue.Faults();
         campaign.roads.push_back({.kind = &kind,
                                   .steps = catalogue.Steps(),
                                   .repeats = catalogue.Repeats(),
-                                  .faults = faults.size()});
-        campaign.sets.emplace_back(kind, Faults::None, faults, settings.imageSize, settings.imageSeed);
-        campaign.sets.emplace_back(kind, Faults::One, faults, settings.imageSize, settings.imageSeed);
-        TrialSet same(kind, Faults::TwoInOneUpdate, faults, settings.imageSize, settings.imageSeed);
-        TrialSet next(kind, Faults::OneInEachOfTwo, faults, settings.imageSize, settings.imageSeed);
-        if (isFirst && settings.pairs) {
-            // Of both sets in the relation of their sizes.
-            const std::size_t ofSame = *settings.pairs * same.Total() / (same.Total() + next.Total());
-            same.Choose(ofSame, settings.seed);
-            next.Choose(*settings.pairs - ofSame, settings.seed);
-        } else if (!isFirst) {
-            for (TrialSet* const set : {&same, &next}) {
-                set->Choose(settings.oneInOther == 0 ? 0 : set->Total() / settings.oneInOther, settings.seed);
-            }
-        }
-        for (const TrialSet& set : {same, next}) {
-            if (set.Size() != 0) {
-                campaign.sets.push_back(set);
-            }
-        }
+                                  .forgotten = catalogue.Forgotten(),
+                                  .faults = catalogue.Faults().size()});
+        AddSingles(campaign, kind, catalogue.Faults(), settings);
+        AddPairs(campaign, kind, catalogue.Faults(), settings);
     }
     return campaign;
 }

@@ -20,14 +20,18 @@ struct CampaignSettings {
     std::optional<std::size_t> pairs = {};
     // Of each other camera's pairs one in so many; 0: none.
     unsigned oneInOther = 10;
+    // Of the KV400's pairs one in so many once more, with a camera that arrives again; of the others' pairs
+    // one in so many of those that are tried. None when not all of the KV400's are tried.
+    unsigned oneInAgain = 10;
 };
 
 // All that is tried: the road without a fault, every single fault of every camera, and pairs.
 struct Campaign {
     struct Road {
         const Kind* kind;
-        std::size_t steps;    // that the service takes with a faultless camera
-        std::size_t repeats;  // of those: looks that are like others, which stand for them
+        std::size_t steps;      // that the service takes with a faultless camera
+        std::size_t repeats;    // of those: looks that are like others, which stand for them
+        std::size_t forgotten;  // faults that would strike at those
         std::size_t faults;
     };
 

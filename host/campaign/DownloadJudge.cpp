@@ -40,10 +40,12 @@ constexpr std::string_view kDownload =
 
 }  // namespace
 
-void DownloadJudge::BeginOpening(std::span<const std::uint8_t> image, std::uint8_t interfaceNumber) {
+void DownloadJudge::BeginOpening(std::span<const std::uint8_t> image, std::uint8_t interfaceNumber,
+                                 bool hasStaleError) {
     step_ = Step::DeviceDescriptor;
     image_ = image;
     interfaceNumber_ = interfaceNumber;
+    hasStaleError_ = hasStaleError;
     transferSize_ = 0;
     nextAtMs_ = time_.Now();
     block_ = 0;
@@ -149,13 +151,13 @@ void DownloadJudge::FollowOpening(const Crossing& crossing) {
     switch (step_) {
         case Step::DeviceDescriptor:
             CheckDescriptor(crossing, kDevice, 18);
-            step_ = Step::ConfigurationHeader;
+            step_ = CountsAsRead(crossing) ? Step::ConfigurationHeader : Step::NotOpened;
             break;
         case Step::ConfigurationHeader: {
             CheckDescriptor(crossing, kConfiguration, 9);
             const bool hasInterfaces =
                 crossing.transferred > kInterfaceCount && crossing.after[kInterfaceCount] != 0;
-            step_ = hasInterfaces ? Step::Configuration : Step::NotOpened;
+            step_ = hasInterfaces && CountsAsRead(crossing) ? Step::Configuration : Step::NotOpened;
             break;
         }
         case Step::Configuration:
@@ -189,6 +191,10 @@ void DownloadJudge::FollowOpening(const Crossing& crossing) {
     }
 }
 
+bool DownloadJudge::CountsAsRead(const Crossing& crossing) const {
+    return crossing.transferred == crossing.before.size() || !hasStaleError_;
+}
+
 // The first descriptor of the type and length of the DFU functional one counts, whatever it is.
 void DownloadJudge::TakeConfiguration(std::span<const std::uint8_t> configuration) {
     constexpr std::uint8_t kFunctional = 0x21;
@@ -209,80 +215,79 @@ void DownloadJudge::TakeConfiguration(std::span<const std::uint8_t> configuratio
 }
 
 void DownloadJudge::FollowDownload(const Crossing& crossing) {
+    if (step_ < Step::Block) {
+        FollowBeforeBlocks(crossing);
+    } else if (step_ < Step::LastBlock) {
+        FollowBlock(crossing);
+    } else {
+        FollowManifestation(crossing);
+    }
+}
+
+void DownloadJudge::FollowBeforeBlocks(const Crossing& crossing) {
     const bool succeeded = crossing.result >= 0;
-    switch (step_) {
-        case Step::FirstState:
-            CheckRequest(crossing, kIn, kGetState, 0, 1);
-            step_ = Step::Detach;
-            if (!succeeded) {
-                End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState});
-            }
-            break;
-        case Step::Detach:
-            CheckRequest(crossing, kOut, kDetach, 1000, 0);
-            step_ = Step::SecondState;
-            if (!succeeded) {
-                End(kFailedRequest, crossing.result,
-                    {"usbEndpoint->Transfer(packet, nullptr, 0)", "Detach()"});
-            }
-            break;
-        case Step::SecondState:
-            CheckRequest(crossing, kIn, kGetState, 0, 1);
-            if (!succeeded) {
-                End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState, kAssertState});
-            } else if (crossing.transferred == 0 || crossing.after[0] != kIdle) {
-                End("a camera that is not idle gets no block", kFail, {kAssertState});
-            } else {
-                BeginDownload();
-            }
-            break;
-        case Step::Probe:
-            CheckRequest(crossing, kIn, kUpload, 0, kProbe);
-            if (succeeded) {
-                BeginBlocks();
-            } else {
-                End(kFailedRequest, crossing.result,
-                    {"usbEndpoint->Transfer(packet, reinterpret_cast<PUCHAR>(fwStatus.data()), fwStatusSize)",
-                     "TestConnection()"});
-            }
-            break;
-        case Step::Block:
-            CheckRequest(crossing, kOut, kDnload, block_, BlockLength());
-            Rule(std::ranges::equal(crossing.before, image_.subspan(Offset(), BlockLength())),
-                 "a block carries its part of the image");
-            step_ = Step::BlockStatus;
-            giveUpAtMs_ = nextAtMs_ + kBlockPatienceMs;
-            if (!succeeded) {
-                End(kFailedRequest, crossing.result,
-                    {"usbEndpoint->Transfer(downloadPacket, pBuffer, chunkSize)", kDownload});
-            }
-            break;
-        case Step::BlockStatus:
-            CheckStatusRequest(crossing);
-            FollowStatus(crossing, kDnloadIdle, Step::Block);
-            break;
-        case Step::LastBlock:
-            CheckRequest(crossing, kOut, kDnload, block_, 0);
-            step_ = Step::ManifestStatus;
-            giveUpAtMs_ = nextAtMs_ + kManifestPatienceMs;
-            break;
-        case Step::ManifestStatus:
-            CheckStatusRequest(crossing);
-            FollowStatus(crossing, kWaitReset, Step::LastStatus);
-            break;
-        case Step::LastStatus:
-            CheckStatusRequest(crossing);
-            End("nothing is sent behind the last look", kDone, {});
-            break;
-        case Step::Nothing:
-        case Step::DeviceDescriptor:
-        case Step::ConfigurationHeader:
-        case Step::Configuration:
-        case Step::Setting:
-        case Step::Opened:
-        case Step::NotOpened:
-        case Step::Over:
-            break;
+    if (step_ == Step::FirstState) {
+        CheckRequest(crossing, kIn, kGetState, 0, 1);
+        step_ = Step::Detach;
+        if (!succeeded) {
+            End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState});
+        }
+    } else if (step_ == Step::Detach) {
+        CheckRequest(crossing, kOut, kDetach, 1000, 0);
+        step_ = Step::SecondState;
+        if (!succeeded) {
+            End(kFailedRequest, crossing.result, {"usbEndpoint->Transfer(packet, nullptr, 0)", "Detach()"});
+        }
+    } else if (step_ == Step::SecondState) {
+        CheckRequest(crossing, kIn, kGetState, 0, 1);
+        if (!succeeded) {
+            End(kFailedRequest, crossing.result, {kStateTransfer, kGetDfuState, kAssertState});
+        } else if (crossing.transferred == 0 || crossing.after[0] != kIdle) {
+            End("a camera that is not idle gets no block", kFail, {kAssertState});
+        } else {
+            BeginDownload();
+        }
+    } else if (step_ == Step::Probe) {
+        CheckRequest(crossing, kIn, kUpload, 0, kProbe);
+        if (succeeded) {
+            BeginBlocks();
+        } else {
+            End(kFailedRequest, crossing.result,
+                {"usbEndpoint->Transfer(packet, reinterpret_cast<PUCHAR>(fwStatus.data()), fwStatusSize)",
+                 "TestConnection()"});
+        }
+    }
+}
+
+void DownloadJudge::FollowBlock(const Crossing& crossing) {
+    const bool succeeded = crossing.result >= 0;
+    if (step_ == Step::Block) {
+        CheckRequest(crossing, kOut, kDnload, block_, BlockLength());
+        Rule(std::ranges::equal(crossing.before, image_.subspan(Offset(), BlockLength())),
+             "a block carries its part of the image");
+        step_ = Step::BlockStatus;
+        giveUpAtMs_ = nextAtMs_ + kBlockPatienceMs;
+        if (!succeeded) {
+            End(kFailedRequest, crossing.result,
+                {"usbEndpoint->Transfer(downloadPacket, pBuffer, chunkSize)", kDownload});
+        }
+    } else if (step_ == Step::BlockStatus) {
+        CheckStatusRequest(crossing);
+        FollowStatus(crossing, kDnloadIdle, Step::Block);
+    }
+}
+
+void DownloadJudge::FollowManifestation(const Crossing& crossing) {
+    if (step_ == Step::LastBlock) {
+        CheckRequest(crossing, kOut, kDnload, block_, 0);
+        step_ = Step::ManifestStatus;
+        giveUpAtMs_ = nextAtMs_ + kManifestPatienceMs;
+    } else if (step_ == Step::ManifestStatus) {
+        CheckStatusRequest(crossing);
+        FollowStatus(crossing, kWaitReset, Step::LastStatus);
+    } else if (step_ == Step::LastStatus) {
+        CheckStatusRequest(crossing);
+        End("nothing is sent behind the last look", kDone, {});
     }
 }
 

@@ -6,9 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
-#include <span>
 #include <vector>
 
 namespace campaign {
@@ -22,8 +22,9 @@ class DownloadJudge {
     explicit DownloadJudge(const VirtualTime& time) : time_(time) {}
 
     // A device is about to be opened; `image`, which outlives the download, is meant for it. Its DFU
-    // interface has this number.
-    void BeginOpening(std::span<const std::uint8_t> image, std::uint8_t interfaceNumber);
+    // interface has this number. A stale last error makes a short descriptor one that could not be read;
+    // without it what has come of the descriptor counts.
+    void BeginOpening(std::span<const std::uint8_t> image, std::uint8_t interfaceNumber, bool hasStaleError);
     void EndOpening(bool isOpened);
     void EndDownload(std::int32_t result, const std::string& log, const std::vector<std::int32_t>& progress);
 
@@ -57,8 +58,13 @@ class DownloadJudge {
     void CheckRequest(const Crossing& crossing, std::uint8_t type, std::uint8_t request, std::size_t value,
                       std::size_t length) const;
     void CheckStatusRequest(const Crossing& crossing) const;
+    // Of a descriptor whose read has not failed.
+    [[nodiscard]] bool CountsAsRead(const Crossing& crossing) const;
     void FollowOpening(const Crossing& crossing);
     void FollowDownload(const Crossing& crossing);
+    void FollowBeforeBlocks(const Crossing& crossing);
+    void FollowBlock(const Crossing& crossing);
+    void FollowManifestation(const Crossing& crossing);
     void FollowStatus(const Crossing& crossing, std::uint8_t wanted, Step next);
     void BeginDownload();
     void BeginBlocks();
@@ -76,6 +82,7 @@ class DownloadJudge {
     const char* whyOver_ = "";
     std::span<const std::uint8_t> image_;
     std::uint8_t interfaceNumber_ = 0;
+    bool hasStaleError_ = false;
     std::size_t transferSize_ = 0;
     std::uint64_t nextAtMs_ = 0;
     std::uint64_t giveUpAtMs_ = 0;

@@ -30,6 +30,7 @@ struct OwnCrossing {
 
 struct Update {
     std::vector<OwnCrossing> opening;
+    bool hasStaleError = false;
     bool isOpened = true;
     std::vector<OwnCrossing> download;
     std::uint64_t lastPauseMs = 0;
@@ -97,7 +98,7 @@ class Player {
     // What was broken; empty when nothing was.
     std::string Play(const Update& update) {
         try {
-            judge_.BeginOpening(Image(), 0);
+            judge_.BeginOpening(Image(), 0, update.hasStaleError);
             Play(update.opening);
             judge_.EndOpening(update.isOpened);
             if (update.isOpened) {
@@ -255,6 +256,19 @@ TEST(DownloadJudge, KnowsADeviceThatCannotBeOpened) {
     update.opening[2].transferred = 20;  // the functional descriptor is cut off
     update.isOpened = false;
     EXPECT_EQ(Play(update), "");
+}
+
+TEST(DownloadJudge, TakesAShortDescriptorForOneThatWasNotReadWhenAnErrorIsStale) {
+    Update update = Good();
+    update.opening[0].transferred = 17;
+    EXPECT_EQ(Play(update), "");
+    update.hasStaleError = true;
+    EXPECT_EQ(Play(update), "a device that is opened, or is not, is asked nothing more");
+    update.opening.resize(1);
+    update.isOpened = false;
+    EXPECT_EQ(Play(update), "");
+    update.hasStaleError = false;
+    EXPECT_EQ(Play(update), "opening a device goes on to its setting");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "host/campaign/FaultCatalogue.h"
 
 #include "lab/camera/DfuTypes.h"
+#include "lab/camera/FaultPlan.h"
 
 #include <array>
 #include <utility>
@@ -8,6 +9,7 @@
 namespace campaign {
 namespace {
 
+using lab::DfuState;
 using lab::Fault;
 using Moment = lab::Fault::Moment;
 using What = lab::Fault::What;
@@ -17,6 +19,7 @@ constexpr std::array kObstructions{What::Stall, What::Timeout, What::Unplug};
 constexpr std::uint32_t kLongestPollMs = 0xFFFFFF;
 constexpr std::uint32_t kWriteError = 3;
 constexpr std::uint32_t kOtherOpcode = 0x1E10;
+constexpr std::uint32_t kInformationReply = 4 + 230;  // bytes: the echo, and the information block
 
 Where PlaceOf(const Crossing& crossing) {
     switch (crossing.what) {
@@ -31,23 +34,8 @@ Where PlaceOf(const Crossing& crossing) {
         case Crossing::What::Transfer:
             break;
     }
-    switch (lab::DfuRequest{crossing.setup.request}) {
-        case lab::DfuRequest::Detach:
-            return Where::Detach;
-        case lab::DfuRequest::Dnload:
-            return Where::Dnload;
-        case lab::DfuRequest::Upload:
-            return Where::Upload;
-        case lab::DfuRequest::GetStatus:
-            return Where::GetStatus;
-        case lab::DfuRequest::ClrStatus:
-            return Where::ClrStatus;
-        case lab::DfuRequest::GetState:
-            return Where::GetState;
-        case lab::DfuRequest::Abort:
-            break;
-    }
-    return Where::Abort;
+    // The service sends no other.
+    return lab::FaultPlaceOf(crossing.setup.request).value_or(Where::Abort);
 }
 
 }  // namespace
@@ -59,21 +47,15 @@ void FaultCatalogue::AddStep(const Crossing& crossing) {
     ForgetRepeat(crossing);
     switch (where) {
         case Where::CommandRead:
-            AddRead(where);
-            Add(where, What::ShortReply, Moment::Before, 3);
-            Add(where, What::WrongEcho, Moment::Before, kOtherOpcode);
+        case Where::CommandWrite:
+            AddCommand(where);
             break;
         case Where::GetDescriptor:
-            AddRead(where);
-            Add(where, What::ShortReply, Moment::Before,
-                static_cast<std::uint32_t>(crossing.transferred) - 1);
+            AddDescriptor(crossing);
             break;
-        case Where::CommandWrite:
         case Where::SetInterface:
             AddRead(where);
-            for (const What what : kObstructions) {
-                Add(where, what, Moment::After);
-            }
+            AddLostAnswer(where);
             break;
         case Where::GetStatus:
             AddRequest(where, false);
@@ -84,7 +66,10 @@ void FaultCatalogue::AddStep(const Crossing& crossing) {
             break;
         case Where::GetState:
             AddRequest(where, false);
-            Add(where, What::State, Moment::Before, static_cast<std::uint32_t>(lab::DfuState::Error));
+            for (const DfuState state : {DfuState::AppIdle, DfuState::DnloadIdle, DfuState::ManifestWaitReset,
+                                         DfuState::UploadIdle, DfuState::Error}) {
+                Add(where, What::State, Moment::Before, static_cast<std::uint32_t>(state));
+            }
             Add(where, What::ShortReply);
             break;
         case Where::Upload:
@@ -116,6 +101,7 @@ void FaultCatalogue::ForgetRepeat(const Crossing& crossing) {
     }
     alike_ = isLook && alike_ != 0 && answer == lastAnswer_ ? alike_ + 1 : isLook ? 1 : 0;
     if (alike_ > 3) {
+        forgotten_ += faults_.size() - lastFault_;
         faults_.resize(lastFault_);
         ++repeats_;
     }
@@ -149,6 +135,41 @@ void FaultCatalogue::AddRead(Where where) {
     }
 }
 
+void FaultCatalogue::AddLostAnswer(Where where) {
+    for (const What what : kObstructions) {
+        Add(where, what, Moment::After);
+    }
+}
+
+// A reply ends before its echo, in it, behind it, and before the last byte of the information block. That no
+// attempt comes through is one fault of the first.
+void FaultCatalogue::AddCommand(Where where) {
+    AddRead(where);
+    if (where == Where::CommandWrite) {
+        AddLostAnswer(where);
+    } else {
+        for (const std::uint32_t bytes : {0U, 3U, 4U, kInformationReply - 1}) {
+            Add(where, What::ShortReply, Moment::Before, bytes);
+        }
+        Add(where, What::WrongEcho, Moment::Before, kOtherOpcode);
+    }
+    if (seen_[where] == 0) {
+        AddSilence(where);
+    }
+}
+
+void FaultCatalogue::AddDescriptor(const Crossing& crossing) {
+    constexpr std::size_t kHeader = 9;
+    constexpr std::uint32_t kInterfaceCount = 4;
+    constexpr Where kWhere = Where::GetDescriptor;
+    AddRead(kWhere);
+    Add(kWhere, What::ShortReply, Moment::Before, 0);
+    if (crossing.before.size() == kHeader) {
+        Add(kWhere, What::ShortReply, Moment::Before, kInterfaceCount);
+    }
+    Add(kWhere, What::ShortReply, Moment::Before, static_cast<std::uint32_t>(crossing.transferred) - 1);
+}
+
 void FaultCatalogue::AddRequest(Where where, bool hasBlock) {
     for (const What what : kObstructions) {
         Add(where, what);
@@ -170,13 +191,14 @@ void FaultCatalogue::AddSilence(Where where) {
     faults_.back().count = 0;
 }
 
-// Every state that means something to the service, but for the one that is told anyway.
+// Every state that a device in DFU mode has a reason to tell, but for the one that is told anyway.
+// dfuMANIFEST-SYNC stands in no answer of the standard's: GETSTATUS leaves it.
 void FaultCatalogue::AddStatus(std::uint8_t state) {
-    using lab::DfuState;
     constexpr Where kWhere = Where::GetStatus;
     Add(kWhere, What::Status, Moment::Before, kWriteError);
-    for (const DfuState other : {DfuState::DfuIdle, DfuState::DnBusy, DfuState::DnloadIdle,
-                                 DfuState::ManifestWaitReset, DfuState::Error}) {
+    for (const DfuState other :
+         {DfuState::DfuIdle, DfuState::DnloadSync, DfuState::DnBusy, DfuState::DnloadIdle, DfuState::Manifest,
+          DfuState::ManifestWaitReset, DfuState::UploadIdle, DfuState::Error}) {
         if (static_cast<std::uint8_t>(other) != state) {
             Add(kWhere, What::State, Moment::Before, static_cast<std::uint32_t>(other));
         }

@@ -26,12 +26,17 @@ class FaultCatalogue {
     // Of the road, and those of them that others stand for.
     [[nodiscard]] std::size_t Steps() const { return steps_; }
     [[nodiscard]] std::size_t Repeats() const { return repeats_; }
+    // The faults that would strike at these.
+    [[nodiscard]] std::size_t Forgotten() const { return forgotten_; }
 
   private:
     void ForgetRepeat(const Crossing& crossing);
     void Add(lab::Fault::Where where, lab::Fault::What what,
              lab::Fault::Moment moment = lab::Fault::Moment::Before, std::uint32_t value = 0);
     void AddRead(lab::Fault::Where where);
+    void AddLostAnswer(lab::Fault::Where where);
+    void AddCommand(lab::Fault::Where where);
+    void AddDescriptor(const Crossing& crossing);
     void AddRequest(lab::Fault::Where where, bool hasBlock);
     void AddSilence(lab::Fault::Where where);
     void AddStatus(std::uint8_t state);
@@ -40,6 +45,7 @@ class FaultCatalogue {
     std::map<lab::Fault::Where, unsigned> seen_;
     std::size_t steps_ = 0;
     std::size_t repeats_ = 0;
+    std::size_t forgotten_ = 0;
     std::vector<std::uint8_t> lastAnswer_;  // of the step before, when it was a look at the state
     std::size_t alike_ = 0;                 // such steps so far that were answered so
     std::size_t lastFault_ = 0;             // the first fault of the step before

@@ -13,8 +13,8 @@ std::vector<Kind> MakeKinds() {
         kinds.push_back({.name = name, .personality = personality});
     }
     kinds.push_back({.name = "two-banks", .hasTwoBanks = true});
-    kinds.push_back({.name = "wide-pages", .pageSize = 4096});
-    kinds.push_back({.name = "overwrites", .putsBack = false});
+    kinds.push_back({.name = "wide-pages", .pageSize = 1056});
+    kinds.push_back({.name = "overwrites", .personality = lab::Personality::Forgetful, .putsBack = false});
     kinds.push_back({.name = "first-page", .bootCheck = BootCheck::FirstPage});
     kinds.push_back(
         {.name = "first-page-of-two-banks", .hasTwoBanks = true, .bootCheck = BootCheck::FirstPage});

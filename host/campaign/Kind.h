@@ -7,7 +7,9 @@
 
 namespace campaign {
 
-// A camera of the campaign: a personality, or a KV400 whose flash or boot loader is another.
+// A camera of the campaign: a personality, or one whose flash or boot loader is another. Blocks go over the
+// ends of wide pages; only a camera that forgets its state while it has power ever puts back what it has
+// overwritten.
 struct Kind {
     std::string_view name;
     lab::Personality personality = lab::Personality::Kv400;

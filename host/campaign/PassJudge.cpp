@@ -15,8 +15,11 @@ constexpr std::uint8_t kSwitch = 0x1E;
 constexpr int kAttempts = 5;
 constexpr std::uint64_t kReplyPauseMs = 100;
 constexpr std::uint64_t kAttemptPauseMs = 500;
-constexpr std::size_t kInformationReply = 4 + 230;
-constexpr std::size_t kVersionInReply = 4 + 12;
+constexpr std::size_t kEchoSize = 4;
+constexpr std::size_t kInformationReply = kEchoSize + 230;
+constexpr std::size_t kVersionInReply = kEchoSize + 12;
+constexpr std::int32_t kDone = 0;
+constexpr auto kFail = static_cast<std::int32_t>(0x80004005);
 
 bool IsCommand(std::span<const std::uint8_t> frame, std::uint8_t opcode, std::uint8_t parameter) {
     std::vector<std::uint8_t> expected(kFrameSize);
@@ -47,8 +50,11 @@ void PassJudge::BeginSwitch() {
     nextAtMs_ = time_.Now();
 }
 
-void PassJudge::EndSwitch() const {
+void PassJudge::EndSwitch(std::int32_t result) const {
     Rule(step_ == Step::Nothing, "the command into DFU mode is sent, and its reply is read");
+    Rule(result == switchResult_,
+         "a command succeeds when its reply echoes it, and fails as its requests do");
+    Rule(time_.Now() == nextAtMs_, "nobody waits behind the command into DFU mode");
 }
 
 void PassJudge::OnCrossing(const Crossing& crossing) {
@@ -78,25 +84,32 @@ void PassJudge::OnCrossing(const Crossing& crossing) {
             Rule(isWrite && IsCommand(crossing.before, kSwitch, 1),
                  "the command into DFU mode has its frame");
             step_ = succeeded ? Step::ReadSwitch : Step::Nothing;
+            switchResult_ = crossing.result;
             break;
         case Step::ReadSwitch:
             Rule(!isWrite && crossing.before.size() == kFrameSize, "the whole control is read back");
+            switchResult_ = !succeeded                               ? crossing.result
+                            : IsAnswer(crossing, kSwitch, kEchoSize) ? kDone
+                                                                     : kFail;
             step_ = Step::Nothing;
             break;
     }
 }
 
 void PassJudge::TakeInformation(const Crossing& crossing) {
-    constexpr std::array<std::uint8_t, 4> kEcho{kInformation, 0, 0, 0};
-    const bool isAnswer = crossing.result >= 0 && crossing.transferred >= kInformationReply &&
-                          std::ranges::equal(crossing.after.first(4), kEcho);
-    if (!isAnswer) {
+    if (crossing.result < 0 || !IsAnswer(crossing, kInformation, kInformationReply)) {
         EndAttempt();
         return;
     }
     version_.emplace();
     std::ranges::copy(crossing.after.subspan(kVersionInReply, 4), version_->begin());
     step_ = Step::Nothing;
+}
+
+// Whether so much came, and begins with the command's echo.
+bool PassJudge::IsAnswer(const Crossing& crossing, std::uint8_t opcode, std::size_t length) {
+    const std::array<std::uint8_t, kEchoSize> echo{opcode, 0, 0, 0};
+    return crossing.transferred >= length && std::ranges::equal(crossing.after.first(kEchoSize), echo);
 }
 
 void PassJudge::EndAttempt() {

@@ -20,7 +20,8 @@ class PassJudge {
     // The four bytes of the version, least significant first; none when no attempt has told it.
     [[nodiscard]] std::optional<std::array<std::uint8_t, 4>> EndReading() const;
     void BeginSwitch();
-    void EndSwitch() const;
+    // `result` is what the service was told of it, an HRESULT.
+    void EndSwitch(std::int32_t result) const;
 
     void OnCrossing(const Crossing& crossing);
 
@@ -28,10 +29,12 @@ class PassJudge {
     enum class Step { Nothing, WriteInformation, ReadInformation, WriteSwitch, ReadSwitch };
 
     void TakeInformation(const Crossing& crossing);
+    [[nodiscard]] static bool IsAnswer(const Crossing& crossing, std::uint8_t opcode, std::size_t length);
     void EndAttempt();
 
     const VirtualTime& time_;
     Step step_ = Step::Nothing;
+    std::int32_t switchResult_ = 0;
     int attempts_ = 0;
     std::uint64_t nextAtMs_ = 0;
     std::optional<std::array<std::uint8_t, 4>> version_;

@@ -5,12 +5,16 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace campaign {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+
+constexpr auto kFail = static_cast<std::int32_t>(0x80004005);
+constexpr const char* kResult = "a command succeeds when its reply echoes it, and fails as its requests do";
 
 class PassJudgeTest : public testing::Test {
   protected:
@@ -100,15 +104,29 @@ TEST_F(PassJudgeTest, FindsWhatComesTooEarlyOrIsAnother) {
 TEST_F(PassJudgeTest, WantsTheSwitchAndTheReadOfItsReply) {
     judge_.BeginSwitch();
     Write(0, kSwitch);
-    EXPECT_EQ(Broken([this] { judge_.EndSwitch(); }),
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(0); }),
               "the command into DFU mode is sent, and its reply is read");
-    Read(0, Reply(0));
-    EXPECT_EQ(Broken([this] { judge_.EndSwitch(); }), "");
+    Read(0, Reply(0x1E), 4);
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(0); }), "");
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(kFail); }), kResult);
+    time_.Advance(1);
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(0); }), "nobody waits behind the command into DFU mode");
     judge_.BeginSwitch();
     EXPECT_EQ(Broken([this] { Write(0, kAsk); }), "the command into DFU mode has its frame");
     judge_.BeginSwitch();
     Write(0, kSwitch, -1);
-    EXPECT_EQ(Broken([this] { judge_.EndSwitch(); }), "");
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(-1); }), "");
+    EXPECT_EQ(Broken([this] { judge_.EndSwitch(0); }), kResult);
+}
+
+TEST_F(PassJudgeTest, WantsTheSwitchToFailWhenItsReplyIsShortOrAnothers) {
+    for (const auto& [echo, transferred] : {std::pair<int, std::size_t>{0x1E, 3}, {0x1E, 0}, {0x10, 1024}}) {
+        judge_.BeginSwitch();
+        Write(0, kSwitch);
+        Read(0, Reply(static_cast<std::uint8_t>(echo)), transferred);
+        EXPECT_EQ(Broken([this] { judge_.EndSwitch(kFail); }), "");
+        EXPECT_EQ(Broken([this] { judge_.EndSwitch(0); }), kResult);
+    }
 }
 
 }  // namespace

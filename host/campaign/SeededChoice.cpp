@@ -16,6 +16,14 @@ std::uint64_t Mix(std::uint64_t seed) {
 
 }  // namespace
 
+std::uint64_t SeedOf(std::uint64_t seed, std::string_view name) {
+    std::uint64_t mixed = Mix(seed);
+    for (const char letter : name) {
+        mixed = Mix(mixed ^ static_cast<unsigned char>(letter));
+    }
+    return mixed;
+}
+
 SeededChoice::SeededChoice(std::size_t total, std::size_t count, std::uint64_t seed)
     : total_(total), size_(std::min(total, count)) {
     if (size_ == total_) {

@@ -2,8 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace campaign {
+
+// A seed for what has this name: the choices of two names have nothing to do with each other.
+[[nodiscard]] std::uint64_t SeedOf(std::uint64_t seed, std::string_view name);
 
 // So many different numbers below a total, chosen by a seed and spread over all of them. All, in their order,
 // when no fewer are wanted.

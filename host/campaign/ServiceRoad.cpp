@@ -67,8 +67,7 @@ void ServiceRoad::SwitchToDfuMode(std::size_t camera) {
     CameraControl control(bus_, camera);
     FirmwareCommandPipe pipe(&control, kExtensionUnit, kCommandControl);
     passJudge_.BeginSwitch();
-    pipe.SendCommand(kSwitchToDfuMode, nullptr, 0, 1, 0, 0, 0);  // the outcome is not looked at
-    passJudge_.EndSwitch();
+    passJudge_.EndSwitch(pipe.SendCommand(kSwitchToDfuMode, nullptr, 0, 1, 0, 0, 0));
 }
 
 ServiceRoad::DfuPass ServiceRoad::Download(std::span<const std::uint8_t> image) {
@@ -81,9 +80,8 @@ ServiceRoad::DfuPass ServiceRoad::Download(std::span<const std::uint8_t> image) 
     const std::size_t camera = devices.front().symbolicLink.find(L"kv4000001") != std::wstring::npos ? 0 : 1;
     const auto interfaceNumber = lab::FindDfuInterface(bus_.Camera(camera).ConfigurationDescriptor());
 
-    // Whatever failed before has left no trace: a short descriptor is told from a whole one by it.
-    SetLastError(ERROR_SUCCESS);
-    downloadJudge_.BeginOpening(image, interfaceNumber.value_or(0));
+    SetLastError(lastError_);
+    downloadJudge_.BeginOpening(image, interfaceNumber.value_or(0), lastError_ != ERROR_SUCCESS);
     WinUsbDfuConnection connection(devices.front().symbolicLink);
     downloadJudge_.EndOpening(connection.IsOpened());
     if (!connection.IsOpened()) {

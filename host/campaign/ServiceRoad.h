@@ -36,6 +36,8 @@ class ServiceRoad {
     [[nodiscard]] std::optional<std::array<std::uint8_t, 4>> ReadVersion(std::size_t camera);
     // The user accepts.
     void SwitchToDfuMode(std::size_t camera);
+    // Each device is opened with this last error from now on, as of a call that failed earlier.
+    void LeaveError(DWORD error) { lastError_ = error; }
     // A USB device arrived.
     [[nodiscard]] DfuPass Download(std::span<const std::uint8_t> image);
 
@@ -48,6 +50,7 @@ class ServiceRoad {
     PassJudge passJudge_;
     DownloadJudge downloadJudge_;
     DeviceInterfaceWatcher watcher_;
+    DWORD lastError_ = ERROR_SUCCESS;
 };
 
 }  // namespace campaign

@@ -127,12 +127,14 @@ TrialEnd Trial::Run() {
 
 void Trial::RunAll() {
     const unsigned last = plan_.LastUpdate();
+    PlugIn(kOther);  // it runs beside the one that is updated
     for (unsigned number = 1; number <= last + 1; ++number) {
         known_.push_back(plan_.Image(number));
         end_.updates.push_back(Update(kCamera, number, plan_.FaultsOf(number)));
         Judge(end_.updates.back());
         LookAgain(kCamera, end_.updates.back());
     }
+    ArriveUpToDate();
     camera_.Unplug();
     Tell("another camera");
     const UpdateEnd other = Update(kOther, 1, {});
@@ -142,15 +144,35 @@ void Trial::RunAll() {
     LookAgain(kOther, other);
 }
 
+// A camera that was updated comes once more, with nothing newer for it.
+void Trial::ArriveUpToDate() {
+    const UpdateEnd& good = end_.updates.back();
+    if (good.how != UpdateEnd::How::Updated) {
+        return;
+    }
+    const UpdateEnd again = Update(kCamera, good.number, {});
+    Rule(again.how == UpdateEnd::How::UpToDate && again.verdict.isValid &&
+             again.verdict.content == lab::FirmwareVerdict::Content::Image,
+         "a camera that has the image is left alone");
+}
+
 UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<lab::Fault>& faults) {
     lab::VirtualCamera& device = bus_.Camera(camera);
     const Image image = plan_.Image(number);
     UpdateEnd end{.number = number};
     Tell("update " + std::to_string(number));
     device.SetFaults(faults);
-    PlugIn(camera);
+    const bool arrivesAgain = camera == kCamera && plan_.Has(number, Circumstance::What::ArrivesAgain);
+    if (arrivesAgain && device.Mode() != lab::BusMode::Absent) {
+        time_.Advance(kPlugPauseMs);
+    } else {
+        PlugIn(camera);
+    }
+    const bool isStale = camera == kCamera && plan_.Has(number, Circumstance::What::StaleError);
+    road_.LeaveError(isStale ? ERROR_NO_MORE_ITEMS : ERROR_SUCCESS);
     end.beganRunning = device.Mode() == lab::BusMode::Running;
     end.beganInError = device.Mode() == lab::BusMode::Dfu && device.State() == lab::DfuState::Error;
+    end.beganInMidst = device.Mode() == lab::BusMode::Dfu && arrivesAgain;
     GoOnTheRoad(camera, image, end);
     end.faultsMet = device.FaultsMet();
     device.SetFaults({});
@@ -265,6 +287,12 @@ void Trial::JudgeFaultless(const UpdateEnd& end) const {
                  end.verdict.isValid == faultless.verdict.isValid &&
                  end.verdict.content == faultless.verdict.content,
              "without a fault a camera that runs is updated as ever");
+        return;
+    }
+    if (end.beganInMidst) {
+        // The judge of the download has seen the camera's state and knows what follows from it.
+        Rule(end.how == UpdateEnd::How::Updated || end.how == UpdateEnd::How::Failed,
+             "without a fault a camera that arrives again in DFU mode is opened");
         return;
     }
     // The service clears no error, so only a boot loader that forgets it by itself gets any further.

@@ -33,6 +33,7 @@ struct UpdateEnd {
     // What it came to the bus as.
     bool beganRunning = false;
     bool beganInError = false;  // in DFU mode, in dfuERROR: its flash has no firmware that is started
+    bool beganInMidst = false;  // in DFU mode, as the update before has left it
     std::size_t faultsMet = 0;  // of those of this update
 };
 
@@ -46,8 +47,9 @@ struct TrialEnd {
 };
 
 // One trial: a camera is updated, with the plan's faults, as often as they want; then without any, with a
-// newer image, where it can still be updated; then another camera is. Before each update it is plugged in
-// anew, as operators do it. Everything on the way is judged.
+// newer image, where it can still be updated, and arrives once more with it; then another camera is, which
+// was on the bus all the time. Before each update it is plugged in anew, as operators do it, but for those at
+// which the plan says that it arrives again as it is. Everything on the way is judged.
 class Trial {
   public:
     // What a trial tells while it goes on, for whoever wants a transcript.
@@ -81,6 +83,7 @@ class Trial {
     class Listener;
 
     void RunAll();
+    void ArriveUpToDate();
     UpdateEnd Update(std::size_t camera, unsigned number, const std::vector<lab::Fault>& faults);
     void PlugIn(std::size_t camera);
     void GoOnTheRoad(std::size_t camera, const Image& image, UpdateEnd& end);

@@ -46,6 +46,13 @@ constexpr std::array<Word<Fault::What>, 8> kWhats{{
     {"echo", Fault::What::WrongEcho, "echoes"},
 }};
 
+constexpr std::array<Word<Circumstance::What>, 2> kCircumstances{{
+    {"r", Circumstance::What::ArrivesAgain, "the camera arrives again, and has not lost power"},
+    {"s", Circumstance::What::StaleError, "an earlier call has left its error"},
+}};
+
+constexpr unsigned kMostUpdates = 9;
+
 // A stall without dfuERROR.
 constexpr std::string_view kKeep = "keep";
 
@@ -145,6 +152,14 @@ std::optional<PlannedFault> FaultOf(std::string_view text) {
     return planned;
 }
 
+std::optional<Circumstance> CircumstanceOf(std::string_view text) {
+    Circumstance circumstance;
+    Reader reader(text);
+    const bool isRead = reader.TakeNumber(circumstance.update) && circumstance.update != 0 &&
+                        reader.TakeWord(kCircumstances, circumstance.what) && reader.IsEmpty();
+    return isRead ? std::optional(circumstance) : std::nullopt;
+}
+
 std::vector<std::string_view> Split(std::string_view text) {
     std::vector<std::string_view> parts;
     while (true) {
@@ -164,7 +179,16 @@ unsigned TrialPlan::LastUpdate() const {
     for (const PlannedFault& planned : faults) {
         last = std::max(last, planned.update);
     }
+    for (const Circumstance& circumstance : circumstances) {
+        last = std::max(last, circumstance.update);
+    }
     return last;
+}
+
+bool TrialPlan::Has(unsigned update, Circumstance::What what) const {
+    return std::ranges::any_of(circumstances, [&](const Circumstance& circumstance) {
+        return circumstance.update == update && circumstance.what == what;
+    });
 }
 
 std::vector<Fault> TrialPlan::FaultsOf(unsigned update) const {
@@ -196,6 +220,10 @@ std::string IdOf(const TrialPlan& plan) {
     for (const PlannedFault& planned : plan.faults) {
         id += "." + TextOf(planned);
     }
+    for (const Circumstance& circumstance : plan.circumstances) {
+        id += "." + std::to_string(circumstance.update);
+        id += WordOf(kCircumstances, circumstance.what).word;
+    }
     return id;
 }
 
@@ -212,11 +240,18 @@ std::optional<TrialPlan> PlanOf(std::string_view id) {
         return std::nullopt;
     }
     for (std::size_t part = 2; part < parts.size(); ++part) {
+        const std::optional<Circumstance> circumstance = CircumstanceOf(parts[part]);
         const std::optional<PlannedFault> planned = FaultOf(parts[part]);
-        if (!planned || planned->update > 9) {
+        if (circumstance) {
+            plan.circumstances.push_back(*circumstance);
+        } else if (planned) {
+            plan.faults.push_back(*planned);
+        } else {
             return std::nullopt;
         }
-        plan.faults.push_back(*planned);
+    }
+    if (plan.LastUpdate() > kMostUpdates) {
+        return std::nullopt;
     }
     // One plan has one text.
     return IdOf(plan) == id ? std::optional(plan) : std::nullopt;
@@ -248,6 +283,12 @@ std::string InWords(const PlannedFault& planned) {
     if (fault.count != 1) {
         words += fault.count == 0 ? ", from there on" : ", " + std::to_string(fault.count) + " times";
     }
+    return words;
+}
+
+std::string InWords(const Circumstance& circumstance) {
+    std::string words = "update " + std::to_string(circumstance.update) + ": ";
+    words += WordOf(kCircumstances, circumstance.what).text;
     return words;
 }
 

@@ -44,6 +44,18 @@ TEST(TrialPlan, IsReadFromItsId) {
     EXPECT_EQ(plan->FaultsOf(1).size(), 2U);
 }
 
+TEST(TrialPlan, SaysHowAnUpdateBegins) {
+    const auto plan = PlanOf("kv400.2500x1.1dn1-time-after.2r.1s");
+    ASSERT_TRUE(plan);
+    EXPECT_TRUE(plan->Has(2, Circumstance::What::ArrivesAgain));
+    EXPECT_FALSE(plan->Has(1, Circumstance::What::ArrivesAgain));
+    EXPECT_TRUE(plan->Has(1, Circumstance::What::StaleError));
+    EXPECT_EQ(plan->LastUpdate(), 2U);
+    EXPECT_EQ(IdOf(*plan), "kv400.2500x1.1dn1-time-after.2r.1s");
+    EXPECT_EQ(InWords(plan->circumstances[0]), "update 2: the camera arrives again, and has not lost power");
+    EXPECT_EQ(InWords(plan->circumstances[1]), "update 1: an earlier call has left its error");
+}
+
 TEST(TrialPlan, IsNotReadFromAnythingElse) {
     for (const char* const text : {"",
                                    "kv400",
@@ -67,6 +79,11 @@ TEST(TrialPlan, IsNotReadFromAnythingElse) {
                                    "kv400.2500x1.1gs03-time",
                                    "kv400.02500x1",
                                    "kv400.2500x1.1gs3-time ",
+                                   "kv400.2500x1.0r",
+                                   "kv400.2500x1.10r",
+                                   "kv400.2500x1.r",
+                                   "kv400.2500x1.2r.1gs3-time",
+                                   "kv400.2500x1.2rs",
                                    "KV400.2500x1"}) {
         EXPECT_FALSE(PlanOf(text)) << text;
     }
@@ -101,7 +118,8 @@ TEST(TrialPlan, HasAnotherImageForEachUpdateAndSeed) {
 TEST(Kind, HasTheNameOfEachPersonalityAndOfOtherFlashes) {
     EXPECT_EQ(Kinds().front().name, "kv400");
     EXPECT_EQ(Kinds().size(), lab::kPersonalities.size() + 5);
-    EXPECT_EQ(SettingsOf(*FindKind("wide-pages")).pageSize, 4096U);
+    EXPECT_EQ(SettingsOf(*FindKind("wide-pages")).pageSize, 1056U);
+    EXPECT_FALSE(SettingsOf(*FindKind("overwrites")).traits->putsBack);
     EXPECT_TRUE(SettingsOf(*FindKind("two-banks")).hasTwoBanks);
     EXPECT_EQ(SettingsOf(*FindKind("first-page")).traits->bootCheck, lab::DfuTraits::BootCheck::FirstPage);
     EXPECT_EQ(FindKind("kv500"), nullptr);

@@ -1,14 +1,19 @@
 #include "host/campaign/TrialSet.h"
 
+#include <array>
+#include <string_view>
 #include <utility>
 
 namespace campaign {
 namespace {
 
+// Of images besides the one that is asked for: the smallest, around one block, whole blocks.
+constexpr std::array<std::size_t, 5> kOtherSizes{kSmallestImage, 1023, 1024, 1025, 2048};
+
 std::size_t TotalOf(TrialSet::Faults which, std::size_t faults) {
     switch (which) {
         case TrialSet::Faults::None:
-            return 1;
+            return 1 + kOtherSizes.size();
         case TrialSet::Faults::One:
             return faults;
         case TrialSet::Faults::TwoInOneUpdate:
@@ -29,33 +34,50 @@ std::pair<std::size_t, std::size_t> PairOf(std::size_t number, std::size_t count
     return {first, first + 1 + number};
 }
 
+std::string_view NameOf(TrialSet::Faults which) {
+    switch (which) {
+        case TrialSet::Faults::None:
+            return "no fault";
+        case TrialSet::Faults::One:
+            return "one fault";
+        case TrialSet::Faults::TwoInOneUpdate:
+            return "two in one update";
+        case TrialSet::Faults::OneInEachOfTwo:
+            break;
+    }
+    return "one in each of two";
+}
+
+std::string_view NameOf(TrialSet::Begin begin) {
+    switch (begin) {
+        case TrialSet::Begin::AsEver:
+            break;
+        case TrialSet::Begin::Again:
+            return ", arriving again";
+        case TrialSet::Begin::Stale:
+            return ", with a stale error";
+    }
+    return "";
+}
+
 }  // namespace
 
 TrialSet::TrialSet(const Kind& kind, Faults which, std::vector<lab::Fault> faults, std::size_t imageSize,
-                   unsigned imageSeed)
+                   unsigned imageSeed, Begin begin)
     : kind_(kind),
       which_(which),
+      begin_(begin),
       faults_(std::move(faults)),
       imageSize_(imageSize),
       imageSeed_(imageSeed),
       choice_(TotalOf(which, faults_.size()), TotalOf(which, faults_.size()), 0) {}
 
 void TrialSet::Choose(std::size_t count, std::uint64_t seed) {
-    choice_ = SeededChoice(choice_.Total(), count, seed);
+    choice_ = SeededChoice(choice_.Total(), count, SeedOf(SeedOf(seed, kind_.name), Name()));
 }
 
-std::string_view TrialSet::Name() const {
-    switch (which_) {
-        case Faults::None:
-            return "no fault";
-        case Faults::One:
-            return "one fault";
-        case Faults::TwoInOneUpdate:
-            return "two in one update";
-        case Faults::OneInEachOfTwo:
-            break;
-    }
-    return "one in each of two";
+std::string TrialSet::Name() const {
+    return std::string(NameOf(which_)) + std::string(NameOf(begin_));
 }
 
 TrialPlan TrialSet::Plan(std::size_t number) const {
@@ -63,6 +85,7 @@ TrialPlan TrialSet::Plan(std::size_t number) const {
     TrialPlan plan{.kind = &kind_, .imageSize = imageSize_, .seed = imageSeed_};
     switch (which_) {
         case Faults::None:
+            plan.imageSize = place == 0 ? imageSize_ : kOtherSizes[place - 1];
             break;
         case Faults::One:
             plan.faults = {{.update = 1, .fault = faults_[place]}};
@@ -75,6 +98,16 @@ TrialPlan TrialSet::Plan(std::size_t number) const {
         case Faults::OneInEachOfTwo:
             plan.faults = {{.update = 1, .fault = faults_[place / faults_.size()]},
                            {.update = 2, .fault = faults_[place % faults_.size()]}};
+            break;
+    }
+    switch (begin_) {
+        case Begin::AsEver:
+            break;
+        case Begin::Again:
+            plan.circumstances = {{.update = 2, .what = Circumstance::What::ArrivesAgain}};
+            break;
+        case Begin::Stale:
+            plan.circumstances = {{.update = 1, .what = Circumstance::What::StaleError}};
             break;
     }
     return plan;

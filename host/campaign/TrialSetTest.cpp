@@ -30,13 +30,25 @@ std::set<std::string> IdsOf(const TrialSet& set) {
     return ids;
 }
 
-TEST(TrialSet, HasOneTrialWithoutAFault) {
-    EXPECT_EQ(IdsOf(Make(Faults::None, 2)), std::set<std::string>{"kv400.2500x1"});
+TEST(TrialSet, HasImagesOfSeveralSizesWithoutAFault) {
+    EXPECT_EQ(IdsOf(Make(Faults::None, 2)),
+              (std::set<std::string>{"kv400.2500x1", "kv400.402x1", "kv400.1023x1", "kv400.1024x1",
+                                     "kv400.1025x1", "kv400.2048x1"}));
 }
 
 TEST(TrialSet, HasEachFaultOnce) {
     EXPECT_EQ(IdsOf(Make(Faults::One, 2)),
               (std::set<std::string>{"kv400.2500x1.1gs0-time", "kv400.2500x1.1gs1-time"}));
+}
+
+TEST(TrialSet, BeginsItsUpdatesAsItsNameSays) {
+    const TrialSet again(*FindKind("kv400"), Faults::One, FaultsAt(2), 2500, 1, TrialSet::Begin::Again);
+    EXPECT_EQ(again.Name(), "one fault, arriving again");
+    EXPECT_EQ(IdsOf(again),
+              (std::set<std::string>{"kv400.2500x1.1gs0-time.2r", "kv400.2500x1.1gs1-time.2r"}));
+    const TrialSet stale(*FindKind("kv400"), Faults::One, FaultsAt(1), 2500, 1, TrialSet::Begin::Stale);
+    EXPECT_EQ(stale.Name(), "one fault, with a stale error");
+    EXPECT_EQ(IdsOf(stale), std::set<std::string>{"kv400.2500x1.1gs0-time.1s"});
 }
 
 TEST(TrialSet, HasEachTwoFaultsOfOneUpdateOnce) {
@@ -69,6 +81,20 @@ TEST(TrialSet, ChoosesSoManyByASeedAndNoneTwice) {
         EXPECT_EQ(IdsOf(again), IdsOf(set));
     }
     EXPECT_EQ(choices.size(), 3U);
+}
+
+TEST(TrialSet, ChoosesOthersForAnotherKindAndAnotherSet) {
+    const auto chosen = [](const char* kind, Faults which) {
+        TrialSet set(*FindKind(kind), which, FaultsAt(30), 2500, 1);
+        set.Choose(40, 1);
+        std::set<std::string> faults;
+        for (const std::string& id : IdsOf(set)) {
+            faults.insert(id.substr(id.find(".1gs")));
+        }
+        return faults;
+    };
+    EXPECT_EQ(chosen("kv400", Faults::OneInEachOfTwo), chosen("kv400", Faults::OneInEachOfTwo));
+    EXPECT_NE(chosen("kv400", Faults::OneInEachOfTwo), chosen("two-banks", Faults::OneInEachOfTwo));
 }
 
 TEST(TrialSet, HasAllWhenNoFewerAreWanted) {

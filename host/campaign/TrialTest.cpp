@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <sstream>
 #include <string>
@@ -98,8 +99,40 @@ TEST(Trial, AStateThatIsToldFalselyIsBelieved) {
     EXPECT_EQ(end.allowances, std::vector<std::size_t>{kStateIsBelieved});
 }
 
+TEST(Trial, ACameraThatArrivesAgainIsMetAsItWasLeft) {
+    // In dfuDNLOAD-IDLE or dfuERROR it takes no new download; the power that goes then ends both.
+    EXPECT_EQ(Ends("two-banks.2500x1.1dn1-time-after.2r"), "failed, old; failed, old; updated, image");
+    EXPECT_EQ(Ends("two-banks.2500x1.1dn1-stall.2r"), "failed, old; failed, old; updated, image");
+    // SET_INTERFACE lets it forget, and put back what it had overwritten.
+    EXPECT_EQ(Ends("forgetful.2500x1.1dn1-time-after.2r"), "failed, none; updated, image; updated, image");
+    EXPECT_EQ(Ends("forgetful.2500x1.1dn1-time-after.2ge0-time.2r"),
+              "failed, none; failed, old; updated, image");
+    EXPECT_EQ(Ends("overwrites.2500x1.1dn1-time-after.2ge0-time.2r"),
+              "failed, none; failed, none; updated, image");
+    // It has reset itself, and runs.
+    EXPECT_EQ(Ends("kv400.2500x1.1gs9-time-after.2r"), "updated, image; updated, image; updated, image");
+}
+
+TEST(Trial, AStaleErrorMakesAShortDescriptorOneThatIsNotRead) {
+    EXPECT_EQ(Ends("kv400.2500x1.1gd0-short17"), "updated, image; updated, image");
+    EXPECT_EQ(Ends("kv400.2500x1.1gd0-short17.1s"), "not opened, old; updated, image");
+}
+
+TEST(Trial, WidePagesAreErasedMoreOften) {
+    const auto operations = [](const char* kind) {
+        const FaultCatalogue catalogue = CatalogueOf(*FindKind(kind), {});
+        return std::ranges::count(catalogue.Faults(), lab::Fault::Where::FlashErase, &lab::Fault::where);
+    };
+    EXPECT_EQ(operations("kv400"), 2 * 4);
+    EXPECT_EQ(operations("wide-pages"), 2 * 6);
+}
+
 TEST(Trial, CountsTheFaultsThatStrike) {
     EXPECT_EQ(RunTrial("kv400.2500x1.1gs0-time.1gs9-time").updates[0].faultsMet, 1U);
+    // One hides the other.
+    EXPECT_EQ(RunTrial("kv400.2500x1.1gs0-time.1gs0-stall").updates[0].faultsMet, 1U);
+    EXPECT_EQ(RunTrial("kv400.2500x1.1gs0-state2.1gs0-short4").updates[0].faultsMet, 1U);
+    EXPECT_EQ(RunTrial("kv400.2500x1.1gs0-state2.1gs0-poll5").updates[0].faultsMet, 2U);
     EXPECT_EQ(RunTrial("kv400.2500x1.1cw0-stall.1cr0-stall").updates[0].faultsMet, 2U);
 }
 
@@ -123,28 +156,30 @@ TEST(Campaign, TriesEveryFaultOfTheRoadOfAKv400) {
     // empty one, and four looks behind it.
     EXPECT_EQ(catalogue.Steps(), 4U + 4 + 4 + 9 + 1 + 4);
     EXPECT_EQ(catalogue.Repeats(), 0U);
-    EXPECT_EQ(catalogue.Faults().size(), 291U);
+    EXPECT_EQ(catalogue.Faults().size(), 338U);
 }
 
 TEST(Campaign, LetsTheFirstTwoAndTheLastOfALongWaitStandForAll) {
     const FaultCatalogue catalogue = CatalogueOf(*FindKind("tolerant"), {});
     EXPECT_EQ(catalogue.Steps(), 172U);
     EXPECT_EQ(catalogue.Repeats(), 145U);
-    EXPECT_EQ(catalogue.Faults().size(), 316U);
+    EXPECT_EQ(catalogue.Faults().size(), 369U);
 }
 
 TEST(Campaign, HasAllPairsOfTheKv400AndATenthOfTheOthers) {
     const Campaign campaign = MakeCampaign({});
     EXPECT_EQ(campaign.roads.size(), Kinds().size());
-    EXPECT_EQ(campaign.sets.size(), 4 * Kinds().size());
-    EXPECT_EQ(campaign.sets[2].Size() + campaign.sets[3].Size(), 126'876U);
+    EXPECT_EQ(campaign.sets.size(), 8 * Kinds().size());
+    EXPECT_EQ(campaign.sets[4].Size() + campaign.sets[5].Size(), 171'197U);
     EXPECT_EQ(campaign.sets[6].Size(), campaign.sets[6].Total() / 10);
+    EXPECT_EQ(campaign.sets[12].Size(), campaign.sets[12].Total() / 10);
+    EXPECT_EQ(campaign.sets[14].Size(), campaign.sets[14].Total() / 100);
 }
 
 TEST(Campaign, HasAsManyPairsAsAreAskedFor) {
     const Campaign campaign = MakeCampaign({.pairs = 5000, .oneInOther = 0});
-    EXPECT_EQ(campaign.sets.size(), 2 * Kinds().size() + 2);
-    EXPECT_EQ(campaign.sets[2].Size() + campaign.sets[3].Size(), 5000U);
+    EXPECT_EQ(campaign.sets.size(), 4 * Kinds().size() + 2);
+    EXPECT_EQ(campaign.sets[4].Size() + campaign.sets[5].Size(), 5000U);
 }
 
 }  // namespace

@@ -94,8 +94,11 @@ struct DfuTraits {
 
     // What the boot loader looks at before it starts the firmware.
     enum class BootCheck {
-        Record,     // a page of its own with length and checksum, written last
-        FirstPage,  // whether anything is written in the first page
+        Record,  // a page of its own with length and checksum, written last
+        // Whether anything is written in the first half of the first page, where a header would stand; of two
+        // banks the one in which that was written last. It knows no length: what lies behind an image does
+        // not matter.
+        FirstPage,
     };
 
     bool isRuntimeDevice = true;  // has a DFU interface while it runs its firmware

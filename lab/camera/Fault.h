@@ -25,8 +25,8 @@ struct Fault {
     };
     // Stall, Timeout and Unplug go with every request, Unplug alone with the two page operations; what they
     // strike is not done unless their `moment` says otherwise, and where several strike at once the first in
-    // the list decides. The others change the answer to a request that the device carries out, go only with
-    // the places named, and never strike elsewhere.
+    // the list decides, as it does among others that change the same. The others change the answer to a
+    // request that the device carries out, go only with the places named, and never strike elsewhere.
     enum class What {
         Stall,     // the request is refused; a DFU request also moves the device to dfuERROR when `setsError`
         Timeout,   // nothing answers

@@ -47,6 +47,11 @@ std::vector<std::uint8_t> FlashBank::Overlaid(std::size_t page, std::size_t offs
     return content;
 }
 
+bool FlashBank::HasBeginning() const {
+    const auto beginning = std::span(cells_).first(std::min((pageSize_ + 1) / 2, cells_.size()));
+    return std::any_of(beginning.begin(), beginning.end(), [](std::uint8_t cell) { return cell != kErased; });
+}
+
 bool FlashBank::FitsItsRecord() const {
     return record_.isWritten && record_.length <= cells_.size() &&
            Checksum(std::span(cells_).first(record_.length)) == record_.checksum;

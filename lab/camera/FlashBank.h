@@ -43,6 +43,8 @@ class FlashBank {
     // The content of a page with a block, which begins at the offset, over it; as far as either goes.
     [[nodiscard]] std::vector<std::uint8_t> Overlaid(std::size_t page, std::size_t offset,
                                                      std::span<const std::uint8_t> block) const;
+    // Whether anything is written in the first half of the first page.
+    [[nodiscard]] bool HasBeginning() const;
     // Whether the record is that of what the cells hold.
     [[nodiscard]] bool FitsItsRecord() const;
 

@@ -156,7 +156,7 @@ void FlashMemory::ErasePage(std::size_t page) {
 void FlashMemory::WritePage(std::size_t page, std::span<const std::uint8_t> data) {
     Operate(Fault::Where::FlashWrite, [&](PageEnd end) {
         Target().WritePage(page, data, end);
-        // Torn or whole: what makes it look written stands in its first half.
+        // Its header, by which the newer of two banks is known, stands in its first half.
         if (page == 0 && !UsesRecord()) {
             Target().WriteRecord({.isWritten = true, .sequence = NextSequence()}, PageEnd::Whole);
         }
@@ -220,7 +220,7 @@ std::optional<std::size_t> FlashMemory::BankToStart() const {
 }
 
 bool FlashMemory::WouldStart(const FlashBank& bank) const {
-    return UsesRecord() ? bank.FitsItsRecord() : bank.CurrentRecord().isWritten;
+    return UsesRecord() ? bank.FitsItsRecord() : bank.HasBeginning();
 }
 
 std::uint32_t FlashMemory::NextSequence() const {

@@ -11,26 +11,6 @@
 namespace lab {
 namespace {
 
-std::optional<Fault::Where> PlaceOf(std::uint8_t request) {
-    switch (DfuRequest{request}) {
-        case DfuRequest::Detach:
-            return Fault::Where::Detach;
-        case DfuRequest::Dnload:
-            return Fault::Where::Dnload;
-        case DfuRequest::Upload:
-            return Fault::Where::Upload;
-        case DfuRequest::GetStatus:
-            return Fault::Where::GetStatus;
-        case DfuRequest::ClrStatus:
-            return Fault::Where::ClrStatus;
-        case DfuRequest::GetState:
-            return Fault::Where::GetState;
-        case DfuRequest::Abort:
-            return Fault::Where::Abort;
-    }
-    return std::nullopt;
-}
-
 void Put(std::vector<std::uint8_t>& reply, std::size_t offset, std::uint32_t value) {
     if (offset < reply.size()) {
         reply[offset] = static_cast<std::uint8_t>(value & 0xFF);
@@ -267,7 +247,7 @@ TransferResult VirtualCamera::ControlTransfer(const SetupPacket& setup, std::spa
     if (mode_ == BusMode::Running) {
         return TransferWhenRunning(setup, data, nowMs);
     }
-    const std::optional<Fault::Where> place = PlaceOf(setup.request);
+    const std::optional<Fault::Where> place = FaultPlaceOf(setup.request);
     const std::vector<Fault> faults = place ? faults_.Strike(*place) : std::vector<Fault>{};
     const Fault* const obstruction = Obstruction(faults);
     const std::span<std::uint8_t> stage = data.first(std::min<std::size_t>(data.size(), setup.length));

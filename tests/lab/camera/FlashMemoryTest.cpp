@@ -270,6 +270,22 @@ TEST(FlashMemory, ABootLoaderThatLooksAtTheFirstPageFindsNothingInAnErasedOne) {
     EXPECT_FALSE(flash.IsValid());
 }
 
+TEST(FlashMemory, ABootLoaderThatLooksAtTheFirstPageGoesByTheCellsOfItsFirstHalf) {
+    const DfuTraits::BootCheck firstPage = DfuTraits::BootCheck::FirstPage;
+    FlashMemory torn(kVersion,
+                     CutAt(Fault::Where::FlashErase, 0, Fault::Moment::Middle, {.bootCheck = firstPage}));
+    Download(torn, Image(5000));
+    torn.LosePower();
+    EXPECT_EQ(torn.Bytes()[600], OldContent()[600]);
+    EXPECT_FALSE(torn.IsValid());
+
+    std::vector<std::uint8_t> image = Image(5000);
+    std::fill_n(image.begin(), 512, std::uint8_t{0xFF});
+    FlashMemory blank(kVersion, {.bootCheck = firstPage});
+    Download(blank, image);
+    EXPECT_FALSE(blank.IsValid());
+}
+
 TEST(FlashMemory, OfASecondBankThatIsGivenUpNothingIsStarted) {
     FlashMemory flash(kVersion, {.hasTwoBanks = true, .bootCheck = DfuTraits::BootCheck::FirstPage});
     Download(flash, Image(5000));
