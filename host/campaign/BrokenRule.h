@@ -1,6 +1,8 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 namespace campaign {
 
@@ -8,6 +10,18 @@ namespace campaign {
 class BrokenRule : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+};
+
+// It did so on a road without any fault.
+class BrokenRoad : public BrokenRule {
+  public:
+    BrokenRoad(std::string id, const std::string& rule) : BrokenRule(rule), id_(std::move(id)) {}
+
+    // Of the trial.
+    [[nodiscard]] const std::string& Id() const { return id_; }
+
+  private:
+    std::string id_;
 };
 
 // Throws BrokenRule with the text unless the rule is kept.

@@ -101,7 +101,7 @@ FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings) {
     maker.Attach(trial);
     const TrialEnd end = trial.Run();
     if (!end.complaint.empty()) {
-        throw BrokenRule(IdOf(plan) + ": " + end.complaint);
+        throw BrokenRoad(IdOf(plan), end.complaint);
     }
     return maker.Catalogue();
 }

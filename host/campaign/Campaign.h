@@ -40,7 +40,7 @@ struct Campaign {
 };
 
 // What can strike an update of a faultless camera of the kind. Not to be called while there is a trial.
-// Throws BrokenRule when not even that update is as it should be.
+// Throws BrokenRoad when not even that update is as it should be.
 [[nodiscard]] FaultCatalogue CatalogueOf(const Kind& kind, const CampaignSettings& settings);
 
 // Nor this.

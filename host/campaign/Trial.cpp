@@ -343,7 +343,7 @@ const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize) {
         const TrialEnd whole = Trial(plan, nullptr).Run();
         if (!whole.complaint.empty()) {
             ends.erase(place);
-            throw BrokenRule(IdOf(plan) + ": " + whole.complaint);
+            throw BrokenRoad(IdOf(plan), whole.complaint);
         }
         end = whole.updates.front();
     }

@@ -112,7 +112,7 @@ class Trial {
 };
 
 // How a camera of the kind is updated, with images of this size, that nothing was ever done to: what every
-// later update without faults is held against. Not to be called while there is a trial. Throws BrokenRule
+// later update without faults is held against. Not to be called while there is a trial. Throws BrokenRoad
 // when the service does what it must not do even then.
 [[nodiscard]] const UpdateEnd& FaultlessEnd(const Kind& kind, std::size_t imageSize);
 

@@ -136,7 +136,9 @@ int TellIds(std::uint64_t seed, std::optional<std::size_t> singles, std::size_t 
 std::string Play(const TrialPlan& plan, TrialEnd& end) {
     std::ostringstream lines;
     Transcript transcript(lines);
-    end = Trial(plan, &FaultlessEnd(*plan.kind, plan.imageSize), &transcript).Run();
+    // A road without faults shows itself how it ends.
+    const bool isRoad = plan.faults.empty() && plan.circumstances.empty();
+    end = Trial(plan, isRoad ? nullptr : &FaultlessEnd(*plan.kind, plan.imageSize), &transcript).Run();
     return lines.str();
 }
 
@@ -185,7 +187,13 @@ int Main(std::span<const std::string_view> arguments) {
                 return WrongCommandLine();
             }
         }
-        return Run(share, shares, settings);
+        try {
+            return Run(share, shares, settings);
+        } catch (const campaign::BrokenRoad& broken) {
+            Say({{"failure", broken.Id()}, {"why", broken.what()}});
+            Say({{"end", true}, {"reasons", json::object()}});
+            return kFailed;
+        }
     }
     if (arguments.size() == 4 && arguments[0] == "ids") {
         std::uint64_t seed = 0;
@@ -204,7 +212,12 @@ int Main(std::span<const std::string_view> arguments) {
         if (!plan || (arguments.size() == 3 && !Read(arguments[2], times))) {
             return WrongCommandLine();
         }
-        return Replay(*plan, times);
+        try {
+            return Replay(*plan, times);
+        } catch (const campaign::BrokenRoad& broken) {
+            Say({{"event", "judgement"}, {"held", false}, {"why", broken.what()}});
+            return kFailed;
+        }
     }
     return WrongCommandLine();
 }
@@ -214,11 +227,5 @@ int Main(std::span<const std::string_view> arguments) {
 int main(int count, char** texts) {
     campaign::CurrentTrial::Watch();
     const std::vector<std::string_view> arguments(texts + 1, texts + count);
-    try {
-        return Main(arguments);
-    } catch (const BrokenRule& rule) {
-        // Not even without a fault all is right.
-        std::cerr << "ERROR: " << rule.what() << '\n';
-        return kFailed;
-    }
+    return Main(arguments);
 }
