@@ -36,7 +36,8 @@ class TrialId:
     image_size: int
     seed: int
     faults: Sequence[FaultPart] = ()
-    # How updates begin: "2r", the camera arrives again and has not lost power; "1s", an earlier call has left its error.
+    # How updates begin: "2r", the camera arrives again and has not lost power; "1s", an earlier call has left its
+    # error.
     circumstances: Sequence[str] = ()
 
     def __str__(self) -> str:
