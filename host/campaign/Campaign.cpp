@@ -16,6 +16,8 @@ class CatalogueMaker final : public Trial::Audience {
   public:
     void Attach(const Trial& trial) { trial_ = &trial; }
 
+    void OnUpdate(std::size_t, unsigned) override {}
+    void OnUpdateEnd(const UpdateEnd&) override {}
     void OnStep(const std::string&) override {
         ++steps_;
         if (steps_ == 2) {

@@ -7,6 +7,8 @@ namespace {
 
 using How = UpdateEnd::How;
 
+}  // namespace
+
 std::string_view FirmwareInWords(const lab::FirmwareVerdict& verdict) {
     if (!verdict.isValid) {
         return "none";
@@ -21,6 +23,8 @@ std::string_view FirmwareInWords(const lab::FirmwareVerdict& verdict) {
     }
     return "wrong";
 }
+
+namespace {
 
 std::string_view HowInWords(How how) {
     switch (how) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace campaign {
 
@@ -30,6 +31,8 @@ class Tally {
     std::map<std::string, std::size_t> allowed_;
 };
 
+// "none", "old", "image", or "wrong": valid-looking, and none of these.
+[[nodiscard]] std::string_view FirmwareInWords(const lab::FirmwareVerdict& verdict);
 // Words for how an update ended and what the camera has then.
 [[nodiscard]] std::string InWords(const UpdateEnd& end);
 

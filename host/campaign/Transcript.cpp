@@ -1,5 +1,6 @@
 #include "host/campaign/Transcript.h"
 
+#include "host/campaign/Tally.h"
 #include "lab/vocabulary/BusEvents.h"
 
 #include <nlohmann/json.hpp>
@@ -37,6 +38,18 @@ void Transcript::OnStep(const std::string& words) {
 
 void Transcript::OnCrossing(const Crossing& crossing) {
     stream_ << EventOf(crossing).dump() << '\n';
+}
+
+void Transcript::OnUpdate(std::size_t camera, unsigned number) {
+    stream_ << json{{"event", "update"}, {"camera", camera}, {"number", number}}.dump() << '\n';
+}
+
+void Transcript::OnUpdateEnd(const UpdateEnd& end) {
+    stream_ << json{{"event", "update-end"},
+                    {"how", NameOf(end.how)},
+                    {"firmware", FirmwareInWords(end.verdict)}}
+                   .dump()
+            << '\n';
 }
 
 }  // namespace campaign

@@ -15,6 +15,8 @@ class Transcript final : public Trial::Audience {
 
     void OnStep(const std::string& words) override;
     void OnCrossing(const Crossing& crossing) override;
+    void OnUpdate(std::size_t camera, unsigned number) override;
+    void OnUpdateEnd(const UpdateEnd& end) override;
 
   private:
     std::ostream& stream_;

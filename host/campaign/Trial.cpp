@@ -30,6 +30,8 @@ Version VersionOf(std::span<const std::uint8_t> image) {
     return version;
 }
 
+}  // namespace
+
 std::string_view NameOf(UpdateEnd::How how) {
     switch (how) {
         case UpdateEnd::How::NotAsked:
@@ -47,6 +49,8 @@ std::string_view NameOf(UpdateEnd::How how) {
     }
     return "?";
 }
+
+namespace {
 
 std::string_view NameOf(const lab::FirmwareVerdict& verdict) {
     if (!verdict.isValid) {
@@ -161,6 +165,9 @@ UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<l
     const Image image = plan_.Image(number);
     UpdateEnd end{.number = number};
     Tell("update " + std::to_string(number));
+    if (audience_ != nullptr) {
+        audience_->OnUpdate(camera, number);
+    }
     device.SetFaults(faults);
     const bool arrivesAgain = camera == kCamera && plan_.Has(number, Circumstance::What::ArrivesAgain);
     if (arrivesAgain && device.Mode() != lab::BusMode::Absent) {
@@ -179,6 +186,9 @@ UpdateEnd Trial::Update(std::size_t camera, unsigned number, const std::vector<l
     Settle(device);
     end.verdict = VerdictOn(device, image);
     Tell(std::string(NameOf(end.how)) + "; the camera has " + std::string(NameOf(end.verdict)));
+    if (audience_ != nullptr) {
+        audience_->OnUpdateEnd(end);
+    }
     return end;
 }
 

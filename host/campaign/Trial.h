@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace campaign {
@@ -37,6 +38,9 @@ struct UpdateEnd {
     std::size_t faultsMet = 0;  // of those of this update
 };
 
+// In a word or two.
+[[nodiscard]] std::string_view NameOf(UpdateEnd::How how);
+
 // What became of a trial.
 struct TrialEnd {
     std::vector<UpdateEnd> updates = {};  // the faulted ones, then the good one
@@ -62,6 +66,9 @@ class Trial {
 
         virtual void OnStep(const std::string& words) = 0;
         virtual void OnCrossing(const Crossing& crossing) = 0;
+        // The camera, 0 or the other one's 1, is about to be plugged in for its update of this number.
+        virtual void OnUpdate(std::size_t camera, unsigned number) = 0;
+        virtual void OnUpdateEnd(const UpdateEnd& end) = 0;
     };
 
     // `faultless` is how a camera of the kind is updated that nothing was ever done to; null: the trial has

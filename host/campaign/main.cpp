@@ -6,6 +6,8 @@
 #include "host/campaign/Tally.h"
 #include "host/campaign/Transcript.h"
 #include "host/campaign/Trial.h"
+#include "lab/vocabulary/CameraFields.h"
+#include "lab/vocabulary/HexText.h"
 
 #include <charconv>
 #include <chrono>
@@ -28,6 +30,8 @@
 //     of the KV400; none whose updates begin otherwise than ever
 //   campaign replay ID [TIMES]
 //     the transcript of one trial; compared with TIMES more
+//   campaign fields ID
+//     its cameras, and each update's faults and image (in hexadecimal digits), in the words of the wire
 //
 // Exit status: 0 when all went right, 1 when a judgement failed, 2 for a wrong command line.
 
@@ -166,9 +170,24 @@ int Replay(const TrialPlan& plan, unsigned times) {
     return end.complaint.empty() ? 0 : kFailed;
 }
 
+int TellFields(const TrialPlan& plan) {
+    json updates = json::array();
+    for (unsigned number = 1; number <= plan.LastUpdate() + 1; ++number) {
+        json faults = json::array();
+        for (const lab::Fault& fault : plan.FaultsOf(number)) {
+            faults.push_back(lab::WriteFault(fault));
+        }
+        updates.push_back({{"faults", faults}, {"image", lab::HexText(plan.Image(number))}});
+    }
+    Say({{"cameras", json::array({lab::WriteCameraFields(SettingsOf(*plan.kind)),
+                                  lab::WriteCameraFields(SettingsOf(Kinds().front()))})},
+         {"updates", updates}});
+    return 0;
+}
+
 int WrongCommandLine() {
-    std::cerr
-        << "campaign run SHARE SHARES SEED all|PAIRS, ids SEED all|SINGLES PAIRS, or replay ID [TIMES]\n";
+    std::cerr << "campaign run SHARE SHARES SEED all|PAIRS, ids SEED all|SINGLES PAIRS, replay ID [TIMES], "
+                 "or fields ID\n";
     return kWrongCommandLine;
 }
 
@@ -218,6 +237,10 @@ int Main(std::span<const std::string_view> arguments) {
             Say({{"event", "judgement"}, {"held", false}, {"why", broken.what()}});
             return kFailed;
         }
+    }
+    if (arguments.size() == 2 && arguments[0] == "fields") {
+        const auto plan = PlanOf(arguments[1]);
+        return plan ? TellFields(*plan) : WrongCommandLine();
     }
     return WrongCommandLine();
 }

@@ -1,5 +1,6 @@
 #include "lab/vocabulary/CameraFields.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "lab/vocabulary/StageFields.h"
@@ -184,6 +185,36 @@ DfuTraits ToTraits(Personality personality, const json& fields) {
     return traits;
 }
 
+template <typename Value, std::size_t Count>
+std::string_view WordOf(const std::array<std::pair<std::string_view, Value>, Count>& words, Value value) {
+    return std::ranges::find(words, value, &std::pair<std::string_view, Value>::second)->first;
+}
+
+template <typename Value, std::size_t Count>
+void WriteWhereOther(json& fields, const char* field,
+                     const std::array<std::pair<std::string_view, Value>, Count>& words, Value value,
+                     Value usual) {
+    if (value != usual) {
+        fields[field] = WordOf(words, value);
+    }
+}
+
+// In what the traits depart from the personality's.
+json WriteTraits(const DfuTraits& traits, const DfuTraits& usual) {
+    json fields = json::object();
+    WriteWhereOther(fields, "detach", kDetaches, traits.detach, usual.detach);
+    WriteWhereOther(fields, "upload", kUploads, traits.upload, usual.upload);
+    WriteWhereOther(fields, "manifestation", kManifestations, traits.manifestation, usual.manifestation);
+    WriteWhereOther(fields, "set_interface", kSetInterfaces, traits.setInterface, usual.setInterface);
+    WriteWhereOther(fields, "boot_check", kBootChecks, traits.bootCheck, usual.bootCheck);
+    for (const auto& [name, member] : kSwitches) {
+        if (traits.*member != usual.*member) {
+            fields[std::string(name)] = traits.*member;
+        }
+    }
+    return fields;
+}
+
 }  // namespace
 
 CameraSettings ReadCameraFields(const json& fields, json& others) {
@@ -242,6 +273,31 @@ std::vector<Fault> ReadFaults(const json& list) {
         faults.push_back(ToFault(fields));
     }
     return faults;
+}
+
+json WriteCameraFields(const CameraSettings& camera) {
+    json fields = {
+        {"personality", WordOf(kPersonalities, camera.personality)},
+        {"transfer_size", camera.transferSize},
+        {"block_ms", camera.blockMs},
+        {"manifest_ms", camera.manifestMs},
+        {"two_banks", camera.hasTwoBanks},
+        {"page_size", camera.pageSize},
+    };
+    if (const json traits = WriteTraits(TraitsOf(camera), TraitsOf(camera.personality)); !traits.empty()) {
+        fields["traits"] = traits;
+    }
+    return fields;
+}
+
+json WriteFault(const Fault& fault) {
+    return {{"where", WordOf(kWheres, fault.where)},
+            {"what", WordOf(kWhats, fault.what)},
+            {"skip", fault.skip},
+            {"count", fault.count},
+            {"value", fault.value},
+            {"sets_error", fault.setsError},
+            {"moment", WordOf(kMoments, fault.moment)}};
 }
 
 }  // namespace lab

@@ -17,4 +17,11 @@ namespace lab {
 // Reads a camera's list of faults, and refuses it as ReadCameraFields() does.
 [[nodiscard]] std::vector<Fault> ReadFaults(const nlohmann::json& list);
 
+// The fields by which ReadCameraFields() gets such a camera: what its boot loader and its flash are, and its
+// times; neither its faults nor its descriptors.
+[[nodiscard]] nlohmann::json WriteCameraFields(const CameraSettings& camera);
+
+// The fields by which ReadFaults() gets such a fault.
+[[nodiscard]] nlohmann::json WriteFault(const Fault& fault);
+
 }  // namespace lab

@@ -6,11 +6,11 @@ from pathlib import Path
 
 import pytest
 from support import BUILD, CHECKOUT, Shared, run_script, slow
-from veyra_lab.faults.program import Campaign, Failure, Line, built, replay, trial_ids
+from veyra_lab.faults.program import Campaign, Failure, Line, built, fields_of, lines_of, replay, trial_ids
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shipped import RESTLESS, ShippedTrials
 from veyra_lab.faults.shrink import shrink
-from veyra_lab.faults.story import read_story
+from veyra_lab.faults.story import bus_lines, command_lines, read_story
 from veyra_lab.faults.table import Table
 from veyra_lab.faults.trial_id import read_id
 from veyra_lab.scenarios.files import read_scenario
@@ -110,60 +110,155 @@ def test_adds_the_shares_up() -> None:
     assert (table.tried, table.pairs) == (8, 0)
 
 
+def command(opcode: int, result: int = 0) -> Line:
+    """A firmware command that is written."""
+    return {"event": "firmware-command", "length": 20, "magic": 1, "opcode": opcode, "parameters": [0], "result": result}
+
+
+def reply(opcode: int, size: int = 1024, result: int = 0) -> Line:
+    """What is read back."""
+    return {"event": "firmware-reply", "opcode": opcode, "bytes": size, "result": result}
+
+
+def transfer(setup: str, data: str = "", error: int = 0) -> Line:
+    """A request in DFU mode."""
+    told = {"event": "transfer", "setup": setup, "transferred": len(data) // 2, "ok": not error, "error": error}
+    return {**told, "data": data}
+
+
+SWITCH = [command(30), reply(30)]
+GET_STATE, DETACH = "a1 05 00 00 00 00 01 00", "21 00 e8 03 00 00 00 00"
 TRANSCRIPT: list[Line] = [
     {"event": "trial", "id": ID, "faults": []},
     {"event": "step", "text": "update 1"},
-    {"event": "firmware-command", "opcode": 30, "result": 0},
-    {"event": "transfer", "setup": "a1 05", "length": 1, "transferred": 1, "ok": True, "error": 0, "data": "02", "ms": 9},
-    {"event": "step", "text": "failed; the camera has no firmware"},
-    {"event": "firmware-command", "opcode": 30, "result": 0},
-    {"event": "step", "text": "update 2"},
+    {"event": "update", "camera": 0, "number": 1},
+    command(16, -2147024775),
+    command(16),
+    reply(16),
+    *SWITCH,
+    transfer(GET_STATE, "02"),
+    transfer(DETACH, error=121),
+    {"event": "update-end", "how": "failed", "firmware": "none"},
+    command(30),
+    {"event": "update", "camera": 0, "number": 2},
     {"event": "alternate-setting", "interface": 0, "setting": 0, "ok": True, "error": 0},
-    {"event": "step", "text": "another camera"},
-    {"event": "step", "text": "update 1"},
-    {"event": "step", "text": "updated; the camera has the image"},
+    {"event": "update", "camera": 1, "number": 1},
+    command(16),
+    reply(16),
+    *SWITCH,
+    {"event": "update-end", "how": "not opened", "firmware": "old"},
     {"event": "judgement", "held": True, "why": ""},
 ]
+FIELDS: Line = {
+    "cameras": [{"personality": "kv400", "two_banks": True, "transfer_size": 1024}, {"personality": "kv400", "transfer_size": 1024}],
+    "updates": [
+        {"image": "01" * 2500, "faults": [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]},
+        {"image": "02" * 2500, "faults": [{"where": "DNLOAD", "what": "unplug", "skip": 1, "value": 100}]},
+    ],
+}  # fmt: skip
 
 
 def test_reads_the_updates_of_a_transcript() -> None:
     first, second, other = read_story(TRANSCRIPT)
-    assert (first.camera, first.number, first.is_accepted, first.firmware) == (0, 1, True, "none")
-    assert first.bus == ["transfer setup=a1 05 transferred=1 ok=True data=02"]
-    assert (second.camera, second.number, second.is_accepted, second.firmware) == (0, 2, False, "")
-    assert second.bus == ["alternate-setting interface=0 setting=0 ok=True"]
-    assert (other.camera, other.number, other.firmware) == (1, 1, "image")
+    assert (first.camera, first.number, first.is_accepted, first.how, first.firmware) == (0, 1, True, "failed", "none")
+    assert first.bus == [
+        "transfer setup=a1 05 00 00 00 00 01 00 transferred=1 ok=True error=0 data=02",
+        "transfer setup=21 00 e8 03 00 00 00 00 transferred=0 ok=False error=121 data=",
+    ]
+    assert (len(first.reading), len(first.commands), first.is_running) == (3, 5, True)
+    assert (second.camera, second.number, second.is_accepted, second.how) == (0, 2, False, "")
+    assert second.bus == ["alternate-setting interface=0 setting=0 ok=True error=0"]
+    assert (other.camera, other.number, other.how, other.is_running) == (1, 1, "not opened", False)
+
+
+def test_a_short_reply_is_none_whoever_tells_it() -> None:
+    assert command_lines([reply(16, 3)]) == command_lines([reply(16, 3, -2147024865)])
+    assert command_lines([reply(16, 3)]) != command_lines([reply(16, 4)])
+    assert command_lines([reply(16)]) != command_lines([reply(16, result=-2147024865)])
+
+
+def test_a_request_that_ends_otherwise_or_later_is_another() -> None:
+    timeout, stall = transfer(DETACH, error=121), transfer(DETACH, error=31)
+    assert bus_lines([timeout]) != bus_lines([stall])
+    assert bus_lines([{**timeout, "ms": 5000}]) != bus_lines([{**timeout, "ms": 4000}])
 
 
 def test_writes_a_scenario_that_can_be_read(tmp_path: Path) -> None:
-    path = write_scenario(read_id(ID), read_story(TRANSCRIPT), "broken: a block's number, counted", tmp_path)
-    assert path.name == "two-banks-a-block-s-number-counted.json"
+    path = write_scenario(read_id(ID), FIELDS, read_story(TRANSCRIPT), "broken: a block's number, counted", tmp_path)
+    assert path.name == f"a-block-s-number-counted.{ID}.json"
     (scenario,) = read_scenario(path)
-    assert scenario.stage.cameras[0] == {"two_banks": True, "block_ms": 150, "manifest_ms": 300}
+    assert scenario.stage.cameras == ({"personality": "kv400", "two_banks": True, "transfer_size": 1024}, {"personality": "kv400", "transfer_size": 1024})
+    assert scenario.stage.image.content == b"\1" * 2500
     assert scenario.steps[:6] == (
-        {"image": {"size": 2500, "version": "5.10.3.0", "seed": 1}},
-        {"faults": {"camera": 0, "list": [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]}},
+        {"image": {"size": 2500, "bytes": "01" * 2500}},
+        {"faults": {"camera": 0, "list": FIELDS["updates"][0]["faults"]}},
         {"plug": 0},
         {"wait for": "question"},
         "settle",
         {"answer": 1},
     )
-    assert scenario.steps[7] == {"expect": {"cameras": [{"firmware": "none"}]}}
-    second = scenario.steps[10]["faults"]
-    assert second["camera"] == 0
-    assert second["list"] == [
-        {"where": "DNLOAD", "what": "unplug", "skip": 1, "value": 100, "moment": "middle", "count": 0},
-        {"where": "GETSTATUS", "what": "state", "skip": 0, "value": 8},
-    ]
-    assert {"expect": {"cameras": [None, {"firmware": "image"}]}} in scenario.steps
+    assert scenario.steps[7] == {
+        "expect": {
+            "result": "failed",
+            "transfers": "GETSTATE DETACH!",
+            "commands": 1,
+            "completions": 1,
+            "progress": ["start:2"],
+            "traces with": ["update 18", "update 19", "update 23"],
+            "traces without": ["update 20", "update 22"],
+            "cameras": [{"firmware": "none"}],
+        }
+    }
+    assert scenario.steps[9:11] == (
+        {"image": {"size": 2500, "bytes": "02" * 2500}},
+        {"faults": {"camera": 0, "list": FIELDS["updates"][1]["faults"]}},
+    )
+    (other,) = [step["expect"] for step in scenario.steps[8:] if "expect" in step]
+    assert (other["camera"], other["result"], other["cameras"]) == (1, "not opened", [None, {"firmware": "old"}])
+    assert ("update 20" in other["traces with"], "update 20" in other["traces without"]) == (True, False)
     assert ID in json.loads(path.read_text(encoding="utf-8"))["description"]
 
 
-def test_the_switch_comes_behind_four_reads_of_the_version(tmp_path: Path) -> None:
-    path = write_scenario(read_id("kv400.2500x1.1cw0-stall.1cw1-time-after"), read_story(TRANSCRIPT), "", tmp_path)
-    assert path.name == "kv400.json"
-    faults = json.loads(path.read_text(encoding="utf-8"))["steps"][1]["faults"]["list"]
-    assert [fault["skip"] for fault in faults] == [0, 4]
+def test_no_two_trials_have_the_same_file(tmp_path: Path) -> None:
+    ids = ["kv400.2500x1", "kv400.2500x2", "kv400.402x1", "kv400.2500x1" + ".1gs3-time-after" * 30]
+    names = {write_scenario(read_id(each), FIELDS, [], "", tmp_path).name for each in ids}
+    assert (len(names), max(map(len, names)) < 200) == (4, True)
+
+
+@pytest.mark.parametrize(
+    ("where", "skip", "there"),
+    [
+        # The second write is the second attempt of the first reading, the third the switch, behind three readings more.
+        ("COMMAND-WRITE", 0, 0),
+        ("COMMAND-WRITE", 1, 1),
+        ("COMMAND-WRITE", 2, 5),
+        ("COMMAND-READ", 0, 0),
+        ("COMMAND-READ", 1, 4),
+        ("GETSTATUS", 2, 2),
+    ],
+)
+def test_a_fault_strikes_what_it_struck_on_linux(tmp_path: Path, where: str, skip: int, there: int) -> None:
+    fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": [{"where": where, "what": "stall", "skip": skip}]}]}
+    path = write_scenario(read_id("kv400.2500x1"), fields, read_story(TRANSCRIPT[:11]), "", tmp_path)
+    (fault,) = json.loads(path.read_text(encoding="utf-8"))["steps"][1]["faults"]["list"]
+    assert fault["skip"] == there
+
+
+def test_the_campaign_tells_fields_that_make_a_scenario(tmp_path: Path) -> None:
+    trial = "first-page-of-two-banks.402x3.1cw0-keep-after.2dn0-pull-mid100-for0"
+    fields = fields_of(built(), trial)
+    path = write_scenario(read_id(trial), fields, read_story(lines_of(replay(built(), trial).transcript)), "", tmp_path)
+    (scenario,) = read_scenario(path)
+    assert scenario.stage.cameras[0]["two_banks"]
+    assert scenario.stage.cameras[0]["traits"] == {"boot_check": "first page"}
+    assert (scenario.stage.cameras[0]["block_ms"], scenario.stage.cameras[0]["manifest_ms"]) == (150, 300)
+    stall = {"where": "COMMAND-WRITE", "what": "stall", "skip": 0, "count": 1, "value": 0, "sets_error": False}
+    assert fields["updates"][0]["faults"] == [{**stall, "moment": "after"}]
+    pull = {"where": "DNLOAD", "what": "unplug", "skip": 0, "count": 0, "value": 100, "sets_error": True}
+    assert fields["updates"][1]["faults"] == [{**pull, "moment": "middle"}]
+    assert [bytes.fromhex(update["image"])[398:402] for update in fields["updates"]] == [
+        bytes([0, 3, 10, 5]), bytes([0, 4, 10, 5]), bytes([0, 5, 10, 5])
+    ]  # fmt: skip
 
 
 def SHARED(machine: Machine) -> ShippedTrials:
@@ -195,7 +290,7 @@ def test_trials_go_the_same_way_on_the_executable_that_ships(shared: Shared[Ship
 
 
 def test_refuses_to_play_what_would_never_end_there(shared: Shared[ShippedTrials]) -> None:
-    with pytest.raises(ValueError, match="restarts for ever"):
+    with pytest.raises(ValueError, match="Linux only: after DETACH it is back"):
         shared.get().run("stays-in-dfu-mode.2500x1")
 
 

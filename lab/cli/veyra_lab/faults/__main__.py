@@ -5,6 +5,7 @@ import os
 import random
 import sys
 import time
+from collections.abc import Sequence
 from pathlib import Path
 
 from rich.console import Console
@@ -18,9 +19,9 @@ from ..terminal.set_up import SetUpError
 from ..windows.machine import Machine, MachineError
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
-from .program import Campaign, Failure, Line, built, lines_of, replay, trial_ids
+from .program import Campaign, Failure, Line, built, fields_of, lines_of, replay, trial_ids
 from .scenario import write_scenario
-from .shipped import RESTLESS, ShippedTrials
+from .shipped import RESTLESS, WHY_RESTLESS, ShippedTrials
 from .shrink import shrink
 from .story import read_story
 from .table import Table
@@ -135,21 +136,32 @@ def _run_shipped(program: Path, options: argparse.Namespace) -> int:
     seed = random.SystemRandom().randrange(1 << 30) if options.seed is None else options.seed
     singles, pairs = (_QUICK_SHIPPED, _QUICK_SHIPPED_PAIRS) if options.quick else ("all", _SHIPPED_PAIRS)
     print(f"seed {seed}", flush=True)
-    trials = [trial for trial in trial_ids(program, seed, singles, pairs) if not trial.startswith(f"{RESTLESS}.")]
+    chosen = trial_ids(program, seed, singles, pairs)
+    trials = [trial for trial in chosen if not trial.startswith(f"{RESTLESS}.")]
     failed = 0
     began = time.monotonic()
     with sole_use(options.machine):
         programs = up_to_date_programs(options)
         with Machine(options.machine) as machine, ShippedTrials(program, machine, programs) as shipped:
             for number, trial in enumerate(trials, 1):
-                end = shipped.run(trial)
-                failed += bool(end.complaints)
-                for complaint in end.complaints:
-                    print(f"failed: {trial}: {complaint}")
+                complaints = _complaints(shipped, trial)
+                failed += bool(complaints)
+                for complaint in complaints:
+                    print(f"failed: {trial}: {complaint}", flush=True)
                 if number % max(1, len(trials) // _PLAIN_SHARE) == 0:
                     print(f"[{100 * number // len(trials):3}%] {number} of {len(trials)} trials", flush=True)
+    if len(trials) < len(chosen):
+        print(f"left out: {len(chosen) - len(trials)} trials of {RESTLESS}, because {WHY_RESTLESS}")
     print(f"{len(trials)} trials on the executable that ships, in {time.monotonic() - began:.0f} s; {failed} failed")
     return 1 if failed or not trials else 0
+
+
+def _complaints(shipped: ShippedTrials, trial: str) -> Sequence[str]:
+    """What does not hold of one trial. One that cannot be played is a failure as well, and those behind it go on."""
+    try:
+        return shipped.run(trial).complaints
+    except (ValueError, ScenarioError) as error:
+        return [str(error)]
 
 
 def _watch(campaign: Campaign, table: Table) -> list[Failure]:
@@ -182,7 +194,7 @@ def _tell(program: Path, failures: list[Failure]) -> None:
         try:
             smallest = shrink(program, failure.trial)
             told = read_story(lines_of(replay(program, smallest).transcript))
-            path = write_scenario(read_id(smallest), told, failure.why, _FOLDER)
+            path = write_scenario(read_id(smallest), fields_of(program, smallest), told, failure.why, _FOLDER)
         except (ValueError, ScenarioError) as error:
             print(f"cannot be made smaller: {failure.trial}: {error}")
             continue

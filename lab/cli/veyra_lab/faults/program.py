@@ -52,6 +52,18 @@ def trial_ids(program: Path, seed: int, singles: str, pairs: int) -> list[str]:
     return [line["id"] for line in lines_of(done.stdout)]
 
 
+def fields_of(program: Path, trial: str) -> Line:
+    """The trial in the words of scenarios: "cameras", and "updates" with the "faults" and the "image" of each, in
+    hexadecimal digits. ValueError for an id that the program does not know."""
+    done = subprocess.run(
+        [str(program), "fields", trial], capture_output=True, encoding="utf-8", errors="replace", check=False,
+        env=os.environ | _OPTIONS,
+    )  # fmt: skip
+    for line in lines_of(done.stdout):
+        return line
+    raise ValueError(f"'{trial}' is not the id of a trial")
+
+
 @dataclass(frozen=True)
 class Replay:
     """What one trial did."""

@@ -1,6 +1,6 @@
 """Trials of the campaign on the executable that ships, as scenarios under Wine."""
 
-from collections.abc import Sequence
+from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
@@ -10,15 +10,18 @@ from ..runner.runner import ScenarioRunner
 from ..scenarios.files import read_scenario
 from ..windows.machine import Machine
 from ..windows.programs import Programs
-from ..wire.events import RIG
-from .program import lines_of, replay
-from .scenario import write_scenario
-from .story import ToldUpdate, bus_lines, read_story
+from ..wire.events import RIG, Event
+from .program import fields_of, lines_of, replay
+from .scenario import FURTHER_READINGS, write_scenario
+from .story import ToldUpdate, bus_lines, command_lines, read_story
 from .trial_id import read_id
 
 FOLDER = BUILD / "faults" / "replayed"
-# After DETACH it is back in DFU mode, where the service meets it anew, for as long as anybody looks.
+# A camera whose trials can be played on Linux only.
 RESTLESS = "stays-in-dfu-mode"
+WHY_RESTLESS = "after DETACH it is back in DFU mode, where the service meets it anew, for as long as anybody looks"
+# The opcode of the firmware command that reads the version.
+READ_INFORMATION = 0x10
 
 
 @dataclass(frozen=True)
@@ -51,23 +54,54 @@ class ShippedTrials:
     def run(self, trial: str) -> ShippedEnd:
         """Plays a trial on Linux, and then there. ValueError for one that cannot be played there."""
         if read_id(trial).kind == RESTLESS:
-            raise ValueError(f"{trial}: this camera restarts for ever, so its trials can be played on Linux only")
+            raise ValueError(f"{trial} can be played on Linux only: {WHY_RESTLESS}")
         played = replay(self._program, trial)
         told = read_story(lines_of(played.transcript))
-        path = write_scenario(read_id(trial), told, played.why, FOLDER)
+        path = write_scenario(read_id(trial), fields_of(self._program, trial), told, played.why, FOLDER)
         (variant,) = read_scenario(path)
         mark = len(self._runner.events())
         outcome = self._runner.run(variant)
-        seen = bus_lines(event for event in self._runner.events()[mark:] if event["source"] == RIG)
+        seen = _by_update(self._runner.events()[mark:])
         complaints = [*outcome.complaints, *_differences(told, seen)]
-        return ShippedEnd(complaints, len(seen), outcome.seconds, path)
+        return ShippedEnd(complaints, sum(len(bus_lines(events)) for events in seen), outcome.seconds, path)
 
 
-def _differences(told: Sequence[ToldUpdate], seen: Sequence[str]) -> list[str]:
-    expected = [line for update in told for line in update.bus]
-    for number, (here, there) in enumerate(zip(expected, seen), 1):
-        if here != there:
-            return [f"request {number} in DFU mode: on Linux {here}, here {there}"]
-    if len(expected) != len(seen):
-        return [f"{len(expected)} requests in DFU mode on Linux, {len(seen)} here"]
-    return []
+def _by_update(events: Iterable[Event]) -> list[list[Event]]:
+    """What the rig told, from each plugging in to the next."""
+    updates: list[list[Event]] = []
+    for event in events:
+        if event["event"] == "step" and event["text"].endswith(": plug"):
+            updates.append([])
+        elif event["source"] == RIG and updates:
+            updates[-1].append(event)
+    return updates
+
+
+def _differences(told: Sequence[ToldUpdate], seen: Sequence[Sequence[Event]]) -> Iterator[str]:
+    """The first difference of each update."""
+    if len(told) != len(seen):
+        yield f"{len(told)} updates on Linux, {len(seen)} here"
+    for number, (update, events) in enumerate(zip(told, seen), 1):
+        yield from _difference(f"update {number}: request", "in DFU mode: ", update.bus, bus_lines(events))
+        commands = command_lines(events)
+        expected = _expected_commands(update)
+        yield from _difference(f"update {number}: command", "", expected, commands[: len(expected)])
+        # Whatever comes behind is the version, which the service reads of every running camera that arrives.
+        others = [line for line in commands[len(expected) :] if f"opcode={READ_INFORMATION} " not in line]
+        yield from _difference(f"update {number}: further command", "", [], others)
+
+
+def _difference(what: str, place: str, here: Sequence[str], there: Sequence[str]) -> Iterator[str]:
+    for number, (one, other) in enumerate(zip(here, there), 1):
+        if one != other:
+            yield f"{what} {number} {place}on Linux {one}, here {other}"
+            return
+    if len(here) != len(there):
+        longer = (here if len(here) > len(there) else there)[min(len(here), len(there))]
+        yield f"{what}s {place}{len(here)} on Linux, {len(there)} here; the first that is not on both sides: {longer}"
+
+
+def _expected_commands(update: ToldUpdate) -> Sequence[str]:
+    """A version that was read is read again, at once: of the camera's other source, and at its other arrival."""
+    switch = update.commands[len(update.reading) :]
+    return [*update.reading, *(update.reading[-2:] * FURTHER_READINGS if switch else ()), *switch]

@@ -3,22 +3,22 @@
 from collections.abc import Iterable, Sequence
 from dataclasses import dataclass, field
 
+from ..wire.events import ENTER_DFU_MODE
 from .program import Line
 
-_SWITCH = 0x1E
-_FIRMWARE = {
-    "the image": "image",
-    "the old firmware": "old",
-    "no firmware": "none",
-    "valid-looking and wrong": "wrong",
-}
-# What of the bus's events two runs must have in common, wherever they are from. Errors of a device that is gone differ
-# by when it left, and nobody's clock is another's.
+# What of an event two runs have in common, wherever they are from.
 _OF_THE_BUS = {
-    "transfer": ("setup", "transferred", "ok", "data"),
-    "descriptor": ("type", "length", "transferred", "ok"),
-    "alternate-setting": ("interface", "setting", "ok"),
+    "transfer": ("setup", "transferred", "ok", "error", "ms", "data"),
+    "descriptor": ("type", "length", "transferred", "ok", "error"),
+    "alternate-setting": ("interface", "setting", "ok", "error"),
 }
+_OF_THE_COMMANDS = {
+    "firmware-command": ("magic", "length", "opcode", "parameters", "result"),
+    "firmware-reply": ("opcode", "bytes", "result"),
+}
+
+_REPLY_BYTES = 1024
+_GENERAL_FAILURE = -2147024865  # ERROR_GEN_FAILURE as an HRESULT
 
 
 @dataclass
@@ -27,38 +27,75 @@ class ToldUpdate:
 
     camera: int
     number: int
-    # The user was asked, and the camera was told to go to DFU mode.
-    is_accepted: bool = False
-    # What the camera had in the end: "none", "old", "image" or "wrong"; empty when it did not come to an end.
+    # How it ended: "not asked", "not switched", "not opened", "failed", "updated"; empty when it did not come to an end.
+    how: str = ""
+    # What the camera had in the end: "none", "old", "image" or "wrong".
     firmware: str = ""
-    bus: list[str] = field(default_factory=list)
+    # Its version was read behind it.
+    is_running: bool = False
+    events: list[Line] = field(default_factory=list)
+
+    @property
+    def is_accepted(self) -> bool:
+        """The user was asked, and the camera was told to go to DFU mode."""
+        return len(self.reading) < len(self.commands)
+
+    @property
+    def bus(self) -> Sequence[str]:
+        """What crossed the bus in DFU mode."""
+        return bus_lines(self.events)
+
+    @property
+    def commands(self) -> Sequence[str]:
+        """The firmware commands and what was read back."""
+        return command_lines(self.events)
+
+    @property
+    def reading(self) -> Sequence[str]:
+        """Those by which the version was read, before the one that sends the camera into DFU mode."""
+        opcodes = [event.get("opcode") for event in self.events if event["event"] == "firmware-command"]
+        if ENTER_DFU_MODE not in opcodes:
+            return self.commands
+        switch = [event for event in self.events if event.get("opcode") == ENTER_DFU_MODE][0]
+        return command_lines(self.events[: self.events.index(switch)])
 
 
 def read_story(lines: Iterable[Line]) -> Sequence[ToldUpdate]:
     """The updates of a transcript."""
     updates: list[ToldUpdate] = []
-    camera = 0
     for line in lines:
-        if line.get("event") == "step":
-            words = line["text"]
-            first, _, number = words.partition(" ")
-            if words == "another camera":
-                camera = 1
-            elif first == "update" and number.isdigit():
-                updates.append(ToldUpdate(camera, int(number)))
-            elif updates and "; the camera has " in words:
-                updates[-1].firmware = _FIRMWARE[words.partition("; the camera has ")[2]]
-        elif updates and not updates[-1].firmware:
-            updates[-1].is_accepted |= line.get("opcode") == _SWITCH
-            updates[-1].bus += bus_lines([line])
+        event = line["event"]
+        if event == "update":
+            updates.append(ToldUpdate(line["camera"], line["number"]))
+        elif event == "update-end":
+            updates[-1].how, updates[-1].firmware = line["how"], line["firmware"]
+        elif updates and not updates[-1].how:
+            updates[-1].events.append(line)
+        elif updates:
+            updates[-1].is_running |= event == "firmware-command"
     return updates
 
 
 def bus_lines(events: Iterable[Line]) -> list[str]:
     """What crossed the bus to devices in DFU mode, in words that do not depend on who has told it."""
+    return _lines(events, _OF_THE_BUS)
+
+
+def command_lines(events: Iterable[Line]) -> list[str]:
+    """The same of the firmware commands to running cameras."""
+    return _lines(events, _OF_THE_COMMANDS)
+
+
+def _whole_or_not(event: Line) -> Line:
+    """Windows reads a control whole or fails, where Linux has the bytes that came: either way nothing is told."""
+    is_short = event["event"] == "firmware-reply" and event["bytes"] < _REPLY_BYTES
+    return {**event, "result": "short"} if is_short and event["result"] in (0, _GENERAL_FAILURE) else event
+
+
+def _lines(events: Iterable[Line], known: dict[str, tuple[str, ...]]) -> list[str]:
     told = []
-    for event in events:
-        fields = _OF_THE_BUS.get(event.get("event", ""))
+    for event in map(_whole_or_not, events):
+        fields = known.get(event["event"])
         if fields:
             told.append(" ".join([event["event"], *(f"{name}={event[name]}" for name in fields if name in event)]))
     return told

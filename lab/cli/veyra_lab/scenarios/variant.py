@@ -22,6 +22,8 @@ class ImagePlan:
         """From what a file says. An image of the same size, version and seed is always the same."""
         if isinstance(value, str):
             return ImagePlan(None, is_folder=value == "folder")
+        if "bytes" in value:
+            return ImagePlan(bytes.fromhex(value["bytes"]))
         whole = {**_DEFAULT_IMAGE, **value}
         seed = f"KV400 scenario image {whole.get('seed', 0)}"
         content = hashlib.shake_256(seed.encode()).digest(whole["size"])
