@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 from support import BUILD, CHECKOUT, Shared, run_script, slow
-from veyra_lab.faults.program import Campaign, Failure, Line, built, fields_of, lines_of, replay, trial_ids
+from veyra_lab.faults.program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shipped import RESTLESS, ShippedTrials
 from veyra_lab.faults.shrink import shrink
@@ -18,6 +18,26 @@ from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import Programs
 
 ID = "two-banks.2500x7.1gs3-time-after.2dn1-pull-mid100-for0.2gs0-state8"
+
+
+@pytest.fixture
+def leaking(tmp_path: Path) -> Path:
+    """A campaign that does everything right, and leaks."""
+    path = tmp_path / "campaign"
+    path.write_text(
+        """#!/usr/bin/env python3
+import json, sys
+if sys.argv[1] == "run":
+    print(json.dumps({"end": True, "reasons": {}}))
+elif sys.argv[1] == "replay":
+    print(json.dumps({"event": "judgement", "held": True, "why": ""}))
+print("==7==ERROR: LeakSanitizer: detected memory leaks", file=sys.stderr)
+sys.exit(23)
+""",
+        encoding="utf-8",
+    )
+    path.chmod(0o755)
+    return path
 
 
 @pytest.fixture
@@ -77,6 +97,22 @@ def test_tells_what_failed_and_which_trial_the_program_died_of(stand_in: Path) -
         Failure("kv400.2500x1.1gs0-short0", "ERROR: AddressSanitizer: heap-buffer-overflow on address"),
     ]
     assert sum(line.get("total", 0) for line in heard) == 4
+
+
+def test_a_leak_that_is_told_behind_the_last_trial_is_a_failure(leaking: Path) -> None:
+    failures = Campaign(leaking, 1, "all", 2).run(lambda line: None)
+    assert failures == [
+        Failure("share 0, at its end", "ERROR: LeakSanitizer: detected memory leaks"),
+        Failure("share 1, at its end", "ERROR: LeakSanitizer: detected memory leaks"),
+    ]
+    assert replay(leaking, "kv400.2500x1").why == "ERROR: LeakSanitizer: detected memory leaks"
+    # Each smaller one leaks too.
+    assert shrink(leaking, "kv400.2500x1.1gs3-time.2dn1-pull") == "kv400.402x1"
+
+
+def test_a_program_that_dies_of_telling_ids_is_told_in_one_line(leaking: Path) -> None:
+    with pytest.raises(ProgramError, match="told no ids: ERROR: LeakSanitizer: detected memory leaks"):
+        trial_ids(leaking, 1, "all", 0)
 
 
 def test_refuses_an_id_that_the_program_does_not_know(stand_in: Path) -> None:

@@ -19,7 +19,7 @@ from ..terminal.set_up import SetUpError
 from ..windows.machine import Machine, MachineError
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
-from .program import Campaign, Failure, Line, built, fields_of, lines_of, replay, trial_ids
+from .program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
 from .scenario import write_scenario
 from .shipped import RESTLESS, WHY_RESTLESS, ShippedTrials
 from .shrink import shrink
@@ -66,7 +66,7 @@ def main() -> int:
         # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 0
-    except (KeyboardInterrupt, SetUpError, MachineError, PeerError, OSError) as error:
+    except (KeyboardInterrupt, SetUpError, MachineError, PeerError, ProgramError, ScenarioError, OSError) as error:
         return give_up("scripts/faults", error)
 
 

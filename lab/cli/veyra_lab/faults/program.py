@@ -19,8 +19,11 @@ PRESET = "host-sanitize"
 _NAME = "campaign"
 # The numbers and addresses of a process, which are others each time.
 _OF_THIS_PROCESS = re.compile(r"==[0-9]+==| ?0x[0-9a-f]+")
-# What makes a sanitizer's word on a dead program the last of its lines, and whole.
-_OPTIONS = {"ASAN_OPTIONS": "detect_leaks=1:handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
+_OPTIONS = {"ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
+
+
+class ProgramError(Exception):
+    """The campaign's program did not do what it was asked to."""
 
 
 @dataclass(frozen=True)
@@ -46,9 +49,14 @@ def lines_of(text: str) -> Iterator[Line]:
 
 
 def trial_ids(program: Path, seed: int, singles: str, pairs: int) -> list[str]:
-    """The ids of so many trials with one fault, "all" of them or a number, and with two, chosen by the seed."""
+    """The ids of so many trials with one fault, "all" of them or a number, and with two, chosen by the seed. ProgramError
+    when the program dies of it."""
     command = [str(program), "ids", str(seed), singles, str(pairs)]
-    done = subprocess.run(command, capture_output=True, encoding="utf-8", check=True)
+    done = subprocess.run(
+        command, capture_output=True, encoding="utf-8", errors="replace", check=False, env=os.environ | _OPTIONS
+    )
+    if done.returncode:
+        raise ProgramError(f"the campaign's program told no ids: {_why_ended(done.stderr, done.returncode)}")
     return [line["id"] for line in lines_of(done.stdout)]
 
 
@@ -76,9 +84,8 @@ class Replay:
     def why(self) -> str:
         """What did not hold; empty when everything did."""
         lines = list(lines_of(self.transcript))
-        if lines and lines[-1].get("event") == "judgement":
-            return str(lines[-1]["why"])
-        return _last_words(self.said) if self.status else ""
+        judged = str(lines[-1]["why"]) if lines and lines[-1].get("event") == "judgement" else ""
+        return judged or (_why_ended(self.said, self.status) if self.status else "")
 
 
 def replay(program: Path, trial: str, times: int = 0) -> Replay:
@@ -138,9 +145,15 @@ class Campaign:
         status = process.wait()
         reader.join()
         if not ended:
-            why = _last_words("".join(errors)) or f"the program ended with {status}"
-            failures.append(Failure(died or f"share {share}", why))
+            failures.append(Failure(died or f"share {share}", _why_ended("".join(errors), status)))
+        elif status != (1 if failures else 0):
+            # Of what is told behind the last trial, as a leak is, no trial is the cause alone.
+            failures.append(Failure(f"share {share}, at its end", _why_ended("".join(errors), status)))
         return failures
+
+
+def _why_ended(said: str, status: int) -> str:
+    return _last_words(said) if said.strip() else f"the program ended with {status}"
 
 
 def _last_words(said: str) -> str:
