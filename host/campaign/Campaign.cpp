@@ -18,6 +18,7 @@ class CatalogueMaker final : public Trial::Audience {
 
     void OnUpdate(std::size_t, unsigned) override {}
     void OnUpdateEnd(const UpdateEnd&) override {}
+    void OnBroken(bool, std::string_view) override {}
     void OnStep(const std::string&) override {
         ++steps_;
         if (steps_ == 2) {

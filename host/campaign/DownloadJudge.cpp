@@ -136,6 +136,36 @@ const char* DownloadJudge::OrderRule() const {
     return "requests are sent to a device that is opened";
 }
 
+std::string_view DownloadJudge::Next() const {
+    switch (step_) {
+        case Step::FirstState:
+        case Step::SecondState:
+            return "GETSTATE";
+        case Step::Detach:
+            return "DETACH";
+        case Step::Probe:
+            return "UPLOAD";
+        case Step::Block:
+            return "DNLOAD";
+        case Step::LastBlock:
+            return "EMPTY";
+        case Step::BlockStatus:
+        case Step::ManifestStatus:
+        case Step::LastStatus:
+            return "GETSTATUS";
+        case Step::Nothing:
+        case Step::DeviceDescriptor:
+        case Step::ConfigurationHeader:
+        case Step::Configuration:
+        case Step::Setting:
+        case Step::Opened:
+        case Step::NotOpened:
+        case Step::Over:
+            break;
+    }
+    return "";
+}
+
 // What no reply overwrites must count as an error.
 void DownloadJudge::CheckStatusRequest(const Crossing& crossing) const {
     constexpr std::array<std::uint8_t, 6> kNoStatusYet{14, 0, 0, 0, 10, 0};

@@ -30,6 +30,9 @@ class DownloadJudge {
 
     void OnCrossing(const Crossing& crossing);
 
+    // The request that has to come next, by its name in the USB DFU 1.1 standard, and EMPTY for the DNLOAD
+    // without data; empty when none may.
+    [[nodiscard]] std::string_view Next() const;
     // Whether GETSTATUS has told dfuMANIFEST-WAIT-RESET.
     [[nodiscard]] bool SawTheEnd() const { return sawTheEnd_; }
 

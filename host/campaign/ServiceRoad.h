@@ -42,6 +42,8 @@ class ServiceRoad {
     [[nodiscard]] DfuPass Download(std::span<const std::uint8_t> image);
 
     void OnCrossing(const Crossing& crossing);
+    // DownloadJudge::Next().
+    [[nodiscard]] std::string_view NextRequest() const { return downloadJudge_.Next(); }
     // Whether the last download was told its end by the camera.
     [[nodiscard]] bool SawTheEnd() const { return downloadJudge_.SawTheEnd(); }
 

@@ -52,4 +52,8 @@ void Transcript::OnUpdateEnd(const UpdateEnd& end) {
             << '\n';
 }
 
+void Transcript::OnBroken(bool isByCrossing, std::string_view next) {
+    stream_ << json{{"event", "broken"}, {"by_crossing", isByCrossing}, {"next", next}}.dump() << '\n';
+}
+
 }  // namespace campaign

@@ -17,6 +17,7 @@ class Transcript final : public Trial::Audience {
     void OnCrossing(const Crossing& crossing) override;
     void OnUpdate(std::size_t camera, unsigned number) override;
     void OnUpdateEnd(const UpdateEnd& end) override;
+    void OnBroken(bool isByCrossing, std::string_view next) override;
 
   private:
     std::ostream& stream_;

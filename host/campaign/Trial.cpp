@@ -82,12 +82,17 @@ class Trial::Listener final : public ICrossingListener {
     // and did not.
     [[nodiscard]] bool WasDeceived() const { return road_->SawTheEnd() && endIsFalse_; }
 
+    // Whether the last crossing broke a rule.
+    [[nodiscard]] bool IsInCrossing() const { return isInCrossing_; }
+
     void OnCrossing(const Crossing& crossing) override {
         if (audience_ != nullptr) {
             audience_->OnCrossing(crossing);
         }
         const bool sawTheEnd = road_->SawTheEnd();
+        isInCrossing_ = true;
         road_->OnCrossing(crossing);
+        isInCrossing_ = false;
         if (!sawTheEnd && road_->SawTheEnd()) {
             endIsFalse_ = bus_->Camera(crossing.camera).State() != lab::DfuState::ManifestWaitReset;
         }
@@ -98,6 +103,7 @@ class Trial::Listener final : public ICrossingListener {
     CameraBus* bus_ = nullptr;
     ServiceRoad* road_ = nullptr;
     bool endIsFalse_ = false;
+    bool isInCrossing_ = false;
 };
 
 Trial::Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience)
@@ -120,6 +126,9 @@ TrialEnd Trial::Run() {
         RunAll();
     } catch (const BrokenRule& rule) {
         end_.complaint = std::string("broken: ") + rule.what();
+        if (audience_ != nullptr) {
+            audience_->OnBroken(listener_->IsInCrossing(), road_.NextRequest());
+        }
     } catch (const std::exception& error) {
         end_.complaint = std::string("raised: ") + error.what();
     }

@@ -69,6 +69,9 @@ class Trial {
         // The camera, 0 or the other one's 1, is about to be plugged in for its update of this number.
         virtual void OnUpdate(std::size_t camera, unsigned number) = 0;
         virtual void OnUpdateEnd(const UpdateEnd& end) = 0;
+        // A rule is broken, by the last crossing or behind it. `next` is the request that had to come in DFU
+        // mode; empty for none.
+        virtual void OnBroken(bool isByCrossing, std::string_view next) = 0;
     };
 
     // `faultless` is how a camera of the kind is updated that nothing was ever done to; null: the trial has

@@ -14,6 +14,7 @@ from veyra_lab.faults.story import bus_lines, command_lines, read_story
 from veyra_lab.faults.table import Table
 from veyra_lab.faults.trial_id import read_id
 from veyra_lab.scenarios.files import read_scenario
+from veyra_lab.scenarios.transfer_pattern import compile_pattern, spell
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import Programs
 
@@ -253,6 +254,57 @@ def test_writes_a_scenario_that_can_be_read(tmp_path: Path) -> None:
     assert (other["camera"], other["result"], other["cameras"]) == (1, "not opened", [None, {"firmware": "old"}])
     assert ("update 20" in other["traces with"], "update 20" in other["traces without"]) == (True, False)
     assert ID in json.loads(path.read_text(encoding="utf-8"))["description"]
+
+
+def broken(by_crossing: bool, following: str) -> Line:
+    """The judge's word on a rule that was broken."""
+    return {"event": "broken", "by_crossing": by_crossing, "next": following}
+
+
+BLOCK, STATUS = "21 01 00 00 00 00 00 04", "a1 03 00 00 00 00 06 00"
+HEAD: list[Line] = [{"event": "update", "camera": 0, "number": 1}, *SWITCH, transfer(GET_STATE, "02")]
+
+
+@pytest.mark.parametrize(
+    ("crossings", "breach", "expected", "goes_on"),
+    [
+        # The answer to a block is lost, and the service looks at the state: nothing may come.
+        ([transfer(BLOCK, error=121), transfer(STATUS)], broken(True, ""), "GETSTATE DNLOAD/0!", False),
+        # It ends where the empty block has to come.
+        ([transfer(BLOCK), transfer(STATUS)], broken(False, "EMPTY"), "GETSTATE DNLOAD/0 GETSTATUS", True),
+        # It sends a block where the state has to be looked at.
+        ([transfer(BLOCK), transfer(BLOCK)], broken(True, "GETSTATUS"), "GETSTATE DNLOAD/0", True),
+    ],
+)
+def test_a_broken_rule_leaves_what_should_have_come(
+    tmp_path: Path, crossings: list[Line], breach: Line, expected: str, goes_on: bool
+) -> None:
+    updates = read_story([*HEAD, *crossings, breach])
+    path = write_scenario(read_id(ID), FIELDS, updates, "broken: a rule", tmp_path)
+    (scenario,) = read_scenario(path)
+    (wanted,) = [step["expect"] for step in scenario.steps if "expect" in step]
+    assert wanted["cameras"] == [{"firmware": ["none", "old", "image"]}]
+    # What the failing run did does not hold; what should have come does.
+    pattern = compile_pattern(wanted["transfers"])
+    assert not pattern.fullmatch(spell(event for event in [*HEAD, *crossings] if event["event"] == "transfer"))
+    right = expected + (" EMPTY/1 GETSTATUS GETSTATUS! " if breach["next"] == "EMPTY" else " ")
+    assert bool(pattern.fullmatch(right)) == (breach["next"] != "GETSTATUS")
+    assert bool(pattern.fullmatch(f"{expected} GETSTATUS DNLOAD/1 GETSTATUS EMPTY/2 GETSTATUS ")) == (
+        goes_on and breach["next"] == "GETSTATUS"
+    )
+
+
+def test_without_a_fault_a_camera_has_to_be_updated(tmp_path: Path) -> None:
+    fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": []}]}
+    path = write_scenario(read_id("kv400.402x1"), fields, read_story([*HEAD, broken(False, "EMPTY")]), "broken: a", tmp_path)
+    (scenario,) = read_scenario(path)
+    assert [step["expect"] for step in scenario.steps if "expect" in step] == [{"result": "updated", "camera": 0}]
+
+
+def test_a_camera_that_counts_as_updated_has_to_have_the_image(tmp_path: Path) -> None:
+    lines = [*HEAD, {"event": "update-end", "how": "updated", "firmware": "none"}, broken(False, "")]
+    (scenario,) = read_scenario(write_scenario(read_id(ID), FIELDS, read_story(lines), "broken: a rule", tmp_path))
+    assert [step["expect"] for step in scenario.steps if "expect" in step] == [{"cameras": [{"firmware": ["image"]}]}]
 
 
 def test_no_two_trials_have_the_same_file(tmp_path: Path) -> None:

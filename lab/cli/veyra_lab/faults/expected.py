@@ -12,8 +12,41 @@ from .story import ToldUpdate
 _RESULTS = {"not asked": "not asked", "up to date": "not asked", "not opened": "not opened", "failed": "failed"}
 _NO_CAMERA_IN_DFU_MODE, _CAMERA_IN_DFU_MODE, _NOT_OPENED = "update 18", "update 19", "update 20"
 _VERSION_UNKNOWN, _VERSION = "update 22", "update 23"
+# Cameras that an update without a fault leaves running with the image.
+_UPDATED = ("kv400", "busy-first", "addressed-flash")
+# What may follow a request: the blocks and looks that are left, whichever they are.
+_LOOKS = "GETSTATUS?*"
+_REST = f"(DNLOAD? {_LOOKS})* EMPTY?* {_LOOKS}"
+_AFTER = {
+    "GETSTATE": f"DETACH?* GETSTATE?* UPLOAD?* {_REST}",
+    "DETACH": f"GETSTATE?* UPLOAD?* {_REST}",
+    "UPLOAD": _REST,
+    "DNLOAD": f"{_LOOKS} {_REST}",
+    "GETSTATUS": f"{_LOOKS} {_REST}",
+    "EMPTY": _LOOKS,
+}
 # The service takes its HID descriptor for the functional one of DFU, so the blocks that it announces are of another size.
 _MISREAD = "behind-hid"
+
+
+def mended(update: ToldUpdate, camera: Mapping[str, Any], has_faults: bool) -> dict[str, Any]:
+    """What has to hold of an update in which a rule was broken: the requests up to there were right, the one that had to
+    come is known, and in the end the camera has nothing that nobody has made."""
+    if not has_faults and update.number == 1 and camera["personality"] in _UPDATED:
+        return {"result": "updated", "camera": update.camera}
+    seen = shorten(spell(event for event in update.events if event["event"] == "transfer"))
+    expected: dict[str, Any] = {}
+    # Where nothing has come to a camera in DFU mode yet, what does is open.
+    if not update.how and (update.bus or update.next):
+        right = "" if seen == "none" else seen
+        ahead = f"{update.next}? {_AFTER[update.next]}" if update.next else ""
+        expected["transfers"] = f"{right} {ahead}".strip() or "none"
+    # One that counts as updated has to have the image.
+    firmware = ["image"] if update.how == "updated" else ["none", "old", "image"]
+    if "boot_check" in camera.get("traits", {}):
+        firmware = ["none", "old", "image", "wrong"]
+    expected["cameras"] = [*[None] * update.camera, {"firmware": firmware}]
+    return expected
 
 
 def expectation(

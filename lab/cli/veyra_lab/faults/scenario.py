@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Any
 
 from ..scenarios.schema import check_filled
-from .expected import expectation
+from .expected import expectation, mended
 from .program import Line
 from .story import ToldUpdate
 from .trial_id import TrialId
@@ -79,7 +79,9 @@ def _steps(fields: Line, update: ToldUpdate) -> Iterator[Any]:
         yield "settle"
         yield {"answer": 1}
     yield "settle"
-    if update.how:
+    if update.next is not None:
+        yield {"expect": mended(update, fields["cameras"][update.camera], bool(faults))}
+    elif update.how:
         size = _image(fields, update.number)["size"]
         yield {"expect": expectation(update, fields["cameras"][update.camera], size, faults)}
     yield {"take away": update.camera}

@@ -33,6 +33,8 @@ class ToldUpdate:
     firmware: str = ""
     # Its version was read behind it.
     is_running: bool = False
+    # The request that had to come when a rule was broken, "" for none; None when none was broken in it.
+    next: str | None = None
     events: list[Line] = field(default_factory=list)
 
     @property
@@ -69,6 +71,11 @@ def read_story(lines: Iterable[Line]) -> Sequence[ToldUpdate]:
             updates.append(ToldUpdate(line["camera"], line["number"]))
         elif event == "update-end":
             updates[-1].how, updates[-1].firmware = line["how"], line["firmware"]
+        elif event == "broken" and updates:
+            last = updates[-1]
+            last.next = line["next"]
+            if line["by_crossing"] and not last.how:
+                last.events.pop()
         elif updates and not updates[-1].how:
             updates[-1].events.append(line)
         elif updates:
