@@ -217,6 +217,8 @@ def test_a_short_reply_is_none_whoever_tells_it() -> None:
 def test_a_request_that_ends_otherwise_or_later_is_another() -> None:
     timeout, stall = transfer(DETACH, error=121), transfer(DETACH, error=31)
     assert bus_lines([timeout]) != bus_lines([stall])
+    gone, long_gone = transfer(DETACH, error=22), transfer(DETACH, error=433)
+    assert bus_lines([gone]) == bus_lines([long_gone]) != bus_lines([stall])
     assert bus_lines([{**timeout, "ms": 5000}]) != bus_lines([{**timeout, "ms": 4000}])
 
 

@@ -18,6 +18,7 @@ _OF_THE_COMMANDS = {
 }
 
 _REPLY_BYTES = 1024
+_GONE = (22, 433)  # of a device that has left less or more than half a second ago
 _GENERAL_FAILURE = -2147024865  # ERROR_GEN_FAILURE as an HRESULT
 
 
@@ -93,15 +94,18 @@ def command_lines(events: Iterable[Line]) -> list[str]:
     return _lines(events, _OF_THE_COMMANDS)
 
 
-def _whole_or_not(event: Line) -> Line:
-    """Windows reads a control whole or fails, where Linux has the bytes that came: either way nothing is told."""
+def _in_order(event: Line) -> Line:
+    """Without what is known to differ. Windows reads a control whole or fails, where Linux has the bytes that came: either way
+    nothing is told. And for how long a camera has been gone is noticed on Linux when a request ends, a whole time-out late."""
+    if event.get("error") in _GONE:
+        return {**event, "error": "gone"}
     is_short = event["event"] == "firmware-reply" and event["bytes"] < _REPLY_BYTES
     return {**event, "result": "short"} if is_short and event["result"] in (0, _GENERAL_FAILURE) else event
 
 
 def _lines(events: Iterable[Line], known: dict[str, tuple[str, ...]]) -> list[str]:
     told = []
-    for event in map(_whole_or_not, events):
+    for event in map(_in_order, events):
         fields = known.get(event["event"])
         if fields:
             told.append(" ".join([event["event"], *(f"{name}={event[name]}" for name in fields if name in event)]))
