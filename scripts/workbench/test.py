@@ -32,6 +32,7 @@ _GUEST_TESTS = frozenset({"test_foreign_hosts.py", "test_guest.py", "test_usb_bu
 _DISPLAY_TESTS = frozenset({"test_toast_scenarios.py", "test_toast_window.py"})
 _GUEST_TARGETS = ("lab_guest", "lab_usbip", "lab_usbredir")
 _MACHINES = 2
+_QUICK_FAULTS_SECONDS, _FAULTS_SECONDS = 60, 600
 
 _DESCRIPTION = """\
 Without a NAME: everything that must pass, from the packages to the last line, which counts the test cases of all
@@ -109,8 +110,12 @@ class Run:
         self._do("fuzz", ["bash", "scripts/fuzz", "0"], BUILD / "fuzz.log")
 
     def faults(self, *, quick: bool) -> None:
-        """The campaign of faults: all of it, or what is for every day."""
-        self._do("faults", ["bash", "scripts/faults", *(["--quick"] if quick else [])], BUILD / "faults.log")
+        """The campaign of faults: all of it, or what is for every day. Its program is built before, so that its limit is
+        one of the trials alone."""
+        (sanitize,) = (build for build in BUILDS if build.preset == "host-sanitize")
+        if self.build(sanitize, ["campaign"]):
+            limit = ["--quick", "--limit", str(_QUICK_FAULTS_SECONDS)] if quick else ["--limit", str(_FAULTS_SECONDS)]
+            self._do("faults", ["bash", "scripts/faults", *limit], BUILD / "faults.log")
 
     def close(self) -> int:
         """The closing line; the exit status."""

@@ -6,6 +6,7 @@ from pathlib import Path
 
 import pytest
 from support import BUILD, CHECKOUT, Shared, run_script, slow
+from veyra_lab.faults.__main__ import run
 from veyra_lab.faults.program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shipped import RESTLESS, ShippedTrials
@@ -109,6 +110,16 @@ def test_a_leak_that_is_told_behind_the_last_trial_is_a_failure(leaking: Path) -
     assert replay(leaking, "kv400.2500x1").why == "ERROR: LeakSanitizer: detected memory leaks"
     # Each smaller one leaks too.
     assert shrink(leaking, "kv400.2500x1.1gs3-time.2dn1-pull") == "kv400.402x1"
+
+
+def test_a_campaign_that_takes_too_long_does_not_hold(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
+    path = tmp_path / "campaign"
+    told = [json.dumps(tally()), json.dumps({"end": True, "reasons": {}})]
+    path.write_text(f"#!/bin/sh\nsleep 0.2\ncat <<'E'\n{chr(10).join(told)}\nE\n", encoding="utf-8")
+    path.chmod(0o755)
+    assert run(path, quick=True, seed=1, limit=60) == 0
+    assert run(path, quick=True, seed=1, limit=0) == 1
+    assert "s, and may take 0" in capsys.readouterr().out
 
 
 def test_a_program_that_dies_of_telling_ids_is_told_in_one_line(leaking: Path) -> None:

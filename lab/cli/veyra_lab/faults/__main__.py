@@ -61,7 +61,7 @@ def main() -> int:
             return _replay(program, options.replay, options.times)
         if options.wine:
             return _run_shipped(program, options)
-        return _run(program, options.quick, options.seed)
+        return run(program, quick=options.quick, seed=options.seed, limit=options.limit)
     except BrokenPipeError:
         # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
@@ -86,6 +86,9 @@ def _parse() -> argparse.Namespace:
         f" pairs; with --quick {_QUICK_SHIPPED} and {_QUICK_SHIPPED_PAIRS}",
     )
     parser.add_argument("--seed", type=_number, metavar="N", help="choose the pairs that a run with this seed chose")
+    parser.add_argument(
+        "--limit", type=_number, metavar="SECONDS", help="not held, too, when the trials take longer, the build aside"
+    )
     parser.add_argument("--replay", metavar="ID", help="play one trial, and write its transcript")
     parser.add_argument(
         "--times", type=_number, default=0, metavar="N", help="with --replay: so often again, each the same byte for byte"
@@ -94,12 +97,14 @@ def _parse() -> argparse.Namespace:
     parser.set_defaults(programs=None)
     options = parser.parse_args()
     if options.replay is not None:
-        if options.quick or options.wine or options.seed is not None:
-            parser.error("--replay plays one trial: no --quick, --seed or --wine beside it")
+        if options.quick or options.wine or (options.seed, options.limit) != (None, None):
+            parser.error("--replay plays one trial: no --quick, --seed, --limit or --wine beside it")
         try:
             read_id(options.replay)
         except ValueError as error:
             parser.error(str(error))
+    elif options.limit is not None and options.wine:
+        parser.error("--limit is for the campaign on Linux")
     elif options.times:
         parser.error("--times goes with --replay")
     if not options.wine and (options.programs, options.machine) != (None, parser.get_default("machine")):
@@ -117,7 +122,8 @@ def _replay(program: Path, trial: str, times: int) -> int:
     return 1 if played.status else 0
 
 
-def _run(program: Path, quick: bool, seed: int | None) -> int:
+def run(program: Path, *, quick: bool, seed: int | None = None, limit: int | None = None) -> int:
+    """The campaign, with all that it tells; the exit status. `limit` is in seconds."""
     seed = random.SystemRandom().randrange(1 << 30) if seed is None else seed
     again = f"scripts/faults {'--quick ' if quick else ''}--seed {seed}"
     print(f"seed {seed} ({again} chooses the same)", flush=True)
@@ -129,7 +135,10 @@ def _run(program: Path, quick: bool, seed: int | None) -> int:
         print(line)
     print(f"{table.tried} trials, {table.pairs} of them pairs, in {took:.0f} s; {len(failures)} failed")
     _tell(program, failures)
-    return 1 if failures or not table.tried else 0
+    is_late = limit is not None and took > limit
+    if is_late:
+        print(f"failed: it took {took:.1f} s, and may take {limit}")
+    return 1 if failures or is_late or not table.tried else 0
 
 
 def _run_shipped(program: Path, options: argparse.Namespace) -> int:
