@@ -198,7 +198,10 @@ TRANSCRIPT: list[Line] = [
     {"event": "judgement", "held": True, "why": ""},
 ]
 FIELDS: Line = {
-    "cameras": [{"personality": "kv400", "two_banks": True, "transfer_size": 1024}, {"personality": "kv400", "transfer_size": 1024}],
+    "cameras": [
+        {"personality": "kv400", "two_banks": True, "transfer_size": 1024},
+        {"personality": "kv400", "transfer_size": 1024},
+    ],
     "updates": [
         {"image": "01" * 2500, "faults": [{"where": "GETSTATUS", "what": "timeout", "skip": 3, "moment": "after"}]},
         {"image": "02" * 2500, "faults": [{"where": "DNLOAD", "what": "unplug", "skip": 1, "value": 100}]},
@@ -237,7 +240,7 @@ def test_writes_a_scenario_that_can_be_read(tmp_path: Path) -> None:
     path = write_scenario(read_id(ID), FIELDS, read_story(TRANSCRIPT), "broken: a block's number, counted", tmp_path)
     assert path.name == f"a-block-s-number-counted.{ID}.json"
     (scenario,) = read_scenario(path)
-    assert scenario.stage.cameras == ({"personality": "kv400", "two_banks": True, "transfer_size": 1024}, {"personality": "kv400", "transfer_size": 1024})
+    assert list(scenario.stage.cameras) == FIELDS["cameras"]
     assert scenario.stage.image.content == b"\1" * 2500
     assert scenario.steps[:6] == (
         {"image": {"size": 2500, "bytes": "01" * 2500}},
@@ -309,7 +312,8 @@ def test_a_broken_rule_leaves_what_should_have_come(
 
 def test_without_a_fault_a_camera_has_to_be_updated(tmp_path: Path) -> None:
     fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": []}]}
-    path = write_scenario(read_id("kv400.402x1"), fields, read_story([*HEAD, broken(False, "EMPTY")]), "broken: a", tmp_path)
+    updates = read_story([*HEAD, broken(False, "EMPTY")])
+    path = write_scenario(read_id("kv400.402x1"), fields, updates, "broken: a", tmp_path)
     (scenario,) = read_scenario(path)
     assert [step["expect"] for step in scenario.steps if "expect" in step] == [{"result": "updated", "camera": 0}]
 
@@ -339,7 +343,8 @@ def test_no_two_trials_have_the_same_file(tmp_path: Path) -> None:
     ],
 )
 def test_a_fault_strikes_what_it_struck_on_linux(tmp_path: Path, where: str, skip: int, there: int) -> None:
-    fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": [{"where": where, "what": "stall", "skip": skip}]}]}
+    struck = {**FIELDS["updates"][0], "faults": [{"where": where, "what": "stall", "skip": skip}]}
+    fields = {**FIELDS, "updates": [struck]}
     path = write_scenario(read_id("kv400.2500x1"), fields, read_story(TRANSCRIPT[:11]), "", tmp_path)
     (fault,) = json.loads(path.read_text(encoding="utf-8"))["steps"][1]["faults"]["list"]
     assert fault["skip"] == there

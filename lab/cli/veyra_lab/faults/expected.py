@@ -25,7 +25,7 @@ _AFTER = {
     "GETSTATUS": f"{_LOOKS} {_REST}",
     "EMPTY": _LOOKS,
 }
-# The service takes its HID descriptor for the functional one of DFU, so the blocks that it announces are of another size.
+# The service takes its HID descriptor for DFU's functional one, so the blocks that it announces are of another size.
 _MISREAD = "behind-hid"
 
 
@@ -84,7 +84,7 @@ def shorten(words: str) -> str:
 
 
 def progress(transfers: list[dict[str, Any]], image_size: int, transfer_size: int) -> list[str]:
-    """The texts that the user is told, of a download that was begun: the last block that was sent counts when more was."""
+    """The texts that the user is told of a download that was begun: the last block counts when more was sent."""
     words = [word.partition("/")[0] for word in spell(transfers).split()]
     taken = words.count("DNLOAD") - (not any(word.startswith("EMPTY") for word in words))
     return [f"start:{image_size // transfer_size}", *(str(block + 1) for block in range(taken))]

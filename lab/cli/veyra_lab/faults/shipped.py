@@ -104,4 +104,4 @@ def _difference(what: str, place: str, here: Sequence[str], there: Sequence[str]
 def _expected_commands(update: ToldUpdate) -> Sequence[str]:
     """A version that was read is read again, at once: of the camera's other source, and at its other arrival."""
     switch = update.commands[len(update.reading) :]
-    return [*update.reading, *(update.reading[-2:] * FURTHER_READINGS if switch else ()), *switch]
+    return [*update.reading, *(list(update.reading[-2:]) * FURTHER_READINGS if switch else ()), *switch]

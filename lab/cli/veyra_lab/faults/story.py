@@ -95,8 +95,9 @@ def command_lines(events: Iterable[Line]) -> list[str]:
 
 
 def _in_order(event: Line) -> Line:
-    """Without what is known to differ. Windows reads a control whole or fails, where Linux has the bytes that came: either way
-    nothing is told. And for how long a camera has been gone is noticed on Linux when a request ends, a whole time-out late."""
+    """Without what is known to differ. Windows reads a control whole or fails, where Linux has the bytes that came: either
+    way nothing is told. And that a camera has gone is noticed on Linux when a request or a pause ends, so for how long is
+    less."""
     if event.get("error") in _GONE:
         return {**event, "error": "gone"}
     is_short = event["event"] == "firmware-reply" and event["bytes"] < _REPLY_BYTES
