@@ -5,6 +5,7 @@ import os
 import random
 import sys
 import time
+from collections import Counter
 from collections.abc import Sequence
 from pathlib import Path
 
@@ -21,7 +22,7 @@ from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
 from .scenario import write_scenario
-from .shipped import RESTLESS, WHY_RESTLESS, ShippedTrials
+from .shipped import ShippedTrials, why_left_out
 from .shrink import shrink
 from .story import read_story
 from .table import Table
@@ -146,7 +147,7 @@ def _run_shipped(program: Path, options: argparse.Namespace) -> int:
     singles, pairs = (_QUICK_SHIPPED, _QUICK_SHIPPED_PAIRS) if options.quick else ("all", _SHIPPED_PAIRS)
     print(f"seed {seed}", flush=True)
     chosen = trial_ids(program, seed, singles, pairs)
-    trials = [trial for trial in chosen if not trial.startswith(f"{RESTLESS}.")]
+    trials = [trial for trial in chosen if not why_left_out(trial)]
     failed = 0
     began = time.monotonic()
     with sole_use(options.machine):
@@ -159,8 +160,8 @@ def _run_shipped(program: Path, options: argparse.Namespace) -> int:
                     print(f"failed: {trial}: {complaint}", flush=True)
                 if number % max(1, len(trials) // _PLAIN_SHARE) == 0:
                     print(f"[{100 * number // len(trials):3}%] {number} of {len(trials)} trials", flush=True)
-    if len(trials) < len(chosen):
-        print(f"left out: {len(chosen) - len(trials)} trials of {RESTLESS}, because {WHY_RESTLESS}")
+    for why, count in Counter(filter(None, map(why_left_out, chosen))).items():
+        print(f"left out: {count} trials, because {why}")
     print(f"{len(trials)} trials on the executable that ships, in {time.monotonic() - began:.0f} s; {failed} failed")
     return 1 if failed or not trials else 0
 
