@@ -50,7 +50,8 @@ HRESULT WatchedConnectionPoint::Advise(IUnknown* sink, DWORD* cookie) {
         return CO_E_OBJNOTCONNECTED;
     }
     ComPtr<IDispatch> dispatch;
-    if (!reports_.answered || sink == nullptr || FAILED(sink->QueryInterface(IID_PPV_ARGS(&dispatch)))) {
+    if ((!reports_.answered && !reports_.handling) || sink == nullptr ||
+        FAILED(sink->QueryInterface(IID_PPV_ARGS(&dispatch)))) {
         return proxy_->Advise(sink, cookie);
     }
     ComPtr<IDispatch> watched;

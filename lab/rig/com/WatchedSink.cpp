@@ -61,7 +61,14 @@ HRESULT WatchedSink::Invoke(DISPID id, REFIID iid, LCID locale, WORD flags, DISP
         SUCCEEDED(VariantChangeType(&answer, &parameters->rgvarg[0], 0, VT_I4))) {
         reports_.answered(V_I4(&answer));
     }
-    return sink_->Invoke(id, iid, locale, flags, parameters, result, exception, argument);
+    if (reports_.handling) {
+        reports_.handling(true);
+    }
+    const HRESULT handled = sink_->Invoke(id, iid, locale, flags, parameters, result, exception, argument);
+    if (reports_.handling) {
+        reports_.handling(false);
+    }
+    return handled;
 }
 
 }  // namespace lab::rig

@@ -63,8 +63,9 @@ HRESULT WINAPI DecrementUsageCounted(CO_MTA_USAGE_COOKIE cookie) {
 
 // In the words of the laboratory's own toast server.
 PromptReports ReportsTo(Rig& rig) {
+    const auto handling = [&rig](bool isHandling) { rig.HoldClock(isHandling); };
     if (!rig.Settings().recordsPrompts) {
-        return {};
+        return {.called = {}, .answered = {}, .handling = handling};
     }
     return {
         [&rig](std::string_view method, const std::vector<std::wstring>& texts) {
@@ -77,6 +78,7 @@ PromptReports ReportsTo(Rig& rig) {
         [&rig](LONG answer) {
             rig.Record({{"event", "answer"}, {"code", answer}, {"sinks", 1}});
         },
+        handling,
     };
 }
 

@@ -51,8 +51,7 @@ Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
       settings_(settings),
       watchers_([this](const json& event) { Record(event); }),
       controls_([this](const json& event) { Record(event); }, [this] { bus_.Wake(); },
-                [this](bool isHandling) { isHandling ? bus_.Freeze() : bus_.Thaw(); },
-                [this] { return bus_.ClockMs(); }),
+                [this](bool isHandling) { HoldClock(isHandling); }, [this] { return bus_.ClockMs(); }),
       bus_(
           settings_.bus, [this](const json& event) { Record(event); },
           [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); },
@@ -75,6 +74,16 @@ void Rig::Record(const json& event) {
 }
 
 // Also in a burst: it must never go unseen.
+void Rig::HoldClock(bool isHeld) {
+    const std::lock_guard lock(clockMutex_);
+    holders_ += isHeld ? 1 : -1;
+    if (isHeld && holders_ == 1) {
+        bus_.Freeze();
+    } else if (holders_ == 0) {
+        bus_.Thaw();
+    }
+}
+
 void Rig::TellBreach(std::string_view contract, std::string_view call) {
     const LastErrorKeeper keeper;
     wire_->Send({{"event", "contract"}, {"contract", contract}, {"call", call}});

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include <nlohmann/json_fwd.hpp>
@@ -35,6 +36,10 @@ class Rig {
     // handles a burst of events is not sent: telling it would take longer than doing it.
     void Record(const nlohmann::json& event);
 
+    // The service begins (true) or ends something that takes no time of the bus's but for what is skipped;
+    // any thread, each beginning with an end of its own. The clock goes on when nothing of it is left.
+    void HoldClock(bool isHeld);
+
     [[nodiscard]] const RunSettings& Settings() const { return settings_; }
     [[nodiscard]] Bus& TheBus() { return bus_; }
     [[nodiscard]] ControlLoop& Controls() { return controls_; }
@@ -53,6 +58,8 @@ class Rig {
     const std::unique_ptr<Wire> wire_;
     const RunSettings settings_;
     std::atomic<bool> isBurst_{false};
+    std::mutex clockMutex_;  // guards holders_, and what the clock is told
+    int holders_ = 0;
     InterfaceWatchers watchers_;
     ControlLoop controls_;
     Bus bus_;

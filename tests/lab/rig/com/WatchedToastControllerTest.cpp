@@ -213,6 +213,30 @@ class InvokedSink final : public IDispatch {
     std::vector<DISPID> invoked;
 };
 
+TEST_F(WatchedToastControllerTest, TellsWhenTheSinkIsCalledAndWhenItHasReturned) {
+    InvokedSink sink;
+    std::vector<std::pair<bool, std::size_t>> told;
+    PromptReports reports;
+    reports.handling = [&](bool isHandling) { told.emplace_back(isHandling, sink.invoked.size()); };
+    ComPtr<IUnknown> watched;
+    *watched.GetAddressOf() =
+        new WatchedToastController(library_, ComPtr<IUnknown>(server_.Unknown()), reports);
+    ComPtr<IConnectionPointContainer> container;
+    ASSERT_EQ(watched.As(&container), S_OK);
+    ComPtr<IConnectionPoint> point;
+    ASSERT_EQ(container->FindConnectionPoint(kEvents, &point), S_OK);
+    DWORD cookie = 0;
+    ASSERT_EQ(point->Advise(&sink, &cookie), S_OK);
+
+    ComPtr<IDispatch> seen;
+    ASSERT_EQ(server_.Sink()->QueryInterface(kEvents, reinterpret_cast<void**>(seen.GetAddressOf())), S_OK);
+    DISPPARAMS none{};
+    EXPECT_EQ(seen->Invoke(1, IID_NULL, LOCALE_NEUTRAL, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr),
+              E_FAIL);
+    EXPECT_EQ(told, (std::vector<std::pair<bool, std::size_t>>{{true, 0}, {false, 1}}));
+    EXPECT_EQ(point->Unadvise(cookie), S_OK);
+}
+
 TEST_F(WatchedToastControllerTest, TellsTheAnswersThatTheSinkGets) {
     std::vector<LONG> answers;
     PromptReports reports;
