@@ -1,9 +1,11 @@
 #include "dfu/DfuCommand.h"
 #include "host/fuzz/FuzzInput.h"
 #include "host/fuzz/Promise.h"
+#include "host/fuzz/Telling.h"
 #include "tests/support/FakeClock.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -149,12 +151,33 @@ class Device final : public usb_core::IUsbControlEndpoint {
         Promise(clock_.Now() == nextAt_, "the engine waits between polls, and nowhere else");
     }
 
+    // Of a request that is answered otherwise than well: which it is, of how many blocks before it and of how
+    // many looks since, and how; the value is a state or a status, or the length of a short reply.
+    void Tell(UCHAR request, const char* how, unsigned value) const {
+        if (fuzz::isTelling) {
+            std::printf("{\"request\": %u, \"states\": %d, \"block\": %zu, \"look\": %zu, ",
+                        static_cast<unsigned>(request), step_ == Step::FirstState ? 0 : 1, block_, looks_);
+            std::printf("\"how\": \"%s\", \"value\": %u}\n", how, value);
+            std::fflush(stdout);
+        }
+    }
+    void TellReply(UCHAR request, const Bytes& reply, std::size_t length) const {
+        if (reply.size() < length) {
+            Tell(request, "short", static_cast<unsigned>(reply.size()));
+        } else if (request == 3 && reply[0] != 0) {
+            Tell(request, "status", reply[0]);
+        } else if (request == 3 || request == 5) {
+            Tell(request, "state", reply[request == 3 ? 4 : 0]);
+        }
+    }
+
     // How a transfer goes: well; or failing with a code; or with a reply that is short, or anything; or with
     // any state and no error; or well, but slowly.
     HRESULT Answer(const WINUSB_SETUP_PACKET& packet, PUCHAR buffer, std::size_t length) {
         const bool isIn = (packet.RequestType & 0x80) != 0;
         switch (input_.Byte() % 6) {
             case 1:
+                Tell(packet.Request, "fails", 0);
                 clock_.Advance(input_.Byte());
                 return static_cast<HRESULT>(0x80000000U | input_.Long());
             case 2:
@@ -162,12 +185,21 @@ class Device final : public usb_core::IUsbControlEndpoint {
                 const std::size_t size = std::min<std::size_t>(input_.Byte(), length);
                 const Bytes reply = input_.Bytes(isIn ? size : 0);
                 std::copy(reply.begin(), reply.end(), buffer);
+                if (isIn) {
+                    TellReply(packet.Request, reply, length);
+                }
                 return S_OK;
             }
-            case 4:
-                ReplyWell(packet, buffer, length, input_.Byte());
+            case 4: {
+                const std::uint8_t state = input_.Byte();
+                if (packet.Request == 3 || packet.Request == 5) {
+                    Tell(packet.Request, "state", state);
+                }
+                ReplyWell(packet, buffer, length, state);
                 return S_OK;
+            }
             case 5:
+                Tell(packet.Request, "late", 0);
                 clock_.Advance(input_.Word());
                 break;
             default:
@@ -192,6 +224,7 @@ class Device final : public usb_core::IUsbControlEndpoint {
 
     void Follow(HRESULT result, const UCHAR* reply) {
         nextAt_ = clock_.Now();
+        looks_ = step_ == Step::BlockStatus || step_ == Step::ManifestStatus ? looks_ + 1 : 0;
         switch (step_) {
             case Step::FirstState:
                 GoOn(result, Step::Detach);
@@ -286,6 +319,7 @@ class Device final : public usb_core::IUsbControlEndpoint {
     ULONGLONG nextAt_ = clock_.Now();  // when the next request comes
     ULONGLONG giveUpAt_ = 0;
     std::size_t block_ = 0;
+    std::size_t looks_ = 0;  // at the block, or at the manifestation, that is waited for
     HRESULT result_ = S_OK;
     ULONGLONG overAt_ = nextAt_;
 };
@@ -298,6 +332,11 @@ void CheckLog(const std::string& log, HRESULT result) {
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
+    fuzz::ReadCommandLine(*count, *words);
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const Settings settings(input);
@@ -306,6 +345,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         image[place] = static_cast<std::uint8_t>(place * 31 + (place >> 8));
     }
     const Bytes sent = image;
+    if (fuzz::isTelling) {
+        std::printf("{\"transfer_size\": %u, \"image\": %zu, \"connected\": %s}\n",
+                    static_cast<unsigned>(settings.transferSize), image.size(),
+                    settings.isConnected ? "true" : "false");
+        std::fflush(stdout);
+    }
     test_support::FakeClock clock;
     std::ostringstream log;
     std::vector<std::int32_t> progress;

@@ -1,6 +1,7 @@
 #include "host/campaign/Trial.h"
 #include "host/campaign/TrialPlan.h"
 #include "host/fuzz/FuzzInput.h"
+#include "host/fuzz/Telling.h"
 
 #include <array>
 #include <cstdio>
@@ -33,6 +34,9 @@ Fault AnyFault(FuzzInput& input) {
     fault.value = input.Word();
     const std::uint8_t how = input.Byte();
     fault.moment = kMoments[how % kMoments.size()];
+    // What means nothing for the fault is none, so that the id of a trial says all of it.
+    const bool hasValue = fault.what >= Fault::What::Status || fault.moment == Fault::Moment::Middle;
+    fault.value = hasValue ? fault.value : 0;
     fault.setsError = fault.what != Fault::What::Stall || how / 4 % 2 == 0;
     return fault;
 }
@@ -52,9 +56,18 @@ campaign::TrialPlan AnyPlan(FuzzInput& input) {
 
 }  // namespace
 
+extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
+    fuzz::ReadCommandLine(*count, *words);
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FuzzInput input(data, size);
     const campaign::TrialPlan plan = AnyPlan(input);
+    if (fuzz::isTelling) {
+        std::printf("{\"trial\": \"%s\"}\n", campaign::IdOf(plan).c_str());
+        std::fflush(stdout);
+    }
     const campaign::UpdateEnd& faultless = campaign::FaultlessEnd(*plan.kind, plan.imageSize);
     const campaign::TrialEnd end = campaign::Trial(plan, &faultless).Run();
     if (!end.complaint.empty()) {

@@ -12,6 +12,8 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from veyra_lab.checkout import BUILD, CHECKOUT
+from veyra_lab.fuzz.find import tell_find
+from veyra_lab.fuzz.input_id import TARGETS, TRANSCRIPTS, FuzzInput
 from veyra_lab.terminal.parser import Parser
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
@@ -20,17 +22,12 @@ from .interruption import status_of
 _FOLDER = BUILD / "host-fuzz"
 _FINDS = BUILD / "fuzz-finds"
 _SOURCES = CHECKOUT / "host" / "fuzz"
-_TRANSCRIPTS = "transcripts"
-_TARGETS = (
-    "descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host", "usb_device",
-    "trial", _TRANSCRIPTS,
-)
 _FIXED_RUNS = 2000
 _AT_A_TIME = 2
 
 _DESCRIPTION = f"""\
 Runs each TARGET for SECONDS, two at a time; without one named, all of them:
-  {" ".join(_TARGETS)}
+  {" ".join(TARGETS)}
 Each line tells a target's executions, its coverage (edges of the code; lines of the reader for transcripts) and what it
 found. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
 
@@ -38,8 +35,9 @@ SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from 
 the same each time."""
 
 _CLOSING = """\
-An input that breaks a target's promises is written to build/fuzz-finds, and the exit status is then 1. To see it again:
-  build/host-fuzz/host/fuzz/TARGET FILE    (transcripts: host/fuzz/transcripts.py --runs 1 FOLDER-WITH-THE-FILE)"""
+An input that breaks a target's promises is written to build/fuzz-finds, and the exit status is then 1. It is told by its id,
+by which scripts/lab replay plays it again, and made as small as it goes; what is a road of the service, of the targets
+conversation and trial, becomes a trial of scripts/faults and a scenario in build/faults."""
 
 
 @dataclass(frozen=True)
@@ -50,22 +48,26 @@ class Outcome:
     log: Path
     held: bool
 
-    def __str__(self) -> str:
+    @property
+    def find(self) -> FuzzInput | None:
+        """The input that broke a promise, when the run has left one."""
+        path = Path(self._last(re.escape(str(_FINDS)) + r"/\S+-[0-9a-f]{40}"))
+        return FuzzInput(self.target, path.read_bytes()) if not self.held and path.is_file() else None
+
+    def _last(self, pattern: str) -> str:
         said = self.log.read_text(encoding="utf-8", errors="replace")
+        return str((re.findall(pattern, said, re.MULTILINE) or ["?"])[-1])
 
-        def last(pattern: str) -> str:
-            return (re.findall(pattern, said, re.MULTILINE) or ["?"])[-1]
-
-        executions = last(r"^stat::number_of_executed_units: *(\d+)")
-        coverage = last(r" cov: (\d+)")
-        input_file = last(re.escape(str(_FINDS)) + r"/\S+-[0-9a-f]{40}")
-        found = "no find" if self.held else f"a find, see {self.log}: {input_file}"
+    def __str__(self) -> str:
+        executions = self._last(r"^stat::number_of_executed_units: *(\d+)")
+        coverage = self._last(r" cov: (\d+)")
+        found = "no find" if self.held else f"a find, see {self.log}: {self.find or 'no input is left'}"
         return f"{self.target:19} {executions:>9} executions, coverage {coverage:>5}, {found}"
 
 
 def _command(target: str, seconds: int) -> Sequence[str]:
     corpus = str(_SOURCES / "corpus" / target)
-    if target == _TRANSCRIPTS:
+    if target == TRANSCRIPTS:
         extent = ["--seconds", str(seconds)] if seconds else ["--runs", str(_FIXED_RUNS)]
         seed = random.randrange(1 << 15) if seconds else 1
         return [sys.executable, str(_SOURCES / "transcripts.py"), "--finds", f"{_FINDS}/{target}-", "--seed", str(seed),
@@ -98,10 +100,10 @@ def _seconds(text: str) -> int:
 def main() -> int:
     parser = Parser(prog="scripts/fuzz", description=_DESCRIPTION, epilog=_CLOSING)
     parser.add_argument("seconds", type=_seconds, metavar="SECONDS")
-    parser.add_argument("target", nargs="*", metavar="TARGET", default=_TARGETS)
+    parser.add_argument("target", nargs="*", metavar="TARGET", default=TARGETS)
     options = parser.parse_args()
     for target in options.target:
-        if target not in _TARGETS:
+        if target not in TARGETS:
             parser.error(f"no target: {target}")
     try:
         call_setup("packages", "test")
@@ -115,6 +117,9 @@ def main() -> int:
         for outcome in pool.map(lambda target: _run(target, options.seconds), options.target):
             print(outcome, flush=True)
             held &= outcome.held
+            if found := outcome.find:
+                for line in tell_find(found):
+                    print(line, flush=True)
     return 0 if held else 1
 
 

@@ -15,7 +15,8 @@ import pytest
 from support import Bench, last_events, random_image
 from veyra_lab.demo.reporter import Reporter
 from veyra_lab.soak.__main__ import run as soak_rounds
-from veyra_lab.soak.soak import Tally
+from veyra_lab.soak.plan import RoundId
+from veyra_lab.soak.soak import Tally, Wrong
 from veyra_lab.terminal.parser import give_up
 from veyra_lab.terminal.screen import Screen
 from veyra_lab.terminal.table import Table
@@ -249,14 +250,15 @@ class TestHeld:
 
 class TestSoak:
     def test_soak_tells_a_breach_whatever_else_is_wrong(self) -> None:
-        soak = Mock(tally=Tally(wrong=[f"the flash of round {number} is not the image" for number in range(100)]))
+        wrong = [Wrong(RoundId(1, number), "no fault", ("the flash is not the image",)) for number in range(1, 101)]
+        soak = Mock(tally=Tally(wrong=wrong))
         soak.peer.breaches.return_value = [BREACH]
-        service = Mock()
+        service = soak.service
         service.resources.return_value = service.resources_once.return_value = Resources(1, 1, 1)
         service.stop.return_value = 0.1
         with redirect_stdout(io.StringIO()) as said:
-            assert soak_rounds(soak, service, Mock(**{"crashes.return_value": []}), seconds=0) == 1
-        assert f"wrong: {BREACH}\n" in said.getvalue()
+            assert soak_rounds(soak, Mock(**{"crashes.return_value": []}), seconds=0) == 1
+        assert f"wrong: {BREACH}\nwrong: soak.1.1: no fault: the flash is not the image\n" in said.getvalue()
         assert said.getvalue().endswith("101 things wrong\n")
 
 

@@ -5,6 +5,9 @@ from collections.abc import Sequence
 
 from ..wire.events import Event
 
+# A download whose every block is waited for takes its time, and whole minutes on a real bus.
+SETTLING_LIMIT = 900.0
+
 
 class CameraBus(ABC):
     """Where cameras are plugged in and pulled, and looked at from their own side. PeerError when that fails."""
@@ -39,8 +42,9 @@ class CameraBus(ABC):
         """Its whole flash."""
 
     @abstractmethod
-    def settle(self, patience: float) -> None:
-        """Waits until the service has handled everything and no camera has anything pending."""
+    def settle(self, patience: float, limit: float = SETTLING_LIMIT) -> None:
+        """Waits until the service has handled everything and no camera has anything pending: for so many seconds of
+        silence, and altogether."""
 
     @abstractmethod
     def hear_out(self) -> None:

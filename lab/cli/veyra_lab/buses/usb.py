@@ -14,14 +14,12 @@ from ..guest.up_to_date import LOG_FOLDER, up_to_date_image
 from ..scenarios.transfer_pattern import spell
 from ..wire.events import CAMERA_PRODUCTS, GUEST, RIG, USBREDIR, Event, PeerError
 from ..wire.peer import Peer
-from .bus import CameraBus
+from .bus import SETTLING_LIMIT, CameraBus
 
 # QEMU's buffer for a control transfer.
 MOST_TRANSFER_BYTES = 4096
 # A kernel that finds no sense in a device tries again and again, for half a minute.
 _KERNEL_PATIENCE = 60.0
-# A download whose every block is waited for may take as long.
-_SETTLING_LIMIT = 900.0
 _PAUSE = 0.05
 # Fields of a stage's camera that say how Windows lists it: the rig's affair.
 _OF_WINDOWS = ("link_case", "link_length", "listed_twice", "listed_as", "removal_notices", "unplug_error")
@@ -76,15 +74,15 @@ class UsbBus(CameraBus):
     def flash(self, camera: int) -> bytes:
         return self._cameras().flash(camera)
 
-    def settle(self, patience: float) -> None:
-        deadline = time.monotonic() + _SETTLING_LIMIT
+    def settle(self, patience: float, limit: float = SETTLING_LIMIT) -> None:
+        deadline = time.monotonic() + limit
         while time.monotonic() < deadline:
             mark = self._peer.mark()
             self._wait_for_the_kernel()
             self._peer.command(RIG, "settle", quiet=patience)
             if not any(event["event"] in ("camera", "device") for event in self._peer.events_since(mark)):
                 return
-        raise PeerError(f"the cameras still come and go after {_SETTLING_LIMIT:.0f} s")
+        raise PeerError(f"the cameras still come and go after {limit:.0f} s")
 
     def hear_out(self) -> None:
         self.state(0)

@@ -6,7 +6,7 @@ from contextlib import suppress
 from ..windows.camera import read_flash
 from ..wire.events import RIG, Event, PeerError
 from ..wire.peer import Peer
-from .bus import CameraBus
+from .bus import SETTLING_LIMIT, CameraBus
 
 
 class VirtualBus(CameraBus):
@@ -36,8 +36,8 @@ class VirtualBus(CameraBus):
     def flash(self, camera: int) -> bytes:
         return read_flash(self._peer, camera)
 
-    def settle(self, patience: float) -> None:
-        self._peer.command(RIG, "settle", quiet=patience)
+    def settle(self, patience: float, limit: float = SETTLING_LIMIT) -> None:
+        self._peer.command(RIG, "settle", quiet=patience, limit=limit)
 
     def hear_out(self) -> None:
         # It answers in the order in which things happen. A service that leaves now has said everything as well.

@@ -1,4 +1,4 @@
-"""Every fault and pairs of faults against the portable service on Linux: scripts/faults, and scripts/lab replay.
+"""Every fault and pairs of faults against the portable service on Linux: scripts/faults.
 
-Uses wire, windows, terminal, scenarios and runner.
+Uses wire, windows, terminal, again, scenarios and runner.
 """

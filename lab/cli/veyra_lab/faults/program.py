@@ -153,10 +153,10 @@ class Campaign:
 
 
 def _why_ended(said: str, status: int) -> str:
-    return _last_words(said) if said.strip() else f"the program ended with {status}"
+    return last_words(said) if said.strip() else f"the program ended with {status}"
 
 
-def _last_words(said: str) -> str:
+def last_words(said: str) -> str:
     """The line in which a sanitizer says what it has found."""
     lines: Sequence[str] = said.splitlines()
     told = [line for line in lines if "ERROR:" in line or "runtime error:" in line or "terminate" in line]

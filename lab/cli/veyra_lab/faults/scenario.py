@@ -1,13 +1,12 @@
 """A trial as a scenario for the executable that ships."""
 
 import hashlib
-import json
 import re
 from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
-from ..scenarios.schema import check_filled
+from ..scenarios.written import write_scenario_file
 from .expected import expectation, mended
 from .program import Line
 from .story import ToldUpdate
@@ -23,17 +22,12 @@ def write_scenario(trial: TrialId, fields: Line, updates: Sequence[ToldUpdate], 
     """The scenario's file, named for the trial, and for what went wrong in it. `fields` and `updates` are those that the
     campaign's program tells of it. ScenarioError for a trial that no scenario can say."""
     content = {
-        "$schema": "../../lab/scenarios/scenario.schema.json",
         "description": f"The trial {trial} of scripts/faults{': ' if why else ''}{why}.",
         "not on usb": "the cameras' faults are changed while they are in use",
         "stage": {"cameras": fields["cameras"], "image": _image(fields, 1)},
         "steps": [step for update in updates for step in _steps(fields, update)],
     }
-    check_filled({key: value for key, value in content.items() if key != "$schema"})
-    folder.mkdir(parents=True, exist_ok=True)
-    path = folder / f"{_name(trial, why)}.json"
-    path.write_text(json.dumps(content, indent=2) + "\n", encoding="utf-8")
-    return path
+    return write_scenario_file(content, _name(trial, why), folder)
 
 
 def _name(trial: TrialId, why: str) -> str:

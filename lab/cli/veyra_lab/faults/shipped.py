@@ -40,6 +40,8 @@ class ShippedEnd:
     requests: int
     seconds: float
     scenario: Path
+    # What service, prompt server and laboratory did.
+    events: Sequence[Event]
 
 
 class ShippedTrials:
@@ -67,11 +69,10 @@ class ShippedTrials:
         told = read_story(lines_of(played.transcript))
         path = write_scenario(read_id(trial), fields_of(self._program, trial), told, played.why, FOLDER)
         (variant,) = read_scenario(path)
-        mark = len(self._runner.events())
         outcome = self._runner.run(variant)
-        seen = _by_update(self._runner.events()[mark:])
+        seen = _by_update(outcome.events)
         complaints = [*outcome.complaints, *_differences(told, seen)]
-        return ShippedEnd(complaints, sum(len(bus_lines(events)) for events in seen), outcome.seconds, path)
+        return ShippedEnd(complaints, sum(len(bus_lines(events)) for events in seen), outcome.seconds, path, outcome.events)
 
 
 def _by_update(events: Iterable[Event]) -> list[list[Event]]:

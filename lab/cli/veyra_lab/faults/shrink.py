@@ -4,6 +4,7 @@ from collections.abc import Iterator
 from dataclasses import replace
 from pathlib import Path
 
+from ..again.smallest import smallest
 from .program import replay
 from .trial_id import TrialId, read_id
 
@@ -14,16 +15,8 @@ _SIZES = (402, 1024, 1025, 2049)
 def shrink(program: Path, trial: str) -> str:
     """The id of the smallest trial found that fails with the same words: fewer faults, a smaller image, an earlier
     update, an earlier place, in this order of importance."""
-    wanted = replay(program, trial).why
-    smallest = read_id(trial)
-    found = bool(wanted)
-    while found:
-        found = False
-        for smaller in _smaller(smallest):
-            if replay(program, str(smaller)).why == wanted:
-                smallest, found = smaller, True
-                break
-    return str(smallest)
+    found, _ = smallest(read_id(trial), lambda each: replay(program, str(each)).why, _smaller)
+    return str(found)
 
 
 def _smaller(trial: TrialId) -> Iterator[TrialId]:

@@ -5,6 +5,7 @@ from typing import Any
 
 from .download import Download
 from .facts import Facts
+from .judgements import again
 from .outcome import Failure, Verdict, outcome
 from .problems import Problem, problems
 from .transcript import Transcript
@@ -24,6 +25,8 @@ class Summary:
     update_seconds: float | None
     record_seconds: float
     events: int
+    # The id by which scripts/lab replay plays what failed; empty when it has none.
+    again: str
     cut_short: bool
 
     @property
@@ -82,6 +85,7 @@ class Summary:
             "blocks": self.blocks_confirmed,
             "waits": self.waits,
             "events": self.events,
+            "again": self.again or None,
             "cut_short": self.cut_short,
         }
 
@@ -102,5 +106,6 @@ def summarize(transcript: Transcript) -> Summary:
         update_seconds=facts.update_seconds(),
         record_seconds=events[-1]["t"] - events[0]["t"],
         events=len(events),
+        again=again(events, found.failure.t) if found.failure else "",
         cut_short=transcript.cut_short,
     )

@@ -4,16 +4,9 @@ from collections.abc import Callable
 from dataclasses import dataclass
 from enum import Enum
 
-from .codes import (
-    CONTROLS,
-    DEVICE_EVENTS,
-    INTERFACE_CLASSES,
-    SERVICE_STATES,
-    hresult,
-    named,
-    win32_as_hresult,
-)
+from .codes import CONTROLS, DEVICE_EVENTS, INTERFACE_CLASSES, SERVICE_STATES, hresult, named, win32_as_hresult
 from .download import announced_blocks
+from .judgements import is_broken, judgement_words, scenario_words
 from .transcript import Event, number, numbers, text, texts
 
 _ENTER_DFU_MODE = 0x1E
@@ -75,9 +68,8 @@ def _step(event: Event) -> Telling:
     return Telling(Lane.LABORATORY, text(event, "text") or "a step without words", matters=True)
 
 
-def _scenario(event: Event) -> Telling:
-    words = f"scenario {text(event, 'name')}: {text(event, 'description')}"
-    return Telling(Lane.LABORATORY, words, matters=True)
+def _judgement(event: Event) -> Telling:
+    return Telling(Lane.LABORATORY, judgement_words(event), matters=True, bad=is_broken(event))
 
 
 def _command(event: Event) -> Telling:
@@ -263,7 +255,8 @@ def _advised(event: Event) -> Telling:
 
 _TELLERS: dict[str, Callable[[Event], Telling]] = {
     "step": _step,
-    "scenario": _scenario,
+    "scenario": lambda event: Telling(Lane.LABORATORY, scenario_words(event), matters=True),
+    "judgement": _judgement,
     "command": _command,
     "done": _done,
     "hello": _hello,

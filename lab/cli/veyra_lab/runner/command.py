@@ -68,6 +68,7 @@ def as_json(outcome: Outcome) -> dict[str, Any]:
 
     return {
         "name": outcome.name,
+        "id": outcome.id,
         "held": outcome.held,
         "complaints": outcome.complaints,
         "seconds": round(outcome.seconds, 3),
@@ -156,9 +157,11 @@ def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argpa
             print(json.dumps(as_json(outcome)), flush=True)
         else:
             word = "held" if outcome.held else "FAILED"
-            screen.line((f"{word:6}", style_of(word)), f" {outcome.seconds:5.1f} s  {outcome.name}")
+            screen.line((f"{word:6}", style_of(word)), f" {outcome.seconds:5.1f} s  {outcome.name}  {outcome.id}")
             for complaint in outcome.complaints:
                 screen.line(f"         {complaint}")
+            if not outcome.held:
+                screen.line(f"         again: scripts/lab replay {outcome.id}")
         if failed and not options.keep_going:
             break
     if not options.json:

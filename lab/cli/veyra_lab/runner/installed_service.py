@@ -4,7 +4,7 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
-from ..buses.bus import CameraBus
+from ..buses.bus import SETTLING_LIMIT, CameraBus
 from ..buses.choice import opened
 from ..buses.virtual import VirtualBus
 from ..checkout import CHECKOUT
@@ -29,6 +29,8 @@ class InstalledService:
         self._has_prompt_server = True
         self._update_mode: str | None = SERVICE_CONTROLLED
         self._keys_changed = False
+        # How long, in seconds, it may take to settle.
+        self.settling_limit = SETTLING_LIMIT
 
     def install(self) -> None:
         """Puts everything into the machine; nothing runs yet."""
@@ -47,7 +49,7 @@ class InstalledService:
 
     def settle(self) -> None:
         """Waits until the service has handled everything and no camera has anything pending."""
-        self.bus.settle(SETTLING_PATIENCE)
+        self.bus.settle(SETTLING_PATIENCE, self.settling_limit)
 
     def stop_service(self) -> list[str]:
         """Stops the service; complains when that takes too long."""

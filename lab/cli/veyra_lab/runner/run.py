@@ -11,7 +11,7 @@ from ..windows.service_under_test import Resources
 from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS, Event
 from .installed_service import InstalledService
 
-_ACCEPT = 1
+_ACCEPT, _DECLINE = 1, 0
 _FAILURE = -2147467259
 CLASSES = {
     "usb": USB_CLASS,
@@ -99,13 +99,19 @@ class ScenarioRun:
     def _answer(self, code: int) -> None:
         self._peer.command(TOAST, "respond", code=code)
 
+    def _ask_and_answer(self, camera: int, code: int) -> None:
+        self._bus.plug(camera)
+        # The service knows the camera to which the answer goes only when the question has returned.
+        self._installed.settle()
+        self._answer(code)
+        self._installed.settle()
+
     def _update(self, camera: int) -> None:
         """A whole update of a camera that is not plugged in, which has to succeed."""
         self._installed.settle()
         self._window = self._peer.mark()
         self._bus.plug(camera)
         self._wait_for("question")
-        # The service knows the camera to which the answer goes only when the question has returned.
         self._installed.settle()
         self._answer(_ACCEPT)
         self._wait_for("download end")
@@ -258,6 +264,8 @@ PLAIN_STEPS: dict[str, Callable[[ScenarioRun], object]] = {
 STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "plug": lambda run, camera: run._bus.plug(camera),
     "unplug": lambda run, camera: run._bus.unplug(camera),
+    "accept": lambda run, camera: run._ask_and_answer(camera, _ACCEPT),
+    "decline": lambda run, camera: run._ask_and_answer(camera, _DECLINE),
     "take away": ScenarioRun._take_away,
     "faults": ScenarioRun._set_faults,
     "answer": ScenarioRun._answer,

@@ -5,6 +5,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 from types import TracebackType
 
+from ..buses.bus import SETTLING_LIMIT
 from ..buses.virtual import VirtualBus
 from ..judgement.always import judge_always
 from ..scenarios.variant import StagePlan, Variant
@@ -14,6 +15,7 @@ from ..windows.service_under_test import Resources
 from ..wire.events import RIG, TOAST, Event, PeerError
 from .installed_service import installed
 from .run import ScenarioRun
+from .scenario_id import id_of
 
 
 @dataclass
@@ -21,10 +23,14 @@ class Outcome:
     """How one scenario ended. No complaints: everything held."""
 
     name: str
+    # With which scripts/lab replay plays it again.
+    id: str = ""
     complaints: list[str] = field(default_factory=list)
     seconds: float = 0.0
     before: Resources | None = None
     after: Resources | None = None
+    # What service, prompt server and laboratory did, from the moment at which everything was ready.
+    events: list[Event] = field(default_factory=list)
 
     @property
     def held(self) -> bool:
@@ -52,7 +58,10 @@ class ScenarioRunner:
         self._machine = machine
         self._installation = installed(machine, programs, transcript, bus)
         self._always_fresh = always_fresh
+        self._bus_name = bus
         self.looks_at_resources = False
+        # How long a step may take to settle, in seconds.
+        self.settling_limit = SETTLING_LIMIT
         self._last: StagePlan | None = None
 
     def __enter__(self) -> "ScenarioRunner":
@@ -69,14 +78,15 @@ class ScenarioRunner:
 
     def run(self, variant: Variant) -> Outcome:
         """One scenario from beginning to end. What it leaves in the machine is put right before the next one."""
-        outcome = Outcome(variant.name)
+        outcome = Outcome(variant.name, str(id_of(variant, self._bus_name)))
         began = time.monotonic()
-        self._peer.record("scenario", name=variant.name, description=variant.description)
+        self._peer.record("scenario", name=variant.name, description=variant.description, id=outcome.id)
         run = None
         place = "start"
         try:
             self._prepare(variant)
             outcome.complaints += [f"the service before: {breach}" for breach in self._peer.breaches()]
+            self._installed.settling_limit = self.settling_limit
             run = ScenarioRun(variant, self._installed, outcome.complaints)
             outcome.before = self._resources()
             run.carry_out()
@@ -89,10 +99,12 @@ class ScenarioRunner:
             if run is not None:
                 run.clear_away()
         if run is not None:
-            outcome.complaints += [f"always: {complaint}" for complaint in judge_always(run.events())]
+            outcome.events = run.events()
+            outcome.complaints += [f"always: {complaint}" for complaint in judge_always(outcome.events)]
         outcome.complaints += self._peer.breaches()
         outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
         self._machine.forget_crashes()
+        self._peer.record("judgement", held=outcome.held, why="; ".join(outcome.complaints), id=outcome.id)
         if not outcome.held:
             self._service.end()
         outcome.seconds = time.monotonic() - began

@@ -1,4 +1,4 @@
 """The long run, scripts/soak: update after update with random faults.
 
-Uses wire, windows, terminal and judgement.
+Uses wire, windows, terminal, again, scenarios, judgement and runner.
 """

@@ -7,16 +7,17 @@ import time
 from collections.abc import Iterator
 
 from ..judgement.growth import KEPT_BY_A_CHECK
+from ..scenarios.errors import ScenarioError
 from ..terminal.parser import Parser, add_places, add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.table import Table
-from ..windows.installation import EXECUTABLE, Installation
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import built
-from ..windows.service_under_test import STOP_LIMIT_SECONDS, Resources, ServiceUnderTest
+from ..windows.service_under_test import STOP_LIMIT_SECONDS, Resources
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
-from ..wire.peer import Peer
+from .plan import RoundId
+from .replaying import made_small, soaking
 from .soak import Soak, Tally
 
 _DESCRIPTION = """\
@@ -26,9 +27,13 @@ _CLOSING = """\
 Exit status: 0 when the service lived and broke no contract of Windows, every camera that was left whole ended with the
 right flash, and the process grew by nothing but what the uninstall monitor keeps open; 1 when not, 2 when the command
 line is wrong.
-The service's waits are skipped unless --real-time is given."""
+The service's waits are skipped unless --real-time is given.
+
+Each round has an id, soak.SEED.ROUND, by which scripts/lab replay plays it alone. Rounds that fail are told by it, and
+some of them made as small as they go and written as scenarios to build/faults."""
 
 _WARM_UP = 20
+_MOST_TOLD = 20
 # What the process may hold more at the end than after the warm-up, beyond what the monitor keeps.
 _SPARE_HANDLES = 16
 _SPARE_THREADS = 4
@@ -39,11 +44,12 @@ def main() -> int:
     """The exit status."""
     options = _parse()
     seed = random.SystemRandom().randrange(1 << 32) if options.seed is None else options.seed
-    print(f"seed {seed} (scripts/soak {options.minutes:g} --seed {seed} begins the same)", flush=True)
+    first = RoundId(seed, 1, options.real_time)
+    print(f"seed {seed} (scripts/soak {options.minutes:g} --seed {seed} begins the same), first round {first}", flush=True)
     try:
         with sole_use(options.machine), Machine(options.machine) as machine:
             return _soak(machine, options, seed)
-    except (KeyboardInterrupt, MachineError, PeerError, OSError) as error:
+    except (KeyboardInterrupt, ScenarioError, MachineError, PeerError, OSError) as error:
         return give_up("scripts/soak", error)
 
 
@@ -74,52 +80,50 @@ def _parse() -> argparse.Namespace:
 
 
 def _soak(machine: Machine, options: argparse.Namespace, seed: int) -> int:
-    rig_stage = {"skip_waits": not options.real_time, "cameras": [{}]}
-    with Peer(rig_stage, lambda event: None, lambda event: None, options.transcript) as peer:
-        installation = Installation(machine, built(options.programs))
-        service = ServiceUnderTest(machine, peer)
-        machine.forget_crashes()
-        try:
-            installation.make(peer.port)
-            machine.demand(EXECUTABLE, "-install")
-            service.start()
-            return run(Soak(peer, service, installation, seed), service, machine, options.minutes * 60)
-        finally:
-            service.end()
-            installation.remove(peer)
+    programs = built(options.programs)
+    with soaking(machine, programs, seed, options.transcript, is_real_time=options.real_time) as soak:
+        status = run(soak, machine, options.minutes * 60)
+    if soak.tally.wrong:
+        for line in made_small(machine, programs, soak.tally.wrong):
+            print(line, flush=True)
+    return status
 
 
-def run(soak: Soak, service: ServiceUnderTest, machine: Machine, seconds: float) -> int:
+def run(soak: Soak, machine: Machine, seconds: float) -> int:
     """Rounds for so long, and what came of them on the screen; the exit status."""
-    for _ in range(_WARM_UP):
-        soak.round()
-    soak.tally = Tally(wrong=soak.tally.wrong)
-    before = service.resources()
+    service = soak.service
+    before = after = None
+    others: list[str] = []
     began = time.monotonic()
     try:
+        for _ in range(_WARM_UP):
+            soak.round()
+        soak.tally = Tally(wrong=soak.tally.wrong)
+        before = service.resources()
+        began = time.monotonic()
         while time.monotonic() - began < seconds:
             soak.round()
-    except PeerError as error:
-        soak.tally.wrong.append(str(error) if service.is_alive() else f"the service died: {error}")
-    took = time.monotonic() - began
-    after = None
-    if service.is_alive():
         after = service.resources_once(lambda now: not any(_growth(before, now, soak.tally)))
-    soak.tally.wrong += [f"a process crashed: {note}" for note in machine.crashes()]
-    if after is not None:
         stopped_in = service.stop()
-        soak.tally.wrong += [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
+        others += [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
+    except PeerError as error:
+        # That of a round is among what is wrong with it.
+        others += [] if any(str(error) in said for each in soak.tally.wrong for said in each.complaints) else [str(error)]
+    took = time.monotonic() - began
+    others += [f"a process crashed: {note}" for note in machine.crashes()]
     # The breaches first: only so many complaints are told.
-    wrong = [*soak.peer.breaches(), *soak.tally.wrong, *_growth(before, after, soak.tally)]
+    rounds = [f"{each.id}: {each.fault}: {said}" for each in soak.tally.wrong for said in each.complaints]
+    wrong = [*soak.peer.breaches(), *rounds, *others, *_growth(before, after, soak.tally)]
     _report(soak.tally, before, after, took)
-    for complaint in wrong[:20]:
+    print(f"rounds {soak.first} to {soak.last} (scripts/lab replay plays one of them)")
+    for complaint in wrong[:_MOST_TOLD]:
         print(f"wrong: {complaint}")
-    print("nothing wrong" if not wrong else f"{len(wrong)} things wrong")
+    print("nothing wrong" if not wrong else f"{len(wrong)} things wrong", flush=True)
     return 1 if wrong else 0
 
 
-def _growth(before: Resources, after: Resources | None, tally: Tally) -> Iterator[str]:
-    if after is None:
+def _growth(before: Resources | None, after: Resources | None, tally: Tally) -> Iterator[str]:
+    if before is None or after is None:
         return
     kept = KEPT_BY_A_CHECK * tally.removals
     for name, grown, spare in (
@@ -131,13 +135,13 @@ def _growth(before: Resources, after: Resources | None, tally: Tally) -> Iterato
             yield f"the process has {grown} {name} more than it should, and {spare} may be spare"
 
 
-def _report(tally: Tally, before: Resources, after: Resources | None, took: float) -> None:
+def _report(tally: Tally, before: Resources | None, after: Resources | None, took: float) -> None:
     screen = Screen()
     rounds = sum(tally.rounds.values())
     screen.line(f"{rounds} updates and faulted updates in {took / 60:.1f} minutes, {rounds / took * 60:.0f} a minute;")
     screen.line(f"{tally.updated} cameras updated after {_WARM_UP} rounds of warming up")
     screen.table(Table([(fault, str(count)) for fault, count in sorted(tally.rounds.items())], right=frozenset({1})))
-    if after is None:
+    if before is None or after is None:
         return
     keeps = f"the uninstall monitor keeps {KEPT_BY_A_CHECK * tally.removals} of them open"
     rows = [

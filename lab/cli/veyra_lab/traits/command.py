@@ -13,13 +13,15 @@ from ..windows.machine import Machine, MachineError
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .kinds import kinds
+from .trial_id import id_of
 from .trials import TrialError, Trials
 
-HEAD = "| # | boot loader | result | last request | flash | transfers | seconds |"
+HEAD = "| # | boot loader | result | last request | flash | transfers | seconds | id |"
 
 _CLOSING = """\
 Exit status: 0 when each of the faultless cameras was updated and one process of the service did it all, 1 when not, 2
-when the command line is wrong. The table is that of docs/laboratory.md, which a test compares with a run."""
+when the command line is wrong. The table is that of docs/laboratory.md, which a test compares with a run.
+By the id at a row's end scripts/lab replay plays it again."""
 
 
 def register(subparsers: Any) -> None:
@@ -42,8 +44,9 @@ def rows(service: InstalledService) -> Iterator[str]:
     hold."""
     trials = Trials(service)
     for number, kind in enumerate(kinds(), 1):
-        attempt, flash = trials.run(kind)
-        cells = (attempt.result, attempt.ended, flash, str(attempt.transfers), f"{attempt.seconds:.1f}")
+        id_ = id_of(number, kind)
+        attempt, flash = trials.run(kind, id_)
+        cells = (attempt.result, attempt.ended, flash, str(attempt.transfers), f"{attempt.seconds:.1f}", id_)
         yield f"| {number} | {kind.words} | {' | '.join(cells)} |"
     trials.check_that_the_process_is_the_first()
     for complaint in service.stop_service():

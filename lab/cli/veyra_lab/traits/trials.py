@@ -28,6 +28,8 @@ class Trials:
 
     def __init__(self, installed: InstalledService) -> None:
         self._peer = installed.peer
+        # What everybody did in the last one.
+        self.events: list[Event] = []
         self._service = installed.service
         image = ImagePlan.of({})
         assert image.content is not None
@@ -41,9 +43,17 @@ class Trials:
         if len(self._service.pids) != 1 or not self._service.is_alive():
             raise TrialError("the service's process is not the one that began")
 
-    def run(self, kind: Kind) -> tuple[Attempt, str]:
+    def run(self, kind: Kind, id_: str) -> tuple[Attempt, str]:
         """An update of such a camera, and what is in its flash then; afterwards that of a faultless one, which has to
         succeed."""
+        self._peer.record("scenario", name="traits", description=kind.words, id=id_)
+        try:
+            return self._run(kind)
+        except TrialError as error:
+            self._peer.record("judgement", held=False, why=str(error), id=id_)
+            raise TrialError(f"{id_}: {error}") from error
+
+    def _run(self, kind: Kind) -> tuple[Attempt, str]:
         camera = {**kind.camera, "detach_ms": 1, "enumerate_ms": _AWAY_MS, "two_banks": True}
         since = self._peer.mark()
         self._peer.command(RIG, "restage", stage={"cameras": [camera, _FAULTLESS]})
@@ -60,6 +70,7 @@ class Trials:
         self._peer.command(RIG, "unplug", camera=0)
         self._service.settle()
         self._update_faultless(kind)
+        self.events = self._peer.events_since(since)
         for complaint in judge_always(self._service_events(since)):
             raise TrialError(f"{kind.words}: {complaint}")
         old = old_flash(camera)

@@ -1,6 +1,7 @@
 """The laboratory's end of the wire: what the service's rig and the toast server report, and what they are told."""
 
 import json
+import math
 import selectors
 import socket
 import threading
@@ -121,10 +122,13 @@ class Peer:
         with self._changed:
             return self._append({"source": LAB, "event": event, **fields})
 
-    def follow(self, wanted: Callable[[Event], bool], what: str, *, since: int, quiet: float) -> Event:
+    def follow(
+        self, wanted: Callable[[Event], bool], what: str, *, since: int, quiet: float, limit: float = math.inf
+    ) -> Event:
         """Waits for an event after the mark `since` and returns it. Gives up with a PeerError that names `what` after
-        `quiet` seconds in which nothing at all happened."""
+        `quiet` seconds in which nothing at all happened, and after `limit` seconds whatever happened."""
         position = since
+        deadline = time.monotonic() + limit
         while True:
             with self._changed:
                 if position >= len(self._events) and not self._changed.wait_for(
@@ -133,6 +137,8 @@ class Peer:
                     raise PeerError(f"{what}: nothing happened for {quiet:.0f} s")
                 if self._failure:
                     raise PeerError(self._failure)
+                if time.monotonic() > deadline:
+                    raise PeerError(f"{what}: it did not come in {limit:.0f} s, in which other things happened")
                 arrived = self._events[position:]
             for event in arrived:
                 self._show(position)
@@ -152,7 +158,9 @@ class Peer:
 
     # What they are told.
 
-    def command(self, source: str, command: str, *, quiet: float = 20, **fields: Any) -> Event:
+    def command(
+        self, source: str, command: str, *, quiet: float = 20, limit: float = math.inf, **fields: Any
+    ) -> Event:
         """Has the newest process of the source do something, and returns its answer."""
         since = self.mark()
         self.record("command", to=source, command=command, **fields)
@@ -163,6 +171,7 @@ class Peer:
             f"the {source}'s answer to {command}",
             since=since,
             quiet=quiet,
+            limit=limit,
         )
         if answer["event"] != "done":
             raise PeerError(f"the {source} went away over {command}")

@@ -1,0 +1,114 @@
+"""What can be played on the executable that ships, in a machine that is booted."""
+
+import time
+from collections.abc import Callable, Iterator
+from contextlib import AbstractContextManager, contextmanager
+from pathlib import Path
+
+from ..again.transcript import comparable
+from ..buses.virtual import VirtualBus
+from ..faults.program import built as built_campaign
+from ..faults.program import replay as replay_on_linux
+from ..faults.shipped import ShippedTrials
+from ..runner.installed_service import installed
+from ..runner.runner import ScenarioRunner
+from ..runner.scenario_id import find, read_id
+from ..scenarios.variant import Variant
+from ..soak.plan import RoundId
+from ..soak.replaying import soaking
+from ..traits.kinds import Kind
+from ..traits.trials import TrialError, Trials
+from ..windows.machine import Machine
+from ..windows.programs import Programs
+from ..wire.events import PeerError
+from .play import Play
+
+Player = Callable[[], Play]
+# Opens what plays an id, in the machine and with the programs; the last is where the transcript goes.
+Opening = Callable[[Machine, Programs, Path | None], AbstractContextManager[Player]]
+
+
+def of_scenario(variant: Variant, bus: str = VirtualBus.name) -> Opening:
+    """A scenario; one process of the service carries all plays that it can."""
+
+    @contextmanager
+    def opening(machine: Machine, programs: Programs, transcript: Path | None) -> Iterator[Player]:
+        with ScenarioRunner(machine, programs, transcript, bus=bus) as runner:
+
+            def play() -> Play:
+                outcome = runner.run(variant)
+                said = f"{outcome.name}, in {outcome.seconds:.1f} s"
+                return Play(outcome.complaints, comparable(outcome.events), said)
+
+            yield play
+
+    return opening
+
+
+def of_round(id_: RoundId) -> Opening:
+    """A round of scripts/soak, alone."""
+
+    @contextmanager
+    def opening(machine: Machine, programs: Programs, transcript: Path | None) -> Iterator[Player]:
+        with soaking(machine, programs, id_.seed, transcript, is_real_time=id_.is_real_time) as soak:
+
+            def play() -> Play:
+                began = time.monotonic()
+                soak.tally.wrong.clear()
+                try:
+                    soak.play(id_)
+                except PeerError as error:
+                    if not soak.tally.wrong:
+                        raise error
+                complaints = [said for each in soak.tally.wrong for said in each.complaints]
+                (fault,) = soak.tally.rounds
+                return Play(complaints, comparable(soak.events), f"{fault}, in {time.monotonic() - began:.1f} s")
+
+            yield play
+
+    return opening
+
+
+def of_kind(kind: Kind, id_: str) -> Opening:
+    """A kind of boot loader, and the faultless camera behind it."""
+
+    @contextmanager
+    def opening(machine: Machine, programs: Programs, transcript: Path | None) -> Iterator[Player]:
+        with installed(machine, programs, transcript) as service:
+            trials = Trials(service)
+
+            def play() -> Play:
+                try:
+                    attempt, flash = trials.run(kind, id_)
+                except TrialError as error:
+                    return Play([str(error)], [], kind.words)
+                return Play([], comparable(trials.events), f"{attempt.result} at {attempt.ended}, flash: {flash}")
+
+            yield play
+
+    return opening
+
+
+def of_trial(trial: str) -> Opening:
+    """A trial of the campaign, which has to go there as it goes on Linux. ValueError for one that cannot be played."""
+    program = built_campaign()
+    replay_on_linux(program, trial)
+
+    @contextmanager
+    def opening(machine: Machine, programs: Programs, transcript: Path | None) -> Iterator[Player]:
+        with ShippedTrials(program, machine, programs, transcript) as trials:
+
+            def play() -> Play:
+                end = trials.run(trial)
+                said = f"{end.requests} requests in DFU mode, in {end.seconds:.1f} s, as {end.scenario}"
+                return Play(end.complaints, comparable(end.events), said)
+
+            yield play
+
+    return opening
+
+
+def scenario_opening(id_: str) -> Opening:
+    """Of a scenario's id. ValueError when it cannot be played."""
+    wanted = read_id(id_)
+    return of_scenario(find(wanted), wanted.bus)

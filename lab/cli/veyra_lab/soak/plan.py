@@ -1,0 +1,157 @@
+"""What is tried in one round of the long run, chosen by its seed and its number alone, and the round as a scenario."""
+
+import random
+import re
+from collections.abc import Iterator
+from dataclasses import dataclass
+from typing import Any
+
+from ..scenarios.variant import StagePlan, Variant
+
+PREFIX = "soak"
+_ID = re.compile(PREFIX + r"\.([0-9]{1,18})\.([1-9][0-9]{0,11})(\.real-time)?")
+
+_CAMERAS = 3
+_OLD_VERSION = "5.10.2.0"
+_SMALLEST, _LARGEST = 5_000, 20_000
+_IMAGES = 1_000_000  # seeds of them
+_ACCEPT = 1
+_STAYING, _VISITING = 0.5, 0.25  # how often a camera stays for a while, and another one comes by
+
+# A fault, and how much of an update it leaves: none of them keeps the next camera from being updated.
+_FAULTS: dict[str, dict[str, Any] | None] = {
+    "no fault": None,
+    "unplugged at the first request": {"where": "GETSTATE", "what": "unplug"},
+    "unplugged during a block": {"where": "DNLOAD", "what": "unplug", "skip": 3},
+    "unplugged after a block": {"where": "GETSTATUS", "what": "unplug", "skip": 3},
+    "unplugged while descriptors are read": {"where": "GET-DESCRIPTOR", "what": "unplug", "skip": 1},
+    "descriptor refused": {"where": "GET-DESCRIPTOR", "what": "stall", "skip": 2},
+    "block refused": {"where": "DNLOAD", "what": "stall", "skip": 2},
+    "block unanswered": {"where": "DNLOAD", "what": "timeout", "skip": 4},
+    "probe refused": {"where": "UPLOAD", "what": "stall"},
+    "wrong state after DETACH": {"where": "GETSTATE", "what": "state", "skip": 1, "value": 5},
+    "error status after a block": {"where": "GETSTATUS", "what": "status", "skip": 2, "value": 3},
+    "status fails now and then": {"where": "GETSTATUS", "what": "stall", "skip": 1, "count": 3, "sets_error": False},
+    "version unknown": {"where": "COMMAND-READ", "what": "echo", "count": 0, "value": 7},
+    "switch refused": {"where": "COMMAND-WRITE", "what": "stall", "skip": 4, "count": 0},
+    "prompt server fails": None,
+    "user declines": None,
+    "unplugged while the user is asked": None,
+}
+HARMLESS = ("no fault", "status fails now and then", "prompt server fails")
+# Behind these the camera runs its firmware. One that is stuck in DFU mode is tried again whenever a USB device arrives, so
+# it goes before another one comes.
+_LEFT_RUNNING = (*HARMLESS, "version unknown", "switch refused", "user declines")
+
+
+@dataclass(frozen=True)
+class RoundId:
+    """A round by its name, "soak.42.17"."""
+
+    seed: int
+    number: int
+    is_real_time: bool = False
+
+    def __str__(self) -> str:
+        return ".".join([PREFIX, str(self.seed), str(self.number), *(["real-time"] if self.is_real_time else [])])
+
+
+def read_id(text: str) -> RoundId:
+    """ValueError when it is none."""
+    whole = _ID.fullmatch(text)
+    if whole is None:
+        raise ValueError(f"'{text}' is not the id of a round of scripts/soak")
+    return RoundId(int(whole[1]), int(whole[2]), bool(whole[3]))
+
+
+@dataclass(frozen=True)
+class RoundPlan:
+    """One round, from the arrival of a camera to its removal."""
+
+    id: RoundId
+    fault: str
+    image: dict[str, Any]
+    cameras: tuple[dict[str, Any], ...]
+    chosen: int
+    # The methods of the prompt server that fail.
+    failing: tuple[str, ...]
+    stays: bool
+    visitor: int | None
+    # The camera leaves in the end.
+    leaves: bool = True
+
+    def content(self) -> dict[str, Any]:
+        """The round in the words of a scenario file."""
+        return {
+            "description": f"The round {self.id} of scripts/soak: {self.fault}.",
+            "not on usb": "a round of scripts/soak, which is in virtual time",
+            "stage": {
+                "cameras": list(self.cameras),
+                "image": self.image,
+                **({"skip_waits": False} if self.id.is_real_time else {}),
+            },
+            "steps": list(self._steps()),
+        }
+
+    def variant(self) -> Variant:
+        """The round as a scenario to run."""
+        content = self.content()
+        return Variant(
+            name=str(self.id), description=content["description"], slow=False, not_on_usb=content["not on usb"],
+            fresh_service=False, stage=StagePlan.of(content["stage"]), steps=tuple(content["steps"]),
+        )  # fmt: skip
+
+    def _steps(self) -> Iterator[Any]:
+        for method in self.failing:
+            yield {"prompt server": {"fail": method}}
+        if self.fault == "unplugged while the user is asked":
+            yield from ({"plug": self.chosen}, "settle", {"unplug": self.chosen}, "settle", {"answer": _ACCEPT}, "settle")
+        elif self.fault == "version unknown":  # and nobody is asked
+            yield from ({"plug": self.chosen}, "settle")
+        else:
+            yield {"decline" if self.fault == "user declines" else "accept": self.chosen}
+        wanted = {"flash": "image", "mode": "running"} if self.fault in HARMLESS else {"flash": "old"}
+        yield {"expect": {"cameras": [*[None] * self.chosen, {**wanted, "gaps": 0}]}}
+        if self.leaves and not self.stays:
+            yield {"take away": self.chosen}
+        if self.visitor is not None:
+            # One that comes and goes, and whose question nobody answers.
+            yield from ({"plug": self.visitor}, "settle", {"unplug": self.visitor})
+        if self.leaves and self.stays:
+            yield {"take away": self.chosen}
+        if self.leaves:
+            yield "settle"
+
+
+def plan_of(id_: RoundId) -> RoundPlan:
+    """The round of that name."""
+    choose = random.Random(f"{id_.seed} {id_.number}")
+    fault = choose.choice([*_FAULTS, *["no fault"] * 4])
+    image = {
+        "size": choose.randint(_SMALLEST, _LARGEST),
+        "version": f"{choose.randint(6, 255)}.{choose.randint(0, 255)}.0.1",
+        "seed": choose.randint(0, _IMAGES),
+    }
+    chosen = choose.randrange(_CAMERAS)
+    cameras = tuple(_camera(choose, _FAULTS[fault] if number == chosen else None) for number in range(_CAMERAS))
+    stays = choose.random() < _STAYING and fault in _LEFT_RUNNING
+    others = [number for number in range(_CAMERAS) if number != chosen]
+    visitor = choose.choice(others) if choose.random() < _VISITING else None
+    failing = ("ShowUpdatePrompt", "NotifyProgress", "NotifyComplete") if fault == "prompt server fails" else ()
+    return RoundPlan(id_, fault, image, cameras, chosen, failing, stays, visitor)
+
+
+def _camera(choose: random.Random, fault: dict[str, Any] | None) -> dict[str, Any]:
+    return {
+        "version": _OLD_VERSION,
+        "personality": choose.choice(("kv400", "busy-first")),
+        "transfer_size": choose.choice((128, 512, 1024, 4096)) if fault is None else 512,
+        "block_ms": choose.choice((0, 0, 0, 350)),
+        "manifest_ms": choose.choice((0, 300, 900)),
+        "detach_ms": 1,
+        "enumerate_ms": 5,
+        # Longer than the service lets pass between two looks: it sees that the camera waits for its reset.
+        "reset_ms": 1000,
+        "two_banks": True,
+        "faults": [] if fault is None else [fault],
+    }
