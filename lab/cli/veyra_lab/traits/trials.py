@@ -1,5 +1,6 @@
 """One process of the service, and cameras with boot loaders of other kinds, each followed by a faultless one."""
 
+from collections.abc import Callable
 from typing import Any
 
 from ..judgement.always import judge_always
@@ -7,12 +8,12 @@ from ..judgement.flash import old_flash
 from ..runner.installed_service import InstalledService
 from ..scenarios.variant import ImagePlan, StagePlan
 from ..windows.camera import read_flash
-from ..wire.events import RIG, TOAST, Event
+from ..wire.events import RIG, TOAST, VIDEO_CLASS, Event
 from .attempt import Attempt, read_attempt
 from .kinds import Kind
 
 _ACCEPT = 1
-_ARRIVAL = 0x8000
+_ARRIVAL, _REMOVAL = 0x8000, 0x8004
 _DFU_DEVICE = "pid_7e01"
 # A camera that leaves the bus comes back when the laboratory lets that much time pass, and not before.
 _AWAY_MS = 600_000
@@ -86,6 +87,8 @@ class Trials:
         since = self._peer.mark()
         self._peer.command(TOAST, "respond", code=_ACCEPT)
         self._service.follow(lambda event: _is_change(event, camera, "left"), "the camera's leaving", since)
+        # Time that passes meanwhile would be the handler's.
+        self._service.follow(_end_of_handling(_is_last_removal), "the end of its removal", since)
 
     def _come_back(self) -> Attempt | None:
         """The camera is on the bus again. The attempt to update it; none when it runs its firmware."""
@@ -94,18 +97,7 @@ class Trials:
         came = self._service.follow(lambda event: _is_change(event, 0, "dfu", "running"), "the camera's return", since)
         if came["change"] == "running":
             return None
-        arrived = False
-
-        def is_handled(event: Event) -> bool:
-            nonlocal arrived
-            arrived |= (
-                event["event"] == "control"
-                and event.get("type") == _ARRIVAL
-                and _DFU_DEVICE in event.get("link", "").lower()
-            )
-            return arrived and event["event"] == "handled"
-
-        self._service.follow(is_handled, "the end of the attempt", since)
+        self._service.follow(_end_of_handling(_is_dfu_arrival), "the end of the attempt", since)
         return read_attempt(self._service_events(since))
 
     def _update_faultless(self, kind: Kind) -> None:
@@ -119,6 +111,27 @@ class Trials:
 
     def _service_events(self, since: int) -> list[dict[str, Any]]:
         return [event for event in self._peer.events_since(since) if event.get("pid") in self._service.pids]
+
+
+def _is_dfu_arrival(control: Event) -> bool:
+    return control.get("type") == _ARRIVAL and _DFU_DEVICE in control["link"].lower()
+
+
+def _is_last_removal(control: Event) -> bool:
+    """Of those that a camera's leaving brings about."""
+    return control.get("type") == _REMOVAL and control["class"] == VIDEO_CLASS
+
+
+def _end_of_handling(is_meant: Callable[[Event], bool]) -> Callable[[Event], bool]:
+    """Tells the event with which the service has handled such a control."""
+    has_come = False
+
+    def is_handled(event: Event) -> bool:
+        nonlocal has_come
+        has_come |= event["event"] == "control" and is_meant(event)
+        return has_come and event["event"] == "handled"
+
+    return is_handled
 
 
 def _is_change(event: Event, camera: int, *changes: str) -> bool:
