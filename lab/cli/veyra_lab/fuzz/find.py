@@ -27,8 +27,9 @@ def tell_find(given: FuzzInput) -> Iterator[str]:
         yield "    it holds when it is played alone"
         return
     yield f"    {run.why}"
-    if given.target == _TRIAL:
-        yield from _tell_trial(shrink(built(), str(run.told[0]["trial"])))
+    trials = [str(line["trial"]) for line in run.told if "trial" in line]
+    if given.target == _TRIAL and trials:
+        yield from _tell_trial(shrink(built(), trials[0]))
         return
     smallest, why = make_smaller(given)
     yield f"    smallest: {smallest.keep()} ({len(smallest.content)} bytes): {why}"

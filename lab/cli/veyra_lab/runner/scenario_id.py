@@ -18,7 +18,7 @@ from ..scenarios.variant import Variant
 PREFIX = "scenario"
 # Where failures that were made small are written to.
 WRITTEN = BUILD / "faults"
-_ID = re.compile(PREFIX + r"\.([a-z0-9][a-z0-9/-]*)(\.usb)?\.([0-9a-f]{10})")
+_ID = re.compile(PREFIX + r"\.([a-z0-9][a-z0-9/-]*(?:\.[a-z0-9-]+)*?)(\.usb)?\.([0-9a-f]{10})")
 # What changes nothing of what happens.
 _WORDS = ("description", "slow", "not_on_usb")
 
