@@ -153,6 +153,7 @@ def test_a_fault_stays_in_a_smaller_round_and_strikes_in_a_block_that_is_there()
 
 def test_complaints_of_two_sizes_have_the_same_words() -> None:
     seen = "seen 512 bytes of which the first 40 are the image's"
+    assert same_words(["steps[1]: gaps of camera 0: expected 0, seen 12"]) == "gaps: expected 0"
     assert same_words([f"steps[7]: flash of camera 2: expected the image, {seen}"]) == "flash: expected the image"
     assert same_words([]) == ""
 
@@ -245,6 +246,7 @@ def events(*, pid: int = 1, swapped: bool = False, data: str = "00") -> Iterator
     yield {"event": "transfer", "source": "rig", "data": data, "ms": 200, "t": 0.5 * pid}
     yield {"event": "handled", "source": "rig", "result": 0, "ms": pid, "us": 0.1 * pid}
     text = f"The service listens for the user's answer (cookie {pid})"
+    yield {"event": "service-status", "source": "rig", "words": [16, 3, 5, 0, 0, 3 * pid, 0]}
     yield {"event": "trace", "source": "rig", "text": text, "arguments": [f"{pid:02}000000"]}
 
 

@@ -26,6 +26,8 @@ _LEFT_OUT = ("t", "pid", "thread", "us", "cookie", "path", "camera_bytes", "hand
 # How long a handler took by the machine's own clock; the other "ms" are those of the laboratory's, which are the same.
 _TIMED = ("handled", "burst")
 _COOKIE = "(cookie "
+# Of the words of a service's status: it counts up as long as the process lives.
+_CHECK_POINT = 5
 _PARTS = ("lab", "calls", "answers", "watcher", "bus", "service")
 
 
@@ -63,6 +65,8 @@ def _without_times(event: Event) -> Event:
     kept = {name: value for name, value in event.items() if name not in _LEFT_OUT}
     if event["event"] in _TIMED:
         kept.pop("ms", None)
+    if event["event"] == "service-status":
+        kept["words"] = [min(word, 1) if place == _CHECK_POINT else word for place, word in enumerate(event["words"])]
     if _COOKIE in str(event.get("text")):
         kept |= {"text": event["text"].partition(_COOKIE)[0], "arguments": []}
     return kept

@@ -16,15 +16,21 @@ from .trial_id import TrialId
 # sources as which it is listed.
 FURTHER_READINGS = 3
 _LONGEST_NAME = 120
+# Camera and number of the update that the stage is set for.
+_FIRST = (0, 1)
 
 
 def write_scenario(trial: TrialId, fields: Line, updates: Sequence[ToldUpdate], why: str, folder: Path) -> Path:
     """The scenario's file, named for the trial, and for what went wrong in it. `fields` and `updates` are those that the
     campaign's program tells of it. ScenarioError for a trial that no scenario can say."""
+    first = _faults(fields, updates[0]) if updates else []
     content = {
         "description": f"The trial {trial} of scripts/faults{': ' if why else ''}{why}.",
         "not on usb": "the cameras' faults are changed while they are in use",
-        "stage": {"cameras": fields["cameras"], "image": _image(fields, 1)},
+        "stage": {
+            "cameras": [{**fields["cameras"][0], "faults": first}, *fields["cameras"][1:]],
+            "image": _image(fields, 1),
+        },
         "steps": [step for update in updates for step in _steps(fields, update)],
     }
     return write_scenario_file(content, _name(trial, why), folder)
@@ -65,14 +71,13 @@ def _fault(fault: dict[str, Any], update: ToldUpdate) -> dict[str, Any]:
 
 def _steps(fields: Line, update: ToldUpdate) -> Iterator[Any]:
     faults = _faults(fields, update)
-    yield {"image": _image(fields, update.number)}
-    yield {"faults": {"camera": update.camera, "list": faults}}
-    yield {"plug": update.camera}
+    if (update.camera, update.number) != _FIRST:  # for which the stage is set
+        yield {"image": _image(fields, update.number)}
+        yield {"faults": {"camera": update.camera, "list": faults}}
     if update.is_accepted:
-        yield {"wait for": "question"}
-        yield "settle"
-        yield {"answer": 1}
-    yield "settle"
+        yield {"accept": update.camera}
+    else:
+        yield from ({"plug": update.camera}, "settle")
     if update.next is not None:
         yield {"expect": mended(update, fields["cameras"][update.camera], bool(faults))}
     elif update.how:

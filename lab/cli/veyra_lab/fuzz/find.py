@@ -21,16 +21,18 @@ _CONVERSATION, _TRIAL = "conversation", "trial"
 def tell_find(given: FuzzInput) -> Iterator[str]:
     """A line each."""
     run = play(given.keep())
+    trials = [str(line["trial"]) for line in run.told if "trial" in line]
+    if given.target == _TRIAL and trials:
+        yield f"  find: {trials[0]} (as an input: {given})"
+        yield f"    again: scripts/lab replay {trials[0]} --on linux"
+        yield from _tell_trial(shrink(built(), trials[0]))
+        return
     yield f"  find: {given}"
     yield f"    again: scripts/lab replay {given}"
     if not run.why:
         yield "    it holds when it is played alone"
         return
     yield f"    {run.why}"
-    trials = [str(line["trial"]) for line in run.told if "trial" in line]
-    if given.target == _TRIAL and trials:
-        yield from _tell_trial(shrink(built(), trials[0]))
-        return
     smallest, why = make_smaller(given)
     yield f"    smallest: {smallest.keep()} ({len(smallest.content)} bytes): {why}"
     if given.target != _CONVERSATION:

@@ -10,7 +10,7 @@ from ..runner.scenario_id import WRITTEN, id_of_file
 from ..scenarios.variant import Variant
 from ..windows.machine import Machine
 from ..windows.programs import Programs
-from .smaller import make_smaller
+from .smaller import make_smaller, same_words
 from .soak import SETTLING_LIMIT, Soak, Wrong
 
 _MOST_MADE_SMALL = 3
@@ -30,7 +30,7 @@ def soaking(
 def made_small(machine: Machine, programs: Programs, wrong: Sequence[Wrong]) -> Iterator[str]:
     """The rounds that failed, a few of them and each with words of its own, played as scenarios and made as small as they
     go; what came of it, a line each."""
-    by_reason = {(each.fault, each.complaints[0]): each for each in reversed(wrong)}
+    by_reason = {(each.fault, same_words(list(each.complaints))): each for each in reversed(wrong)}
     with ScenarioRunner(machine, programs) as runner:
         runner.settling_limit = SETTLING_LIMIT
 

@@ -32,7 +32,7 @@ def make_smaller(id_: RoundId, play: Callable[[Variant], list[str]], folder: Pat
 def same_words(complaints: list[str]) -> str:
     """The first complaint without where it was and without what another size or number of cameras changes in it."""
     words = re.sub(r"^(steps\[[0-9]+\]|always|end|start): ", "", complaints[0]) if complaints else ""
-    return re.sub(r" of camera [0-9]+|, seen [0-9]+ bytes of which the first [0-9]+ are the image's", "", words)
+    return re.sub(r" of camera [0-9]+|, seen [0-9]+( bytes of which the first [0-9]+ are the image's)?$", "", words)
 
 
 def smaller(plan: RoundPlan) -> Iterator[RoundPlan]:
