@@ -40,7 +40,8 @@ def play(opening: Opening, times: int) -> Play:
 
 
 @pytest.mark.parametrize(
-    "name", ["declined-and-then-accepted", "unplug-in-dfu-mode/middle-block", "one-update-in-full", "status-fails-now-and-then"]
+    "name",
+    ["declined-and-then-accepted", "unplug-in-dfu-mode/middle-block", "one-update-in-full", "status-fails-now-and-then/stall"],
 )
 def test_a_scenario_goes_the_same_way_each_time(name: str) -> None:
     end = play(scenario(name), _TIMES)
@@ -87,7 +88,9 @@ def replay(*arguments: str) -> tuple[int, Sequence[str], str]:
 
 
 @slow
-@pytest.mark.parametrize("name", ["conversation/whole_update", "conversation/status_transfers_that_fail", "device_path/two_tails"])
+@pytest.mark.parametrize(
+    "name", ["conversation/whole_update", "conversation/status_transfers_that_fail", "device_path/two_tails"]
+)
 def test_an_input_of_a_fuzz_target_goes_the_same_way_each_time(name: str) -> None:
     content = (CHECKOUT / "host" / "fuzz" / "corpus" / name).read_bytes()
     given = FuzzInput(name.partition("/")[0], content).keep()

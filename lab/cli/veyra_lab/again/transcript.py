@@ -1,16 +1,17 @@
-"""The transcript of a play as it has to be each time, byte for byte: without times and process ids, and in an order that
-does not depend on which of two threads was the quicker.
+"""The transcript of a play as it has to be each time, byte for byte: without times and process ids, and in an order
+that does not depend on which of two threads was the quicker.
 
-What one thread does stays in its order. What several do at the same moment is nobody's to hold, so each of them has a part
-of the transcript to itself:
+What one thread does stays in its order. What several do at the same moment is nobody's to hold, so each of them has a
+part of the transcript to itself:
 
-- the laboratory: it sends a command, or begins its next step, while the service still does what the one before brought about;
-- the prompt server's calls, and its answers to the laboratory: another process, which tells over a wire of its own, from the
-  threads of COM and from that which fires the user's answer;
-- the watcher's callbacks: configuration manager calls them from a thread of its own, while the service's handler is being
-  told of the same arrival;
-- the bus: cameras that come and go by themselves or by a command, and the rig's answers to commands: the threads of the rig.
-  Which transfers of the service meet a camera that is gone stands in the transfers;
+- the laboratory: it sends a command, or begins its next step, while the service still does what the one before brought
+  about;
+- the prompt server's calls, and its answers to the laboratory: another process, which tells over a wire of its own,
+  from the threads of COM and from that which fires the user's answer;
+- the watcher's callbacks: configuration manager calls them from a thread of its own, while the service's handler is
+  being told of the same arrival;
+- the bus: cameras that come and go by themselves or by a command, and the rig's answers to commands: the threads of the
+  rig. Which transfers of the service meet a camera that is gone stands in the transfers;
 - all else that the service does.
 """
 
@@ -20,8 +21,8 @@ from itertools import zip_longest
 
 from ..wire.events import LAB, RIG, TOAST, Event
 
-# Times, and the numbers of processes and threads. A "cookie" counts the sinks in the life of the prompt server's process, and
-# "path" is the file through which a flash is handed over.
+# Times, and the numbers of processes and threads. A "cookie" counts the sinks in the life of the prompt server's
+# process, and "path" is the file through which a flash is handed over.
 _LEFT_OUT = ("t", "pid", "thread", "us", "cookie", "path", "camera_bytes", "handles", "threads", "private_bytes")
 # How long a handler took by the machine's own clock; the other "ms" are those of the laboratory's, which are the same.
 _TIMED = ("handled", "burst")

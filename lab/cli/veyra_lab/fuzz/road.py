@@ -1,4 +1,5 @@
-"""An input of the target "conversation" as a trial of the campaign: the same answers, given by a camera on the service's road."""
+"""An input of the target "conversation" as a trial of the campaign: the same answers, given by a camera on the road of the
+service."""
 
 from collections.abc import Iterator, Sequence
 from dataclasses import replace

@@ -20,6 +20,7 @@ _SCRIPT = CHECKOUT / "host" / "fuzz" / "transcripts.py"
 # Times, numbers of this process and where its memory lies, which are others each time.
 _OF_THIS_PROCESS = re.compile(r"==[0-9]+==|0x[0-9a-f]+| in [0-9]+ ms|Seed: [0-9]+|\bT[0-9]+\b|pid=[0-9]+")
 _BROKEN = re.compile(r"broken promise: (.*)")
+_OPTIONS = {"ASAN_OPTIONS": "handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
 # Behind it stands what lies in memory around the place.
 _DUMP = "Shadow bytes around"
 
@@ -45,7 +46,7 @@ def play(given: FuzzInput) -> TargetRun:
         path.write_bytes(given.content)
         done = subprocess.run(
             _command(given.target, path), cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8",
-            errors="replace", check=False, env=os.environ | {"ASAN_OPTIONS": "handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"},
+            errors="replace", check=False, env=os.environ | _OPTIONS,
         )  # fmt: skip
         said = done.stderr.replace(folder, "FOLDER")
     return TargetRun(list(lines_of(done.stdout)), list(_lasting(done.stdout + said)), _why(done.returncode, said))

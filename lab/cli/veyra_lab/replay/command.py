@@ -45,8 +45,8 @@ Windows a scenario, written to build/faults/replayed: the same faults in the sam
 behind each; what crosses the bus in DFU mode has to be what crosses it on Linux. Where a scenario's file says something else
 than it said when the id was told, nothing is played.
 
-Exit status: 0 when everything held, each time, and went the same way each time; 1 when not, 2 when the command line is wrong or
-the id is none that can be played."""
+Exit status: 0 when everything held and went the same way each time; 1 when not, 2 when the command line is wrong or the id
+is none that can be played."""
 
 
 def register(subparsers: Any) -> None:
