@@ -67,6 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (fuzz::isTelling) {
         std::printf("{\"trial\": \"%s\"}\n", campaign::IdOf(plan).c_str());
         std::fflush(stdout);
+        fuzz::isTelling = false;
     }
     const campaign::UpdateEnd& faultless = campaign::FaultlessEnd(*plan.kind, plan.imageSize);
     const campaign::TrialEnd end = campaign::Trial(plan, &faultless).Run();

@@ -12,7 +12,7 @@ from ..wire.events import RIG, TOAST, Event, PeerError
 from .plan import HARMLESS, RoundId, plan_of
 
 # A service that never comes to rest is not waited for any longer, in seconds.
-SETTLING_LIMIT, _SETTLING_LIMIT_IN_REAL_TIME = 20.0, 120.0
+SETTLING_LIMIT, _SETTLING_LIMIT_IN_REAL_TIME = 10.0, 120.0
 
 
 @dataclass(frozen=True)
