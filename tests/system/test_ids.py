@@ -272,7 +272,7 @@ def test_a_play_that_goes_another_way_is_told_and_kept(tmp_path: Path, monkeypat
     "text",
     ["", "nonsense", "kv400.2500x1.1zz3-time", "scenario.two-cameras.0123456789", "scenario.none.0123456789", "soak.1",
      "soak.1.0", "traits.99999.0123456789", "traits.1.0123456789", "fuzz.none.AA", "fuzz.conversation.A",
-     "fuzz.trial.file.0123456789abcdef"],
+     "fuzz.trial.file.0123456789abcdef", "stays-in-dfu-mode.2500x1"],
 )  # fmt: skip
 def test_says_in_one_line_that_an_id_cannot_be_played(text: str) -> None:
     done = run_script(str(CHECKOUT / "scripts" / "lab"), "replay", text, timeout=60)

@@ -8,6 +8,7 @@ from typing import Any
 from ..faults.program import built as built_campaign
 from ..faults.program import replay as replay_trial
 from ..faults.scenario import check_id
+from ..faults.shipped import RESTLESS
 from ..fuzz import target_run
 from ..fuzz.input_id import PREFIX as FUZZ
 from ..fuzz.input_id import FuzzInput
@@ -104,9 +105,11 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
     if kind == TRAITS:
         known = find_kind(id_)
         return lambda: _on_windows(options, lambda: of_kind(known, id_))
-    check_id(id_)
+    trial = check_id(id_)
     if options.on == "linux":
         return lambda: _trial_on_linux(id_, options.times)
+    if trial.kind == RESTLESS:
+        raise ValueError(f"'{id_}': this camera restarts for ever, so its trials can be played on Linux only")
     return lambda: _on_windows(options, lambda: of_trial(id_))
 
 
