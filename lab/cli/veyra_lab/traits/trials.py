@@ -96,6 +96,8 @@ class Trials:
         self._peer.command(RIG, "pass", ms=_AWAY_MS)
         came = self._service.follow(lambda event: _is_change(event, 0, "dfu", "running"), "the camera's return", since)
         if came["change"] == "running":
+            # Before it is pulled, so that the service has met it in whatever time it takes.
+            self._service.settle()
             return None
         self._service.follow(_end_of_handling(_is_dfu_arrival), "the end of the attempt", since)
         return read_attempt(self._service_events(since))
