@@ -19,7 +19,7 @@ json EventOf(const Crossing& crossing) {
         case Crossing::What::CommandRead:
             return lab::ReplyEvent(crossing.after.first(crossing.transferred), crossing.result);
         case Crossing::What::Descriptor:
-            return lab::DescriptorEvent(lab::LowByte(crossing.setup.value), 0, crossing.before.size(),
+            return lab::DescriptorEvent(lab::LowByte(crossing.setup.value), 0, crossing.after,
                                         crossing.transferred, error);
         case Crossing::What::SetInterface:
             return lab::AlternateSettingEvent(crossing.setup.index, lab::LowByte(crossing.setup.value),

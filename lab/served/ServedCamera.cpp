@@ -140,8 +140,8 @@ void ServedCamera::Record(const SetupPacket& setup, std::span<const std::uint8_t
     } else if (mode == BusMode::Dfu && IsStandard(setup, StandardRequest::SetInterface)) {
         record_(AlternateSettingEvent(setup.index, LowByte(setup.value), error));
     } else if (mode == BusMode::Dfu && IsStandard(setup, StandardRequest::GetDescriptor)) {
-        record_(DescriptorEvent(HighByte(setup.value), LowByte(setup.value), setup.length, result.transferred,
-                                error));
+        record_(DescriptorEvent(HighByte(setup.value), LowByte(setup.value), data.first(setup.length),
+                                result.transferred, error));
     }
 }
 

@@ -80,6 +80,8 @@ json TransferEvent(const SetupPacket& setup, std::span<const std::uint8_t> data,
     }
     if (IsToHost(setup)) {
         event["data"] = HexText(data.first(transferred));
+    } else if (setup.length != 0) {
+        event["sent"] = HexText(data.first(std::min<std::size_t>(data.size(), setup.length)));
     }
     return event;
 }
@@ -101,15 +103,16 @@ json ReplyEvent(std::span<const std::uint8_t> reply, std::int32_t result) {
             {"result", result}};
 }
 
-json DescriptorEvent(std::uint8_t type, std::uint8_t index, std::size_t length, std::size_t transferred,
-                     std::uint32_t error) {
+json DescriptorEvent(std::uint8_t type, std::uint8_t index, std::span<const std::uint8_t> buffer,
+                     std::size_t transferred, std::uint32_t error) {
     return {{"event", "descriptor"},
             {"type", type},
             {"index", index},
-            {"length", length},
+            {"length", buffer.size()},
             {"transferred", transferred},
             {"ok", error == kSuccess},
-            {"error", error}};
+            {"error", error},
+            {"data", HexText(buffer.first(std::min(transferred, buffer.size())))}};
 }
 
 json AlternateSettingEvent(std::size_t interfaceNumber, std::uint8_t setting, std::uint32_t error) {

@@ -27,7 +27,7 @@ namespace lab {
 [[nodiscard]] nlohmann::json CameraEvent(std::size_t camera, const char* change, const std::string& version);
 
 // A control transfer to the DFU interface. `data` is its buffer, of which `transferred` bytes were moved;
-// `tookMs` as in TransferResult.
+// `tookMs` as in TransferResult. What the host has sent is told whole, also when the device took less of it.
 [[nodiscard]] nlohmann::json TransferEvent(const SetupPacket& setup, std::span<const std::uint8_t> data,
                                            std::size_t transferred, std::uint32_t error,
                                            std::uint32_t tookMs);
@@ -36,9 +36,10 @@ namespace lab {
 [[nodiscard]] nlohmann::json CommandEvent(std::span<const std::uint8_t> frame, std::int32_t result);
 [[nodiscard]] nlohmann::json ReplyEvent(std::span<const std::uint8_t> reply, std::int32_t result);
 
-// A driver reads a descriptor, with a buffer of `length` bytes.
-[[nodiscard]] nlohmann::json DescriptorEvent(std::uint8_t type, std::uint8_t index, std::size_t length,
-                                             std::size_t transferred, std::uint32_t error);
+// A driver reads a descriptor into `buffer`, the first `transferred` bytes of which came.
+[[nodiscard]] nlohmann::json DescriptorEvent(std::uint8_t type, std::uint8_t index,
+                                             std::span<const std::uint8_t> buffer, std::size_t transferred,
+                                             std::uint32_t error);
 // A driver chooses an alternate setting.
 [[nodiscard]] nlohmann::json AlternateSettingEvent(std::size_t interfaceNumber, std::uint8_t setting,
                                                    std::uint32_t error);

@@ -337,7 +337,7 @@ DriverResult Bus::ReadDescriptor(const Presence& presence, std::uint8_t type, st
         TransferInDfuMode(presence, lock, [&](CameraPort& port, const CameraPort::Turn& turn) {
             return port.ReadDescriptor(type, index, buffer, turn);
         });
-    record_(DescriptorEvent(type, index, buffer.size(), result.transferred, result.error));
+    record_(DescriptorEvent(type, index, buffer, result.transferred, result.error));
     NoteChange(presence.camera);
     lock.unlock();
     SpendWait(result);

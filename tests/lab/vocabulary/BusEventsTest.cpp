@@ -22,12 +22,14 @@ TEST(BusEvents, AnswersTellWhatCame) {
                               "ok":true,"error":0,"data":"000102"})"));
 }
 
-TEST(BusEvents, WhatIsSentIsNotRepeated) {
-    const std::vector<std::uint8_t> block(64);
-    EXPECT_EQ(
-        TransferEvent({.requestType = 0x21, .request = 1, .length = 64}, block, 0, 121, 5000),
-        json::parse(R"({"event":"transfer","setup":"21 01 00 00 00 00 40 00","length":64,"transferred":0,
-                              "ok":false,"error":121,"ms":5000})"));
+TEST(BusEvents, WhatIsSentIsToldWhole) {
+    const std::array<std::uint8_t, 4> block{0xDE, 0xAD, 0, 1};
+    EXPECT_EQ(TransferEvent({.requestType = 0x21, .request = 1, .length = 3}, block, 1, 121, 5000),
+              json::parse(R"({"event":"transfer","setup":"21 01 00 00 00 00 03 00","length":4,"transferred":1,
+                              "ok":false,"error":121,"ms":5000,"sent":"dead00"})"));
+    EXPECT_EQ(TransferEvent({.requestType = 0x21, .request = 1}, {}, 0, 0, 0),
+              json::parse(R"({"event":"transfer","setup":"21 01 00 00 00 00 00 00","length":0,"transferred":0,
+                              "ok":true,"error":0})"));
 }
 
 TEST(BusEvents, CommandsAreTakenApart) {
@@ -53,10 +55,9 @@ TEST(BusEvents, EndsAreWindowsNumbers) {
 TEST(BusEvents, TheOthers) {
     EXPECT_EQ(CameraEvent(2, "left", "5.10.2.0"),
               json::parse(R"({"event":"camera","camera":2,"change":"left","version":"5.10.2.0"})"));
-    EXPECT_EQ(
-        DescriptorEvent(2, 0, 1024, 27, 0),
-        json::parse(R"({"event":"descriptor","type":2,"index":0,"length":1024,"transferred":27,"ok":true,
-                              "error":0})"));
+    EXPECT_EQ(DescriptorEvent(2, 0, std::vector<std::uint8_t>{9, 2, 27, 0}, 3, 0),
+              json::parse(R"({"event":"descriptor","type":2,"index":0,"length":4,"transferred":3,"ok":true,
+                              "error":0,"data":"09021b"})"));
     EXPECT_EQ(
         AlternateSettingEvent(1, 0, 31),
         json::parse(R"({"event":"alternate-setting","interface":1,"setting":0,"ok":false,"error":31})"));
