@@ -3,6 +3,7 @@
 import argparse
 import json
 from collections.abc import Sequence
+from pathlib import Path
 from typing import Any
 
 from ..buses.choice import add_bus
@@ -10,7 +11,7 @@ from ..buses.usb import UsbBus
 from ..checkout import BUILD
 from ..guest.errors import GuestError
 from ..scenarios.errors import ScenarioError
-from ..scenarios.files import read_folder, read_named
+from ..scenarios.files import read_folder, read_named, read_scenario
 from ..scenarios.schema import SCENARIOS
 from ..scenarios.variant import Variant
 from ..terminal.parser import add_places, add_transcript, give_up
@@ -48,7 +49,9 @@ def register(subparsers: Any) -> None:
         description="Runs scenarios on the service that ships, and says of each in one line what came of it.",
         epilog=_RUN_CLOSING,
     )
-    run.add_argument("names", nargs="*", metavar="NAME", help="a scenario, or a file's name for all of its scenarios")
+    run.add_argument(
+        "names", nargs="*", metavar="NAME", help="a scenario, a file's name for all of its scenarios, or the path of another one's file"
+    )
     run.add_argument("--all", action="store_true", help="every scenario, the slow ones too")
     run.add_argument("--quick", action="store_true", help="every scenario that is not slow")
     run.add_argument("--keep-going", action="store_true", help="go on after a scenario that did not hold")
@@ -123,7 +126,7 @@ def _chosen(options: argparse.Namespace) -> list[Variant]:
     if options.all + options.quick + bool(options.names) != 1:
         raise ScenarioError("say one of these: names of scenarios, --all or --quick (scripts/lab list shows them)")
     if options.names:
-        named = read_named(SCENARIOS, options.names)
+        named = _named(options.names)
         chosen = [variant for variant in named if _can_have(options.bus, variant)]
         for variant in named:
             # Of a file's scenarios those are meant that can be.
@@ -135,6 +138,13 @@ def _chosen(options: argparse.Namespace) -> list[Variant]:
         for variant in read_folder(SCENARIOS)
         if _can_have(options.bus, variant) and (options.all or not variant.slow)
     ]
+
+
+def _named(names: Sequence[str]) -> list[Variant]:
+    """Those of lab/scenarios by their names, and those of files elsewhere by their paths."""
+    files = [name for name in names if name.endswith(".json")]
+    own = read_named(SCENARIOS, [name for name in names if name not in files])
+    return [*own, *(variant for name in files for variant in read_scenario(Path(name)))]
 
 
 def up_to_date_programs(options: argparse.Namespace) -> Programs:

@@ -38,7 +38,7 @@ def read_scenario(path: Path) -> list[Variant]:
     """The scenarios of one file. ScenarioError names the file and the field that is wrong."""
     try:
         whole = json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=_without_doubles)
-        return _variants(path.stem, whole)
+        return _variants(path, whole)
     except (OSError, ValueError, ScenarioError) as error:
         raise ScenarioError(f"{path.name}: {' '.join(str(error).split())}") from None
 
@@ -47,23 +47,24 @@ def _files(folder: Path) -> list[Path]:
     return [path for path in sorted(folder.glob("*.json")) if not path.name.endswith(".schema.json")]
 
 
-def _variants(stem: str, whole: Any) -> list[Variant]:
+def _variants(path: Path, whole: Any) -> list[Variant]:
     check_as_written(whole)
     items = whole.get("for each", [{}])
     names = [item.get("name", "") for item in items]
     if len(set(names)) != len(names):
         raise ScenarioError("for each: two items have the same name")
-    return [_variant(stem, whole, item) for item in items]
+    return [_variant(path, whole, item) for item in items]
 
 
-def _variant(stem: str, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
-    name = f"{stem}/{item['name']}" if item else stem
+def _variant(path: Path, whole: dict[str, Any], item: dict[str, Any]) -> Variant:
+    name = f"{path.stem}/{item['name']}" if item else path.stem
     used: set[str] = set()
     filled = {key: _fill(content, item, used) for key, content in whole.items() if key != "for each"}
     unused = sorted(item.keys() - used - {"name", "slow", "not on usb"})
     if unused:
         raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
     check_filled(filled)
+    filled = _with_places(filled, path.absolute().parent)
     return Variant(
         name=name,
         description=filled["description"],
@@ -93,6 +94,19 @@ def _fill(value: Any, item: dict[str, Any], used: set[str]) -> Any:
     if match := _PLACE.fullmatch(value):
         return parameter(match)
     return _PLACE.sub(lambda match: str(parameter(match)), value)
+
+
+def _with_places(value: Any, folder: Path) -> Any:
+    """The value with the files of its images in the folder, wherever an image is told."""
+    if isinstance(value, list):
+        return [_with_places(content, folder) for content in value]
+    if not isinstance(value, dict):
+        return value
+    placed = {key: _with_places(content, folder) for key, content in value.items()}
+    image = placed.get("image")
+    if isinstance(image, dict) and "file" in image:
+        placed["image"] = {"file": str(folder / image["file"])}
+    return placed
 
 
 def _without_doubles(pairs: list[tuple[str, Any]]) -> dict[str, Any]:

@@ -2,11 +2,14 @@
 
 import hashlib
 from dataclasses import dataclass, field
+from pathlib import Path
 from typing import Any
 
 from ..windows.image import SMALLEST_IMAGE, with_version
 from ..windows.installation import SERVICE_CONTROLLED
+from .errors import ScenarioError
 
+_LONGEST_IMAGE = 64 << 20
 _DEFAULT_IMAGE = {"size": 5000, "version": "5.10.3.0"}
 
 
@@ -24,6 +27,8 @@ class ImagePlan:
             return ImagePlan(None, is_folder=value == "folder")
         if "bytes" in value:
             return ImagePlan(bytes.fromhex(value["bytes"]))
+        if "file" in value:
+            return ImagePlan(_content_of(Path(value["file"])))
         whole = {**_DEFAULT_IMAGE, **value}
         seed = f"KV400 scenario image {whole.get('seed', 0)}"
         content = hashlib.shake_256(seed.encode()).digest(whole["size"])
@@ -81,6 +86,17 @@ class Variant:
     fresh_service: bool
     stage: StagePlan
     steps: tuple[Any, ...]
+
+
+def _content_of(path: Path) -> bytes:
+    try:
+        with path.open("rb") as file:
+            content = file.read(_LONGEST_IMAGE + 1)
+    except OSError as error:
+        raise ScenarioError(f"image.file: {path} cannot be read: {error.strerror}") from None
+    if len(content) > _LONGEST_IMAGE:
+        raise ScenarioError(f"image.file: {path} is longer than {_LONGEST_IMAGE >> 20} MiB")
+    return content
 
 
 def _camera(fields: dict[str, Any]) -> dict[str, Any]:
