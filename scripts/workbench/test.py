@@ -26,8 +26,8 @@ _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "
                    "VeyraActivatingService", "toast_controller", "stubborn_service", "service_holder",
                    "service_end", "window_reader")
 # The tests that boot the guest, what it runs, and what serves cameras to it.
-_GUEST_TESTS = frozenset({"test_foreign_hosts.py", "test_guest.py", "test_usb_bus.py", "test_usbip.py",
-                          "test_windows_disk.py"})
+_GUEST_TESTS = frozenset({"test_capture_real_bus.py", "test_foreign_hosts.py", "test_guest.py", "test_usb_bus.py",
+                          "test_usbip.py", "test_windows_disk.py"})
 # The tests that show a window, to which belongs what only the long run needs else.
 _DISPLAY_TESTS = frozenset({"test_toast_scenarios.py", "test_toast_window.py"})
 _GUEST_TARGETS = ("lab_guest", "lab_usbip", "lab_usbredir")

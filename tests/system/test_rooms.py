@@ -34,6 +34,7 @@ _BELOW: dict[str, set[str]] = {
     "replay": {
         "wire", "windows", "terminal", "again", "buses", "guest", "scenarios", "runner", "traits", "soak", "faults", "fuzz",
     },
+    "capture": {"wire", "windows", "terminal", "scenarios", "runner", "report", "faults"},
     "bench": {"terminal"},
     "bench.portable": {"bench"},
     "bench.service": {"buses", "wire", "windows", "guest", "bench"},

@@ -24,6 +24,7 @@ MODULE_SETS: Mapping[str, Sequence[str]] = {
     "boot": ("virtio_pci", "virtio_console", "xhci_pci", "uvcvideo"),
     "usbip": ("vhci_hcd",),
     "network": ("virtio_net",),
+    "usbmon": ("usbmon",),
 }
 # Where programs note what they have done, besides the files that they bring.
 _FOLDERS = ("var/run",)

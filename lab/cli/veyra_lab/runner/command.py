@@ -50,7 +50,8 @@ def register(subparsers: Any) -> None:
         epilog=_RUN_CLOSING,
     )
     run.add_argument(
-        "names", nargs="*", metavar="NAME", help="a scenario, a file's name for all of its scenarios, or the path of another one's file"
+        "names", nargs="*", metavar="NAME",
+        help="a scenario, a file's name for all of its scenarios, or the path of another file",
     )
     run.add_argument("--all", action="store_true", help="every scenario, the slow ones too")
     run.add_argument("--quick", action="store_true", help="every scenario that is not slow")
