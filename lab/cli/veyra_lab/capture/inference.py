@@ -162,6 +162,8 @@ def _blocks(requests: Sequence[Transfer], found: Inference) -> None:
         settings.block_ms = min(poll, _LONGEST_MS)
     else:
         settings.block_ms = _between(longest_busy, earliest_ready)
+        if not settings.block_ms:
+            settings.traits["busy_first"] = True
     if settings.block_ms and poll == 0:
         settings.traits["hides_write_time"] = True
     for place, each in enumerate(requests[1:], 1):

@@ -61,16 +61,18 @@ class _Walk:
         # stands still otherwise for as long as a control is handled.
         self._base = 0
         self._since = 0.0
+        self._is_handling = False
         self._now = 0
 
     def transfers(self) -> Iterator[Transfer]:
         told: dict[str, float] = {}
         for place, event in enumerate(self._events):
             match event["event"]:
-                case "control":
+                case "control" | "handled" as what:
                     self._base, self._since = self._clock(event), event["t"]
+                    self._is_handling = what == "control"
                 case "wait":
-                    self._base, self._since = self._base + max(number(event, "ms") or 0, 0) * _MS, event["t"]
+                    self._wait(event)
                 case "usb-open":
                     self._open(event)
                 case "camera" if event.get("change") == "dfu":
@@ -87,6 +89,11 @@ class _Walk:
     def _clock(self, event: Event) -> int:
         self._now = max(self._now, self._base + round((event["t"] - self._since) * _SECOND))
         return self._now
+
+    def _wait(self, event: Event) -> None:
+        if not self._is_handling:
+            self._base = self._clock(event)
+        self._base, self._since = self._base + max(number(event, "ms") or 0, 0) * _MS, event["t"]
 
     def _open(self, event: Event) -> None:
         serial = _SERIAL.search(text(event, "link"))
