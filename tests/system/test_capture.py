@@ -159,6 +159,14 @@ def test_trials_have_no_times_and_are_written_all_the_same(tmp_path: Path) -> No
     assert [fields[0] for fields in tshark(path, "-T", "fields", "-e", "frame.comment") if fields[0]]
 
 
+def test_times_that_cannot_be_are_times_all_the_same(tmp_path: Path) -> None:
+    written = sending(1, 4).rig("wait", ms=1 << 62).status(after=1e9)
+    written.events[-1]["ms"] = 1 << 62
+    path = captured(written, tmp_path / "late.pcapng")
+    times = [time for each in read_capture(path).transfers for time in (each.began, each.ended)]
+    assert times == sorted(times)
+
+
 def test_refuses_a_transcript_that_does_not_have_the_data() -> None:
     with pytest.raises(CaptureError, match="does not have all that crossed the bus"):
         capture_of(good().read().events)

@@ -112,21 +112,22 @@ class Reader:
         if not self._order:
             raise self._wrong("a section whose byte order nobody knows")
         if len(head) < 12:
-            return self._end_early()
+            self.cut_short = True
+            return None
+        kind: int
+        length: int
         kind, length = struct.unpack_from(self._order + "II", head)
         if length % 4 or not 12 <= length <= _LONGEST_BLOCK:
             raise self._wrong(f"a block of {length} bytes")
         rest = self._file.read(length - 12)
         if len(rest) < length - 12:
-            return self._end_early()
+            self.cut_short = True
+            return None
         whole = head[8:] + rest
         if struct.unpack_from(self._order + "I", whole, len(whole) - 4)[0] != length:
             raise self._wrong("a block that tells two lengths")
         self._at += length
         return kind, whole[:-4]
-
-    def _end_early(self) -> None:
-        self.cut_short = True
 
     def _wrong(self, what: str) -> CaptureError:
         return CaptureError(f"{what}, {self._at} bytes from the beginning of the file")

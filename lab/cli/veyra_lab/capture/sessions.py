@@ -147,7 +147,7 @@ def _read_descriptor(session: Session, transfer: Transfer) -> None:
     if told is not None:
         session.device_descriptor = told
     elif transfer.value >> 8 == CONFIGURATION and len(transfer.data) > len(session.configuration):
-        told = int.from_bytes(transfer.data[2:4], "little")
+        total = int.from_bytes(transfer.data[2:4], "little")
         # Hosts read the first bytes alone, to know how many there are.
-        if len(transfer.data) >= 4 and (told == len(transfer.data) or transfer.asked > len(transfer.data)):
+        if len(transfer.data) >= 4 and (total == len(transfer.data) or transfer.asked > len(transfer.data)):
             session.configuration = transfer.data

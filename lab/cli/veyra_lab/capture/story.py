@@ -1,7 +1,7 @@
 """What crossed the bus to devices in DFU mode, from a transcript: control transfers, as a capture has them."""
 
 import re
-from collections.abc import Iterator, Sequence
+from collections.abc import Iterable, Iterator, Sequence
 from dataclasses import dataclass
 from typing import Any
 
@@ -27,6 +27,7 @@ _TRANSFERS = ("transfer", "descriptor", "alternate-setting")
 _FAILED, _TOO_LONG, _TIMEOUT = 31, 87, 121
 _GONE = (22, 433, 1167)
 _MS = 1000
+_LONGEST_MS = 24 * 3600 * 1000
 _SECOND = 1_000_000
 _DEVICES_OF_A_BUS = 126
 # The serial number in a device path, from which the number of its camera can be told.
@@ -90,10 +91,13 @@ class _Walk:
         self._now = max(self._now, self._base + round((event["t"] - self._since) * _SECOND))
         return self._now
 
+    def _behind(self, place: int) -> Iterator[Event]:
+        return (self._events[each] for each in range(place + 1, len(self._events)))
+
     def _wait(self, event: Event) -> None:
         if not self._is_handling:
             self._base = self._clock(event)
-        self._base, self._since = self._base + max(number(event, "ms") or 0, 0) * _MS, event["t"]
+        self._base, self._since = self._base + _took(event), event["t"]
 
     def _open(self, event: Event) -> None:
         serial = _SERIAL.search(text(event, "link"))
@@ -106,7 +110,7 @@ class _Walk:
         self._camera = camera
         self._plugged.discard(camera)
         stay = self._stays[camera] = _Stay(1 + bus, 2 + device)
-        device_descriptor, configuration = _descriptors(self._events[place + 1 :])
+        device_descriptor, configuration = _descriptors(self._behind(place))
         for setup, data in (
             (setup_packet(STANDARD_TO_HOST, GET_DESCRIPTOR, DEVICE << 8, 0, 18), device_descriptor),
             (setup_packet(STANDARD_TO_HOST, GET_DESCRIPTOR, CONFIGURATION << 8, 0, 9), configuration[:9]),
@@ -126,7 +130,7 @@ class _Walk:
         if self._camera not in self._stays or (self._camera in self._plugged and error not in _GONE):
             yield from self._arrive(self._camera, place - 1)
         # Time that has passed is in the transcript's clock already; time that was skipped is not.
-        took = max(number(event, "ms") or 0, 0) * _MS
+        took = _took(event)
         self._base += max(took - round(passed * _SECOND), 0) if took else 0
         began = self._now
         ended = self._now = max(self._clock(event), began + took)
@@ -161,19 +165,24 @@ class _Walk:
 
     def _leaves_behind(self, place: int) -> bool:
         """Whether the camera is off the bus once the transfer is over, and nobody else has done anything before."""
-        for event in reversed(self._events[:place]):
+        for event in (self._events[each] for each in range(place - 1, -1, -1)):
             if event["event"] == "camera" and (number(event, "camera") or 0) == self._camera:
                 if event.get("change") in ("left", "unplugged"):
                     return True
                 break
             if event["event"] in _TRANSFERS:
                 break
-        for event in self._events[place + 1 :]:
+        for event in self._behind(place):
             if event["event"] == "camera" and (number(event, "camera") or 0) == self._camera:
                 return event.get("change") in ("left", "unplugged")
             if event["event"] in (*_TRANSFERS, "usb-close", "wait", "step", "command"):
                 return False
         return False
+
+
+def _took(event: Event) -> int:
+    """The milliseconds that it tells, in microseconds."""
+    return min(max(number(event, "ms") or 0, 0), _LONGEST_MS) * _MS
 
 
 def _setup(event: Event) -> bytes | None:
@@ -199,7 +208,7 @@ def _octets(event: Event, name: str) -> bytes:
         return b""
 
 
-def _descriptors(events: Sequence[Event]) -> tuple[bytes, bytes]:
+def _descriptors(events: Iterable[Event]) -> tuple[bytes, bytes]:
     """The device's and the configuration's, as far as they are read before the next arrival; the KV400's own in place of
     what is not read, or makes no sense."""
     device, configuration = own_device(), own_configuration()
