@@ -398,6 +398,23 @@ def test_usbmon_tells_the_same(tmp_path: Path, size: int) -> None:
     assert tshark(path, "-Y", "_ws.malformed") == []
 
 
+def test_older_drivers_put_data_into_packets_of_their_own(tmp_path: Path) -> None:
+    """Setup packet, data and status: each is told by itself."""
+    transfers = recorded(_STATE, _BLOCK, _READY)
+    packets = []
+    for number, each in enumerate(transfers):
+        endpoint = 0x80 if each.is_to_host else 0
+        stages = [(0, 0, each.began, each.setup), (1, endpoint >> 7, each.began, each.data), (2, 1, each.ended, b"")]
+        for stage, is_completion, at, data in stages:
+            head = struct.pack("<HQIHBHHBBIB", 28, number, 0, 8, is_completion, each.bus, each.device, endpoint, 2,
+                               len(data), stage)  # fmt: skip
+            packets.append(Packet(249, at, head + data, len(head + data)))
+    path = tmp_path / "older.pcapng"
+    path.write_bytes(write(249, [], packets))
+    assert read_capture(path).transfers == transfers
+    assert tshark(path, "-Y", "_ws.malformed") == []
+
+
 def big_endian(content: bytes) -> bytes:
     """The same file with the blocks' fields in the other byte order, and without options."""
     blocks = []

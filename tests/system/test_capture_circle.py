@@ -55,8 +55,8 @@ def events_of(runner: ScenarioRunner, variant: Variant) -> list[Event]:
 
 
 def line(transfer: Transfer) -> str:
-    """A request and what became of it."""
-    return f"{transfer.setup.hex(' ')} {transfer.end.name} {transfer.data.hex() if transfer.is_to_host else ''}".strip()
+    """A request, its data, and what became of it."""
+    return f"{transfer.setup.hex(' ')} {transfer.end.name} {transfer.data.hex()}".strip()
 
 
 def first_opening(session: Session) -> list[str]:
@@ -115,7 +115,7 @@ def test_from_the_bus_to_a_capture_to_a_camera_and_back(
 
 # One that differs in nothing from another is played once.
 _played: set[str] = set()
-# An image that was empty when it was sent is no image that a camera could come with.
+# An image that was empty when it was sent cannot be asked about.
 _EMPTIED = ("21 01 00 00 00 00 00 00",)
 
 
