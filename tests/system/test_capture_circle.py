@@ -27,10 +27,10 @@ from veyra_lab.wire.events import Event
 _EVERY_DAY = (
     "one-update-in-full",
     "busy-after-a-block/150-ms",
-    "failing-request/stall-block-3",
-    "failing-request/timeout-block-0",
-    "error-status-in-manifestation/err-prog",
-    "lost-answer/timeout-last-block",
+    "failing-request/stall-probe",
+    "failing-request/timeout-block-3",
+    "error-status-after-a-block/err-target",
+    "lost-answer/stall-status-of-the-first-block",
     "unplug-in-dfu-mode/middle-block",
     "two-cameras",
     "hostile-descriptors/b-length-0",
@@ -85,12 +85,18 @@ def check_names(path: Path, events: Sequence[Event]) -> None:
         assert not each[3] or (setup[1] == 1 and setup[6:8] == bytes(2))
 
 
+_VARIANTS = [variant for variant in read_folder(SCENARIOS) if not variant.slow]
+
+
+def test_what_is_for_every_day_is_there() -> None:
+    assert set(_EVERY_DAY) <= {variant.name for variant in _VARIANTS}
+
+
 @pytest.mark.parametrize(
     "variant",
     [
         pytest.param(variant, id=variant.name, marks=[] if variant.name in _EVERY_DAY else [slow])
-        for variant in read_folder(SCENARIOS)
-        if not variant.slow
+        for variant in _VARIANTS
     ],
 )
 def test_from_the_bus_to_a_capture_to_a_camera_and_back(
