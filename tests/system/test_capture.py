@@ -534,7 +534,9 @@ def test_writes_the_camera(run: Run, tmp_path: Path) -> None:
         (["out.pcapng", "--transcript", "noise"], "is no event of a transcript"),
         (["out.pcapng", "--transcript", "quiet.jsonl"], "no device was in DFU mode there"),
         (["noise", "--transcript", "noise"], "would be overwritten while it is read"),
-        (["noise", "--camera", "noise"], "would be overwritten while it is read"),
+        (["noise", "--camera", "noise"], "noise: the scenario's name ends with .json"),
+        (["noise.json", "--camera", "noise.json"], "would be overwritten while it is read"),
+        (["theirs.bin", "--camera", "theirs.json"], "would be overwritten by the image"),
         (["nowhere/out.pcapng", "--transcript", "quiet.jsonl"], "cannot be written"),
         (["out.pcapng", "--scenario", "nothing-of-the-kind"], "there is no scenario 'nothing-of-the-kind'"),
         (["out.pcapng", "--scenario", "lost-answer"], "is several scenarios"),
@@ -552,6 +554,8 @@ def test_refuses(
     """In one line, and no file is touched."""
     monkeypatch.chdir(tmp_path)
     Path("noise").write_bytes(b"noise\n" * 10)
+    Path("noise.json").write_bytes(b"noise\n")
+    Path("theirs.bin").write_bytes(OF_DFU_UTIL.read_bytes())
     Path("empty").write_bytes(b"")
     Path("quiet.jsonl").write_bytes(Written().begin().text())
     Path("ethernet.pcapng").write_bytes(write(1, [], [Packet(1, 0, bytes(60), 60)]))

@@ -91,6 +91,8 @@ def _check(options: argparse.Namespace) -> None:
         raise CaptureError("say one of these: an ID, --transcript, --scenario, or --camera (--help tells more)")
     if options.device and not options.camera:
         raise CaptureError("--device goes with --camera")
+    if options.camera and options.camera.suffix != ".json":
+        raise CaptureError(f"{options.camera}: the scenario's name ends with .json")
     target = options.camera or options.capture
     with suppress(FileNotFoundError):
         if any(given and target.samefile(given) for given in (options.transcript, options.camera and options.capture)):
@@ -138,6 +140,8 @@ def _read_camera(options: argparse.Namespace) -> int:
     captured = read_capture(options.capture)
     found = camera_of(captured, options.device)
     files = write_camera(found, options.capture.name, options.camera)
+    if any(path.exists() and path.samefile(options.capture) for path in files):
+        raise CaptureError(f"{options.capture} would be overwritten by the image; name another scenario")
     for path, content in files.items():
         _write_whole(path, content)
     screen = Screen()
