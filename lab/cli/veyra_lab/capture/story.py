@@ -63,6 +63,7 @@ class _Walk:
         self._base = 0
         self._since = 0.0
         self._is_handling = False
+        self._skipping = _controls_that_skip(events)
         self._now = 0
 
     def transfers(self) -> Iterator[Transfer]:
@@ -71,7 +72,7 @@ class _Walk:
             match event["event"]:
                 case "control" | "handled" as what:
                     self._base, self._since = self._clock(event), event["t"]
-                    self._is_handling = what == "control"
+                    self._is_handling = what == "control" and place in self._skipping
                 case "wait":
                     self._wait(event)
                 case "usb-open":
@@ -88,7 +89,8 @@ class _Walk:
             told[event["source"]] = event["t"]
 
     def _clock(self, event: Event) -> int:
-        self._now = max(self._now, self._base + round((event["t"] - self._since) * _SECOND))
+        passed = 0 if self._is_handling else round((event["t"] - self._since) * _SECOND)
+        self._now = max(self._now, self._base + passed)
         return self._now
 
     def _behind(self, place: int) -> Iterator[Event]:
@@ -131,6 +133,7 @@ class _Walk:
             yield from self._arrive(self._camera, place - 1)
         # Time that has passed is in the transcript's clock already; time that was skipped is not.
         took = _took(event)
+        passed = 0.0 if self._is_handling else passed
         self._base += max(took - round(passed * _SECOND), 0) if took else 0
         began = self._now
         ended = self._now = max(self._clock(event), began + took)
@@ -178,6 +181,20 @@ class _Walk:
             if event["event"] in (*_TRANSFERS, "usb-close", "wait", "step", "command"):
                 return False
         return False
+
+
+def _controls_that_skip(events: Sequence[Event]) -> set[int]:
+    """The places of the controls whose handling has skipped a wait."""
+    skipping: set[int] = set()
+    control = -1
+    for place, event in enumerate(events):
+        if event["event"] == "control":
+            control = place
+        elif event["event"] == "handled":
+            control = -1
+        elif event["event"] == "wait" and control >= 0:
+            skipping.add(control)
+    return skipping
 
 
 def _took(event: Event) -> int:
