@@ -24,9 +24,10 @@ constexpr std::array<std::uint32_t, 256> kTable = MakeTable();
 }  // namespace
 
 std::uint32_t Checksum(std::span<const std::uint8_t> bytes) {
+    const std::uint32_t* const table = kTable.data();
     std::uint32_t remainder = 0xFFFF'FFFF;
     for (const std::uint8_t byte : bytes) {
-        remainder = remainder >> 8 ^ kTable[(remainder ^ byte) & 0xFF];
+        remainder = remainder >> 8 ^ table[(remainder ^ byte) & 0xFF];
     }
     return ~remainder;
 }

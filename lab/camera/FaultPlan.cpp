@@ -33,12 +33,6 @@ bool GoesWith(Fault::What what, Fault::Where where) {
     return false;
 }
 
-// Whether it has a meaning at all.
-bool CanStrike(const Fault& fault) {
-    const bool hasMiddle = fault.where == Fault::Where::Dnload || IsPageOperation(fault.where);
-    return GoesWith(fault.what, fault.where) && (fault.moment != Fault::Moment::Middle || hasMiddle);
-}
-
 bool IsObstruction(Fault::What what) {
     return what == Fault::What::Stall || what == Fault::What::Timeout || what == Fault::What::Unplug;
 }
@@ -93,6 +87,11 @@ FaultPlan::FaultPlan(const std::vector<Fault>& faults) {
             entries_.push_back(Entry{.fault = fault});
         }
     }
+}
+
+bool FaultPlan::CanStrike(const Fault& fault) {
+    const bool hasMiddle = fault.where == Fault::Where::Dnload || IsPageOperation(fault.where);
+    return GoesWith(fault.what, fault.where) && (fault.moment != Fault::Moment::Middle || hasMiddle);
 }
 
 std::vector<Fault> FaultPlan::Strike(Fault::Where where) {

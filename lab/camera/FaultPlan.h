@@ -17,6 +17,9 @@ class FaultPlan {
   public:
     explicit FaultPlan(const std::vector<Fault>& faults);
 
+    // Whether what it does goes with its place and its moment; one that does not never strikes.
+    [[nodiscard]] static bool CanStrike(const Fault& fault);
+
     // Counts one request of this kind and answers the faults that strike it, in the order of the list: of
     // those by which it fails the first alone, and otherwise each whose change of the answer no other one
     // hides.

@@ -12,6 +12,7 @@ void FlashBank::ErasePage(std::size_t page, PageEnd end) {
     const std::size_t begin = std::min(page * pageSize_, cells_.size());
     const std::size_t done = end == PageEnd::Whole ? pageSize_ : (pageSize_ + 1) / 2;
     const std::size_t length = std::min(done, cells_.size() - begin);
+    fits_.reset();
     std::fill_n(cells_.begin() + static_cast<std::ptrdiff_t>(begin), length, kErased);
 }
 
@@ -21,16 +22,20 @@ void FlashBank::WritePage(std::size_t page, std::span<const std::uint8_t> data, 
     if (done.empty()) {
         return;
     }
+    fits_.reset();
     cells_.resize(std::max(cells_.size(), begin + done.size()), kErased);
     std::copy(done.begin(), done.end(), cells_.begin() + static_cast<std::ptrdiff_t>(begin));
 }
 
 void FlashBank::WriteRecord(const Record& record, PageEnd end) {
-    record_ = end == PageEnd::Whole ? record : Record{};
+    SetRecord(end == PageEnd::Whole ? record : Record{});
 }
 
 void FlashBank::Cut(std::size_t length) {
-    cells_.resize(std::min(cells_.size(), length));
+    if (length < cells_.size()) {
+        fits_.reset();
+        cells_.resize(length);
+    }
 }
 
 std::vector<std::uint8_t> FlashBank::Overlaid(std::size_t page, std::size_t offset,
@@ -53,8 +58,16 @@ bool FlashBank::HasBeginning() const {
 }
 
 bool FlashBank::FitsItsRecord() const {
-    return record_.isWritten && record_.length <= cells_.size() &&
-           Checksum(std::span(cells_).first(record_.length)) == record_.checksum;
+    if (!fits_) {
+        fits_ = record_.isWritten && record_.length <= cells_.size() &&
+                Checksum(std::span(cells_).first(record_.length)) == record_.checksum;
+    }
+    return *fits_;
+}
+
+void FlashBank::SetRecord(const Record& record) {
+    record_ = record;
+    fits_.reset();
 }
 
 }  // namespace lab

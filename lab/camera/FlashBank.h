@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -35,7 +36,7 @@ class FlashBank {
     void ErasePage(std::size_t page, PageEnd end);
     // `data` is at most a page.
     void WritePage(std::size_t page, std::span<const std::uint8_t> data, PageEnd end);
-    void EraseRecord() { record_ = {}; }
+    void EraseRecord() { SetRecord({}); }
     void WriteRecord(const Record& record, PageEnd end);
     // The cells from `length` on hold nothing that matters any more.
     void Cut(std::size_t length);
@@ -49,9 +50,12 @@ class FlashBank {
     [[nodiscard]] bool FitsItsRecord() const;
 
   private:
+    void SetRecord(const Record& record);
+
     std::size_t pageSize_;
     std::vector<std::uint8_t> cells_;
     Record record_;
+    mutable std::optional<bool> fits_;  // empty when cells or record have changed since it was looked at
 };
 
 }  // namespace lab
