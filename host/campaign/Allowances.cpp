@@ -5,7 +5,7 @@
 namespace campaign {
 namespace {
 
-constexpr std::array<Allowance, 3> kAllowances{{
+constexpr std::array<Allowance, 4> kAllowances{{
     {"state is believed",
      "a camera that tells dfuMANIFEST-WAIT-RESET is taken for updated, though it has not manifested: its "
      "state is all that the service looks at, nothing is read back"},
@@ -14,6 +14,9 @@ constexpr std::array<Allowance, 3> kAllowances{{
      "see it"},
     {"version decides",
      "such half an image has the version of the whole one: the service compares versions, and asks nobody"},
+    {"version is missing",
+     "such half an image ends before its version, and the camera tells 0.0.0.0: the service takes that for "
+     "no answer, and asks nobody"},
 }};
 
 }  // namespace

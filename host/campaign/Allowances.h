@@ -17,6 +17,7 @@ struct Allowance {
 inline constexpr std::size_t kStateIsBelieved = 0;
 inline constexpr std::size_t kHalfAnImageIsStarted = 1;
 inline constexpr std::size_t kVersionDecides = 2;
+inline constexpr std::size_t kVersionIsMissing = 3;
 
 [[nodiscard]] std::span<const Allowance> Allowances();
 

@@ -30,6 +30,12 @@ Version VersionOf(std::span<const std::uint8_t> image) {
     return version;
 }
 
+// One of the kind as it leaves the factory; each is made once.
+const lab::VirtualCamera& NewCamera(const Kind& kind) {
+    static std::map<std::string_view, lab::VirtualCamera> cameras;
+    return cameras.try_emplace(kind.name, SettingsOf(kind)).first->second;
+}
+
 }  // namespace
 
 std::string_view NameOf(UpdateEnd::How how) {
@@ -110,8 +116,8 @@ Trial::Trial(TrialPlan plan, const UpdateEnd* faultless, Audience* audience)
     : plan_(std::move(plan)),
       faultless_(faultless),
       audience_(audience),
-      camera_(SettingsOf(*plan_.kind)),
-      other_(SettingsOf(Kinds().front())),
+      camera_(NewCamera(*plan_.kind)),
+      other_(NewCamera(Kinds().front())),
       listener_(std::make_unique<Listener>(audience)),
       bus_(time_, *listener_, {&camera_, &other_}),
       road_(bus_, time_) {
@@ -294,7 +300,12 @@ void Trial::Judge(const UpdateEnd& end) {
     }
 }
 
-void Trial::JudgeFaultless(const UpdateEnd& end) const {
+void Trial::JudgeFaultless(const UpdateEnd& end) {
+    if (end.how == UpdateEnd::How::NotAsked && end.verdict.IsWrong()) {
+        Rule(camera_.Version() == "0.0.0.0", "who tells a version is asked for, or up to date");
+        Allow(kVersionIsMissing);
+        return;
+    }
     if (plan_.kind->personality == lab::Personality::Kv400 && end.beganRunning) {
         Rule(end.how == UpdateEnd::How::Updated && end.verdict.isValid &&
                  end.verdict.content == lab::FirmwareVerdict::Content::Image,

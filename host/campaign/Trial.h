@@ -100,7 +100,7 @@ class Trial {
     void Settle(lab::VirtualCamera& camera);
     void LookAgain(std::size_t camera, const UpdateEnd& end);
     void Judge(const UpdateEnd& end);
-    void JudgeFaultless(const UpdateEnd& end) const;
+    void JudgeFaultless(const UpdateEnd& end);
     [[nodiscard]] std::size_t MostPieces() const;
     void Allow(std::size_t allowance);
     [[nodiscard]] lab::FirmwareVerdict VerdictOn(const lab::VirtualCamera& camera, const Image& image) const;

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace campaign {
 namespace {
@@ -71,6 +72,14 @@ TEST(Trial, WithoutAFaultEveryKindEndsAsItsKindDoes) {
 TEST(Trial, ALostAnswerEndsTheUpdateThoughTheBlockIsTaken) {
     EXPECT_EQ(Ends("two-banks.2500x1.1dn1-time-after"), "failed, old; updated, image");
     EXPECT_EQ(Ends("kv400.2500x1.1dn3-time-after"), "updated, image; updated, image");
+}
+
+// A block of which the camera has taken less than goes up to the version.
+TEST(Trial, HalfAnImageWithoutAVersionIsNotAskedAbout) {
+    const std::string id = "first-page-of-two-banks.2500x1.1dn0-pull-mid257";
+    EXPECT_EQ(Ends(id), "failed, wrong; not begun, wrong");
+    const std::vector<std::size_t> allowed{kHalfAnImageIsStarted, kVersionIsMissing};
+    EXPECT_EQ(RunTrial(id).allowances, allowed);
 }
 
 TEST(Trial, PowerThatGoesAtAPageLeavesWhatThePagesHold) {
