@@ -4,6 +4,11 @@
 
 namespace host {
 
+Events& Events::OfProcess() {
+    static Events events;
+    return events;
+}
+
 HANDLE Events::Create(bool isResetByHand, bool isSignalled, const wchar_t* name) {
     const std::scoped_lock guard(mutex_);
     std::shared_ptr<Event> event = name == nullptr ? nullptr : named_[name].lock();
@@ -46,6 +51,17 @@ std::optional<bool> Events::Wait(HANDLE handle, std::chrono::milliseconds patien
         event->isSignalled = false;
     }
     return wasSignalled;
+}
+
+std::size_t Events::Handles() {
+    const std::scoped_lock guard(mutex_);
+    return handles_.size();
+}
+
+void Events::CloseAll() {
+    const std::scoped_lock guard(mutex_);
+    handles_.clear();
+    named_.clear();
 }
 
 std::shared_ptr<Events::Event> Events::Find(HANDLE handle) const {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -17,6 +18,9 @@ namespace host {
 // which is there until the last of them is closed. May be used from any thread.
 class Events {
   public:
+    // Those that the functions of Windows are about.
+    [[nodiscard]] static Events& OfProcess();
+
     // A handle of its own each time. `name` may be null; an event that is there already stays as it is.
     [[nodiscard]] HANDLE Create(bool isResetByHand, bool isSignalled, const wchar_t* name);
     // Each of these does nothing and returns false or nothing when there is no such handle.
@@ -25,6 +29,11 @@ class Events {
     // Whether the event was signalled within the time. An event that resets by hand stays so, another is
     // reset by the wait that it ends.
     [[nodiscard]] std::optional<bool> Wait(HANDLE handle, std::chrono::milliseconds patience);
+
+    // Open handles.
+    [[nodiscard]] std::size_t Handles();
+    // What the end of a process does to its handles.
+    void CloseAll();
 
   private:
     struct Event {

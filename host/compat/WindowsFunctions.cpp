@@ -20,11 +20,6 @@ namespace {
 
 thread_local DWORD lastError = 0;
 
-host::Events& AllEvents() {
-    static host::Events events;
-    return events;
-}
-
 BOOL Fail(LONG code) {
     lastError = static_cast<DWORD>(code);
     return FALSE;
@@ -40,20 +35,20 @@ ULONGLONG RealTickCount() {
 }
 
 HANDLE RealCreateEvent(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL signalled, LPCWSTR name) {
-    return AllEvents().Create(manualReset != FALSE, signalled != FALSE, name);
+    return host::Events::OfProcess().Create(manualReset != FALSE, signalled != FALSE, name);
 }
 
 BOOL RealSetEvent(HANDLE event) {
-    return AllEvents().Signal(event, true) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+    return host::Events::OfProcess().Signal(event, true) ? TRUE : Fail(ERROR_INVALID_HANDLE);
 }
 
 BOOL RealResetEvent(HANDLE event) {
-    return AllEvents().Signal(event, false) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+    return host::Events::OfProcess().Signal(event, false) ? TRUE : Fail(ERROR_INVALID_HANDLE);
 }
 
 DWORD RealWait(HANDLE object, DWORD milliseconds) {
     const std::optional<bool> wasSignalled =
-        AllEvents().Wait(object, std::chrono::milliseconds(milliseconds));
+        host::Events::OfProcess().Wait(object, std::chrono::milliseconds(milliseconds));
     if (!wasSignalled) {
         Fail(ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
@@ -67,7 +62,7 @@ HANDLE NoFile(LPCWSTR, DWORD, DWORD, LPSECURITY_ATTRIBUTES, DWORD, DWORD, HANDLE
 }
 
 BOOL RealClose(HANDLE handle) {
-    return AllEvents().Close(handle) ? TRUE : Fail(ERROR_INVALID_HANDLE);
+    return host::Events::OfProcess().Close(handle) ? TRUE : Fail(ERROR_INVALID_HANDLE);
 }
 
 CONFIGRET EmptyListSize(ULONG* length, GUID*, DEVINSTID_W, ULONG) {
