@@ -1,9 +1,12 @@
 #include "host/campaign/Trial.h"
 #include "host/campaign/TrialPlan.h"
+#include "host/compat/Events.h"
 #include "host/fuzz/FuzzInput.h"
 #include "host/fuzz/Telling.h"
+#include "lab/camera/FaultPlan.h"
 
 #include <array>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,14 +15,16 @@
 // breaks tells its id, with which scripts/faults plays it again.
 //
 // Input: kind, image size, number of faults, then of each fault the update, where, what, skip, count,
-// value (u16) and moment (u8 each).
+// value (u16) and moment (u8 each). What does not go with its place or its moment strikes in another way.
 
 namespace {
 
 using fuzz::FuzzInput;
 using lab::Fault;
+using lab::FaultPlan;
 
 constexpr std::size_t kMostFaults = 4;
+constexpr unsigned kMostSkipped = 24;  // requests of a kind; most updates have fewer
 // The smallest; around one block and two; more of them.
 constexpr std::array<std::size_t, 7> kImageSizes{
     campaign::kSmallestImage, 1023, 1024, 1025, 2048, 2500, 5000};
@@ -29,17 +34,64 @@ Fault AnyFault(FuzzInput& input) {
     Fault fault;
     fault.where = static_cast<Fault::Where>(input.Byte() % 13);
     fault.what = static_cast<Fault::What>(input.Byte() % 8);
-    fault.skip = input.Byte();
+    fault.skip = input.Byte() % kMostSkipped;
     fault.count = input.Byte();
     fault.value = input.Word();
     const std::uint8_t how = input.Byte();
     fault.moment = kMoments[how % kMoments.size()];
+    if (!FaultPlan::CanStrike(fault)) {
+        fault.moment = Fault::Moment::Before;
+    }
+    if (!FaultPlan::CanStrike(fault)) {
+        fault.what = fault.value % 2 == 0 ? Fault::What::Timeout : Fault::What::Stall;
+    }
+    if (!FaultPlan::CanStrike(fault)) {
+        fault.what = Fault::What::Unplug;
+    }
     // What means nothing for the fault is none, so that the id of a trial says all of it.
     const bool hasValue = fault.what >= Fault::What::Status || fault.moment == Fault::Moment::Middle;
     fault.value = hasValue ? fault.value : 0;
     fault.setsError = fault.what != Fault::What::Stall || how / 4 % 2 == 0;
     return fault;
 }
+
+// What was fuzzed so far: a conversation is what the engine and a camera that was opened had to say to each
+// other, from the first request to the end. Told at every million and at the end.
+class Count {
+  public:
+    Count() = default;
+    Count(const Count&) = delete;
+    Count& operator=(const Count&) = delete;
+    ~Count() { Tell(); }
+
+    void Add(const campaign::TrialEnd& end) {
+        for (const campaign::UpdateEnd& update : end.updates) {
+            if (update.how == campaign::UpdateEnd::How::Failed ||
+                update.how == campaign::UpdateEnd::How::Updated) {
+                AddOne(update.faultsMet != 0);
+            }
+        }
+        AddOne(false);  // the other camera's
+    }
+
+  private:
+    void AddOne(bool hasFault) {
+        constexpr std::uint64_t kMillion = 1'000'000;
+        ++conversations_;
+        faulted_ += hasFault ? 1U : 0U;
+        if (conversations_ % kMillion == 0) {
+            Tell();
+        }
+    }
+    void Tell() const {
+        std::fprintf(stderr,
+                     "stat::conversations: %" PRIu64 "\nstat::conversations_with_a_fault: %" PRIu64 "\n",
+                     conversations_, faulted_);
+    }
+
+    std::uint64_t conversations_ = 0;
+    std::uint64_t faulted_ = 0;
+};
 
 campaign::TrialPlan AnyPlan(FuzzInput& input) {
     campaign::TrialPlan plan;
@@ -56,12 +108,21 @@ campaign::TrialPlan AnyPlan(FuzzInput& input) {
 
 }  // namespace
 
+// libFuzzer looks for leaks whenever an input leaves more memory behind than there was, which takes longer
+// than the input: what is made once is made now, and each trial is a process whose handles go with it.
 extern "C" int LLVMFuzzerInitialize(int* count, char*** words) {
     fuzz::ReadCommandLine(*count, *words);
+    for (const campaign::Kind& kind : campaign::Kinds()) {
+        for (const std::size_t size : kImageSizes) {
+            static_cast<void>(campaign::FaultlessEnd(kind, size));
+        }
+    }
+    host::Events::OfProcess().CloseAll();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Count count;
     FuzzInput input(data, size);
     const campaign::TrialPlan plan = AnyPlan(input);
     if (fuzz::isTelling) {
@@ -76,5 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                      end.complaint.c_str());
         std::abort();
     }
+    count.Add(end);
+    host::Events::OfProcess().CloseAll();
     return 0;
 }

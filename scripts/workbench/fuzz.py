@@ -22,6 +22,9 @@ from .interruption import status_of
 _FOLDER = BUILD / "host-fuzz"
 _FINDS = BUILD / "fuzz-finds"
 _SOURCES = CHECKOUT / "host" / "fuzz"
+# What a target needs of libFuzzer that others do not: a trial reads at most 35 bytes, and is so short that what libFuzzer
+# does for an input counts.
+_OPTIONS = {"trial": ("-max_len=40", "-entropic=0")}
 _FIXED_RUNS = 2000
 _AT_A_TIME = 2
 
@@ -29,7 +32,8 @@ _DESCRIPTION = f"""\
 Runs each TARGET for SECONDS, two at a time; without one named, all of them:
   {" ".join(TARGETS)}
 Each line tells a target's executions, its coverage (edges of the code; lines of the reader for transcripts) and what it
-found. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
+found; of trials, which hold several conversations each, also how many of these there were, and in how many a fault struck.
+What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
 
 SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed,
 the same each time."""
@@ -62,7 +66,12 @@ class Outcome:
         executions = self._last(r"^stat::number_of_executed_units: *(\d+)")
         coverage = self._last(r" cov: (\d+)")
         found = "no find" if self.held else f"a find, see {self.log}: {self.find or 'no input is left'}"
-        return f"{self.target:19} {executions:>9} executions, coverage {coverage:>5}, {found}"
+        return f"{self.target:19} {executions:>9} executions, coverage {coverage:>5}, {self._conversations()}{found}"
+
+    def _conversations(self) -> str:
+        said = self.log.read_text(encoding="utf-8", errors="replace")
+        told = re.findall(r"^stat::conversations: *(\d+)\nstat::conversations_with_a_fault: *(\d+)", said, re.MULTILINE)
+        return f"{int(told[-1][0]):,} conversations, {int(told[-1][1]):,} with a fault; " if told else ""
 
 
 def _command(target: str, seconds: int) -> Sequence[str]:
@@ -79,7 +88,7 @@ def _command(target: str, seconds: int) -> Sequence[str]:
     learnt.mkdir(parents=True, exist_ok=True)
     extent = [f"-max_total_time={seconds}"] if seconds else ["-seed=1", f"-runs={_FIXED_RUNS}"]
     return [str(_FOLDER / "host" / "fuzz" / target), "-timeout=20", "-max_len=4096", "-print_final_stats=1",
-            f"-artifact_prefix={_FINDS}/{target}-", *extent, str(learnt), corpus]
+            f"-artifact_prefix={_FINDS}/{target}-", *_OPTIONS.get(target, ()), *extent, str(learnt), corpus]
 
 
 def _run(target: str, seconds: int) -> Outcome:
