@@ -11,8 +11,8 @@ from support import CHECKOUT, run_script
 from veyra_lab.again.digest import digest_of
 from veyra_lab.again.smallest import smallest
 from veyra_lab.again.transcript import comparable, difference
-from veyra_lab.faults.scenario import check_id
-from veyra_lab.faults.trial_id import TrialId
+from veyra_lab.faults.program import built, fields_of
+from veyra_lab.faults.trial_id import read_id as read_trial
 from veyra_lab.fuzz import input_id
 from veyra_lab.fuzz.input_id import FuzzInput
 from veyra_lab.fuzz.road import trials_of
@@ -210,7 +210,8 @@ def test_answers_of_a_conversation_are_faults_of_a_trial() -> None:
     assert trials[0] == "kv400.2560x1"
     assert trials[1] == "kv400.2560x1.1ge0-state10.1dn1-stall.1gs2-code3"
     assert {"kv400.2560x1.1dn1-stall", "kv400.2560x1.1gs2-code3", "kv400.2560x1.1dn0-stall"} <= set(trials)
-    assert all(check_id(each) for each in trials)
+    assert [str(read_trial(each)) for each in trials] == trials
+    assert all(fields_of(built(), each) for each in trials)
 
 
 def test_the_same_answer_again_and_again_is_one_fault() -> None:
@@ -227,10 +228,7 @@ def test_a_conversation_that_no_camera_has_is_no_trial(settings: dict[str, Any])
 @pytest.mark.parametrize("text", ["nocamera.2500x1", "kv400.401x1", "kv400.2500x1.1zz0-stall", "kv400.2500x1.1dn0-melt"])
 def test_words_of_a_trial_that_mean_nothing_are_refused(text: str) -> None:
     with pytest.raises(ValueError, match="is not the id of a trial"):
-        check_id(text)
-    assert check_id("first-page.402x1.1dn0-pull-mid") == TrialId(
-        "first-page", 402, 1, check_id("first-page.402x1.1dn0-pull-mid").faults
-    )
+        fields_of(built(), text)
 
 
 # Transcripts.

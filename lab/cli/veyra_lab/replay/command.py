@@ -7,8 +7,8 @@ from typing import Any
 
 from ..faults.program import built as built_campaign
 from ..faults.program import replay as replay_trial
-from ..faults.scenario import check_id
-from ..faults.shipped import RESTLESS
+from ..faults.shipped import why_left_out
+from ..faults.trial_id import read_id as read_trial_id
 from ..fuzz import target_run
 from ..fuzz.input_id import PREFIX as FUZZ
 from ..fuzz.input_id import FuzzInput
@@ -85,7 +85,7 @@ def _run(options: argparse.Namespace) -> int:
 
 
 def _player_of(options: argparse.Namespace) -> Callable[[], int]:
-    """What plays the id. ValueError when it is none, before anything is built or started."""
+    """What plays the id. ValueError when it is none, before anything is started."""
     id_ = options.id
     kind = id_.partition(".")[0]
     is_trial = kind not in (SCENARIO, SOAK, TRAITS, FUZZ)
@@ -105,11 +105,11 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
     if kind == TRAITS:
         known = find_kind(id_)
         return lambda: _on_windows(options, lambda: of_kind(known, id_))
-    trial = check_id(id_)
+    read_trial_id(id_)
     if options.on == "linux":
         return lambda: _trial_on_linux(id_, options.times)
-    if trial.kind == RESTLESS:
-        raise ValueError(f"'{id_}': this camera restarts for ever, so its trials can be played on Linux only")
+    if why := why_left_out(id_):
+        raise ValueError(f"'{id_}' can be played on Linux only: {why}")
     return lambda: _on_windows(options, lambda: of_trial(id_))
 
 
