@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <stdexcept>
+#include <string>
 
 #include "lab/rig/bus/InterfaceClasses.h"
 #include "tests/lab/rig/bus/BusFixture.h"
@@ -127,16 +128,17 @@ TEST_F(BusTest, RecordsATransferWithItsSetupAndItsData) {
                                                     {"data", "02"}}));
 }
 
-TEST_F(BusTest, RecordsARefusedTransferWithItsErrorAndWithoutDataOfTheHosts) {
+TEST_F(BusTest, RecordsARefusedTransferWithItsErrorAndWhatTheHostSent) {
     auto camera = QuickCamera();
     camera.faults.push_back({lab::Fault::Where::Dnload, lab::Fault::What::Stall});
     Begin({camera});
     const auto device = BringIntoDfuMode();
-    std::array<std::uint8_t, 4> block{};
+    std::array<std::uint8_t, 4> block{0xDE, 0xAD, 0xBE, 0xEF};
     EXPECT_EQ(bus_->ControlTransfer(device, {0x21, 1, 0x1234, 0, 4}, block).error, DWORD{ERROR_GEN_FAILURE});
     EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
                                                     {"setup", "21 01 34 12 00 00 04 00"},
                                                     {"length", 4},
+                                                    {"sent", "deadbeef"},
                                                     {"transferred", 0},
                                                     {"ok", false},
                                                     {"error", ERROR_GEN_FAILURE}}));
@@ -338,6 +340,7 @@ TEST_F(BusTest, TakesNoMoreThan4KiBInOneTransferAtFullSpeed) {
     EXPECT_EQ(events_.All().back(), (nlohmann::json{{"event", "transfer"},
                                                     {"setup", "21 01 00 00 00 00 01 10"},
                                                     {"length", 4097},
+                                                    {"sent", std::string(2 * block.size(), '0')},
                                                     {"transferred", 0},
                                                     {"ok", false},
                                                     {"error", ERROR_INVALID_PARAMETER}}));
