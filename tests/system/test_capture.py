@@ -61,15 +61,16 @@ def tshark(path: Path, *arguments: str) -> list[list[str]]:
     return [line.split("\t") for line in done.stdout.splitlines()]
 
 
-def check_camera_of_dfu_util(path: Path) -> FoundCamera:
-    """What has to be read from a capture of dfu-util on a real bus, downloading RANDOM_IMAGE in blocks of 512 bytes."""
+def check_camera_of_dfu_util(path: Path, times: int = 1) -> FoundCamera:
+    """What has to be read from a capture of dfu-util on a real bus, downloading RANDOM_IMAGE in blocks of 512 bytes to a
+    camera that needs 40 ms for one and 200 ms for all, on a machine that is up to so many times slower than it should be."""
     found = camera_of(read_capture(path))
     settings = found.settings
     assert found.image == RANDOM_IMAGE
     assert found.session.identity == "2f1a:7e01"
     assert settings.transfer_size == 512
-    assert 38 <= settings.block_ms <= 41
-    assert 195 <= settings.manifest_ms <= 205
+    assert 38 / times <= settings.block_ms <= 41 * times
+    assert 195 / times <= settings.manifest_ms <= 205 * times
     assert not any("it may differ" in line for line in found.words), found.words
     return found
 

@@ -45,4 +45,4 @@ def test_a_capture_of_a_real_download_is_read_as_its_camera(running: Running, tm
         assert system.run("sh", "-c", _END).status == 0
     capture = Path(os.environ.get("VEYRA_CAPTURES", tmp_path)) / "dfu-util.pcapng"
     capture.write_bytes(system.read_file("bus.pcapng"))
-    check_camera_of_dfu_util(capture)
+    check_camera_of_dfu_util(capture, times=3)

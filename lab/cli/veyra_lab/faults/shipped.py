@@ -95,9 +95,14 @@ def _differences(told: Sequence[ToldUpdate], seen: Sequence[Sequence[Event]]) ->
         commands = command_lines(events)
         expected = _expected_commands(update)
         yield from _difference(f"update {number}: command", "", expected, commands[: len(expected)])
-        # Whatever comes behind is the version, which the service reads of every running camera that arrives.
-        others = [line for line in commands[len(expected) :] if f"opcode={READ_INFORMATION} " not in line]
+        # Whatever comes behind is the version, which the service reads of every running camera that arrives; not every
+        # such camera answers.
+        others = [line for line in commands[len(expected) :] if _asks_for_more_than_the_version(line)]
         yield from _difference(f"update {number}: further command", "", [], others)
+
+
+def _asks_for_more_than_the_version(line: str) -> bool:
+    return line.startswith("firmware-command ") and f"opcode={READ_INFORMATION} " not in line
 
 
 def _difference(what: str, place: str, here: Sequence[str], there: Sequence[str]) -> Iterator[str]:
