@@ -7,7 +7,8 @@ from pathlib import Path
 from typing import Any
 
 import pytest
-from support import CHECKOUT, run_script
+from support import CHECKOUT, Run, run_script
+from veyra_lab.__main__ import main as lab
 from veyra_lab.again.digest import digest_of
 from veyra_lab.again.smallest import smallest
 from veyra_lab.again.transcript import comparable, difference
@@ -17,6 +18,7 @@ from veyra_lab.fuzz import input_id
 from veyra_lab.fuzz.input_id import FuzzInput
 from veyra_lab.fuzz.road import trials_of
 from veyra_lab.fuzz.smaller import smaller as smaller_inputs
+from veyra_lab.fuzz.target_run import TargetRun
 from veyra_lab.replay.play import Play, play_again
 from veyra_lab.runner import scenario_id
 from veyra_lab.runner.scenario_id import ScenarioId, find, id_of
@@ -264,6 +266,43 @@ def test_a_play_that_goes_another_way_is_told_and_kept(tmp_path: Path, monkeypat
     assert told == [1, 2]
     assert "play 4 is another than the first: line 2 was b and is now c" in end.complaints[0]
     assert sorted(path.name for path in tmp_path.iterdir()) == ["soak.1-2.3.txt", "soak.1-2.first.txt"]
+
+
+@pytest.mark.parametrize(
+    ("ends", "words"),
+    [
+        ([["a wrong flash"], []], "the first failed: a wrong flash, and this one held"),
+        ([[], ["late"]], "the first held, and this one failed: late"),
+        ([["late"], ["a wrong flash"]], "the first failed: late, and this one failed: a wrong flash"),
+    ],
+)
+def test_a_play_that_ends_another_way_is_told_though_it_goes_the_same_way(
+    ends: list[list[str]], words: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    monkeypatch.setattr("veyra_lab.replay.play._FOLDER", tmp_path)
+    left = iter(ends)
+    end = play_again("soak.1.2", lambda: Play(next(left), ["a"], "said"), 9, lambda number: None)
+    assert (*ends[1], f"play 2 is another than the first: {words}") == (
+        *end.complaints[:-1], end.complaints[-1].partition(" (")[0],
+    )  # fmt: skip
+    assert end.times_more == 0
+
+
+@pytest.mark.parametrize(("why", "status", "said"), [("", 0, "2 times more the same"), ("odd", 1, "failed the same way 2 times more")])
+def test_an_input_is_played_as_often_as_it_is_judged(
+    why: str, status: int, said: str, run: Run, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    plays: list[FuzzInput] = []
+
+    def play(given: FuzzInput) -> TargetRun:
+        plays.append(given)
+        return TargetRun([], ["what it does"], why)
+
+    monkeypatch.setattr("veyra_lab.fuzz.target_run.play", play)
+    ended, lines, errors = run(lambda: lab(["replay", "fuzz.device_path.AAEC", "--times", "2"]))
+    assert (ended, errors, len(plays)) == (status, "", 3)
+    assert lines.startswith("what it does\n")
+    assert lines.rstrip().endswith(f": fuzz.device_path.AAEC: 3 bytes for device_path, and {said}")
 
 
 @pytest.mark.parametrize(

@@ -125,8 +125,9 @@ def _input_on_linux(options: argparse.Namespace, given: FuzzInput) -> int:
         run = target_run.play(given)
         return Play([run.why] if run.why else [], run.transcript, f"{len(given.content)} bytes for {given.target}")
 
-    sys.stdout.write("".join(f"{line}\n" for line in once().transcript))
-    return _judge(play_again(options.id, once, options.times, lambda number: None), options)
+    end = play_again(options.id, once, options.times, lambda number: None)
+    sys.stdout.write("".join(f"{line}\n" for line in end.transcript))
+    return _judge(end, options)
 
 
 def _on_windows(options: argparse.Namespace, opening_of: Callable[[], Opening]) -> int:
@@ -147,6 +148,7 @@ def _judge(end: Play, options: argparse.Namespace) -> int:
     screen = Screen()
     for complaint in end.complaints:
         screen.line(f"wrong: {complaint}")
-    times = f", and {options.times} times more the same" if options.times and not end.complaints else ""
-    screen.line(f"{'FAILED' if end.complaints else 'held'}: {options.id}: {end.said or 'the input'}{times}")
+    again = f"failed the same way {end.times_more} times more" if end.complaints else f"{end.times_more} times more the same"
+    times = f", and {again}" if end.times_more else ""
+    screen.line(f"{'FAILED' if end.complaints else 'held'}: {options.id}: {end.said}{times}")
     return 1 if end.complaints else 0

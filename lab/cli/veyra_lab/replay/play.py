@@ -2,7 +2,7 @@
 
 import re
 from collections.abc import Callable, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from ..again.transcript import difference
@@ -21,6 +21,8 @@ class Play:
     transcript: Sequence[str]
     # What was done, in words.
     said: str
+    # How often it was played again and went the same way.
+    times_more: int = 0
 
 
 def play_again(id_: str, play: Callable[[], Play], times: int, told: Callable[[int], None]) -> Play:
@@ -30,12 +32,17 @@ def play_again(id_: str, play: Callable[[], Play], times: int, told: Callable[[i
     for number in range(1, times + 1):
         other = play()
         words = difference(first.transcript, other.transcript)
-        if words or other.complaints != first.complaints:
+        if words or list(other.complaints) != list(first.complaints):
             kept = [_keep(id_, name, each.transcript) for name, each in (("first", first), (str(number), other))]
+            words = words or f"the first {_end(first)}, and this one {_end(other)}"
             complaint = f"play {number + 1} is another than the first: {words} ({kept[0]}, {kept[1]})"
-            return Play([*other.complaints, *([complaint] if words else [])], other.transcript, other.said)
+            return Play([*other.complaints, complaint], other.transcript, other.said)
         told(number)
-    return first
+    return replace(first, times_more=times)
+
+
+def _end(play: Play) -> str:
+    return f"failed: {'; '.join(play.complaints)}" if play.complaints else "held"
 
 
 def _keep(id_: str, which: str, transcript: Sequence[str]) -> Path:
