@@ -4,6 +4,7 @@ import json
 import random
 import struct
 import subprocess
+import time
 from collections.abc import Sequence
 from pathlib import Path
 
@@ -14,6 +15,7 @@ from veyra_lab.__main__ import main as lab
 from veyra_lab.capture.boot_loader import Settings
 from veyra_lab.capture.camera import service_pattern, write_camera
 from veyra_lab.capture.errors import CaptureError
+from veyra_lab.capture.inference import infer
 from veyra_lab.capture.input import FoundCamera, camera_of
 from veyra_lab.capture.output import capture_of, trial_events
 from veyra_lab.capture.pcapng import Packet, write
@@ -105,11 +107,11 @@ def test_wireshark_reads_it_without_a_malformed_packet(tmp_path: Path) -> None:
 def test_wireshark_knows_the_requests_by_name(tmp_path: Path) -> None:
     """Its DFU dissector wants data in each DNLOAD, and calls the closing one malformed; everything else it reads."""
     path = captured(good(), tmp_path / "good.pcapng")
-    fields = ("-d", _SPEAKS_DFU, "-T", "fields", "-e", "usbdfu.command", "-e", "usbdfu.state", "-e", "usb.setup.wLength")
+    fields = ("-d", _SPEAKS_DFU, "-T", "fields", "-e", "usbdfu.command", "-e", "usbdfu.state", "-e", "usbdfu.length")
     told = [line for line in tshark(path, *fields, "-e", "_ws.malformed")[8:] if line[0]]
     expected = [event for event in good().events if event["event"] == "transfer"]
     assert [line[0] for line in told] == [str(int(event["setup"][3:5], 16)) for event in expected]
-    assert all(line[0] == "1" for line in told if line[3])
+    assert [(line[0], line[2]) for line in told if line[3]] == [("1", "0")]
     states = tshark(path, "-d", _SPEAKS_DFU, "-Y", "usbdfu.state", "-T", "fields", "-e", "usbdfu.state")
     assert [line[0] for line in states] == ["2", "2", "5", "5", "5", "5", "7", "8"]
 
@@ -491,6 +493,42 @@ def test_a_storm_of_requests_is_read_in_time(tmp_path: Path) -> None:
     camera_of(read_capture(file_of(transfers, tmp_path / "storm.pcapng")))
     storm = recorded(*[_BLOCK, ("a1 03 00 00 00 00 06 00", End.BROKEN, "")] * 5000)
     assert pin(sessions_of(storm)[0].requests, Settings()).words
+
+
+def test_a_storm_of_looks_behind_an_image_is_read_in_time() -> None:
+    """Each look costs the same: ten times as many may take thirty times as long, and not a hundred times."""
+
+    def seconds(looks: int) -> float:
+        (session,) = sessions_of(recorded(_BLOCK, _READY, _CLOSING, *[status(7, 5)] * looks, status(2)))
+        began = time.process_time()
+        assert infer(session).settings.traits["manifestation"] == "tolerant"
+        return time.process_time() - began
+
+    few = min(seconds(1000) for _ in range(3))
+    assert seconds(10_000) < 30 * few
+
+
+@pytest.mark.parametrize(
+    ("answers", "fits"),
+    [
+        ([_BLOCK] * 4, True),
+        ([_BLOCK] * 5, False),
+        ([_READY] * 3, True),
+        # What a device sends comes with the end of a transfer.
+        ([_READY] * 4, False),
+    ],
+)
+def test_a_capture_that_holds_too_much_is_refused(
+    tmp_path: Path, monkeypatch: pytest.MonkeyPatch, answers: list[tuple[str, End, str]], fits: bool
+) -> None:
+    enumeration = len(_DEVICE) + len(_CONFIGURATION)
+    monkeypatch.setattr("veyra_lab.capture.reading._MOST_BYTES", enumeration + 18)
+    path = file_of(recorded(*answers), tmp_path / "much.pcapng")
+    if fits:
+        assert len(read_capture(path).transfers) == 3 + len(answers)
+        return
+    with pytest.raises(CaptureError, match="more control transfers than can be kept"):
+        read_capture(path)
 
 
 # The command.

@@ -14,6 +14,7 @@ _DEFAULT_TRANSFER_SIZE = 1024
 _TOLERANCE_MS = 2
 _SHORTEST_WRITING_MS = 5
 _LONGEST_MS = 600_000
+_MANIFESTING = (State.MANIFEST_SYNC, State.MANIFEST)
 
 
 @dataclass
@@ -185,9 +186,9 @@ def _manifestation(session: Session, requests: Sequence[Transfer], found: Infere
         return
     behind = requests[place + 1 :]
     states = [look.state for look in looks]
-    manifesting = [look for look in looks if look.state in (State.MANIFEST, State.MANIFEST_SYNC)]
+    manifesting = [look for look in looks if look.state in _MANIFESTING]
     first, last = (manifesting[0], manifesting[-1]) if manifesting else (looks[0], looks[0])
-    end = next((look.after for look in looks if look not in manifesting), None)
+    end = next((look.after for look in looks if look.state not in _MANIFESTING), None)
     gone = next((ms(each.began - requests[place].ended) for each in behind if each.end is End.GONE), None)
     settings.manifests_at_once = not manifesting
     refused = next((number for number, each in enumerate(behind) if each.end is End.STALL), None)

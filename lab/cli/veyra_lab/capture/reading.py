@@ -30,7 +30,7 @@ def read_capture(path: Path) -> Captured:
     links: set[int] = set()
     with path.open("rb") as file:
         reader = Reader(file)
-        captured.transfers = list(_limited(_assembled(_parts(reader.packets(), links))))
+        captured.transfers = list(_assembled(_parts(reader.packets(), links)))
     known = {usbpcap.LINK, *usbmon.HEADS}
     if not links & known:
         raise CaptureError(
@@ -59,17 +59,20 @@ def _parts(packets: Iterator[Packet], links: set[int]) -> Iterator[usbpcap.Part]
 
 
 def _assembled(parts: Iterator[usbpcap.Part]) -> Iterator[Transfer]:
-    """Submissions with what became of them. A submission is yielded when it is met, and its end added later."""
+    """Submissions with what became of them. A submission is yielded when it is met, and its end added later: with what a
+    device sends."""
     under_way: dict[tuple[int, int, int], Transfer] = {}
-    now = 0
+    now = number = held = 0
     for part in parts:
         # Packets stand in the order in which they were; a clock that was set back meanwhile stands still.
         now = max(now, part.at)
         if part.setup is not None:
             bus, device, _ = part.key
             transfer = Transfer(bus, device, now, part.setup, ended=now)
+            number += 1
             if not transfer.is_to_host:
-                _take(transfer, part)
+                held += _take(transfer, part)
+            _check_limits(number, held)
             under_way[part.key] = transfer
             if len(under_way) > _MOST_UNDER_WAY:
                 # Those that began first end elsewhere, if they do.
@@ -80,21 +83,19 @@ def _assembled(parts: Iterator[usbpcap.Part]) -> Iterator[Transfer]:
         if begun is None:
             continue
         if part.length and not (begun.data or begun.length):
-            _take(begun, part)
+            held += _take(begun, part)
+            _check_limits(number, held)
         if part.end is not None:
             begun.end, begun.ended = part.end, now
             del under_way[part.key]
 
 
-def _take(transfer: Transfer, part: usbpcap.Part) -> None:
-    """Its data stage, which is never longer than the setup packet says."""
+def _take(transfer: Transfer, part: usbpcap.Part) -> int:
+    """Its data stage, which is never longer than the setup packet says; the bytes that are kept."""
     transfer.data, transfer.length = part.data[: transfer.asked], min(part.length, transfer.asked)
+    return len(transfer.data)
 
 
-def _limited(transfers: Iterator[Transfer]) -> Iterator[Transfer]:
-    held = 0
-    for number, transfer in enumerate(transfers, 1):
-        held += len(transfer.data)
-        if number > _MOST_TRANSFERS or held > _MOST_BYTES:
-            raise CaptureError("it holds more control transfers than can be kept")
-        yield transfer
+def _check_limits(number: int, held: int) -> None:
+    if number > _MOST_TRANSFERS or held > _MOST_BYTES:
+        raise CaptureError("it holds more control transfers than can be kept")
