@@ -60,10 +60,13 @@ class Trials:
         self._peer.command(RIG, "restage", stage={"cameras": [camera, _FAULTLESS]})
         self._peer.command(TOAST, "behave")
         self._accept(0)
+        begun = self._peer.mark()
         attempt = self._come_back()
         if attempt is None:
             raise TrialError(f"{kind.words}: it did not come to DFU mode")
         if self._peer.command(RIG, "state", camera=0)["mode"] == "absent":
+            # Time that passes meanwhile would be the handler's, here too.
+            self._service.follow(_end_of_handling(_is_dfu_removal), "the end of its removal", begun)
             again = self._come_back()
             if again not in (None, attempt):
                 raise TrialError(f"{kind.words}: its next arrival in DFU mode went another way")
@@ -117,6 +120,10 @@ class Trials:
 
 def _is_dfu_arrival(control: Event) -> bool:
     return control.get("type") == _ARRIVAL and _DFU_DEVICE in control["link"].lower()
+
+
+def _is_dfu_removal(control: Event) -> bool:
+    return control.get("type") == _REMOVAL and _DFU_DEVICE in control["link"].lower()
 
 
 def _is_last_removal(control: Event) -> bool:
