@@ -73,7 +73,6 @@ void Rig::Record(const json& event) {
     wire_->Send(event);
 }
 
-// Also in a burst: it must never go unseen.
 void Rig::HoldClock(bool isHeld) {
     const std::lock_guard lock(clockMutex_);
     holders_ += isHeld ? 1 : -1;
@@ -84,6 +83,7 @@ void Rig::HoldClock(bool isHeld) {
     }
 }
 
+// Also in a burst: it must never go unseen.
 void Rig::TellBreach(std::string_view contract, std::string_view call) {
     const LastErrorKeeper keeper;
     wire_->Send({{"event", "contract"}, {"contract", contract}, {"call", call}});
