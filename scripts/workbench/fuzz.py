@@ -1,6 +1,7 @@
 """Runs the fuzz targets: scripts/fuzz."""
 
 import argparse
+import os
 import random
 import re
 import shutil
@@ -22,9 +23,10 @@ from .interruption import status_of
 _FOLDER = BUILD / "host-fuzz"
 _FINDS = BUILD / "fuzz-finds"
 _SOURCES = CHECKOUT / "host" / "fuzz"
-# What a target needs of libFuzzer that others do not: a trial reads at most 35 bytes, and is so short that what libFuzzer
-# does for an input counts.
+# What a target needs that others do not: a trial reads at most 35 bytes, and is so short that what libFuzzer does for
+# an input counts. So does what AddressSanitizer notes of each allocation: who plays a find again sees it.
 _OPTIONS = {"trial": ("-max_len=40", "-entropic=0")}
+_ENVIRONMENT = {"trial": {"ASAN_OPTIONS": "malloc_context_size=0:quarantine_size_mb=16"}}
 _FIXED_RUNS = 2000
 _AT_A_TIME = 2
 
@@ -32,8 +34,8 @@ _DESCRIPTION = f"""\
 Runs each TARGET for SECONDS, two at a time; without one named, all of them:
   {" ".join(TARGETS)}
 Each line tells a target's executions, its coverage (edges of the code; lines of the reader for transcripts) and what it
-found; of trials, which hold several conversations each, also how many of these there were, and in how many a fault struck.
-What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
+found; of trials, which hold several conversations each, also how many of these there were, and in how many a fault
+struck. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
 
 SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed,
 the same each time."""
@@ -95,7 +97,13 @@ def _run(target: str, seconds: int) -> Outcome:
     log = _FOLDER / f"{target}.log"
     with log.open("w", encoding="utf-8") as stream:
         done = subprocess.run(
-            _command(target, seconds), cwd=_FOLDER, stdin=subprocess.DEVNULL, stdout=stream, stderr=stream, check=False
+            _command(target, seconds),
+            cwd=_FOLDER,
+            env=os.environ | _ENVIRONMENT.get(target, {}),
+            stdin=subprocess.DEVNULL,
+            stdout=stream,
+            stderr=stream,
+            check=False,
         )
     return Outcome(target, log, done.returncode == 0)
 

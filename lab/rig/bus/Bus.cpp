@@ -175,6 +175,15 @@ void Bus::Skip(std::uint32_t ms) {
     changed_.notify_all();
 }
 
+void Bus::Rest(std::chrono::milliseconds time) {
+    const std::lock_guard lock(mutex_);
+    clock_.Skip(time);
+    if (NextDeadline()) {
+        AdvanceAll();
+        changed_.notify_all();
+    }
+}
+
 void Bus::Freeze() {
     const std::lock_guard lock(mutex_);
     if (skipsWaits_) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -99,6 +100,9 @@ class Bus {
     // Moves the clock on, and makes what is due then happen. The cameras' times are those of this
     // clock; so are the service's when it is told ClockMs().
     void Skip(std::uint32_t ms);
+    // The same for whoever does so millions of times: the bus' thread is not woken while no camera has
+    // anything to do.
+    void Rest(std::chrono::milliseconds time);
     // Where waits are skipped, the clock stands still while the service handles a control, but for what it
     // skips: so a scenario's times do not depend on how busy the machine is.
     void Freeze();

@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <chrono>
+
 #include <nlohmann/json.hpp>
 
 #include "lab/rig/process/ImportTable.h"
@@ -34,10 +36,20 @@ void SkipRecorded(Rig& rig, DWORD ms) {
     rig.TheBus().Skip(ms);
 }
 
+// Where waits are skipped, a rest of the machine may go over it.
+void SleepBesideHandler(DWORD ms) {
+    Rig* const rig = Rig::IfConnected();
+    if (rig == nullptr || !rig->Settings().bus.skipsWaits || ms == 0 || ms == INFINITE) {
+        sleep(ms);
+        return;
+    }
+    rig->TheRest().Sleep(std::chrono::milliseconds(ms));
+}
+
 void WINAPI SleepOrSkip(DWORD ms) {
     Rig* const rig = RigOfHandler();
     if (rig == nullptr || ms == INFINITE) {
-        sleep(ms);
+        SleepBesideHandler(ms);
         return;
     }
     SkipRecorded(*rig, ms);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -57,6 +58,7 @@ Rig::Rig(std::unique_ptr<Wire> wire, const RunSettings& settings)
           [this](const InterfaceEvent& event) { Announce(event); }, [this] { return controls_.IsIdle(); },
           settings_.bus.isOnKernelBus ? [this](const json& question) { AskGuest(question); }
                                       : KernelBus::Asker()),
+      rest_(bus_),
       devices_(bus_, [this](const json& event) { Record(event); }),
       contracts_([this](std::string_view contract, std::string_view call) { TellBreach(contract, call); }) {
     contracts_.media.FailStarts(settings.failedMediaStarts);
@@ -115,6 +117,15 @@ void Rig::QueueBurst(const EventBurst& burst) {
     });
 }
 
+json Rig::LetRest(const json& command) {
+    if (!settings_.bus.skipsWaits) {
+        throw std::runtime_error("the machine rests where waits are skipped");
+    }
+    json answer = DoneEvent("rest");
+    answer["sleeps"] = rest_.Pass(RestOf(command));
+    return answer;
+}
+
 void Rig::Obey(const json& command) {
     const auto name = command.at("command").get<std::string>();
     if (name == "answer") {
@@ -139,7 +150,7 @@ void Rig::Obey(const json& command) {
         Record(DoneEvent(name));
         return;
     }
-    Record(CarryOut(bus_, name, command));
+    Record(name == "rest" ? LetRest(command) : CarryOut(bus_, name, command));
 }
 
 }  // namespace lab::rig

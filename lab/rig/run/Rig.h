@@ -8,6 +8,7 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "lab/rig/bus/Bus.h"
+#include "lab/rig/bus/Rest.h"
 #include "lab/rig/contracts/Contracts.h"
 #include "lab/rig/run/RunSettings.h"
 #include "lab/rig/service/ControlLoop.h"
@@ -42,6 +43,7 @@ class Rig {
 
     [[nodiscard]] const RunSettings& Settings() const { return settings_; }
     [[nodiscard]] Bus& TheBus() { return bus_; }
+    [[nodiscard]] Rest& TheRest() { return rest_; }
     [[nodiscard]] ControlLoop& Controls() { return controls_; }
     [[nodiscard]] InterfaceWatchers& Watchers() { return watchers_; }
     [[nodiscard]] UsbDevices& Devices() { return devices_; }
@@ -52,6 +54,7 @@ class Rig {
     void AskGuest(const nlohmann::json& question);
     void Announce(const InterfaceEvent& event);
     void QueueBurst(const EventBurst& burst);
+    [[nodiscard]] nlohmann::json LetRest(const nlohmann::json& command);
     void Obey(const nlohmann::json& command);
     void TellBreach(std::string_view contract, std::string_view call);
 
@@ -63,6 +66,7 @@ class Rig {
     InterfaceWatchers watchers_;
     ControlLoop controls_;
     Bus bus_;
+    Rest rest_;
     UsbDevices devices_;
     Contracts contracts_;
 };

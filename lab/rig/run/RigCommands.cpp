@@ -101,6 +101,15 @@ EventBurst BurstOf(const json& command) {
     return burst;
 }
 
+std::chrono::milliseconds RestOf(const json& command) {
+    constexpr std::chrono::milliseconds kMost = std::chrono::days(366);
+    const json& ms = command.at("ms");
+    if (!IsCount(ms) || ms.get<std::uint64_t>() > static_cast<std::uint64_t>(kMost.count())) {
+        throw std::runtime_error("a rest cannot take " + ms.dump() + " ms");
+    }
+    return std::chrono::milliseconds(ms.get<std::int64_t>());
+}
+
 json CarryOut(Bus& bus, const std::string& name, const json& command) {
     json answer = DoneEvent(name);
     if (name == "plug") {

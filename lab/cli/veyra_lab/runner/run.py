@@ -12,6 +12,8 @@ from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS,
 from .installed_service import InstalledService
 
 _ACCEPT, _DECLINE = 1, 0
+# Seconds for the longest rest.
+REST_PATIENCE = 300
 _FAILURE = -2147467259
 CLASSES = {
     "usb": USB_CLASS,
@@ -128,6 +130,10 @@ class ScenarioRun:
 
     def _pass(self, ms: int) -> None:
         self._peer.command(RIG, "pass", ms=ms)
+
+    def _rest(self, ms: int) -> None:
+        answer = self._peer.command(RIG, "rest", quiet=REST_PATIENCE, ms=ms)
+        self._peer.record("rest", ms=ms, sleeps=answer["sleeps"])
 
     def _control(self, control: int) -> None:
         self._peer.command(RIG, "control", control=control)
@@ -273,6 +279,7 @@ STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "update": ScenarioRun._update,
     "deliver": ScenarioRun._deliver,
     "pass": ScenarioRun._pass,
+    "rest": ScenarioRun._rest,
     "control": ScenarioRun._control,
     "image": ScenarioRun._put_image,
     "update mode": ScenarioRun._set_update_mode,

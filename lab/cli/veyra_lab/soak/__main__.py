@@ -4,7 +4,7 @@ import argparse
 import random
 import sys
 import time
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 
 from ..judgement.growth import KEPT_BY_A_CHECK
 from ..scenarios.errors import ScenarioError
@@ -19,17 +19,22 @@ from ..wire.events import PeerError
 from .plan import RoundId
 from .replaying import made_small, soaking
 from .soak import Soak, Tally
+from .year import ARRIVALS, MOST_ARRIVALS, Year
 
-_DESCRIPTION = """\
+_DESCRIPTION = f"""\
 Plugs, updates and unplugs virtual cameras in a loop, with random faults, against one process of the service. Tells
-what came of it, and what the process held at the beginning and at the end."""
+what came of it, and what the process held at the beginning and at the end.
+
+With --year a year passes instead, in minutes: {ARRIVALS:,} cameras come, at any time of it, and between them the
+service rests, every second of which it really sleeps, by the laboratory's clock. What its process holds is told month
+by month."""
 _CLOSING = """\
 Exit status: 0 when the service lived and broke no contract of Windows, every camera that was left whole ended with the
 right flash, and the process grew by nothing but what the uninstall monitor keeps open; 1 when not, 2 when the command
 line is wrong.
 The service's waits are skipped unless --real-time is given.
 
-Each round has an id, soak.SEED.ROUND, by which scripts/lab replay plays it alone. Rounds that fail are told by it, and
+Each round has an id, soak.SEED.ROUND or soak.SEED.ROUND.year, by which scripts/lab replay plays it alone. Rounds that fail are told by it, and
 some of them made as small as they go and written as scenarios to build/faults."""
 
 _WARM_UP = 20
@@ -44,8 +49,9 @@ def main() -> int:
     """The exit status."""
     options = _parse()
     seed = random.SystemRandom().randrange(1 << 32) if options.seed is None else options.seed
-    first = RoundId(seed, 1, options.real_time)
-    print(f"seed {seed} (scripts/soak {options.minutes:g} --seed {seed} begins the same), first round {first}", flush=True)
+    first = RoundId(seed, 1, options.real_time, options.year)
+    what = f"--year --cameras {options.cameras or ARRIVALS}" if options.year else f"{options.minutes:g}"
+    print(f"seed {seed} (scripts/soak {what} --seed {seed} begins the same), first round {first}", flush=True)
     try:
         with sole_use(options.machine), Machine(options.machine) as machine:
             return _soak(machine, options, seed)
@@ -69,20 +75,44 @@ def _seed(text: str) -> int:
     return int(text)
 
 
+def _cameras(text: str) -> int:
+    if not text.isdigit() or not 0 < int(text) <= MOST_ARRIVALS:
+        raise argparse.ArgumentTypeError(f"'{text}' is not a number of cameras, at most {MOST_ARRIVALS}")
+    return int(text)
+
+
 def _parse() -> argparse.Namespace:
     parser = Parser(prog="scripts/soak", description=_DESCRIPTION, epilog=_CLOSING)
-    parser.add_argument("minutes", type=_minutes, metavar="MINUTES", help="how long to go on, at most a day")
+    parser.add_argument(
+        "minutes", nargs="?", type=_minutes, metavar="MINUTES", help="how long to go on, at most a day; not with --year"
+    )
+    parser.add_argument("--year", action="store_true", help="a year of virtual time instead")
+    how_many = f"with --year: how many come ({ARRIVALS}; at most {MOST_ARRIVALS})"
+    parser.add_argument("--cameras", type=_cameras, metavar="N", help=how_many)
     parser.add_argument("--seed", type=_seed, metavar="N", help="repeat the choices of a run that told this seed")
     add_transcript(parser)
-    parser.add_argument("--real-time", action="store_true", help="let the service's waits take their time")
+    parser.add_argument(
+        "--real-time", action="store_true", help="let the service's waits take their time; not with --year"
+    )
     add_places(parser)
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.year == (options.minutes is not None):
+        parser.error("either MINUTES or --year" if options.year else "for how many MINUTES, or --year?")
+    if options.year and options.real_time:
+        parser.error("a year in real time takes a year")
+    if options.cameras is not None and not options.year:
+        parser.error("--cameras goes with --year")
+    return options
 
 
 def _soak(machine: Machine, options: argparse.Namespace, seed: int) -> int:
     programs = built(options.programs)
-    with soaking(machine, programs, seed, options.transcript, is_real_time=options.real_time) as soak:
-        status = run(soak, machine, options.minutes * 60)
+    kind = {"is_real_time": options.real_time, "is_of_a_year": options.year}
+    with soaking(machine, programs, seed, options.transcript, **kind) as soak:
+        if options.year:
+            status = run_year(Year(soak, seed, options.cameras or ARRIVALS), machine)
+        else:
+            status = run(soak, machine, options.minutes * 60)
     if soak.tally.wrong:
         for line in made_small(machine, programs, soak.tally.wrong):
             print(line, flush=True)
@@ -104,17 +134,49 @@ def run(soak: Soak, machine: Machine, seconds: float) -> int:
         while time.monotonic() - began < seconds:
             soak.round()
         after = service.resources_once(lambda now: not any(_growth(before, now, soak.tally)))
-        stopped_in = service.stop()
-        others += [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
+        others += _stop(soak)
     except PeerError as error:
-        # That of a round is among what is wrong with it.
-        others += [] if any(str(error) in said for each in soak.tally.wrong for said in each.complaints) else [str(error)]
+        others += _told_once(error, soak)
     took = time.monotonic() - began
     others += [f"a process crashed: {note}" for note in machine.crashes()]
+    _report(soak.tally, before, after, took)
+    return _verdict(soak, [*others, *_growth(before, after, soak.tally)])
+
+
+def run_year(year: Year, machine: Machine) -> int:
+    """The year, and what came of it on the screen; the exit status."""
+    screen = Screen()
+    soak = year.soak
+    others: list[str] = []
+    began = time.monotonic()
+    try:
+        year.go(screen)
+        others += _stop(soak)
+    except PeerError as error:
+        others += _told_once(error, soak)
+    took = time.monotonic() - began
+    others += [f"a process crashed: {note}" for note in machine.crashes()]
+    screen.line(f"a year in {took / 60:.1f} minutes; {soak.tally.updated} cameras updated")
+    screen.table(_rounds(soak.tally))
+    year.report(screen)
+    return _verdict(soak, [*others, *year.complaints()])
+
+
+def _stop(soak: Soak) -> Sequence[str]:
+    stopped_in = soak.service.stop()
+    return [f"stopping took {stopped_in:.1f} s"] if stopped_in > STOP_LIMIT_SECONDS else []
+
+
+def _told_once(error: PeerError, soak: Soak) -> Sequence[str]:
+    """That of a round is among what is wrong with it."""
+    told = [said for each in soak.tally.wrong for said in each.complaints]
+    return [] if any(str(error) in said for said in told) else [str(error)]
+
+
+def _verdict(soak: Soak, others: Sequence[str]) -> int:
     # The breaches first: only so many complaints are told.
     rounds = [f"{each.id}: {each.fault}: {said}" for each in soak.tally.wrong for said in each.complaints]
-    wrong = [*soak.peer.breaches(), *rounds, *others, *_growth(before, after, soak.tally)]
-    _report(soak.tally, before, after, took)
+    wrong = [*soak.peer.breaches(), *rounds, *others]
     print(f"rounds {soak.first} to {soak.last} (scripts/lab replay plays one of them)")
     for complaint in wrong[:_MOST_TOLD]:
         print(f"wrong: {complaint}")
@@ -135,12 +197,16 @@ def _growth(before: Resources | None, after: Resources | None, tally: Tally) -> 
             yield f"the process has {grown} {name} more than it should, and {spare} may be spare"
 
 
+def _rounds(tally: Tally) -> Table:
+    return Table([(fault, str(count)) for fault, count in sorted(tally.rounds.items())], right=frozenset({1}))
+
+
 def _report(tally: Tally, before: Resources | None, after: Resources | None, took: float) -> None:
     screen = Screen()
     rounds = sum(tally.rounds.values())
     screen.line(f"{rounds} updates and faulted updates in {took / 60:.1f} minutes, {rounds / took * 60:.0f} a minute;")
     screen.line(f"{tally.updated} cameras updated after {_WARM_UP} rounds of warming up")
-    screen.table(Table([(fault, str(count)) for fault, count in sorted(tally.rounds.items())], right=frozenset({1})))
+    screen.table(_rounds(tally))
     if before is None or after is None:
         return
     keeps = f"the uninstall monitor keeps {KEPT_BY_A_CHECK * tally.removals} of them open"

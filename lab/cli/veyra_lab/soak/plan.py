@@ -2,21 +2,25 @@
 
 import random
 import re
-from collections.abc import Iterator
-from dataclasses import dataclass
+from collections.abc import Iterator, Sequence
+from dataclasses import dataclass, replace
 from typing import Any
 
 from ..scenarios.variant import StagePlan, Variant
 
 PREFIX = "soak"
-_ID = re.compile(PREFIX + r"\.([0-9]{1,18})\.([1-9][0-9]{0,11})(\.real-time)?")
+_ID = re.compile(PREFIX + r"\.([0-9]{1,18})\.([1-9][0-9]{0,11})(\.real-time|\.year)?")
 
 _CAMERAS = 3
 _OLD_VERSION = "5.10.2.0"
 _SMALLEST, _LARGEST = 5_000, 20_000
 _IMAGES = 1_000_000  # seeds of them
-_ACCEPT = 1
+_ACCEPT, _DECLINE = 1, 0
 _STAYING, _VISITING = 0.5, 0.25  # how often a camera stays for a while, and another one comes by
+# Of a year: how often a camera that comes needs no update, and how often some time passes while the user is asked, or while
+# the camera stays.
+_NEEDING_NONE, _RESTING = 0.1, 0.2
+_LONGEST_REST_MS = 8 * 60 * 60 * 1000
 
 # A fault, and how much of an update it leaves: none of them keeps the next camera from being updated.
 _FAULTS: dict[str, dict[str, Any] | None] = {
@@ -38,22 +42,27 @@ _FAULTS: dict[str, dict[str, Any] | None] = {
     "user declines": None,
     "unplugged while the user is asked": None,
 }
+# One that has the image's version: nobody is asked.
+UP_TO_DATE = "up to date"
 HARMLESS = ("no fault", "status fails now and then", "prompt server fails")
 # Behind these the camera runs its firmware. One that is stuck in DFU mode is tried again whenever a USB device arrives, so
 # it goes before another one comes.
-_LEFT_RUNNING = (*HARMLESS, "version unknown", "switch refused", "user declines")
+_LEFT_RUNNING = (*HARMLESS, "version unknown", "switch refused", "user declines", UP_TO_DATE)
+_UNASKED = ("version unknown", UP_TO_DATE)
 
 
 @dataclass(frozen=True)
 class RoundId:
-    """A round by its name, "soak.42.17"."""
+    """A round by its name, "soak.42.17", or "soak.42.17.year" when it is one of a year."""
 
     seed: int
     number: int
     is_real_time: bool = False
+    is_of_a_year: bool = False
 
     def __str__(self) -> str:
-        return ".".join([PREFIX, str(self.seed), str(self.number), *(["real-time"] if self.is_real_time else [])])
+        kind = ["real-time"] if self.is_real_time else ["year"] if self.is_of_a_year else []
+        return ".".join([PREFIX, str(self.seed), str(self.number), *kind])
 
 
 def read_id(text: str) -> RoundId:
@@ -61,7 +70,7 @@ def read_id(text: str) -> RoundId:
     whole = _ID.fullmatch(text)
     if whole is None:
         raise ValueError(f"'{text}' is not the id of a round of scripts/soak")
-    return RoundId(int(whole[1]), int(whole[2]), bool(whole[3]))
+    return RoundId(int(whole[1]), int(whole[2]), whole[3] == ".real-time", whole[3] == ".year")
 
 
 @dataclass(frozen=True)
@@ -79,6 +88,9 @@ class RoundPlan:
     visitor: int | None
     # The camera leaves in the end.
     leaves: bool = True
+    # Milliseconds of rest when the user has been asked, or nobody is, and before the camera leaves.
+    rest_asked: int = 0
+    rest_there: int = 0
 
     def content(self) -> dict[str, Any]:
         """The round in the words of a scenario file."""
@@ -104,14 +116,11 @@ class RoundPlan:
     def _steps(self) -> Iterator[Any]:
         for method in self.failing:
             yield {"prompt server": {"fail": method}}
-        if self.fault == "unplugged while the user is asked":
-            yield from ({"plug": self.chosen}, "settle", {"unplug": self.chosen}, "settle", {"answer": _ACCEPT}, "settle")
-        elif self.fault == "version unknown":  # and nobody is asked
-            yield from ({"plug": self.chosen}, "settle")
-        else:
-            yield {"decline" if self.fault == "user declines" else "accept": self.chosen}
+        yield from self._arrival()
         wanted = {"flash": "image", "mode": "running"} if self.fault in HARMLESS else {"flash": "old"}
-        yield {"expect": {"cameras": [*[None] * self.chosen, {**wanted, "gaps": 0}]}}
+        asked = {"result": "not asked", "camera": self.chosen} if self.fault == UP_TO_DATE else {}
+        yield {"expect": {**asked, "cameras": [*[None] * self.chosen, {**wanted, "gaps": 0}]}}
+        yield from _rest(self.rest_there)
         if self.leaves and not self.stays:
             yield {"take away": self.chosen}
         if self.visitor is not None:
@@ -122,9 +131,41 @@ class RoundPlan:
         if self.leaves:
             yield "settle"
 
+    def _arrival(self) -> Iterator[Any]:
+        answer = _DECLINE if self.fault == "user declines" else _ACCEPT
+        is_pulled = self.fault == "unplugged while the user is asked"
+        if not (self.rest_asked or is_pulled or self.fault in _UNASKED):
+            yield {"accept" if answer == _ACCEPT else "decline": self.chosen}
+            return
+        yield from ({"plug": self.chosen}, "settle", *_rest(self.rest_asked))
+        if is_pulled:
+            yield from ({"unplug": self.chosen}, "settle")
+        if self.fault not in _UNASKED:
+            yield from ({"answer": answer}, "settle")
+
+
+def _rest(milliseconds: int) -> Sequence[Any]:
+    return [{"rest": milliseconds}] if milliseconds else []
+
 
 def plan_of(id_: RoundId) -> RoundPlan:
     """The round of that name."""
+    plan = _plan_of(id_)
+    return _in_a_year(plan) if id_.is_of_a_year else plan
+
+
+def _in_a_year(plan: RoundPlan) -> RoundPlan:
+    """The same round with rests, or with an image that the cameras have."""
+    choose = random.Random(f"{plan.id.seed} {plan.id.number} year")
+    if choose.random() < _NEEDING_NONE:
+        cameras = tuple({**camera, "faults": []} for camera in plan.cameras)
+        image = {**plan.image, "version": _OLD_VERSION}
+        plan = replace(plan, fault=UP_TO_DATE, cameras=cameras, image=image, failing=())
+    asked, there = (choose.randint(1, _LONGEST_REST_MS) if choose.random() < _RESTING else 0 for _ in range(2))
+    return replace(plan, rest_asked=asked, rest_there=there)
+
+
+def _plan_of(id_: RoundId) -> RoundPlan:
     choose = random.Random(f"{id_.seed} {id_.number}")
     fault = choose.choice([*_FAULTS, *["no fault"] * 4])
     image = {

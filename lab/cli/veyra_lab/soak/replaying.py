@@ -18,13 +18,14 @@ _MOST_MADE_SMALL = 3
 
 @contextmanager
 def soaking(
-    machine: Machine, programs: Programs, seed: int, transcript: Path | None = None, *, is_real_time: bool = False
-) -> Iterator[Soak]:
+    machine: Machine, programs: Programs, seed: int, transcript: Path | None = None, *,
+    is_real_time: bool = False, is_of_a_year: bool = False,
+) -> Iterator[Soak]:  # fmt: skip
     """One process of the service, started, and the rounds of that seed; afterwards everything is taken away again."""
     with installed(machine, programs, transcript) as service:
         service.peer.set_stage({"skip_waits": not is_real_time, "cameras": [{}]})
         service.service.start()
-        yield Soak(service, seed, is_real_time=is_real_time)
+        yield Soak(service, seed, is_real_time=is_real_time, is_of_a_year=is_of_a_year)
 
 
 def made_small(machine: Machine, programs: Programs, wrong: Sequence[Wrong]) -> Iterator[str]:

@@ -40,6 +40,9 @@ def smaller(plan: RoundPlan) -> Iterator[RoundPlan]:
     takes long to try."""
     if (plainest := _plainest(plan)) != plan:
         yield plainest
+    for rest in ("rest_asked", "rest_there"):
+        if getattr(plan, rest):
+            yield replace(plan, **{rest: 0})
     if plan.visitor is not None:
         yield replace(plan, visitor=None)
     if plan.leaves:
@@ -59,8 +62,9 @@ def _plainest(plan: RoundPlan) -> RoundPlan:
     ]
     image = {**plan.image, "size": _SIZES[0]}
     return replace(
-        plan, visitor=None, leaves=False, failing=(), cameras=(camera,), chosen=0, image=image, stays=False
-    )
+        plan, visitor=None, leaves=False, failing=(), cameras=(camera,), chosen=0, image=image, stays=False,
+        rest_asked=0, rest_there=0,
+    )  # fmt: skip
 
 
 def _plainer(plan: RoundPlan, camera: dict[str, Any]) -> Iterator[RoundPlan]:

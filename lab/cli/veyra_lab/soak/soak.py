@@ -37,7 +37,9 @@ class Tally:
 class Soak:
     """One service process, which runs, and the cameras that come and go."""
 
-    def __init__(self, installed: InstalledService, seed: int, *, is_real_time: bool = False) -> None:
+    def __init__(
+        self, installed: InstalledService, seed: int, *, is_real_time: bool = False, is_of_a_year: bool = False
+    ) -> None:
         self.peer = installed.peer
         self.service = installed.service
         self.tally = Tally()
@@ -46,18 +48,22 @@ class Soak:
         self._installed = installed
         self._seed = seed
         self._is_real_time = is_real_time
+        self._is_of_a_year = is_of_a_year
         self._number = 0
         installed.settling_limit = _SETTLING_LIMIT_IN_REAL_TIME if is_real_time else SETTLING_LIMIT
 
     @property
     def first(self) -> RoundId:
         """The first round's name."""
-        return RoundId(self._seed, 1, self._is_real_time)
+        return self._id(1)
 
     @property
     def last(self) -> RoundId:
         """That of the last one so far."""
-        return RoundId(self._seed, self._number, self._is_real_time)
+        return self._id(self._number)
+
+    def _id(self, number: int) -> RoundId:
+        return RoundId(self._seed, number, self._is_real_time, self._is_of_a_year)
 
     def round(self) -> None:
         """The next one. PeerError when nothing can come behind it, and its complaint is in the tally then."""

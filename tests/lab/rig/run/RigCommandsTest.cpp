@@ -69,6 +69,14 @@ TEST_F(RigCommandsTest, GivesACameraOtherFaults) {
     EXPECT_THROW(Do({{"command", "faults"}, {"camera", 1}, {"faults", json::array()}}), std::runtime_error);
 }
 
+TEST(RestOf, IsAtMostALeapYear) {
+    EXPECT_EQ(RestOf({{"ms", 1'000}}), std::chrono::seconds(1));
+    EXPECT_EQ(RestOf({{"ms", 31'622'400'000}}), std::chrono::days(366));
+    EXPECT_THROW(static_cast<void>(RestOf({{"ms", 31'622'400'001}})), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(RestOf({{"ms", -1}})), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(RestOf({{"ms", "long"}})), std::runtime_error);
+}
+
 TEST_F(RigCommandsTest, LetsTimePass) {
     Begin({});
     const auto before = bus_->ClockMs();

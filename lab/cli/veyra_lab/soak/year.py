@@ -1,0 +1,151 @@
+"""A year of the service in virtual time: it rests, and now and then a camera comes."""
+
+import random
+from collections.abc import Iterator, Sequence
+from dataclasses import dataclass
+
+from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB
+from ..runner.run import REST_PATIENCE
+from ..terminal.screen import Screen
+from ..terminal.table import Table
+from ..windows.service_under_test import Resources
+from ..wire.events import RIG
+from .soak import Soak
+
+ARRIVALS = 1000
+# More would rest longer, while they are there, than a year is.
+MOST_ARRIVALS = 4000
+_DAYS = 365
+_DAY_MS = 24 * 60 * 60 * 1000
+_YEAR_MS = _DAYS * _DAY_MS
+_MONTH_MS = _YEAR_MS // 12
+_WARM_UP = 20
+# The service's own look at its stop flag, by its Sleep.
+_SLEEP_MS = 1000
+# What the process may hold more at the end than after the warm-up, beyond what the monitor keeps: less than a leak at
+# every hundredth camera, or of half a KiB at each.
+_SPARE_HANDLES = 8
+_SPARE_THREADS = 0
+_SPARE_KIB = 512
+_END = "end"
+
+
+@dataclass(frozen=True)
+class Look:
+    """What the process held, and what had happened by then."""
+
+    when: str
+    cameras: int
+    removals: int
+    sleeps: int
+    held: Resources
+
+    def kept(self) -> int:
+        """Handles that are open on purpose."""
+        return KEPT_BY_A_CHECK * self.removals
+
+    def private_kib(self) -> int:
+        """Private memory without the threads' stacks, since threads of Wine's come and go."""
+        return self.held.private_kib - STACKS_OF_A_THREAD_KIB * self.held.threads
+
+
+class Year:
+    """One process of the service, warmed up, and its year. `soak` is one of a year's rounds."""
+
+    def __init__(self, soak: Soak, seed: int, arrivals: int) -> None:
+        self.soak = soak
+        choose = random.Random(f"year {seed}")
+        self._times = sorted(choose.randrange(_YEAR_MS) for _ in range(arrivals))
+        # Since the start: what was rested altogether; of it, what belongs to the year; and the sleeps in it.
+        self._rested = 0
+        self._warmed_up_at = 0
+        self._sleeps = 0
+        self._rests = 0
+        self._cameras = 0
+        self._month = 0
+        self.looks: list[Look] = []
+
+    def go(self, screen: Screen) -> None:
+        """All of it, with a line for each month. PeerError when the service does not live so long."""
+        self._look("start")
+        for _ in range(_WARM_UP):
+            self._round()
+        self._warmed_up_at = self._rested
+        self._look("warmed up")
+        for time in [*self._times, _YEAR_MS]:
+            self._rest_until(time)
+            if time < _YEAR_MS:
+                self._cameras += 1
+                self._round()
+                self._look_by_the_month(screen)
+        self._look(_END, patient=True)
+
+    def complaints(self) -> Iterator[str]:
+        """What the process holds too much, and whether the service has slept as often as it has to."""
+        if not self.looks or self.looks[-1].when != _END:
+            return
+        end = self.looks[-1]
+        yield from self._growth(end)
+        # Each rest's end may interrupt a sleep, which goes on in real time.
+        seconds = self._rested // _SLEEP_MS
+        if abs(end.sleeps - seconds) > self._rests:
+            yield f"the service slept {end.sleeps} times, and rested for {seconds} seconds"
+
+    def _growth(self, now: Look) -> Iterator[str]:
+        warm = self.looks[1]
+        for name, grown, spare in (
+            ("handles", now.held.handles - warm.held.handles - now.kept() + warm.kept(), _SPARE_HANDLES),
+            ("threads", now.held.threads - warm.held.threads, _SPARE_THREADS),
+            ("private KiB", now.private_kib() - warm.private_kib(), _SPARE_KIB),
+        ):
+            if grown > spare:
+                yield f"the process has {grown} {name} more than it should, and {spare} may be spare"
+
+    def report(self, screen: Screen) -> None:
+        """The table of all looks."""
+        head = ("", "cameras", "removals", "sleeps", "handles", "kept", "others", "threads", "private KiB")
+        screen.table(Table([*map(_row, self.looks)], head=head, right=frozenset(range(1, len(head)))))
+
+    def _now(self) -> int:
+        return self._rested - self._warmed_up_at
+
+    def _round(self) -> None:
+        self.soak.round()
+        for event in self.soak.events:
+            if event["event"] == "rest":
+                self._count(event["ms"], event["sleeps"])
+
+    def _rest_until(self, time: int) -> None:
+        while self._now() < time:
+            end = min(time, (self._now() // _MONTH_MS + 1) * _MONTH_MS)
+            length = end - self._now()
+            self._count(length, self.soak.peer.command(RIG, "rest", quiet=REST_PATIENCE, ms=length)["sleeps"])
+
+    def _count(self, milliseconds: int, sleeps: int) -> None:
+        self._rested += milliseconds
+        self._sleeps += sleeps
+        self._rests += 1
+
+    def _look_by_the_month(self, screen: Screen) -> None:
+        if self._now() // _MONTH_MS > self._month:
+            self._month = self._now() // _MONTH_MS
+            day = self._now() // _DAY_MS
+            self._look(f"day {day}")
+            screen.note(f"day {day} of {_DAYS}: {self._cameras} of {len(self._times)} cameras")
+
+    def _look(self, when: str, patient: bool = False) -> None:
+        def look(held: Resources) -> Look:
+            return Look(when, self._cameras, self.soak.tally.removals, self._sleeps, held)
+
+        held = self.soak.service.resources()
+        if patient:
+            held = self.soak.service.resources_once(lambda now: not any(self._growth(look(now))))
+        self.looks.append(look(held))
+
+
+def _row(look: Look) -> Sequence[str]:
+    numbers = (
+        look.cameras, look.removals, look.sleeps, look.held.handles, look.kept(), look.held.handles - look.kept(),
+        look.held.threads, look.held.private_kib,
+    )
+    return (look.when, *map(str, numbers))
