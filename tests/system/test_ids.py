@@ -127,8 +127,9 @@ def round_with(fault: str) -> RoundPlan:
 @pytest.mark.parametrize("fault", ["no fault", "error status after a block", "prompt server fails", "block unanswered"])
 def test_a_failing_round_is_made_as_small_as_it_goes(fault: str, tmp_path: Path) -> None:
     some = round_with(fault)
-    path = make_smaller(some.id, lambda variant: ["steps[9]: flash of camera 2: expected what it came with"], tmp_path)
+    path, why = make_smaller(some.id, lambda variant: ["steps[9]: flash of camera 2: expected what it came with"], tmp_path)
     assert path is not None
+    assert why == "flash: expected what it came with"
     (smallest_round,) = read_scenario(path)
     assert [next(iter(step)) for step in smallest_round.steps] == ["accept", "expect"]
     (camera,) = smallest_round.stage.cameras
@@ -140,7 +141,7 @@ def test_a_failing_round_is_made_as_small_as_it_goes(fault: str, tmp_path: Path)
 
 
 def test_a_round_that_holds_alone_is_not_written(tmp_path: Path) -> None:
-    assert make_smaller(RoundId(3, 1), lambda variant: [], tmp_path) is None
+    assert make_smaller(RoundId(3, 1), lambda variant: [], tmp_path) == (None, "")
     assert list(tmp_path.iterdir()) == []
 
 

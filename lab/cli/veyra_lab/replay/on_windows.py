@@ -1,6 +1,5 @@
 """What can be played on the executable that ships, in a machine that is booted."""
 
-import time
 from collections.abc import Callable, Iterator
 from contextlib import AbstractContextManager, contextmanager
 from pathlib import Path
@@ -14,13 +13,12 @@ from ..runner.installed_service import installed
 from ..runner.runner import ScenarioRunner
 from ..runner.scenario_id import find, read_id
 from ..scenarios.variant import Variant
-from ..soak.plan import RoundId
-from ..soak.replaying import soaking
+from ..soak.plan import RoundId, plan_of
+from ..soak.soak import settling_limit
 from ..traits.kinds import Kind
 from ..traits.trials import TrialError, Trials
 from ..windows.machine import Machine
 from ..windows.programs import Programs
-from ..wire.events import PeerError
 from .play import Play
 
 Player = Callable[[], Play]
@@ -46,23 +44,17 @@ def of_scenario(variant: Variant, bus: str = VirtualBus.name) -> Opening:
 
 
 def of_round(id_: RoundId) -> Opening:
-    """A round of scripts/soak, alone."""
+    """A round of scripts/soak, alone: also one that ends the service can be played again."""
+    plan = plan_of(id_)
 
     @contextmanager
     def opening(machine: Machine, programs: Programs, transcript: Path | None) -> Iterator[Player]:
-        with soaking(machine, programs, id_.seed, transcript, is_real_time=id_.is_real_time) as soak:
+        with ScenarioRunner(machine, programs, transcript) as runner:
+            runner.settling_limit = settling_limit(id_.is_real_time)
 
             def play() -> Play:
-                began = time.monotonic()
-                soak.tally.wrong.clear()
-                try:
-                    soak.play(id_)
-                except PeerError as error:
-                    if not soak.tally.wrong:
-                        raise error
-                complaints = [said for each in soak.tally.wrong for said in each.complaints]
-                (fault,) = soak.tally.rounds
-                return Play(complaints, comparable(soak.events), f"{fault}, in {time.monotonic() - began:.1f} s")
+                outcome = runner.run(plan.variant(), str(id_))
+                return Play(outcome.complaints, comparable(outcome.events), f"{plan.fault}, in {outcome.seconds:.1f} s")
 
             yield play
 
@@ -81,7 +73,7 @@ def of_kind(kind: Kind, id_: str) -> Opening:
                 try:
                     attempt, flash = trials.run(kind, id_)
                 except TrialError as error:
-                    return Play([str(error)], [], kind.words)
+                    return Play([str(error)], comparable(trials.events), kind.words)
                 return Play([], comparable(trials.events), f"{attempt.result} at {attempt.ended}, flash: {flash}")
 
             yield play

@@ -11,7 +11,7 @@ from ..scenarios.variant import Variant
 from ..windows.machine import Machine
 from ..windows.programs import Programs
 from .smaller import make_smaller, same_words
-from .soak import SETTLING_LIMIT, Soak, Wrong
+from .soak import Soak, Wrong, settling_limit
 
 _MOST_MADE_SMALL = 3
 
@@ -30,18 +30,20 @@ def soaking(
 
 def made_small(machine: Machine, programs: Programs, wrong: Sequence[Wrong]) -> Iterator[str]:
     """The rounds that failed, a few of them and each with words of its own, played as scenarios and made as small as they
-    go; what came of it, a line each."""
+    go; what came of it, a line each. One that fails otherwise alone is told so, and made small as it fails then."""
     by_reason = {(each.fault, same_words(list(each.complaints))): each for each in reversed(wrong)}
     with ScenarioRunner(machine, programs) as runner:
-        runner.settling_limit = SETTLING_LIMIT
 
         def play(variant: Variant) -> list[str]:
             return runner.run(variant).complaints
 
         for each in list(by_reason.values())[:_MOST_MADE_SMALL]:
-            path = make_smaller(each.id, play, WRITTEN)
+            runner.settling_limit = settling_limit(each.id.is_real_time)
+            path, why = make_smaller(each.id, play, WRITTEN)
             if path is None:
                 yield f"cannot be made smaller: {each.id} holds when it is played alone, in a new process of the service"
-            else:
-                yield f"smallest: {id_of_file(path)}"
-                yield f"  scenario: {path}"
+                continue
+            if why != same_words(list(each.complaints)):
+                yield f"fails otherwise alone: {each.id}: {why}"
+            yield f"smallest: {id_of_file(path)}"
+            yield f"  scenario: {path}"

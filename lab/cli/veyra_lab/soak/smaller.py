@@ -19,19 +19,20 @@ _TRANSFER_SIZE = 1024  # of a camera that does not say it
 _SIZES = (402, 1025, 2049, 5000)
 
 
-def make_smaller(id_: RoundId, play: Callable[[Variant], list[str]], folder: Path) -> Path | None:
-    """Has the round and smaller ones played as scenarios, and writes the smallest that fails as the round does; None when
-    the round holds when it is played alone. `play` answers what did not hold."""
+def make_smaller(id_: RoundId, play: Callable[[Variant], list[str]], folder: Path) -> tuple[Path | None, str]:
+    """Has the round and smaller ones played as scenarios, and writes the smallest that fails as the round does when it is
+    played alone; with the words of its first complaint. None, and no words, when the round holds alone. `play` answers what
+    did not hold."""
     found, why = smallest(plan_of(id_), lambda plan: same_words(play(plan.variant())), smaller)
     if not why:
-        return None
+        return None, ""
     content = {**found.content(), "description": f"The round {id_} of scripts/soak, made small: {found.fault}: {why}."}
-    return write_scenario_file(content, file_name("soak", f"{found.fault} {why}"), folder)
+    return write_scenario_file(content, file_name("soak", f"{found.fault} {why}"), folder), why
 
 
 def same_words(complaints: list[str]) -> str:
     """The first complaint without where it was and without what another size or number of cameras changes in it."""
-    words = re.sub(r"^(steps\[[0-9]+\]|always|end|start): ", "", complaints[0]) if complaints else ""
+    words = re.sub(r"^(steps\[[0-9]+\]|always|end|start|the service died): ", "", complaints[0]) if complaints else ""
     return re.sub(r" of camera [0-9]+|, seen [0-9]+( bytes of which the first [0-9]+ are the image's)?$", "", words)
 
 

@@ -11,8 +11,12 @@ from ..scenarios.variant import Variant
 from ..wire.events import RIG, TOAST, Event, PeerError
 from .plan import HARMLESS, RoundId, plan_of
 
-# A service that never comes to rest is not waited for any longer, in seconds.
-SETTLING_LIMIT, _SETTLING_LIMIT_IN_REAL_TIME = 10.0, 120.0
+_SETTLING_LIMIT, _SETTLING_LIMIT_IN_REAL_TIME = 10.0, 120.0
+
+
+def settling_limit(is_real_time: bool) -> float:
+    """For so many seconds a step's end is waited for, when the service does not come to rest."""
+    return _SETTLING_LIMIT_IN_REAL_TIME if is_real_time else _SETTLING_LIMIT
 
 
 @dataclass(frozen=True)
@@ -43,14 +47,14 @@ class Soak:
         self.peer = installed.peer
         self.service = installed.service
         self.tally = Tally()
-        # What service, prompt server and laboratory did in the last round.
+        # What service, prompt server and laboratory did in the last round, as far as it came.
         self.events: list[Event] = []
         self._installed = installed
         self._seed = seed
         self._is_real_time = is_real_time
         self._is_of_a_year = is_of_a_year
         self._number = 0
-        installed.settling_limit = _SETTLING_LIMIT_IN_REAL_TIME if is_real_time else SETTLING_LIMIT
+        installed.settling_limit = settling_limit(is_real_time)
 
     @property
     def first(self) -> RoundId:
@@ -73,6 +77,7 @@ class Soak:
     def play(self, id_: RoundId) -> None:
         """One camera from its arrival to its removal, with a fault or none."""
         plan = plan_of(id_)
+        self.events = []
         self.peer.record("scenario", name=f"round {id_.number}", description=plan.fault, id=str(id_))
         since = self.peer.mark()
         complaints: list[str] = []
@@ -96,6 +101,8 @@ class Soak:
         self.peer.command(RIG, "restage", stage={"cameras": list(variant.stage.cameras)})
         self.peer.command(TOAST, "behave")
         run = ScenarioRun(variant, self._installed, complaints)
-        run.carry_out()
-        self.events = run.events()
+        try:
+            run.carry_out()
+        finally:
+            self.events = run.events()
         complaints += judge_always(self.events)

@@ -29,7 +29,7 @@ class Trials:
 
     def __init__(self, installed: InstalledService) -> None:
         self._peer = installed.peer
-        # What everybody did in the last one.
+        # What everybody did in the last one, as far as it came.
         self.events: list[Event] = []
         self._service = installed.service
         image = ImagePlan.of({})
@@ -48,15 +48,17 @@ class Trials:
         """An update of such a camera, and what is in its flash then; afterwards that of a faultless one, which has to
         succeed."""
         self._peer.record("scenario", name="traits", description=kind.words, id=id_)
+        since = self._peer.mark()
         try:
-            return self._run(kind)
+            return self._run(kind, since)
         except TrialError as error:
             self._peer.record("judgement", held=False, why=str(error), id=id_)
             raise TrialError(f"{id_}: {error}") from error
+        finally:
+            self.events = self._peer.events_since(since)
 
-    def _run(self, kind: Kind) -> tuple[Attempt, str]:
+    def _run(self, kind: Kind, since: int) -> tuple[Attempt, str]:
         camera = {**kind.camera, "detach_ms": 1, "enumerate_ms": _AWAY_MS, "two_banks": True}
-        since = self._peer.mark()
         self._peer.command(RIG, "restage", stage={"cameras": [camera, _FAULTLESS]})
         self._peer.command(TOAST, "behave")
         self._accept(0)
@@ -74,7 +76,6 @@ class Trials:
         self._peer.command(RIG, "unplug", camera=0)
         self._service.settle()
         self._update_faultless(kind)
-        self.events = self._peer.events_since(since)
         for complaint in judge_always(self._service_events(since)):
             raise TrialError(f"{kind.words}: {complaint}")
         old = old_flash(camera)
