@@ -1,13 +1,14 @@
 """Ids of everything that is played: what they say, what they refuse, and how what fails is made small. Nothing is started."""
 
 import json
+import shlex
 from collections.abc import Iterator
 from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
 import pytest
-from support import CHECKOUT, Run, run_script
+from support import CHECKOUT, Run, check_refusal, run_script
 from veyra_lab.__main__ import main as lab
 from veyra_lab.again.digest import digest_of
 from veyra_lab.again.smallest import smallest
@@ -21,9 +22,12 @@ from veyra_lab.fuzz.smaller import smaller as smaller_inputs
 from veyra_lab.fuzz.target_run import TargetRun
 from veyra_lab.replay.play import Play, play_again
 from veyra_lab.runner import scenario_id
+from veyra_lab.runner.runner import Outcome
 from veyra_lab.runner.scenario_id import ScenarioId, find, id_of
+from veyra_lab.scenarios.errors import ScenarioError
 from veyra_lab.scenarios.files import read_folder, read_scenario
 from veyra_lab.scenarios.schema import SCENARIOS
+from veyra_lab.scenarios.variant import Variant
 from veyra_lab.soak.plan import HARMLESS, RoundId, RoundPlan, plan_of
 from veyra_lab.soak.plan import read_id as read_round
 from veyra_lab.soak.smaller import make_smaller, same_words
@@ -72,6 +76,99 @@ def test_a_scenario_that_says_something_else_by_now_is_refused(tmp_path: Path) -
         find(first, [tmp_path])
     with pytest.raises(ValueError, match="there is no scenario 'other'"):
         find(replace(first, name="other"), [tmp_path])
+
+
+def test_what_is_in_an_images_file_is_in_the_id_wherever_the_file_is(tmp_path: Path) -> None:
+    image = {"image": {"file": "some.bin"}}
+    stages: dict[str, dict[str, Any]] = {
+        "stage": {"stage": image},
+        "step": {"steps": [image]},
+        "step of a step": {"steps": [{"repeat": {"times": 2, "steps": [image]}}]},
+    }
+    for place, changed in stages.items():
+        ids = []
+        for folder, content in (("one", b"A" * 500), ("two", b"A" * 500), ("three", b"B" * 500)):
+            (tmp_path / folder).mkdir(exist_ok=True)
+            (tmp_path / folder / "some.bin").write_bytes(content)
+            ids.append(written(tmp_path / folder, **changed))
+        assert (ids[0] == ids[1], ids[0] == ids[2]) == (True, False), place
+
+
+def test_a_steps_image_that_is_not_there_is_told_before_anything_runs(tmp_path: Path) -> None:
+    with pytest.raises(ScenarioError, match=r"^some.json: image.file: .*none.bin cannot be read: No such file"):
+        written(tmp_path, steps=[{"image": {"file": "none.bin"}}])
+
+
+def foreign(folder: Path, name: str = "Their_camera", **changed: Any) -> Path:
+    """A scenario's file that is none of the laboratory's."""
+    path = folder / f"{name}.json"
+    path.write_text(json.dumps({"description": "One.", "steps": ["settle"], **changed}), encoding="utf-8")
+    return path
+
+
+class Failing:
+    """A machine, or a runner, of which each scenario fails."""
+
+    def __init__(self, *_: object, **__: object) -> None:
+        pass
+
+    def __enter__(self) -> "Failing":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        pass
+
+    def run(self, variant: Variant) -> Outcome:
+        """As the runner does."""
+        return Outcome(variant.name, str(id_of(variant, "virtual")), ["late"])
+
+
+def test_a_scenario_of_another_file_is_told_with_what_plays_it_again(
+    run: Run, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    for name in ("sole_use", "Machine", "ScenarioRunner", "up_to_date_programs"):
+        monkeypatch.setattr(f"veyra_lab.runner.command.{name}", Failing)
+    (tmp_path / "my files").mkdir()
+    path = foreign(tmp_path / "my files", **{"for each": [{"name": "a"}, {"name": "b"}]})
+    status, said, errors = run(lambda: lab(["run", str(path), "--keep-going"]))
+    assert (status, errors) == (1, "")
+    told = [shlex.split(line.partition("again: scripts/lab ")[2]) for line in said.splitlines() if "again: " in line]
+    assert len(told) == 2
+    played: list[object] = []
+    monkeypatch.setattr("veyra_lab.replay.on_windows.of_scenario", lambda variant, bus: played.append(variant))
+    monkeypatch.setattr("veyra_lab.replay.command._on_windows", lambda options, opening_of: 0)
+    assert [run(lambda words=words: lab(words)) for words in told] == [(0, "", "")] * 2
+    assert played == read_scenario(path)
+
+
+def test_a_file_that_says_something_else_by_now_is_refused(run: Run, tmp_path: Path) -> None:
+    path = foreign(tmp_path)
+    (variant,) = read_scenario(path)
+    told = str(id_of(variant, "virtual"))
+    now = foreign(tmp_path, steps=["settle", "settle"])
+    check_refusal(run(lambda: lab(["replay", told, "--file", str(now)])), "Their_camera.json says something else by now: scenario.")
+    other = foreign(tmp_path, "other")
+    check_refusal(run(lambda: lab(["replay", told, "--file", str(other)])), "other.json has no scenario 'Their_camera'")
+    check_refusal(run(lambda: lab(["replay", "soak.1.1", "--file", str(path)])), "--file goes with one")
+
+
+@pytest.fixture
+def nothing_runs(monkeypatch: pytest.MonkeyPatch) -> None:
+    """Whoever is not refused goes no further."""
+    monkeypatch.setattr("veyra_lab.runner.command.sole_use", None)
+
+
+@pytest.mark.usefixtures("nothing_runs")
+@pytest.mark.parametrize("name", ["mine.usb", "a b", "größe", ".mine"])
+def test_a_name_that_no_id_can_say_is_refused(name: str, run: Run, tmp_path: Path) -> None:
+    check_refusal(run(lambda: lab(["run", str(foreign(tmp_path, name))])), f"no id can say '{name}'")
+
+
+@pytest.mark.usefixtures("nothing_runs")
+def test_two_files_of_one_name_are_refused(run: Run, tmp_path: Path) -> None:
+    (tmp_path / "other").mkdir()
+    paths = [str(foreign(folder)) for folder in (tmp_path, tmp_path / "other")]
+    check_refusal(run(lambda: lab(["run", *paths])), "two scenarios are called 'Their_camera'")
 
 
 def test_digests_do_not_depend_on_the_order_of_fields() -> None:

@@ -3,6 +3,7 @@
 import argparse
 import sys
 from collections.abc import Callable
+from pathlib import Path
 from typing import Any
 
 from ..faults.program import built as built_campaign
@@ -64,6 +65,7 @@ def register(subparsers: Any) -> None:
     parser.add_argument(
         "--times", type=_times, default=0, metavar="N", help="so often again, each the same byte for byte but for its times"
     )
+    parser.add_argument("--file", type=Path, metavar="FILE", help="where a scenario is that is not one of the laboratory's")
     add_transcript(parser)
     add_places(parser)
     parser.set_defaults(run=_run, programs=None)
@@ -78,9 +80,9 @@ def _times(text: str) -> int:
 def _run(options: argparse.Namespace) -> int:
     try:
         return _player_of(options)()
-    except ValueError as error:
+    except (ValueError, ScenarioError) as error:
         return give_up("scripts/lab", error, _WRONG)
-    except (ScenarioError, SetUpError, MachineError, GuestError, PeerError, OSError) as error:
+    except (SetUpError, MachineError, GuestError, PeerError, OSError) as error:
         return give_up("scripts/lab", error)
 
 
@@ -89,6 +91,8 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
     id_ = options.id
     kind = id_.partition(".")[0]
     is_trial = kind not in (SCENARIO, SOAK, TRAITS, FUZZ)
+    if options.file is not None and kind != SCENARIO:
+        raise ValueError(f"'{id_}' is no scenario's: --file goes with one")
     if options.on == "linux" and not is_trial and kind != FUZZ:
         raise ValueError(f"'{id_}' is played on the executable that ships, and not on Linux")
     if kind == FUZZ:
@@ -97,7 +101,7 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
         fuzz_input = read_fuzz_id(id_)
         return lambda: _input_on_linux(options, fuzz_input)
     if kind == SCENARIO:
-        opening = scenario_opening(id_)
+        opening = scenario_opening(id_, options.file)
         return lambda: _on_windows(options, lambda: opening)
     if kind == SOAK:
         round_id = read_round_id(id_)

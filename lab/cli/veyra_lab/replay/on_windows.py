@@ -11,7 +11,7 @@ from ..faults.program import replay as replay_on_linux
 from ..faults.shipped import ShippedTrials
 from ..runner.installed_service import installed
 from ..runner.runner import ScenarioRunner
-from ..runner.scenario_id import find, read_id
+from ..runner.scenario_id import find, find_in, read_id
 from ..scenarios.variant import Variant
 from ..soak.plan import RoundId, plan_of
 from ..soak.soak import settling_limit
@@ -100,7 +100,8 @@ def of_trial(trial: str) -> Opening:
     return opening
 
 
-def scenario_opening(id_: str) -> Opening:
-    """Of a scenario's id. ValueError when it cannot be played."""
+def scenario_opening(id_: str, file: Path | None = None) -> Opening:
+    """Of a scenario's id, in this file or else in those that the laboratory has. ValueError or ScenarioError when it cannot
+    be played."""
     wanted = read_id(id_)
-    return of_scenario(find(wanted), wanted.bus)
+    return of_scenario(find_in(wanted, file) if file else find(wanted), wanted.bus)

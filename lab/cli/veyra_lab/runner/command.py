@@ -2,6 +2,7 @@
 
 import argparse
 import json
+import shlex
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Any
@@ -24,6 +25,7 @@ from ..windows.service_under_test import Resources
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
 from .runner import Outcome, ScenarioRunner
+from .scenario_id import check_name
 
 _WRONG = 2
 
@@ -145,7 +147,15 @@ def _named(names: Sequence[str]) -> list[Variant]:
     """Those of lab/scenarios by their names, and those of files elsewhere by their paths."""
     files = [name for name in names if name.endswith(".json")]
     own = read_named(SCENARIOS, [name for name in names if name not in files])
-    return [*own, *(variant for name in files for variant in read_scenario(Path(name)))]
+    others = [variant for name in files for variant in read_scenario(Path(name))]
+    for variant in others:
+        check_name(variant.name)
+    everything = [*own, *others]
+    names_of = [variant.name for variant in everything]
+    for name in names_of:
+        if others and names_of.count(name) > 1:
+            raise ScenarioError(f"two scenarios are called '{name}'")
+    return everything
 
 
 def up_to_date_programs(options: argparse.Namespace) -> Programs:
@@ -160,6 +170,7 @@ def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argpa
     screen = Screen()
     failed = 0
     done = 0
+    files = {Path(name).stem: name for name in options.names if name.endswith(".json")}
     for variant in variants:
         outcome = runner.run(variant)
         done += 1
@@ -172,7 +183,9 @@ def _run_all(variants: Sequence[Variant], runner: ScenarioRunner, options: argpa
             for complaint in outcome.complaints:
                 screen.line(f"         {complaint}")
             if not outcome.held:
-                screen.line(f"         again: scripts/lab replay {outcome.id}")
+                file = files.get(variant.name.partition("/")[0])
+                beside = f" --file {shlex.quote(file)}" if file else ""
+                screen.line(f"         again: scripts/lab replay {outcome.id}{beside}")
         if failed and not options.keep_going:
             break
     if not options.json:

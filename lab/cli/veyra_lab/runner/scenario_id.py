@@ -3,6 +3,7 @@ all that it says."""
 
 import re
 from collections.abc import Sequence
+from contextlib import suppress
 from dataclasses import asdict, dataclass
 from pathlib import Path
 
@@ -18,7 +19,7 @@ from ..scenarios.variant import Variant
 PREFIX = "scenario"
 # Where failures that were made small are written to.
 WRITTEN = BUILD / "faults"
-_ID = re.compile(PREFIX + r"\.([a-z0-9][a-z0-9/-]*(?:\.[a-z0-9-]+)*?)(\.usb)?\.([0-9a-f]{10})")
+_ID = re.compile(PREFIX + r"\.([A-Za-z0-9][A-Za-z0-9/_-]*(?:\.[A-Za-z0-9_-]+)*?)(\.usb)?\.([0-9a-f]{10})")
 # What changes nothing of what happens.
 _WORDS = ("description", "slow", "not_on_usb")
 
@@ -48,6 +49,25 @@ def read_id(text: str) -> ScenarioId:
     if whole is None:
         raise ValueError(f"'{text}' is not the id of a scenario")
     return ScenarioId(whole[1], UsbBus.name if whole[2] else VirtualBus.name, whole[3])
+
+
+def check_name(name: str) -> None:
+    """ScenarioError when no id can say a scenario of this name."""
+    own = ScenarioId(name, VirtualBus.name, "0" * 10)
+    with suppress(ValueError):
+        if read_id(str(own)) == own:
+            return
+    raise ScenarioError(f"no id can say '{name}': name the file with letters, digits, '-' and '_'")
+
+
+def find_in(wanted: ScenarioId, path: Path) -> Variant:
+    """The scenario of that id in this file. ScenarioError for a file that has none; ValueError for one that has others."""
+    ids = {id_of(variant, wanted.bus): variant for variant in read_scenario(path)}
+    if wanted in ids:
+        return ids[wanted]
+    alike = [str(each) for each in ids if each.name == wanted.name]
+    says = f"says something else by now: {alike[0]}" if alike else f"has no scenario '{wanted.name}'"
+    raise ValueError(f"'{wanted}' cannot be played: {path} {says}")
 
 
 def find(wanted: ScenarioId, folders: Sequence[Path] = (SCENARIOS, WRITTEN)) -> Variant:

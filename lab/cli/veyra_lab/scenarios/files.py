@@ -8,7 +8,7 @@ from typing import Any
 
 from .errors import ScenarioError
 from .schema import check_as_written, check_filled
-from .variant import StagePlan, Variant
+from .variant import StagePlan, Variant, content_of
 
 _PLACE = re.compile(r"\$([a-z_]+)")
 
@@ -64,7 +64,7 @@ def _variant(path: Path, whole: dict[str, Any], item: dict[str, Any]) -> Variant
     if unused:
         raise ScenarioError(f'for each: "{unused[0]}" of "{item["name"]}" is never used')
     check_filled(filled)
-    filled = _with_places(filled, path.absolute().parent)
+    filled = _with_content(filled, path.absolute().parent)
     return Variant(
         name=name,
         description=filled["description"],
@@ -96,17 +96,17 @@ def _fill(value: Any, item: dict[str, Any], used: set[str]) -> Any:
     return _PLACE.sub(lambda match: str(parameter(match)), value)
 
 
-def _with_places(value: Any, folder: Path) -> Any:
-    """The value with the files of its images in the folder, wherever an image is told."""
+def _with_content(value: Any, folder: Path) -> Any:
+    """The value with what is in the files of its images, wherever an image is told: what happens depends on that alone."""
     if isinstance(value, list):
-        return [_with_places(content, folder) for content in value]
+        return [_with_content(content, folder) for content in value]
     if not isinstance(value, dict):
         return value
-    placed = {key: _with_places(content, folder) for key, content in value.items()}
-    image = placed.get("image")
+    whole = {key: _with_content(content, folder) for key, content in value.items()}
+    image = whole.get("image")
     if isinstance(image, dict) and "file" in image:
-        placed["image"] = {"file": str(folder / image["file"])}
-    return placed
+        whole["image"] = {"bytes": content_of(folder / image["file"]).hex()}
+    return whole
 
 
 def _without_doubles(pairs: list[tuple[str, Any]]) -> dict[str, Any]:

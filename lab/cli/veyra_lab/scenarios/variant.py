@@ -22,13 +22,12 @@ class ImagePlan:
 
     @staticmethod
     def of(value: Any) -> "ImagePlan":
-        """From what a file says. An image of the same size, version and seed is always the same."""
+        """From what a scenario says, with its files' content. An image of the same size, version and seed is always the
+        same."""
         if isinstance(value, str):
             return ImagePlan(None, is_folder=value == "folder")
         if "bytes" in value:
             return ImagePlan(bytes.fromhex(value["bytes"]))
-        if "file" in value:
-            return ImagePlan(_content_of(Path(value["file"])))
         whole = {**_DEFAULT_IMAGE, **value}
         seed = f"KV400 scenario image {whole.get('seed', 0)}"
         content = hashlib.shake_256(seed.encode()).digest(whole["size"])
@@ -88,7 +87,8 @@ class Variant:
     steps: tuple[Any, ...]
 
 
-def _content_of(path: Path) -> bytes:
+def content_of(path: Path) -> bytes:
+    """An image's file. ScenarioError when it cannot be read, or is too long."""
     try:
         with path.open("rb") as file:
             content = file.read(_LONGEST_IMAGE + 1)
