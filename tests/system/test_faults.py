@@ -7,7 +7,9 @@ from pathlib import Path
 import pytest
 from support import BUILD, CHECKOUT, Shared, run_script, slow
 from veyra_lab.faults.__main__ import run
-from veyra_lab.faults.program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
+from veyra_lab.faults.program import (
+    Campaign, Failure, Line, ProgramError, built, fields_of, last_words, lines_of, replay, trial_ids,
+)  # fmt: skip
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shipped import ShippedTrials, why_left_out
 from veyra_lab.faults.shrink import shrink
@@ -96,7 +98,7 @@ def test_tells_what_failed_and_which_trial_the_program_died_of(stand_in: Path) -
     failures = Campaign(stand_in, 1, "all", 2).run(heard.append)
     assert failures == [
         Failure("kv400.2500x1.1dn0-pull", "broken: a rule"),
-        Failure("kv400.2500x1.1gs0-short0", "ERROR: AddressSanitizer: heap-buffer-overflow on address"),
+        Failure("kv400.2500x1.1gs0-short0", "ERROR: AddressSanitizer: heap-buffer-overflow"),
     ]
     assert sum(line.get("total", 0) for line in heard) == 4
 
@@ -110,6 +112,35 @@ def test_a_leak_that_is_told_behind_the_last_trial_is_a_failure(leaking: Path) -
     assert replay(leaking, "kv400.2500x1").why == "ERROR: LeakSanitizer: detected memory leaks"
     # Each smaller one leaks too.
     assert shrink(leaking, "kv400.2500x1.1gs3-time.2dn1-pull") == "kv400.402x1"
+
+
+def sanitizers_words(file: str, line: int) -> str:
+    """Of a process that has read beyond a buffer, by the library's function that was called there."""
+    return f"""
+=================================================================
+==4711==ERROR: AddressSanitizer: heap-buffer-overflow on address 0x60200000eff4 at pc 0x5581 bp 0x7ffd sp 0x7ffc
+READ of size 68 at 0x60200000eff4 thread T0
+    #0 0x5581 in __asan_memcpy (/build/campaign+0xb2c1) (BuildId: 0011)
+    #1 0x5582 in std::copy(char*, char*) /usr/include/c++/12/bits/stl_algobase.h:385:3
+    #2 0x5583 in dfu::Read(unsigned char const*, unsigned long) {CHECKOUT}/{file}:{line}:9
+    #3 0x5584 in main {CHECKOUT}/host/campaign/Main.cpp:7:3
+
+SUMMARY: AddressSanitizer: heap-buffer-overflow (/build/campaign+0xb2c1) in __asan_memcpy
+"""
+
+
+def test_the_same_mistake_at_another_place_is_another_find() -> None:
+    one = last_words(sanitizers_words("src/dfu/DfuCommand.cpp", 181))
+    assert one == "ERROR: AddressSanitizer: heap-buffer-overflow in src/dfu/DfuCommand.cpp:181:9"
+    assert last_words(sanitizers_words("src/usb_core/DescriptorWalk.cpp", 30)) != one
+    other_process = sanitizers_words("src/dfu/DfuCommand.cpp", 181).replace("4711", "12").replace("0x5583", "0x6690")
+    assert last_words(other_process) == one
+
+
+def test_words_of_a_find_name_no_folder_outside_the_checkout() -> None:
+    said = f"{CHECKOUT}/src/dfu/DfuCommand.cpp:19:5: runtime error: shift exponent 40 is too large\n    #0 0x55 in x\n"
+    assert last_words(said) == "src/dfu/DfuCommand.cpp:19:5: runtime error: shift exponent 40 is too large"
+    assert last_words("") == "it died without a word"
 
 
 def test_a_campaign_that_takes_too_long_does_not_hold(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:

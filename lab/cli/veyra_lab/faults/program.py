@@ -11,14 +11,16 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from ..checkout import BUILD
+from ..checkout import BUILD, CHECKOUT
 from ..terminal.set_up import call_setup
 
 Line = dict[str, Any]
 PRESET = "host-sanitize"
 _NAME = "campaign"
 # The numbers and addresses of a process, which are others each time.
-_OF_THIS_PROCESS = re.compile(r"==[0-9]+==| ?0x[0-9a-f]+")
+_OF_THIS_PROCESS = re.compile(r"==[0-9]+== *| on (unknown )?address .*| ?0x[0-9a-f]+")
+# The first function of this checkout in the stack that a sanitizer tells; above it are its own and the library's.
+_PLACE = re.compile(rf"^ *#[0-9]+ 0x[0-9a-f]+ in .*?{re.escape(str(CHECKOUT))}/(\S+)$", re.MULTILINE)
 _OPTIONS = {"ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
 
 
@@ -157,8 +159,12 @@ def _why_ended(said: str, status: int) -> str:
 
 
 def last_words(said: str) -> str:
-    """The line in which a sanitizer says what it has found."""
+    """The line in which a sanitizer says what it has found, and where that was: the same for the same find alone."""
     lines: Sequence[str] = said.splitlines()
+    if not lines:
+        return "it died without a word"
     told = [line for line in lines if "ERROR:" in line or "runtime error:" in line or "terminate" in line]
-    words = " ".join((told or lines)[0].split()) if lines else "it died without a word"
-    return _OF_THIS_PROCESS.sub("", words)
+    line = (told or lines)[0]
+    words = _OF_THIS_PROCESS.sub("", " ".join(line.replace(f"{CHECKOUT}/", "").split()))
+    place = _PLACE.search(said, said.index(line)) if "ERROR:" in line else None
+    return f"{words} in {place[1]}" if place else words
