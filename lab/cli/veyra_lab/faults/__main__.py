@@ -210,13 +210,18 @@ def _tell(program: Path, failures: list[Failure]) -> None:
     by_reason = {failure.why: failure for failure in reversed(failures)}
     for failure in list(by_reason.values())[:_MOST_SHRUNK]:
         try:
-            smallest = shrink(program, failure.trial)
+            smallest, why = shrink(program, failure.trial)
+            if not why:
+                print(f"cannot be made smaller: {failure.trial}: it holds when it is played alone")
+                continue
             told = read_story(lines_of(replay(program, smallest).transcript))
-            path = write_scenario(read_id(smallest), fields_of(program, smallest), told, failure.why, _FOLDER)
+            path = write_scenario(read_id(smallest), fields_of(program, smallest), told, why, _FOLDER)
         except (ValueError, ScenarioError) as error:
             print(f"cannot be made smaller: {failure.trial}: {error}")
             continue
-        print(f"smallest: {smallest}: {failure.why}")
+        if why != failure.why:
+            print(f"fails otherwise alone: {failure.trial}: {why}")
+        print(f"smallest: {smallest}: {why}")
         print(f"  scripts/faults --replay {smallest}")
         print(f"  scenario: {path}")
 

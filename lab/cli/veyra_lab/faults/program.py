@@ -58,7 +58,7 @@ def trial_ids(program: Path, seed: int, singles: str, pairs: int) -> list[str]:
         command, capture_output=True, encoding="utf-8", errors="replace", check=False, env=os.environ | _OPTIONS
     )
     if done.returncode:
-        raise ProgramError(f"the campaign's program told no ids: {_why_ended(done.stderr, done.returncode)}")
+        raise ProgramError(f"the campaign's program told no ids: {why_ended(done.stderr, done.returncode)}")
     return [line["id"] for line in lines_of(done.stdout)]
 
 
@@ -87,7 +87,7 @@ class Replay:
         """What did not hold; empty when everything did."""
         lines = list(lines_of(self.transcript))
         judged = str(lines[-1]["why"]) if lines and lines[-1].get("event") == "judgement" else ""
-        return judged or (_why_ended(self.said, self.status) if self.status else "")
+        return judged or (why_ended(self.said, self.status) if self.status else "")
 
 
 def replay(program: Path, trial: str, times: int = 0) -> Replay:
@@ -147,14 +147,15 @@ class Campaign:
         status = process.wait()
         reader.join()
         if not ended:
-            failures.append(Failure(died or f"share {share}", _why_ended("".join(errors), status)))
+            failures.append(Failure(died or f"share {share}", why_ended("".join(errors), status)))
         elif status != (1 if failures else 0):
             # Of what is told behind the last trial, as a leak is, no trial is the cause alone.
-            failures.append(Failure(f"share {share}, at its end", _why_ended("".join(errors), status)))
+            failures.append(Failure(f"share {share}, at its end", why_ended("".join(errors), status)))
         return failures
 
 
-def _why_ended(said: str, status: int) -> str:
+def why_ended(said: str, status: int) -> str:
+    """In words, of a program that has ended with this status and has said this on its standard error."""
     return last_words(said) if said.strip() else f"the program ended with {status}"
 
 

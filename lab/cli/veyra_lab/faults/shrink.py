@@ -12,11 +12,11 @@ from .trial_id import TrialId, read_id
 _SIZES = (402, 1024, 1025, 2049)
 
 
-def shrink(program: Path, trial: str) -> str:
-    """The id of the smallest trial found that fails with the same words: fewer faults, a smaller image, an earlier
-    update, an earlier place, in this order of importance."""
-    found, _ = smallest(read_id(trial), lambda each: replay(program, str(each)).why, _smaller)
-    return str(found)
+def shrink(program: Path, trial: str) -> tuple[str, str]:
+    """The id of the smallest trial found that fails with the same words, and these: fewer faults, a smaller image, an
+    earlier update, an earlier place, in this order of importance. The one given, and no words, when it holds alone."""
+    found, why = smallest(read_id(trial), lambda each: replay(program, str(each)).why, _smaller)
+    return str(found), why
 
 
 def _smaller(trial: TrialId) -> Iterator[TrialId]:

@@ -24,13 +24,14 @@ _VALUED = ("short", "code", "state")
 _FOR_EVER = "0"
 
 
-def find_trial(program: Path, told: Sequence[dict[str, Any]]) -> str:
-    """The id of the smallest trial found that fails, of those that the answers suggest; empty when none fails: what the
+def find_trial(program: Path, told: Sequence[dict[str, Any]]) -> tuple[str, str]:
+    """The id of the smallest trial found that fails, of those that the answers suggest, and what does not hold of it: the
+    campaign's judges have other words than the target, so it may be another thing. Both empty when none fails: what the
     target has found is then no road of the service."""
     for trial in trials_of(told):
         if replay(program, str(trial)).why:
             return shrink(program, str(trial))
-    return ""
+    return "", ""
 
 
 def trials_of(told: Sequence[dict[str, Any]]) -> Iterator[TrialId]:

@@ -11,7 +11,7 @@ from functools import cache
 from pathlib import Path
 
 from ..checkout import BUILD, CHECKOUT
-from ..faults.program import last_words, lines_of
+from ..faults.program import lines_of, why_ended
 from ..terminal.set_up import call_setup
 from .input_id import TRANSCRIPTS, FuzzInput
 
@@ -19,7 +19,8 @@ PRESET = "host-fuzz"
 _SCRIPT = CHECKOUT / "host" / "fuzz" / "transcripts.py"
 # Times, numbers of this process and where its memory lies, which are others each time.
 _OF_THIS_PROCESS = re.compile(r"==[0-9]+==|0x[0-9a-f]+| in [0-9]+ ms|Seed: [0-9]+|\bT[0-9]+\b|pid=[0-9]+")
-_BROKEN = re.compile(r"broken promise: (.*)")
+# A trial's id is not what does not hold of it.
+_BROKEN = re.compile(r"broken promise: (?:scripts/faults --replay \S+: )?(.*)")
 _OPTIONS = {"ASAN_OPTIONS": "handle_abort=1", "UBSAN_OPTIONS": "print_stacktrace=1"}
 # Behind it stands what lies in memory around the place.
 _DUMP = "Shadow bytes around"
@@ -74,7 +75,7 @@ def _why(status: int, said: str) -> str:
     if not status:
         return ""
     broken = _BROKEN.search(said)
-    return broken[1].partition("; written to")[0] if broken else last_words(said) or f"the target ended with {status}"
+    return broken[1].partition("; written to")[0] if broken else why_ended(said, status)
 
 
 def _lasting(said: str) -> Iterator[str]:
