@@ -2,7 +2,7 @@
 
 import json
 import shlex
-from collections.abc import Iterator
+from collections.abc import Iterator, Sequence
 from dataclasses import replace
 from pathlib import Path
 from typing import Any
@@ -221,20 +221,49 @@ def round_with(fault: str) -> RoundPlan:
     return next(plan for plan in map(plan_of, (RoundId(3, number) for number in range(1, 999))) if plan.fault == fault)
 
 
-@pytest.mark.parametrize("fault", ["no fault", "error status after a block", "prompt server fails", "block unanswered"])
-def test_a_failing_round_is_made_as_small_as_it_goes(fault: str, tmp_path: Path) -> None:
+@pytest.mark.parametrize(
+    ("fault", "steps"),
+    [
+        ("no fault", ["accept", "expect"]),
+        ("error status after a block", ["accept", "expect"]),
+        ("prompt server fails", ["accept", "expect"]),
+        ("block unanswered", ["accept", "expect"]),
+        ("version unknown", ["plug", "settle", "expect"]),
+        ("unplugged while the user is asked", ["plug", "unplug", "expect"]),
+    ],
+)
+def test_a_failing_round_is_made_as_small_as_it_goes(fault: str, steps: Sequence[str], tmp_path: Path) -> None:
     some = round_with(fault)
     path, why = make_smaller(some.id, lambda variant: ["steps[9]: flash of camera 2: expected what it came with"], tmp_path)
     assert path is not None
     assert why == "flash: expected what it came with"
     (smallest_round,) = read_scenario(path)
-    assert [next(iter(step)) for step in smallest_round.steps] == ["accept", "expect"]
+    assert words_of(smallest_round.steps) == steps
     (camera,) = smallest_round.stage.cameras
     assert set(camera) == {"detach_ms", "enumerate_ms", "reset_ms", "two_banks", "faults"}
     assert [each.get("skip", 0) for each in camera["faults"]] == [0] * len(camera["faults"])
     wanted = "image" if fault in HARMLESS else "old"
-    assert smallest_round.steps[1]["expect"]["cameras"][0]["flash"] == wanted
+    assert smallest_round.steps[-1]["expect"]["cameras"][0]["flash"] == wanted
     assert str(some.id) in smallest_round.description
+
+
+def words_of(steps: Sequence[Any]) -> list[str]:
+    """The steps' names."""
+    return [step if isinstance(step, str) else next(iter(step)) for step in steps]
+
+
+def test_what_fails_at_the_answer_alone_keeps_it(tmp_path: Path) -> None:
+    """An answer can only be given to a question, and nobody has asked until the service has come to rest."""
+
+    def play(variant: Variant) -> list[str]:
+        words = words_of(variant.steps)
+        asked = "settle" in words[: words.index("unplug")]
+        return ["end: the service's process is gone"] if asked and "answer" in words else []
+
+    path, _ = make_smaller(round_with("unplugged while the user is asked").id, play, tmp_path)
+    assert path is not None
+    (smallest_round,) = read_scenario(path)
+    assert words_of(smallest_round.steps) == ["plug", "settle", "unplug", "answer", "expect"]
 
 
 def test_a_round_that_holds_alone_is_not_written(tmp_path: Path) -> None:

@@ -22,6 +22,7 @@ _STAYING, _VISITING = 0.5, 0.25  # how often a camera stays for a while, and ano
 _NEEDING_NONE, _RESTING = 0.1, 0.2
 _LONGEST_REST_MS = 8 * 60 * 60 * 1000
 
+_PULLED = "unplugged while the user is asked"
 # A fault, and how much of an update it leaves: none of them keeps the next camera from being updated.
 _FAULTS: dict[str, dict[str, Any] | None] = {
     "no fault": None,
@@ -40,8 +41,10 @@ _FAULTS: dict[str, dict[str, Any] | None] = {
     "switch refused": {"where": "COMMAND-WRITE", "what": "stall", "skip": 4, "count": 0},
     "prompt server fails": None,
     "user declines": None,
-    "unplugged while the user is asked": None,
+    _PULLED: None,
 }
+# The settling, the answer, and the settling behind it.
+_SPARE_WHERE_PULLED = (1, 3, 4, 5)
 # One that has the image's version: nobody is asked.
 UP_TO_DATE = "up to date"
 HARMLESS = ("no fault", "status fails now and then", "prompt server fails")
@@ -91,6 +94,14 @@ class RoundPlan:
     # Milliseconds of rest when the user has been asked, or nobody is, and before the camera leaves.
     rest_asked: int = 0
     rest_there: int = 0
+    # Of the steps of a camera that is pulled while the user is asked: the places of those that are left out, beside its
+    # coming and going.
+    left_out: frozenset[int] = frozenset()
+
+    @property
+    def is_pulled(self) -> bool:
+        """The camera goes while the user is asked."""
+        return self.fault == _PULLED
 
     def content(self) -> dict[str, Any]:
         """The round in the words of a scenario file."""
@@ -133,15 +144,22 @@ class RoundPlan:
 
     def _arrival(self) -> Iterator[Any]:
         answer = _DECLINE if self.fault == "user declines" else _ACCEPT
-        is_pulled = self.fault == "unplugged while the user is asked"
-        if not (self.rest_asked or is_pulled or self.fault in _UNASKED):
+        if not (self.rest_asked or self.is_pulled or self.fault in _UNASKED):
             yield {"accept" if answer == _ACCEPT else "decline": self.chosen}
             return
-        yield from ({"plug": self.chosen}, "settle", *_rest(self.rest_asked))
-        if is_pulled:
-            yield from ({"unplug": self.chosen}, "settle")
+        steps: list[Any] = [{"plug": self.chosen}, "settle", *_rest(self.rest_asked)]
+        if self.is_pulled:
+            steps += [{"unplug": self.chosen}, "settle"]
         if self.fault not in _UNASKED:
-            yield from ({"answer": answer}, "settle")
+            steps += [{"answer": answer}, "settle"]
+        yield from (step for place, step in enumerate(steps) if place not in self.left_out)
+
+    def fewer_steps(self) -> "Iterator[RoundPlan]":
+        """The same with one of the steps less that a pulled camera can do without: whatever is left, it keeps its flash."""
+        if self.is_pulled and not self.rest_asked:
+            for place in _SPARE_WHERE_PULLED:
+                if place not in self.left_out:
+                    yield replace(self, left_out=self.left_out | {place})
 
 
 def _rest(milliseconds: int) -> Sequence[Any]:

@@ -48,6 +48,7 @@ def smaller(plan: RoundPlan) -> Iterator[RoundPlan]:
         yield replace(plan, visitor=None)
     if plan.leaves:
         yield replace(plan, leaves=False, visitor=None)
+    yield from plan.fewer_steps()
     for number in range(len(plan.failing)):
         yield replace(plan, failing=plan.failing[:number] + plan.failing[number + 1 :])
     if len(plan.cameras) > 1 and plan.visitor is None:
