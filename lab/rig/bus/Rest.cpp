@@ -8,8 +8,10 @@ namespace {
 using std::chrono::milliseconds;
 using Steady = std::chrono::steady_clock;
 
-// In which a thread that is about to sleep does so.
-constexpr std::chrono::seconds kPatience{1};
+// In which a thread that is about to sleep does so: the first of them, if there is one at all, and one that
+// is known to be there, however busy the machine is.
+constexpr std::chrono::seconds kPatienceWithTheFirst{1};
+constexpr std::chrono::seconds kPatience{30};
 
 }  // namespace
 
@@ -33,7 +35,8 @@ std::uint64_t Rest::Pass(milliseconds time) {
     changed_.notify_all();
     while (isResting_) {
         const std::uint64_t before = ended_;
-        const bool isOver = over_.wait_for(lock, kPatience, [this] { return !isResting_; });
+        const auto patience = before == 0 ? kPatienceWithTheFirst : kPatience;
+        const bool isOver = over_.wait_for(lock, patience, [this] { return !isResting_; });
         if (!isOver && wakings_.empty() && ended_ == before) {
             End();
         }

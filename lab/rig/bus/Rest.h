@@ -22,7 +22,8 @@ class Rest {
     // The calling thread sleeps.
     void Sleep(std::chrono::milliseconds time);
     // The machine rests for so long by the bus' clock; returns when that has passed, with the number of
-    // sleeps that have ended meanwhile. Once nobody has slept for a second it passes at once. One at a time.
+    // sleeps that have ended meanwhile. When nobody has slept in it for a second, or again for 30 seconds
+    // behind a sleep, what is left passes at once. One at a time.
     [[nodiscard]] std::uint64_t Pass(std::chrono::milliseconds time);
 
   private:

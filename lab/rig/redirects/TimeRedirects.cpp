@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "lab/rig/process/ImportTable.h"
+#include "lab/rig/process/LastErrorKeeper.h"
 #include "lab/rig/redirects/Redirects.h"
 #include "lab/rig/run/Rig.h"
 
@@ -43,6 +44,7 @@ void SleepBesideHandler(DWORD ms) {
         sleep(ms);
         return;
     }
+    const LastErrorKeeper keeper;
     rig->TheRest().Sleep(std::chrono::milliseconds(ms));
 }
 
