@@ -1,3 +1,4 @@
+#include "host/campaign/AnyFault.h"
 #include "host/campaign/CameraBus.h"
 #include "host/campaign/Kind.h"
 #include "host/campaign/ServiceRoad.h"
@@ -58,21 +59,21 @@ class LongLife final : public ICrossingListener {
     [[nodiscard]] std::size_t OpenDevices() const { return bus_.OpenHandles(); }
 
   private:
-    static lab::Fault AnyFault(std::mt19937& random) {
-        lab::Fault fault;
-        fault.where = static_cast<lab::Fault::Where>(random() % 13);
-        fault.what = static_cast<lab::Fault::What>(random() % 8);
-        fault.skip = random() % 6;
-        fault.count = random() % 3;
-        fault.value = random() % 16;
-        fault.moment = random() % 2 == 0 ? lab::Fault::Moment::Before : lab::Fault::Moment::After;
-        return fault;
+    static lab::Fault FaultByChance(std::mt19937& random) {
+        FaultNumbers numbers;
+        numbers.where = random() % lab::Fault::kPlaces;
+        numbers.what = random() % lab::Fault::kKinds;
+        numbers.skip = random() % 6;
+        numbers.count = random() % 3;
+        numbers.value = random() % 16;
+        numbers.how = random() % 8;
+        return AnyFault(numbers);
     }
 
     void Receive(std::mt19937& random, Ends& ends) {
         const TrialPlan plan{.kind = &Kinds()[random() % Kinds().size()], .imageSize = kImageSize, .seed = 1};
         camera_ = lab::VirtualCamera(SettingsOf(*plan.kind));
-        camera_.SetFaults({AnyFault(random), AnyFault(random)});
+        camera_.SetFaults({FaultByChance(random), FaultByChance(random)});
         const bool isAnswered = random() % 8 != 0;
         camera_.Plug(time_.Now());
         const std::optional<std::array<std::uint8_t, 4>> version = road_.ReadVersion(0);

@@ -1,9 +1,10 @@
+#include "host/campaign/AnyFault.h"
 #include "host/campaign/Trial.h"
 #include "host/campaign/TrialPlan.h"
 #include "host/compat/Events.h"
 #include "host/fuzz/FuzzInput.h"
 #include "host/fuzz/Telling.h"
-#include "lab/camera/FaultPlan.h"
+#include "lab/camera/Fault.h"
 
 #include <array>
 #include <cinttypes>
@@ -20,8 +21,6 @@
 namespace {
 
 using fuzz::FuzzInput;
-using lab::Fault;
-using lab::FaultPlan;
 
 constexpr std::size_t kMostFaults = 4;
 constexpr unsigned kMostSkipped = 24;  // requests of a kind; most updates have fewer
@@ -29,30 +28,15 @@ constexpr unsigned kMostSkipped = 24;  // requests of a kind; most updates have 
 constexpr std::array<std::size_t, 7> kImageSizes{
     campaign::kSmallestImage, 1023, 1024, 1025, 2048, 2500, 5000};
 
-Fault AnyFault(FuzzInput& input) {
-    constexpr std::array kMoments{Fault::Moment::Before, Fault::Moment::After, Fault::Moment::Middle};
-    Fault fault;
-    fault.where = static_cast<Fault::Where>(input.Byte() % 13);
-    fault.what = static_cast<Fault::What>(input.Byte() % 8);
-    fault.skip = input.Byte() % kMostSkipped;
-    fault.count = input.Byte();
-    fault.value = input.Word();
-    const std::uint8_t how = input.Byte();
-    fault.moment = kMoments[how % kMoments.size()];
-    if (!FaultPlan::CanStrike(fault)) {
-        fault.moment = Fault::Moment::Before;
-    }
-    if (!FaultPlan::CanStrike(fault)) {
-        fault.what = fault.value % 2 == 0 ? Fault::What::Timeout : Fault::What::Stall;
-    }
-    if (!FaultPlan::CanStrike(fault)) {
-        fault.what = Fault::What::Unplug;
-    }
-    // What means nothing for the fault is none, so that the id of a trial says all of it.
-    const bool hasValue = fault.what >= Fault::What::Status || fault.moment == Fault::Moment::Middle;
-    fault.value = hasValue ? fault.value : 0;
-    fault.setsError = fault.what != Fault::What::Stall || how / 4 % 2 == 0;
-    return fault;
+lab::Fault FaultOfInput(FuzzInput& input) {
+    campaign::FaultNumbers numbers;
+    numbers.where = input.Byte();
+    numbers.what = input.Byte();
+    numbers.skip = input.Byte() % kMostSkipped;
+    numbers.count = input.Byte();
+    numbers.value = input.Word();
+    numbers.how = input.Byte();
+    return campaign::AnyFault(numbers);
 }
 
 // What was fuzzed so far: a conversation is what the engine and a camera that was opened had to say to each
@@ -101,7 +85,7 @@ campaign::TrialPlan AnyPlan(FuzzInput& input) {
     plan.faults.resize(input.Byte() % (kMostFaults + 1));
     for (campaign::PlannedFault& planned : plan.faults) {
         planned.update = 1 + input.Byte() % 3U;
-        planned.fault = AnyFault(input);
+        planned.fault = FaultOfInput(input);
     }
     return plan;
 }

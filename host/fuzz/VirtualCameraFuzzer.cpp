@@ -27,7 +27,7 @@ std::vector<Fault> Faults(FuzzInput& input) {
     constexpr std::array kMoments{Fault::Moment::Before, Fault::Moment::After, Fault::Moment::Middle};
     std::vector<Fault> faults(input.Byte() % 4);
     for (Fault& fault : faults) {
-        fault.where = static_cast<Fault::Where>(input.Byte() % 13);
+        fault.where = static_cast<Fault::Where>(input.Byte() % Fault::kPlaces);
         fault.what = static_cast<Fault::What>(input.Byte() % 7);
         fault.skip = input.Byte();
         fault.count = input.Byte();

@@ -47,6 +47,10 @@ struct Fault {
         After,   // it is done, and only its answer is lost. A stall then leaves the device as the request has
                  // made it
     };
+    // How many of each there are.
+    static constexpr unsigned kPlaces = static_cast<unsigned>(Where::FlashWrite) + 1;
+    static constexpr unsigned kKinds = static_cast<unsigned>(What::WrongEcho) + 1;
+
     Where where = Where::GetStatus;
     What what = What::Stall;
     unsigned skip = 0;
