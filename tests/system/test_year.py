@@ -9,7 +9,7 @@ from unittest.mock import Mock
 import pytest
 from support import BUILD, Run, check_refusal, run_script, slow
 from veyra_lab.soak import __main__ as soak
-from veyra_lab.soak.plan import RoundId, plan_of, read_id
+from veyra_lab.soak.plan import RoundId, is_seed, plan_of, read_id
 from veyra_lab.soak.soak import Tally
 from veyra_lab.soak.year import Year
 from veyra_lab.terminal.screen import Screen
@@ -108,10 +108,18 @@ def test_tells_that_the_service_has_not_slept() -> None:
         (("--year", "--cameras", "0"), "'0' is not a number of cameras"),
         (("--year", "--cameras", "4001"), "'4001' is not a number of cameras"),
         (("--year", "--seed", "x"), "'x' is not a whole number"),
+        (("5", "--seed", "1" * 19), "is not a whole number from 0 on, of at most 18 digits"),
     ],
 )
 def test_refuses_what_makes_no_sense(run: Run, arguments: tuple[str, ...], because: str) -> None:
     check_refusal(run(soak.main, *arguments), because)
+
+
+def test_ids_say_every_seed_that_can_be_chosen() -> None:
+    assert is_seed("9" * 18)
+    assert read_id(f"soak.{'9' * 18}.1").seed == 10**18 - 1
+    assert not is_seed("9" * 19)
+    assert not is_seed("\u0663")
 
 
 def test_a_round_of_a_year_follows_from_its_id() -> None:

@@ -4,9 +4,9 @@ import argparse
 import random
 import sys
 import time
-from collections.abc import Iterator, Sequence
+from collections.abc import Iterable, Sequence
 
-from ..judgement.growth import KEPT_BY_A_CHECK
+from ..judgement.growth import KEPT_BY_A_CHECK, too_much
 from ..scenarios.errors import ScenarioError
 from ..terminal.parser import Parser, add_places, add_transcript, give_up
 from ..terminal.screen import Screen
@@ -16,7 +16,7 @@ from ..windows.programs import built
 from ..windows.service_under_test import STOP_LIMIT_SECONDS, Resources
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
-from .plan import RoundId
+from .plan import RoundId, is_seed
 from .replaying import made_small, soaking
 from .soak import Soak, Tally
 from .year import ARRIVALS, MOST_ARRIVALS, Year
@@ -34,15 +34,14 @@ right flash, and the process grew by nothing but what the uninstall monitor keep
 line is wrong.
 The service's waits are skipped unless --real-time is given.
 
-Each round has an id, soak.SEED.ROUND or soak.SEED.ROUND.year, by which scripts/lab replay plays it alone. Rounds that fail are told by it, and
-some of them made as small as they go and written as scenarios to build/faults."""
+Each round has an id, soak.SEED.ROUND or soak.SEED.ROUND.year, by which scripts/lab replay plays it alone. Rounds that
+fail are told by it, and some of them made as small as they go and written as scenarios to build/faults. What is wrong
+with no single round, as growth and a slow stop, is told without one: the same seed begins the same rounds again."""
 
 _WARM_UP = 20
 _MOST_TOLD = 20
 # What the process may hold more at the end than after the warm-up, beyond what the monitor keeps.
-_SPARE_HANDLES = 16
-_SPARE_THREADS = 4
-_SPARE_KIB = 4096
+_SPARE = Resources(handles=16, threads=4, private_kib=4096)
 
 
 def main() -> int:
@@ -70,8 +69,8 @@ def _minutes(text: str) -> float:
 
 
 def _seed(text: str) -> int:
-    if not text.isdigit():
-        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number from 0 on")
+    if not is_seed(text):
+        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number from 0 on, of at most 18 digits")
     return int(text)
 
 
@@ -184,17 +183,8 @@ def _verdict(soak: Soak, others: Sequence[str]) -> int:
     return 1 if wrong else 0
 
 
-def _growth(before: Resources | None, after: Resources | None, tally: Tally) -> Iterator[str]:
-    if before is None or after is None:
-        return
-    kept = KEPT_BY_A_CHECK * tally.removals
-    for name, grown, spare in (
-        ("handles", after.handles - before.handles - kept, _SPARE_HANDLES),
-        ("threads", after.threads - before.threads, _SPARE_THREADS),
-        ("private KiB", after.private_kib - before.private_kib, _SPARE_KIB),
-    ):
-        if grown > spare:
-            yield f"the process has {grown} {name} more than it should, and {spare} may be spare"
+def _growth(before: Resources | None, after: Resources | None, tally: Tally) -> Iterable[str]:
+    return () if before is None or after is None else too_much(before, after, tally.removals, _SPARE)
 
 
 def _rounds(tally: Tally) -> Table:

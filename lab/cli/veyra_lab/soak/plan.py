@@ -9,7 +9,8 @@ from typing import Any
 from ..scenarios.variant import StagePlan, Variant
 
 PREFIX = "soak"
-_ID = re.compile(PREFIX + r"\.([0-9]{1,18})\.([1-9][0-9]{0,11})(\.real-time|\.year)?")
+_SEED = "[0-9]{1,18}"
+_ID = re.compile(PREFIX + rf"\.({_SEED})\.([1-9][0-9]{{0,11}})(\.real-time|\.year)?")
 
 _CAMERAS = 3
 _OLD_VERSION = "5.10.2.0"
@@ -66,6 +67,11 @@ class RoundId:
     def __str__(self) -> str:
         kind = ["real-time"] if self.is_real_time else ["year"] if self.is_of_a_year else []
         return ".".join([PREFIX, str(self.seed), str(self.number), *kind])
+
+
+def is_seed(text: str) -> bool:
+    """Whether it is a seed that the ids of its rounds can say."""
+    return re.fullmatch(_SEED, text) is not None
 
 
 def read_id(text: str) -> RoundId:

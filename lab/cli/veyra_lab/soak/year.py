@@ -2,9 +2,9 @@
 
 import random
 from collections.abc import Iterator, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
-from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB
+from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, too_much
 from ..runner.run import REST_PATIENCE
 from ..terminal.screen import Screen
 from ..terminal.table import Table
@@ -24,9 +24,7 @@ _WARM_UP = 20
 _SLEEP_MS = 1000
 # What the process may hold more at the end than after the warm-up, beyond what the monitor keeps: less than a leak at
 # every hundredth camera, or of half a KiB at each.
-_SPARE_HANDLES = 8
-_SPARE_THREADS = 0
-_SPARE_KIB = 512
+_SPARE = Resources(handles=8, threads=0, private_kib=512)
 _END = "end"
 
 
@@ -44,9 +42,9 @@ class Look:
         """Handles that are open on purpose."""
         return KEPT_BY_A_CHECK * self.removals
 
-    def private_kib(self) -> int:
-        """Private memory without the threads' stacks, since threads of Wine's come and go."""
-        return self.held.private_kib - STACKS_OF_A_THREAD_KIB * self.held.threads
+    def without_stacks(self) -> Resources:
+        """What is held but for the threads' stacks, since threads of Wine's come and go."""
+        return replace(self.held, private_kib=self.held.private_kib - STACKS_OF_A_THREAD_KIB * self.held.threads)
 
 
 class Year:
@@ -93,17 +91,11 @@ class Year:
 
     def _growth(self, now: Look) -> Iterator[str]:
         warm = self.looks[1]
-        for name, grown, spare in (
-            ("handles", now.held.handles - warm.held.handles - now.kept() + warm.kept(), _SPARE_HANDLES),
-            ("threads", now.held.threads - warm.held.threads, _SPARE_THREADS),
-            ("private KiB", now.private_kib() - warm.private_kib(), _SPARE_KIB),
-        ):
-            if grown > spare:
-                yield f"the process has {grown} {name} more than it should, and {spare} may be spare"
+        yield from too_much(warm.without_stacks(), now.without_stacks(), now.removals - warm.removals, _SPARE)
 
     def report(self, screen: Screen) -> None:
         """The table of all looks."""
-        head = ("", "cameras", "removals", "sleeps", "handles", "kept", "others", "threads", "private KiB")
+        head = ("", "cameras", "removals", "sleeps", "handles", "kept", "others", "threads", "private KiB", "without stacks")
         screen.table(Table([*map(_row, self.looks)], head=head, right=frozenset(range(1, len(head)))))
 
     def _now(self) -> int:
@@ -146,6 +138,6 @@ class Year:
 def _row(look: Look) -> Sequence[str]:
     numbers = (
         look.cameras, look.removals, look.sleeps, look.held.handles, look.kept(), look.held.handles - look.kept(),
-        look.held.threads, look.held.private_kib,
+        look.held.threads, look.held.private_kib, look.without_stacks().private_kib,
     )
     return (look.when, *map(str, numbers))
