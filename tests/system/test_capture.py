@@ -564,6 +564,29 @@ def test_writes_the_camera(run: Run, tmp_path: Path) -> None:
     assert scenario["description"].startswith("The device of dfu-util.pcapng: device")
 
 
+def test_the_same_camera_is_written_again(run: Run, tmp_path: Path) -> None:
+    target = tmp_path / "theirs.json"
+    ends = [run(lambda: lab(["capture", str(OF_DFU_UTIL), "--camera", str(target)])) for _ in range(2)]
+    assert ends[0][0] == 0
+    assert ends[0] == ends[1]
+
+
+def test_of_a_camera_that_cannot_be_written_whole_nothing_is(
+    run: Run, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    write_bytes = Path.write_bytes
+
+    def write(path: Path, content: bytes) -> int:
+        if "json" in path.name:
+            raise OSError(28, "No space left on device")
+        return write_bytes(path, content)
+
+    monkeypatch.setattr(Path, "write_bytes", write)
+    target = tmp_path / "theirs.json"
+    check_refusal(run(lambda: lab(["capture", str(OF_DFU_UTIL), "--camera", str(target)])), "No space left on device")
+    assert list(tmp_path.iterdir()) == []
+
+
 @pytest.mark.parametrize(
     ("words", "because"),
     [
@@ -576,6 +599,9 @@ def test_writes_the_camera(run: Run, tmp_path: Path) -> None:
         (["noise", "--camera", "noise"], "noise: the scenario's name ends with .json"),
         (["noise.json", "--camera", "noise.json"], "would be overwritten while it is read"),
         (["theirs.bin", "--camera", "theirs.json"], "would be overwritten by the image"),
+        (["dfu-util.pcapng", "--camera", "noise.json"], "noise.bin: it is there with another content"),
+        (["a$version.pcapng", "--camera", "camera.json"], "a $ in a scenario's words is a parameter"),
+        (["dfu-util.pcapng", "--camera", "a camera.json"], "no id can say 'a camera'"),
         (["nowhere/out.pcapng", "--transcript", "quiet.jsonl"], "cannot be written"),
         (["out.pcapng", "--scenario", "nothing-of-the-kind"], "there is no scenario 'nothing-of-the-kind'"),
         (["out.pcapng", "--scenario", "lost-answer"], "is several scenarios"),
@@ -594,6 +620,9 @@ def test_refuses(
     monkeypatch.chdir(tmp_path)
     Path("noise").write_bytes(b"noise\n" * 10)
     Path("noise.json").write_bytes(b"noise\n")
+    Path("noise.bin").write_bytes(b"noise\n")
+    for name in ("dfu-util.pcapng", "a$version.pcapng"):
+        Path(name).write_bytes(OF_DFU_UTIL.read_bytes())
     Path("theirs.bin").write_bytes(OF_DFU_UTIL.read_bytes())
     Path("empty").write_bytes(b"")
     Path("quiet.jsonl").write_bytes(Written().begin().text())

@@ -1,6 +1,7 @@
 """Rounds of scripts/soak and rows of scripts/lab traits: what is known of one that fails, how it is played alone, and how it
 becomes a scenario. Stand-ins play; nothing is started."""
 
+import json
 from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
@@ -11,6 +12,7 @@ from veyra_lab.replay.on_windows import of_kind, of_round
 from veyra_lab.runner.runner import Outcome
 from veyra_lab.runner.scenario_id import id_of_file
 from veyra_lab.scenarios.files import read_scenario
+from veyra_lab.scenarios.schema import SCENARIOS
 from veyra_lab.scenarios.variant import Variant
 from veyra_lab.soak.plan import RoundId, plan_of
 from veyra_lab.soak.replaying import made_small
@@ -135,6 +137,8 @@ def test_a_round_that_failed_becomes_a_scenario_that_fails_so(tmp_path: Path, mo
     lines, runner = made([wrong], keeps_its_old_flash, tmp_path, monkeypatch)
     (path,) = tmp_path.iterdir()
     assert lines == [f"smallest: {id_of_file(path)}", f"  scenario: {path}"]
+    schema = json.loads(path.read_text(encoding="utf-8"))["$schema"]
+    assert (tmp_path / schema).resolve() == SCENARIOS / "scenario.schema.json"
     (variant,) = read_scenario(path)
     assert [next(iter(step)) for step in variant.steps] == ["accept", "expect"]
     assert keeps_its_old_flash(variant) == [f"steps[1]: {_FLASH}"]
@@ -146,7 +150,7 @@ def test_a_round_that_fails_otherwise_alone_is_told_so(tmp_path: Path, monkeypat
     wrong = Wrong(some, "no fault", ("the service died: the rig went away over state",))
     lines, runner = made([wrong], keeps_its_old_flash, tmp_path, monkeypatch)
     assert lines[0] == f"fails otherwise alone: {some}: flash: expected the image"
-    assert lines[1].startswith("smallest: scenario.soak-no-fault-flash-expected-the-image.")
+    assert lines[1].startswith("smallest: scenario.soak-no-fault-flash-expected-the-image-")
     assert {limit for _, _, limit in runner.played} == {120.0}
 
 
@@ -154,6 +158,14 @@ def test_the_death_of_the_service_has_the_same_words_alone(tmp_path: Path, monke
     wrong = Wrong(round_with("no fault"), "no fault", ("the service died: the rig went away over state",))
     lines, _ = made([wrong], lambda variant: ["steps[4]: the rig went away over state"], tmp_path, monkeypatch)
     assert [line.partition(":")[0] for line in lines] == ["smallest", "  scenario"]
+
+
+def test_no_two_failures_have_the_same_file(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    some = round_with("unplugged while the user is asked")
+    for words in ("the first", "the second"):
+        said = f"{'a complaint that goes on and on, ' * 5}{words}"
+        made([Wrong(some, "it", (said,))], lambda variant, said=said: [said], tmp_path, monkeypatch)
+    assert len(list(tmp_path.iterdir())) == 2
 
 
 def test_a_round_that_holds_alone_is_told_so(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:

@@ -4,6 +4,7 @@ import argparse
 import os
 import sys
 import tempfile
+from collections.abc import Mapping
 from contextlib import suppress
 from pathlib import Path
 from typing import Any
@@ -12,6 +13,7 @@ from ..faults.program import built, replay
 from ..report.transcript import Event
 from ..runner.command import up_to_date_programs
 from ..runner.runner import ScenarioRunner
+from ..runner.scenario_id import check_name
 from ..scenarios.errors import ScenarioError
 from ..scenarios.files import read_named
 from ..scenarios.schema import SCENARIOS
@@ -93,6 +95,10 @@ def _check(options: argparse.Namespace) -> None:
         raise CaptureError("--device goes with --camera")
     if options.camera and options.camera.suffix != ".json":
         raise CaptureError(f"{options.camera}: the scenario's name ends with .json")
+    if options.camera:
+        check_name(options.camera.stem)
+    if options.camera and "$" in options.capture.name:
+        raise CaptureError(f"{options.capture}: a $ in a scenario's words is a parameter; give the capture another name")
     target = options.camera or options.capture
     with suppress(FileNotFoundError):
         if any(given and target.samefile(given) for given in (options.transcript, options.camera and options.capture)):
@@ -114,7 +120,7 @@ def _write_capture(options: argparse.Namespace) -> int:
             events = scenario_events(events, options.scenario)
     else:
         status, events = _play(options)
-    _write_whole(options.capture, capture_of(events, before))
+    _write_whole({options.capture: capture_of(events, before)})
     return status
 
 
@@ -143,19 +149,24 @@ def _read_camera(options: argparse.Namespace) -> int:
     if any(path.exists() and path.samefile(options.capture) for path in files):
         raise CaptureError(f"{options.capture} would be overwritten by the image; name another scenario")
     for path, content in files.items():
-        _write_whole(path, content)
+        if path != options.camera and path.exists() and path.read_bytes() != content:
+            raise CaptureError(f"{path}: it is there with another content, and would be overwritten; name another scenario")
+    _write_whole(files)
     screen = Screen()
     for line in found.words:
         screen.line(line)
     return 0
 
 
-def _write_whole(path: Path, content: bytes) -> None:
-    """All of it or nothing, in place of what was there."""
-    beside = path.with_name(f".{path.name}.{os.getpid()}")
+def _write_whole(files: Mapping[Path, bytes]) -> None:
+    """All of them, in place of what was there; none when one cannot be written."""
+    beside = {path: path.with_name(f".{path.name}.{os.getpid()}") for path in files}
     try:
-        beside.write_bytes(content)
-        beside.replace(path)
+        for path, content in files.items():
+            beside[path].write_bytes(content)
+        for path in files:
+            beside[path].replace(path)
     except BaseException:
-        beside.unlink(missing_ok=True)
+        for each in beside.values():
+            each.unlink(missing_ok=True)
         raise

@@ -6,6 +6,7 @@ from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
+from ..again.digest import digest_of
 from ..again.smallest import smallest
 from ..scenarios.variant import Variant
 from ..scenarios.written import file_name, write_scenario_file
@@ -27,7 +28,9 @@ def make_smaller(id_: RoundId, play: Callable[[Variant], list[str]], folder: Pat
     if not why:
         return None, ""
     content = {**found.content(), "description": f"The round {id_} of scripts/soak, made small: {found.fault}: {why}."}
-    return write_scenario_file(content, file_name("soak", f"{found.fault} {why}"), folder), why
+    # No two failures have the same.
+    name = f"{file_name('soak', f'{found.fault} {why}')}-{digest_of([why, content['stage'], content['steps']])}"
+    return write_scenario_file(content, name, folder), why
 
 
 def same_words(complaints: list[str]) -> str:
