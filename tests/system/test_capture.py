@@ -21,7 +21,7 @@ from veyra_lab.capture.output import capture_of, trial_events
 from veyra_lab.capture.pcapng import Packet, write
 from veyra_lab.capture.pins import pin
 from veyra_lab.capture.reading import read_capture
-from veyra_lab.capture.sessions import sessions_of
+from veyra_lab.capture.stays import stays_of
 from veyra_lab.capture.transfer import End, Transfer
 from veyra_lab.capture.usbpcap import packets_of
 from veyra_lab.scenarios.files import read_scenario
@@ -69,7 +69,7 @@ def check_camera_of_dfu_util(path: Path, times: int = 1) -> FoundCamera:
     found = camera_of(read_capture(path))
     settings = found.settings
     assert found.image == RANDOM_IMAGE
-    assert found.session.identity == "2f1a:7e01"
+    assert found.stay.identity == "2f1a:7e01"
     assert settings.transfer_size == 512
     assert 38 / times <= settings.block_ms <= 41 * times
     assert 195 / times <= settings.manifest_ms <= 205 * times
@@ -351,8 +351,8 @@ def test_a_block_that_is_sent_again_is_there_once(tmp_path: Path) -> None:
 
 def test_the_device_that_took_most_is_the_camera_unless_another_is_named(tmp_path: Path) -> None:
     path = captured(good(2).and_later(good(4)), tmp_path / "two.pcapng")
-    assert camera_of(read_capture(path)).session.name == "1.3"
-    assert camera_of(read_capture(path), "1.2").session.name == "1.2"
+    assert camera_of(read_capture(path)).stay.name == "1.3"
+    assert camera_of(read_capture(path), "1.2").stay.name == "1.2"
     with pytest.raises(CaptureError, match="no device 1.9 was in DFU mode; there is 1.2, 1.3"):
         camera_of(read_capture(path), "1.9")
 
@@ -492,16 +492,16 @@ def test_a_storm_of_requests_is_read_in_time(tmp_path: Path) -> None:
     transfers = recorded(*[_BLOCK, _READY, ("00 09 01 00 00 00 00 00", End.OK, "")] * 3000)
     camera_of(read_capture(file_of(transfers, tmp_path / "storm.pcapng")))
     storm = recorded(*[_BLOCK, ("a1 03 00 00 00 00 06 00", End.BROKEN, "")] * 5000)
-    assert pin(sessions_of(storm)[0].requests, Settings()).words
+    assert pin(stays_of(storm)[0].requests, Settings()).words
 
 
 def test_a_storm_of_looks_behind_an_image_is_read_in_time() -> None:
     """Each look costs the same: ten times as many may take thirty times as long, and not a hundred times."""
 
     def seconds(looks: int) -> float:
-        (session,) = sessions_of(recorded(_BLOCK, _READY, _CLOSING, *[status(7, 5)] * looks, status(2)))
+        (stay,) = stays_of(recorded(_BLOCK, _READY, _CLOSING, *[status(7, 5)] * looks, status(2)))
         began = time.process_time()
-        assert infer(session).settings.traits["manifestation"] == "tolerant"
+        assert infer(stay).settings.traits["manifestation"] == "tolerant"
         return time.process_time() - began
 
     few = min(seconds(1000) for _ in range(3))
@@ -550,7 +550,7 @@ def test_writes_one_scenario_of_several(run: Run, tmp_path: Path) -> None:
     target = tmp_path / "two.pcapng"
     words = ("capture", str(target), "--transcript", str(transcript), "--scenario")
     assert run(lambda: lab([*words, "two"]))[0] == 0
-    assert len(sessions_of(read_capture(target).transfers)) == 1
+    assert len(stays_of(read_capture(target).transfers)) == 1
     check_refusal(run(lambda: lab([*words, "three"])), "the transcript has no scenario 'three'")
 
 

@@ -12,7 +12,7 @@ from veyra_lab.capture.errors import CaptureError
 from veyra_lab.capture.input import camera_of
 from veyra_lab.capture.output import capture_of
 from veyra_lab.capture.reading import read_capture
-from veyra_lab.capture.sessions import Session, sessions_of
+from veyra_lab.capture.stays import Stay, stays_of
 from veyra_lab.capture.story import transfers_of
 from veyra_lab.capture.transfer import SET_INTERFACE, Transfer
 from veyra_lab.runner.runner import ScenarioRunner
@@ -59,10 +59,10 @@ def line(transfer: Transfer) -> str:
     return f"{transfer.setup.hex(' ')} {transfer.end.name} {transfer.data.hex()}".strip()
 
 
-def first_opening(session: Session) -> list[str]:
+def first_opening(stay: Stay) -> list[str]:
     """What was asked of it until the service opened it anew, and the answers."""
     lines: list[str] = []
-    for each in session.requests:
+    for each in stay.requests:
         if each.is_dfu:
             lines.append(line(each))
         elif lines and each.request == SET_INTERFACE:
@@ -114,9 +114,9 @@ def test_from_the_bus_to_a_capture_to_a_camera_and_back(
     check_names(path, events)
     captured = read_capture(path)
     assert [line(each) for each in captured.transfers] == [line(each) for each in transfers_of(events)]
-    for session in sessions_of(captured.transfers):
-        if session.is_dfu and session.requests:
-            check_again(shared.get(), path, session, tmp_path / f"{session.name}.json")
+    for stay in stays_of(captured.transfers):
+        if stay.is_dfu and stay.requests:
+            check_again(shared.get(), path, stay, tmp_path / f"{stay.name}.json")
 
 
 # One that differs in nothing from another is played once.
@@ -125,18 +125,18 @@ _played: set[str] = set()
 _EMPTIED = ("21 01 00 00 00 00 00 00",)
 
 
-def check_again(runner: ScenarioRunner, capture: Path, session: Session, target: Path) -> None:
+def check_again(runner: ScenarioRunner, capture: Path, stay: Stay, target: Path) -> None:
     """The camera that is made of a stay on the bus is asked the same by the service, and gives the same answers."""
-    expected = first_opening(session)
+    expected = first_opening(stay)
     if any(each.startswith(_EMPTIED) for each in expected) or repr(expected) in _played:
         return
     _played.add(repr(expected))
-    found = camera_of(read_capture(capture), session.name)
+    found = camera_of(read_capture(capture), stay.name)
     for path, content in write_camera(found, capture.name, target).items():
         path.write_bytes(content)
     (again,) = read_scenario(target)
-    sessions = sessions_of(transfers_of(events_of(runner, again)))
-    seen = ([first_opening(each) for each in sessions if each.requests] or [[]])[0]
+    stays = stays_of(transfers_of(events_of(runner, again)))
+    seen = ([first_opening(each) for each in stays if each.requests] or [[]])[0]
     if any("what it uploaded" in words for words in found.words):
         seen, expected = ([each for each in lines if not each.startswith("a1 02")] for lines in (seen, expected))
     if again.steps[-1] == "settle" and len(expected) < len(seen):
@@ -155,10 +155,10 @@ def test_the_service_updates_the_camera_of_another_hosts_capture(
     for path, content in write_camera(found, OF_DFU_UTIL.name, target).items():
         path.write_bytes(content)
     (scenario,) = read_scenario(target)
-    (session,) = sessions_of(transfers_of(events_of(shared.get(), scenario)))
-    blocks = [each.data for each in session.requests if each.name == "DNLOAD"]
-    theirs = [each.data for each in found.session.requests if each.name == "DNLOAD"]
+    (stay,) = stays_of(transfers_of(events_of(shared.get(), scenario)))
+    blocks = [each.data for each in stay.requests if each.name == "DNLOAD"]
+    theirs = [each.data for each in found.stay.requests if each.name == "DNLOAD"]
     assert blocks == theirs
-    states = [each.data[4] for each in session.requests if each.name == "GETSTATUS" and each.data]
+    states = [each.data[4] for each in stay.requests if each.name == "GETSTATUS" and each.data]
     assert states == [4, 5] * 3 + [7, 8]
 

@@ -44,8 +44,8 @@ def _camera(found: FoundCamera) -> dict[str, Any]:
     for field in ("transfer_size", "block_ms", "manifest_ms", "reset_ms", "manifests_at_once"):
         if getattr(settings, field) != getattr(usual, field):
             camera[field] = getattr(settings, field)
-    if found.session.configuration:
-        camera["configuration_descriptor"] = found.session.configuration.hex(" ")
+    if found.stay.configuration:
+        camera["configuration_descriptor"] = found.stay.configuration.hex(" ")
     if settings.traits:
         camera["traits"] = settings.traits
     if found.faults:
@@ -62,7 +62,7 @@ def _steps(found: FoundCamera) -> Iterator[Any]:
     yield {"wait for": "question"}
     yield "settle"
     yield {"answer": 1}
-    pattern = service_pattern(found.session.requests)
+    pattern = service_pattern(found.stay.requests)
     if not pattern or not _goes_on_alike(found):
         yield "settle"
         return
@@ -72,7 +72,7 @@ def _steps(found: FoundCamera) -> Iterator[Any]:
 
 def _goes_on_alike(found: FoundCamera) -> bool:
     """Whether the service has a reason to send the same again: it has the image, and something has ended the sequence."""
-    transfers = [each for each in _first_opening(found.session.requests) if each.is_dfu]
+    transfers = [each for each in _first_opening(found.stay.requests) if each.is_dfu]
     ends = transfers[-1].end is not End.OK or any(map(is_closing, transfers))
     return ends and (bool(_version(found.image)) or not any(each.name == "DNLOAD" for each in transfers))
 

@@ -3,19 +3,19 @@
 from typing import Any
 
 from .answers import is_request
-from .sessions import Session
+from .stays import Stay
 from .transfer import CONFIGURATION, DEVICE, GET_DESCRIPTOR, SET_CONFIGURATION, STANDARD_TO_HOST, End, Request, Transfer
 
 _WHATS = {End.STALL: "stall", End.TIMEOUT: "timeout", End.GONE: "unplug", End.BROKEN: "timeout"}
 
 
-def pin_descriptors(session: Session) -> list[dict[str, Any]]:
+def pin_descriptors(stay: Stay) -> list[dict[str, Any]]:
     """What became of each read that did not bring the whole."""
     faults: list[dict[str, Any]] = []
-    wholes = {DEVICE: len(session.device_descriptor), CONFIGURATION: len(session.configuration)}
+    wholes = {DEVICE: len(stay.device_descriptor), CONFIGURATION: len(stay.configuration)}
     is_configured = False
     skipped = 0
-    for each in session.transfers:
+    for each in stay.transfers:
         if is_request(each, Request.DNLOAD):
             break
         is_configured |= each.setup[:2] == bytes([0, SET_CONFIGURATION])

@@ -6,7 +6,7 @@ from dataclasses import dataclass, field
 
 from .answers import is_block, is_closing, is_request, ms, poll_in, state_behind, state_in, status_in
 from .boot_loader import STATUS_BLOCK, Settings, State
-from .sessions import Session
+from .stays import Stay
 from .transfer import SET_INTERFACE, End, Request, Transfer
 
 _DEFAULT_TRANSFER_SIZE = 1024
@@ -34,33 +34,33 @@ class _Look:
     poll: int | None
 
 
-def infer(session: Session) -> Inference:
+def infer(stay: Stay) -> Inference:
     """From everything that is in the capture. Where it shows nothing, the device is a KV400, which is said."""
     found = Inference()
-    requests = session.requests
-    _transfer_size(session, found)
-    _detach(session, requests, found)
+    requests = stay.requests
+    _transfer_size(stay, found)
+    _detach(stay, requests, found)
     _upload(requests, found)
     _set_interface(requests, found)
     _blocks(requests, found)
-    _manifestation(session, requests, found)
+    _manifestation(stay, requests, found)
     _refusals(requests, found)
     return found
 
 
-def _transfer_size(session: Session, found: Inference) -> None:
-    interface = session.interface
+def _transfer_size(stay: Stay, found: Inference) -> None:
+    interface = stay.interface
     if interface is not None and interface.transfer_size is not None:
         found.settings.transfer_size = interface.transfer_size
         return
-    longest = max((each.length for each in session.requests if is_block(each)), default=_DEFAULT_TRANSFER_SIZE)
+    longest = max((each.length for each in stay.requests if is_block(each)), default=_DEFAULT_TRANSFER_SIZE)
     found.settings.transfer_size = longest
     found.words.append(
         f"not in the capture: a DFU functional descriptor; the transfer size is that of the longest block, {longest} bytes"
     )
 
 
-def _detach(session: Session, requests: Sequence[Transfer], found: Inference) -> None:
+def _detach(stay: Stay, requests: Sequence[Transfer], found: Inference) -> None:
     places = [place for place, each in enumerate(requests) if is_request(each, Request.DETACH)]
     if not places:
         found.words.append("not in the capture: DETACH in DFU mode; it is accepted, as by a KV400")
@@ -71,8 +71,8 @@ def _detach(session: Session, requests: Sequence[Transfer], found: Inference) ->
     last = places[-1]
     answered = requests[last].end is End.OK
     is_last = all(each.end in (End.GONE, End.BROKEN) for each in requests[last + 1 :])
-    if answered and is_last and session.left:
-        comes_back = session.next is not None and session.next.is_dfu
+    if answered and is_last and stay.left:
+        comes_back = stay.next is not None and stay.next.is_dfu
         found.settings.traits["detach"] = "restarts in dfu mode" if comes_back else "restarts"
 
 
@@ -173,14 +173,14 @@ def _blocks(requests: Sequence[Transfer], found: Inference) -> None:
             settings.traits["answers_while_writing"] = False
 
 
-def _manifestation(session: Session, requests: Sequence[Transfer], found: Inference) -> None:
+def _manifestation(stay: Stay, requests: Sequence[Transfer], found: Inference) -> None:
     settings = found.settings
     place = next((number for number, each in reversed(list(enumerate(requests))) if is_closing(each)), None)
     looks = _looks(requests, place) if place is not None and requests[place].end is End.OK else []
     if place is not None and requests[place].end is End.OK and not any(map(is_block, requests[:place])):
         settings.traits["takes_empty_image"] = True
     if place is None or not looks:
-        if session.interface is not None and session.interface.is_tolerant:
+        if stay.interface is not None and stay.interface.is_tolerant:
             settings.traits["manifestation"] = "tolerant"
         found.words.append("not in the capture: how manifestation ends; it ends as the descriptor tells, or a KV400's")
         return
@@ -199,7 +199,7 @@ def _manifestation(session: Session, requests: Sequence[Transfer], found: Infere
         settings.traits["manifestation"] = "tolerant"
     elif states.count(State.MANIFEST_WAIT_RESET) > 1:
         settings.traits["manifestation"] = "waits for reset"
-    elif State.MANIFEST_WAIT_RESET not in states and gone is None and not session.left:
+    elif State.MANIFEST_WAIT_RESET not in states and gone is None and not stay.left:
         settings.traits["manifestation"] = "waits for reset"
     if manifesting:
         poll = first.poll or 0

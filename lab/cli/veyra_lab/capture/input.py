@@ -13,7 +13,7 @@ from .errors import CaptureError
 from .inference import infer
 from .pins import pin
 from .reading import Captured
-from .sessions import Session, sessions_of
+from .stays import Stay, stays_of
 from .transfer import End
 
 
@@ -21,7 +21,7 @@ from .transfer import End
 class FoundCamera:
     """What was made of a capture. `words` say, a line each, what it is, what is assumed and what cannot be expressed."""
 
-    session: Session
+    stay: Stay
     settings: Settings
     faults: Sequence[dict[str, Any]]
     image: bytes
@@ -31,22 +31,22 @@ class FoundCamera:
 def camera_of(captured: Captured, device: str | None = None) -> FoundCamera:
     """The camera of the device with this name, as "1.5"; of the one that took most bytes when none is named. CaptureError
     when there is none, or its image is longer than a machine's may be."""
-    sessions = [session for session in sessions_of(captured.transfers) if session.is_dfu and session.requests]
-    session = _chosen(sessions, device)
-    found = infer(session)
-    pinned = pin(session.requests, found.settings)
-    image = session.image()
-    requests = session.requests
+    stays = [stay for stay in stays_of(captured.transfers) if stay.is_dfu and stay.requests]
+    stay = _chosen(stays, device)
+    found = infer(stay)
+    pinned = pin(stay.requests, found.settings)
+    image = stay.image()
+    requests = stay.requests
     words = [
-        f"device {session.name}{f' ({session.identity})' if session.identity else ''}: {len(requests):,} requests,"
+        f"device {stay.name}{f' ({stay.identity})' if stay.identity else ''}: {len(requests):,} requests,"
         f" {len(image):,} bytes downloaded in {sum(map(is_block, requests)):,} blocks",
         *captured.words,
         *(
             f"left out: device {other.name}, {len(other.requests):,} requests, {other.downloaded:,} bytes"
-            for other in sessions[:20]
-            if other is not session
+            for other in stays[:20]
+            if other is not stay
         ),
-        *_words_about_descriptors(session),
+        *_words_about_descriptors(stay),
         *found.words,
         *pinned.words,
     ]
@@ -56,25 +56,25 @@ def camera_of(captured: Captured, device: str | None = None) -> FoundCamera:
         words.append("the download was not completed: the image is what was sent of it")
     if any(each.is_cut for each in requests if is_block(each)):
         words.append("the capture does not have all of the image: what is missing is left out of it")
-    return FoundCamera(session, found.settings, [*pin_descriptors(session), *pinned.faults], image, words)
+    return FoundCamera(stay, found.settings, [*pin_descriptors(stay), *pinned.faults], image, words)
 
 
-def _chosen(sessions: Sequence[Session], device: str | None) -> Session:
-    if not sessions:
+def _chosen(stays: Sequence[Stay], device: str | None) -> Stay:
+    if not stays:
         raise CaptureError("the capture has no device in DFU mode that was asked for anything")
     if device is None:
-        return max(sessions, key=lambda session: session.downloaded)
-    for session in sessions:
-        if session.name == device:
-            return session
-    names = ", ".join(session.name for session in sessions[:10])
+        return max(stays, key=lambda stay: stay.downloaded)
+    for stay in stays:
+        if stay.name == device:
+            return stay
+    names = ", ".join(stay.name for stay in stays[:10])
     raise CaptureError(f"no device {device} was in DFU mode; there is {names}")
 
 
-def _words_about_descriptors(session: Session) -> list[str]:
-    if not session.device_descriptor:
+def _words_about_descriptors(stay: Stay) -> list[str]:
+    if not stay.device_descriptor:
         return ["not in the capture: the device descriptor; the camera has a KV400's"]
-    if session.device_descriptor != own_device():
-        told = session.device_descriptor.hex(" ")
+    if stay.device_descriptor != own_device():
+        told = stay.device_descriptor.hex(" ")
         return [f"not expressed: the device descriptor {told}; the camera has a KV400's"]
     return []

@@ -2,12 +2,12 @@
 
 import re
 from collections.abc import Iterable, Iterator, Sequence
-from dataclasses import dataclass
 from typing import Any
 
 from ..report.transcript import Event, number, text
-from .errors import CaptureError
 from .descriptors import is_configuration, is_device, own_configuration, own_device
+from .errors import CaptureError
+from .stays import Stay
 from .transfer import (
     CONFIGURATION,
     DEVICE,
@@ -35,14 +35,6 @@ _SERIAL = re.compile(r"kv400([0-9]{4})", re.IGNORECASE)
 _ENUMERATED = "as a host enumerates it: not in the transcript"
 
 
-@dataclass
-class _Stay:
-    """A camera's time in DFU mode."""
-
-    bus: int
-    device: int
-
-
 def transfers_of(events: Sequence[Event]) -> list[Transfer]:
     """Every transfer to a device in DFU mode, in its order, behind those with which a host finds out what it has.
     CaptureError when the transcript does not have its data."""
@@ -53,7 +45,7 @@ class _Walk:
     def __init__(self, events: Sequence[Event]) -> None:
         self._events = events
         self._tells_arrivals = any(event["event"] == "camera" for event in events)
-        self._stays: dict[int, _Stay] = {}
+        self._stays: dict[int, Stay] = {}
         # Those that have come since: the boot loader that has no firmware to start is in DFU mode at once.
         self._plugged: set[int] = set()
         self._camera = 0
@@ -111,7 +103,7 @@ class _Walk:
         self._arrivals += 1
         self._camera = camera
         self._plugged.discard(camera)
-        stay = self._stays[camera] = _Stay(1 + bus, 2 + device)
+        stay = self._stays[camera] = Stay(1 + bus, 2 + device)
         device_descriptor, configuration = _descriptors(self._behind(place))
         for setup, data in (
             (setup_packet(STANDARD_TO_HOST, GET_DESCRIPTOR, DEVICE << 8, 0, 18), device_descriptor),
@@ -147,7 +139,7 @@ class _Walk:
         end = self._end(place, error)
         yield self._done(self._stays[self._camera], max(ended - took, began), setup, data[:length], end)
 
-    def _done(self, stay: _Stay, began: int, setup: bytes, data: bytes, end: tuple[End, str]) -> Transfer:
+    def _done(self, stay: Stay, began: int, setup: bytes, data: bytes, end: tuple[End, str]) -> Transfer:
         """Each packet has a time of its own, behind that of the one before."""
         ended = max(self._now, began + 1)
         self._now = ended + 1

@@ -23,7 +23,7 @@ _MOST_IMAGE = 64 << 20
 
 
 @dataclass
-class Session:
+class Stay:
     """One stay on the bus: its requests to the DFU interface, and the descriptors that were read meanwhile."""
 
     bus: int
@@ -34,7 +34,7 @@ class Session:
     # Somebody has asked its DFU interface for something.
     is_used: bool = False
     # What came to the bus after it, if that is in the capture.
-    next: "Session | None" = None
+    next: "Stay | None" = None
 
     @property
     def name(self) -> str:
@@ -106,30 +106,30 @@ class Session:
         return whole
 
 
-def sessions_of(transfers: Sequence[Transfer]) -> list[Session]:
+def stays_of(transfers: Sequence[Transfer]) -> list[Stay]:
     """Every stay of every device, in the order of their beginnings."""
-    sessions: list[Session] = []
-    present: dict[tuple[int, int], Session] = {}
+    stays: list[Stay] = []
+    present: dict[tuple[int, int], Stay] = {}
     for transfer in transfers:
         key = (transfer.bus, transfer.device)
-        session = present.get(key)
-        if session is None or _arrives_again(session, transfer):
-            session = present[key] = Session(*key)
-            if sessions and sessions[-1].bus == session.bus:
-                sessions[-1].next = session
-            sessions.append(session)
-        session.transfers.append(transfer)
-        session.is_used |= transfer.is_dfu and transfer.request != Request.DETACH
-        _read_descriptor(session, transfer)
-    return sessions
+        stay = present.get(key)
+        if stay is None or _arrives_again(stay, transfer):
+            stay = present[key] = Stay(*key)
+            if stays and stays[-1].bus == stay.bus:
+                stays[-1].next = stay
+            stays.append(stay)
+        stay.transfers.append(transfer)
+        stay.is_used |= transfer.is_dfu and transfer.request != Request.DETACH
+        _read_descriptor(stay, transfer)
+    return stays
 
 
-def _arrives_again(session: Session, transfer: Transfer) -> bool:
+def _arrives_again(stay: Stay, transfer: Transfer) -> bool:
     """Whether the host finds out what it has at an address at which it has used a device before."""
-    if not session.is_used:
+    if not stay.is_used:
         return False
     told = _device_in(transfer)
-    is_another = told is not None and session.device_descriptor not in (b"", told)
+    is_another = told is not None and stay.device_descriptor not in (b"", told)
     return is_another or (transfer.setup[0] == 0 and transfer.request == SET_CONFIGURATION)
 
 
@@ -140,14 +140,14 @@ def _device_in(transfer: Transfer) -> bytes | None:
     return transfer.data if is_one else None
 
 
-def _read_descriptor(session: Session, transfer: Transfer) -> None:
+def _read_descriptor(stay: Stay, transfer: Transfer) -> None:
     if transfer.setup[0] != STANDARD_TO_HOST or transfer.request != GET_DESCRIPTOR or transfer.is_cut:
         return
     told = _device_in(transfer)
     if told is not None:
-        session.device_descriptor = told
-    elif transfer.value >> 8 == CONFIGURATION and len(transfer.data) > len(session.configuration):
+        stay.device_descriptor = told
+    elif transfer.value >> 8 == CONFIGURATION and len(transfer.data) > len(stay.configuration):
         total = int.from_bytes(transfer.data[2:4], "little")
         # Hosts read the first bytes alone, to know how many there are.
         if len(transfer.data) >= 4 and (total == len(transfer.data) or transfer.asked > len(transfer.data)):
-            session.configuration = transfer.data
+            stay.configuration = transfer.data
