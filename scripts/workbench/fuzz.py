@@ -125,13 +125,18 @@ def main() -> int:
     try:
         call_setup("packages", "test")
         call_setup("build", "host-fuzz")
+        return _run_all(options.target, options.seconds)
     except SetUpError as error:
         print(f"scripts/fuzz: {error}", file=sys.stderr)
         return 1
+
+
+def _run_all(targets: Sequence[str], seconds: int) -> int:
+    """The exit status. SetUpError when what tells of a find cannot be built."""
     _FINDS.mkdir(parents=True, exist_ok=True)
     held = True
     with ThreadPoolExecutor(_AT_A_TIME) as pool:
-        for outcome in pool.map(lambda target: _run(target, options.seconds), options.target):
+        for outcome in pool.map(lambda target: _run(target, seconds), targets):
             print(outcome, flush=True)
             held &= outcome.held
             if found := outcome.find:

@@ -3,20 +3,23 @@ the promises; nothing is built."""
 
 import json
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from support import CHECKOUT
+from support import CHECKOUT, Run
 from veyra_lab.faults.__main__ import run as run_campaign
 from veyra_lab.fuzz import target_run
 from veyra_lab.fuzz.find import tell_find
 from veyra_lab.fuzz.input_id import FuzzInput
 from veyra_lab.runner.scenario_id import id_of_file
 from veyra_lab.scenarios.files import read_scenario
+from veyra_lab.terminal.set_up import SetUpError
 
 sys.path.insert(0, str(CHECKOUT / "scripts"))
 
 from workbench.fuzz import Outcome  # noqa: E402
+from workbench.fuzz import main as fuzz_main  # noqa: E402
 
 # A target: each byte of its input that is not 0 refuses the block of that number, and a 7 among them breaks a promise; of
 # the target "trial" it is the id of a trial that is told.
@@ -201,6 +204,25 @@ def test_a_runs_log_names_the_input_that_broke_a_promise(tmp_path: Path, monkeyp
     left.unlink()
     assert Outcome("device_path", log, held=False).find is None
     assert str(Outcome("device_path", log, held=False)).endswith(f"a find, see {log}: no input is left")
+
+
+def test_a_find_that_cannot_be_told_for_want_of_a_build_is_told_in_one_line(
+    run: Run, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    def fail(_: FuzzInput) -> Iterator[str]:
+        raise SetUpError("setting up failed: scripts/setup build host-sanitize campaign ended with 1")
+
+    left = tmp_path / f"device_path-crash-{'0a' * 20}"
+    left.write_bytes(b"\0")
+    log = tmp_path / "log"
+    log.write_text(f"Test unit written to {left}\n", encoding="utf-8")
+    monkeypatch.setattr("workbench.fuzz._FINDS", tmp_path)
+    monkeypatch.setattr("workbench.fuzz.call_setup", lambda *_: None)
+    monkeypatch.setattr("workbench.fuzz._run", lambda target, seconds: Outcome(target, log, held=False))
+    monkeypatch.setattr("workbench.fuzz.tell_find", fail)
+    status, said, errors = run(fuzz_main, "0", "device_path")
+    assert (status, errors.count("\n"), "fuzz.device_path.AA" in said) == (1, 1, True)
+    assert errors.startswith("scripts/fuzz: setting up failed: ")
 
 
 def test_failures_of_the_campaign_are_told_with_what_they_fail_with_alone(
