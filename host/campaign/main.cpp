@@ -1,4 +1,5 @@
 #include "host/campaign/Allowances.h"
+#include "host/campaign/BootLoaderAnswers.h"
 #include "host/campaign/BrokenRule.h"
 #include "host/campaign/Campaign.h"
 #include "host/campaign/CurrentTrial.h"
@@ -11,6 +12,7 @@
 
 #include <charconv>
 #include <chrono>
+#include <exception>
 #include <iostream>
 #include <optional>
 #include <span>
@@ -32,6 +34,8 @@
 //     the transcript of one trial; compared with TIMES more
 //   campaign fields ID
 //     its cameras, and each update's faults and image (in hexadecimal digits), in the words of the wire
+//   campaign answers
+//     what boot loaders answer to the conversations on standard input, one in each line (BootLoaderAnswers.h)
 //
 // Exit status: 0 when all went right, 1 when a judgement failed, 2 for a wrong command line.
 
@@ -185,9 +189,16 @@ int TellFields(const TrialPlan& plan) {
     return 0;
 }
 
+int TellAnswers() {
+    for (std::string line; std::getline(std::cin, line);) {
+        Say({{"answers", campaign::AnswersOfBootLoader(json::parse(line))}});
+    }
+    return 0;
+}
+
 int WrongCommandLine() {
     std::cerr << "campaign run SHARE SHARES SEED all|PAIRS, ids SEED all|SINGLES PAIRS, replay ID [TIMES], "
-                 "or fields ID\n";
+                 "fields ID, or answers\n";
     return kWrongCommandLine;
 }
 
@@ -241,6 +252,14 @@ int Main(std::span<const std::string_view> arguments) {
     if (arguments.size() == 2 && arguments[0] == "fields") {
         const auto plan = PlanOf(arguments[1]);
         return plan ? TellFields(*plan) : WrongCommandLine();
+    }
+    if (arguments.size() == 1 && arguments[0] == "answers") {
+        try {
+            return TellAnswers();
+        } catch (const std::exception& error) {
+            std::cerr << error.what() << '\n';
+            return kWrongCommandLine;
+        }
     }
     return WrongCommandLine();
 }

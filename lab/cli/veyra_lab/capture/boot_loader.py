@@ -83,7 +83,8 @@ class BootLoader:
         self._wait_told = False
         self._is_manifested = False
         self._flash_size = 4096
-        self._image_size = 0
+        # Of the image that is being downloaded; none when no block of one has come.
+        self._image_size: int | None = None
         self._uploaded = 0
         self.has_left = False
 
@@ -154,9 +155,8 @@ class BootLoader:
                 return self.refuse(_NOT_DONE)
             self.state, self._is_manifested = State.MANIFEST_SYNC, False
             return Answer()
-        if self.state is State.IDLE:
-            self._image_size = 0
-        self._image_size += transfer.length
+        begun = 0 if self.state is State.IDLE else self._image_size or 0
+        self._image_size = begun + transfer.length
         self.state, self._busy_told = State.DNLOAD_SYNC, False
         writes_at_once = self._settings.trait("writes_at_once")
         self._deadline = now + (0 if writes_at_once else self._settings.block_ms)
@@ -213,7 +213,8 @@ class BootLoader:
         return bool(self._settings.trait("manifestation") == "resets itself")
 
     def _end_manifestation(self, at: int) -> None:
-        self._flash_size = self._image_size
+        if self._image_size is not None:
+            self._flash_size, self._image_size = self._image_size, None
         if self._settings.trait("manifestation") == "tolerant":
             self.state, self._is_manifested = State.MANIFEST_SYNC, True
             return
@@ -223,6 +224,7 @@ class BootLoader:
 
     def _idle(self) -> Answer:
         self.state, self._status, self._deadline = State.IDLE, 0, None
+        self._image_size = None
         return Answer()
 
     def _answers(self) -> bool:
