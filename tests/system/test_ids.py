@@ -129,7 +129,7 @@ def test_a_scenario_of_another_file_is_told_with_what_plays_it_again(
     for name in ("sole_use", "Machine", "ScenarioRunner", "up_to_date_programs"):
         monkeypatch.setattr(f"veyra_lab.runner.command.{name}", Failing)
     (tmp_path / "my files").mkdir()
-    path = foreign(tmp_path / "my files", **{"for each": [{"name": "a"}, {"name": "b"}]})
+    path = foreign(tmp_path / "my files", "Their_camera", **{"for each": [{"name": "a"}, {"name": "b"}]})
     status, said, errors = run(lambda: lab(["run", str(path), "--keep-going"]))
     assert (status, errors) == (1, "")
     told = [shlex.split(line.partition("again: scripts/lab ")[2]) for line in said.splitlines() if "again: " in line]
@@ -146,7 +146,8 @@ def test_a_file_that_says_something_else_by_now_is_refused(run: Run, tmp_path: P
     (variant,) = read_scenario(path)
     told = str(id_of(variant, "virtual"))
     now = foreign(tmp_path, steps=["settle", "settle"])
-    check_refusal(run(lambda: lab(["replay", told, "--file", str(now)])), "Their_camera.json says something else by now: scenario.")
+    because = "Their_camera.json says something else by now: scenario."
+    check_refusal(run(lambda: lab(["replay", told, "--file", str(now)])), because)
     other = foreign(tmp_path, "other")
     check_refusal(run(lambda: lab(["replay", told, "--file", str(other)])), "other.json has no scenario 'Their_camera'")
     check_refusal(run(lambda: lab(["replay", "soak.1.1", "--file", str(path)])), "--file goes with one")
@@ -415,7 +416,9 @@ def test_a_play_that_ends_another_way_is_told_though_it_goes_the_same_way(
     assert end.times_more == 0
 
 
-@pytest.mark.parametrize(("why", "status", "said"), [("", 0, "2 times more the same"), ("odd", 1, "failed the same way 2 times more")])
+@pytest.mark.parametrize(
+    ("why", "status", "said"), [("", 0, "2 times more the same"), ("odd", 1, "failed the same way 2 times more")]
+)
 def test_an_input_is_played_as_often_as_it_is_judged(
     why: str, status: int, said: str, run: Run, monkeypatch: pytest.MonkeyPatch
 ) -> None:

@@ -39,13 +39,13 @@ An id is one of these, and says everything that the run depends on:
   kv400.2500x1.1gs3-time-after         a trial of scripts/faults
   scenario.two-cameras.usb.0a1b2c3d4e  a scenario, its bus when it is not the laboratory's own, and a digest of its file
   traits.17.0a1b2c3d4e                 a row of scripts/lab traits
-  soak.42.17                           a round of scripts/soak: seed and number; .real-time or .year behind it: of such a run
+  soak.42.17                           a round of scripts/soak: seed and number; soak.42.17.real-time, soak.42.17.year
   fuzz.device_path.AAEC                an input of a target of scripts/fuzz
 
-An input is played on Linux, everything else on the executable that ships; with --on linux a trial is played on Linux, too. On
-that executable a trial is a scenario, written to build/faults/replayed: the same faults in the same updates, and what the
-camera has to hold behind each; what crosses the bus in DFU mode has to be what crosses it on Linux. Where a scenario's file
-says something else than it said when the id was told, nothing is played.
+An input is played on Linux, everything else on the executable that ships; with --on linux a trial is played on Linux,
+too. On that executable a trial is a scenario, written to build/faults/replayed: the same faults in the same updates, and
+what the camera has to hold behind each; what crosses the bus in DFU mode has to be what crosses it on Linux. Where a
+scenario's file says something else than it said when the id was told, nothing is played.
 
 Exit status: 0 when everything held and went the same way each time; 1 when not, 2 when the command line is wrong or the id
 is none that can be played."""
