@@ -10,13 +10,15 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
-// A whole trial of the campaign: a camera of any kind, up to four faults of any sort in up to three updates,
-// a good update behind them and another camera's. What must hold is what the campaign's judges hold; what
-// breaks tells its id, with which scripts/faults plays it again.
+// A whole trial of the campaign: a camera of any kind, up to four faults of any sort in up to three updates
+// that begin in any way, a good update behind them and another camera's. What must hold is what the
+// campaign's judges hold; what breaks tells its id, with which scripts/faults plays it again.
 //
 // Input: kind, image size, number of faults, then of each fault the update, where, what, skip, count,
-// value (u16) and moment (u8 each). What does not go with its place or its moment strikes in another way.
+// value (u16) and moment (u8 each), then how the updates begin (u8). What does not go with its place or its
+// moment strikes in another way.
 
 namespace {
 
@@ -37,6 +39,23 @@ lab::Fault FaultOfInput(FuzzInput& input) {
     numbers.value = input.Word();
     numbers.how = input.Byte();
     return campaign::AnyFault(numbers);
+}
+
+// A bit for each update that begins otherwise than as ever.
+std::vector<campaign::Circumstance> AnyCircumstances(std::uint8_t bits) {
+    using What = campaign::Circumstance::What;
+    constexpr std::array<campaign::Circumstance, 5> kAll{{{.update = 2, .what = What::ArrivesAgain},
+                                                          {.update = 3, .what = What::ArrivesAgain},
+                                                          {.update = 1, .what = What::StaleError},
+                                                          {.update = 2, .what = What::StaleError},
+                                                          {.update = 3, .what = What::StaleError}}};
+    std::vector<campaign::Circumstance> circumstances;
+    for (std::size_t bit = 0; bit < kAll.size(); ++bit) {
+        if ((bits >> bit & 1) != 0) {
+            circumstances.push_back(kAll[bit]);
+        }
+    }
+    return circumstances;
 }
 
 // What was fuzzed so far: a conversation is what the engine and a camera that was opened had to say to each
@@ -87,6 +106,7 @@ campaign::TrialPlan AnyPlan(FuzzInput& input) {
         planned.update = 1 + input.Byte() % 3U;
         planned.fault = FaultOfInput(input);
     }
+    plan.circumstances = AnyCircumstances(input.Byte());
     return plan;
 }
 

@@ -90,6 +90,7 @@ def test_refuses_what_is_no_id(text: str) -> None:
 
 def test_makes_a_failing_trial_as_small_as_it_goes(stand_in: Path) -> None:
     assert shrink(stand_in, "kv400.2500x1.1gs3-time.2dn1-pull") == ("kv400.402x1.1dn0-pull", "broken: a rule")
+    assert shrink(stand_in, "kv400.2500x1.2dn1-pull.2r.1s") == ("kv400.402x1.1dn0-pull", "broken: a rule")
     assert shrink(stand_in, "kv400.2500x1.1gs3-time") == ("kv400.2500x1.1gs3-time", "")
 
 

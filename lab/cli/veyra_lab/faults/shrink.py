@@ -13,8 +13,9 @@ _SIZES = (402, 1024, 1025, 2049)
 
 
 def shrink(program: Path, trial: str) -> tuple[str, str]:
-    """The id of the smallest trial found that fails with the same words, and these: fewer faults, a smaller image, an
-    earlier update, an earlier place, in this order of importance. The one given, and no words, when it holds alone."""
+    """The id of the smallest trial found that fails with the same words, and these: fewer faults, fewer updates that
+    begin otherwise than as ever, a smaller image, an earlier update, an earlier place, in this order of importance. The
+    one given, and no words, when it holds alone."""
     found, why = smallest(read_id(trial), lambda each: replay(program, str(each)).why, _smaller)
     return str(found), why
 
@@ -23,6 +24,8 @@ def _smaller(trial: TrialId) -> Iterator[TrialId]:
     faults = list(trial.faults)
     for number in range(len(faults)):
         yield trial.with_faults(faults[:number] + faults[number + 1 :])
+    for number in range(len(trial.circumstances)):
+        yield replace(trial, circumstances=trial.circumstances[:number] + trial.circumstances[number + 1 :])
     for size in _SIZES:
         if size < trial.image_size:
             yield replace(trial, image_size=size)
