@@ -33,9 +33,10 @@ endfunction()
 
 # split_symbols(TARGET): ships the executable stripped, in the build folder's root, with its symbols kept beside it in a file of its
 # name and ".debug", which debuggers find by the link in the executable. --preserve-dates: the time in the header stays the
-# linker's, which is none.
+# linker's, which is none. The linker's map, in a file of its name and ".map", tells the packaging what of others is in it.
 function(split_symbols target)
     set(file $<TARGET_FILE_NAME:${target}>)
+    target_link_options(${target} PRIVATE -Wl,-Map=${file}.map)
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     add_custom_command(TARGET ${target} POST_BUILD
         WORKING_DIRECTORY ${CMAKE_BINARY_DIR}

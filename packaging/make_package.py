@@ -1,7 +1,9 @@
-"""Makes the release package: a ZIP and an MSI with both programs, the trace formats and the documents.
+"""Makes the release: a ZIP and an MSI with the programs, the trace formats, the policy template and the operators' documents; a
+ZIP of the symbols; a bill of materials; the digests of all of them; and, when it is known where they can be fetched, manifests for
+winget.
 
 Builds the preset windows-release first. The version is the one of the top CMakeLists.txt. The times inside
-are those of the commit, or of SOURCE_DATE_EPOCH if that is set: the same commit gives the same files.
+are those of the commit, or of SOURCE_DATE_EPOCH if that is set: the same commit gives the same files, unless they are signed.
 
 exit codes: 0 made, 1 failed, with the reason on standard error, 2 wrong usage
 """
@@ -19,17 +21,39 @@ import time
 import uuid
 import zipfile
 import xml.etree.ElementTree as ElementTree
-from collections.abc import Mapping, Sequence
+from collections.abc import Iterable, Mapping, Sequence
+from dataclasses import dataclass, field
 from pathlib import Path, PurePosixPath
+
+from veyra_lab.terminal.parser import Parser
+from veyra_release.errors import PackageError
+from veyra_release.linked import Linked, of_programs
+from veyra_release.notices import notices
+from veyra_release.sbom import sbom
+from veyra_release.signing import command_words, sign
+from veyra_release.winget import manifests
 
 ROOT = Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "windows-release"
 SERVICE = "VeyraCameraDfuService"
 EXECUTABLE = f"{SERVICE}.exe"
 TOAST_CONTROLLER = "VeyraCameraToastCntl.exe"
+MESSAGES = "VeyraCameraDfuMessages.dll"
+# Runs out of the installer, and is in no other package.
+START_TYPE_TOOL = "set_start_type.exe"
+NOTICES = "THIRD-PARTY-NOTICES.txt"
+UPGRADE_CODE = "{6B1D3C52-6A5E-4F0E-9D4E-2F6F3A1F0C77}"
+# The documents for those who run the service; the others are for those who change it.
+_DOCUMENTS = ("fleet.md", "hardware-checklist.md", "operations.md", "security.md", "toast-controller.md", "windows.md")
+# The words' own version: see packaging/messages/Messages.rc.
+_MESSAGES_VERSION = "1.0.0.0"
+_EVENT_SOURCE = rf"SYSTEM\CurrentControlSet\Services\EventLog\Application\{SERVICE}"
 
 _PRODUCT = Path(__file__).resolve().with_name("product.wxs")
 _TOAST_TEXT = _PRODUCT.with_name("VeyraCameraToastCntl.txt")
+_README = _PRODUCT.with_name("README.md")
+_POLICY = _PRODUCT.with_name("policy")
+_ICON = ROOT / "toast" / "program" / "Camera.ico"
 _NAMESPACE = uuid.UUID("c1de4c0f-6a3c-4f2b-9a57-0d0b1f7c8a35")
 _WIX = "http://schemas.microsoft.com/wix/2006/wi"
 # What a source tree without a history is dated: the first day that a ZIP can express.
@@ -40,20 +64,26 @@ _SUMMARY_TIMES = (12, 13)
 # Deferred, as the system, its result ignored; a program of the package, or one that a property names.
 _PROGRAM_ACTION = 18 + 1024 + 2048 + 64
 _COMMAND_ACTION = 50 + 1024 + 2048 + 64
+# Deferred, as the system: a program out of the installer.
+_BINARY_ACTION = 2 + 1024 + 2048
 _IN_ROLLBACK = 256
 _IN_COMMIT = 512
 _ACTION_TYPES = {
+    "ApplyStartType": _BINARY_ACTION,
     "UndoInstallService": _PROGRAM_ACTION + _IN_ROLLBACK,
     "UndoRemoveService": _PROGRAM_ACTION + _IN_ROLLBACK,
     "UndoStopService": _COMMAND_ACTION + _IN_ROLLBACK,
     "UndoRegisterToast": _PROGRAM_ACTION + _IN_ROLLBACK,
     "UndoUnregisterToast": _PROGRAM_ACTION + _IN_ROLLBACK,
     "StartServiceAgain": _COMMAND_ACTION + _IN_COMMIT,
+    "StartService": _COMMAND_ACTION + _IN_COMMIT,
 }
 
 _CONDITIONS = {
     # The installer touches the update mode when it is told to, and when it has written it before.
     "UpdateMode": "DFUAUTOMODE OR MODEWRITTEN",
+    "StartType": "STARTTYPE OR STARTTYPEGIVEN",
+    "StartService": "STARTSERVICE OR STARTSERVICEGIVEN",
     "ToastLeftOut": 'TOASTCONTROLLER="No" OR (TOASTLEFTOUT AND NOT TOASTCONTROLLER)',
     # What is there goes with its product, whatever a newer one has noted meanwhile.
     TOAST_CONTROLLER: 'REMOVE="ALL" OR TOASTCONTROLLER="Yes" OR (NOT TOASTCONTROLLER AND NOT TOASTLEFTOUT AND '
@@ -70,21 +100,50 @@ _FILE_SEARCH = (
 )
 
 
-class PackageError(Exception):
-    """Why there is no package, in one line."""
+# An address as it stands in the installer and in the manifests: nothing in it that either would take for something else.
+_ADDRESS = re.compile(r"https?://[A-Za-z0-9.\-]+(?::\d+)?(?:/[A-Za-z0-9._~/\-]*)?")
+
+
+@dataclass(frozen=True)
+class Entry:
+    """What the list of programs shows beside name and version."""
+
+    icon: Path = _ICON
+    help_address: str = ""
 
 
 def package_files(build: Path) -> dict[str, Path]:
-    """What a package contains: where it lies in the package, and where it comes from."""
-    documents = [*ROOT.glob("docs/*.md"), *ROOT.glob("docs/*.png")]
-    sources = [ROOT / "README.md", ROOT / "CHANGELOG.md", *documents, *ROOT.glob("trace/*.tmf")]
+    """What a package contains: where it lies in the package, and where it comes from. The notices are made from the maps of
+    the build's programs, and lie in its folder from then on."""
+    documents = [ROOT / "docs" / name for name in _DOCUMENTS]
+    sources = [ROOT / "CHANGELOG.md", *documents, *ROOT.glob("docs/toast-*.png"), *ROOT.glob("trace/*.tmf")]
     files = {source.relative_to(ROOT).as_posix(): source for source in sources}
-    files[EXECUTABLE] = build / EXECUTABLE
-    files[TOAST_CONTROLLER] = build / TOAST_CONTROLLER
+    files |= {f"policy/{source.relative_to(_POLICY).as_posix()}": source for source in _POLICY.rglob("*.adm[lx]")}
+    files["README.md"] = _README
+    for name in (EXECUTABLE, TOAST_CONTROLLER, MESSAGES):
+        files[name] = build / name
     missing = [str(source) for source in files.values() if not source.is_file()]
     if missing:
         raise PackageError(f"these files are missing: {', '.join(missing)}")
+    files[NOTICES] = _notices(build, files)
     return dict(sorted(files.items()))
+
+
+def linked_parts(build: Path, files: Mapping[str, Path]) -> Linked:
+    """What of others is linked into the programs of a package, and into the installer's own."""
+    programs = sorted(name for name in files if name.endswith(".exe"))
+    return of_programs(build / name for name in [*programs, START_TYPE_TOOL])
+
+
+def _notices(build: Path, files: Mapping[str, Path]) -> Path:
+    path, text = build / NOTICES, notices(linked_parts(build, files))
+    if not path.exists() or path.read_text(encoding="utf-8") != text:
+        # Another process may be reading it.
+        with tempfile.NamedTemporaryFile("w", encoding="utf-8", dir=build, delete=False) as made:
+            made.write(text)
+        Path(made.name).chmod(0o644)
+        Path(made.name).replace(path)
+    return path
 
 
 def product_version(build: Path) -> str:
@@ -122,28 +181,45 @@ def product_code(version: str) -> str:
 def make_zip(files: Mapping[str, Path], version: str, date: int, output: Path) -> None:
     """Writes the ZIP: everything in one folder that is named after the version, and how the toast controller is put in
     place, which the installer does itself."""
+    _write_zip({**files, _TOAST_TEXT.name: _TOAST_TEXT}, f"{SERVICE}-{version}", date, output)
+
+
+def _write_zip(files: Mapping[str, Path], folder: str, date: int, output: Path) -> None:
     with zipfile.ZipFile(output, "w", zipfile.ZIP_DEFLATED, compresslevel=9) as archive:
-        for name, source in sorted({**files, _TOAST_TEXT.name: _TOAST_TEXT}.items()):
-            entry = zipfile.ZipInfo(f"{SERVICE}-{version}/{name}", time.gmtime(date)[:6])
+        for name, source in sorted(files.items()):
+            entry = zipfile.ZipInfo(f"{folder}/{name}", time.gmtime(date)[:6])
             entry.compress_type = zipfile.ZIP_DEFLATED
             entry.external_attr = 0o100644 << 16
             archive.writestr(entry, source.read_bytes())
 
 
-def make_msi(files: Mapping[str, Path], version: str, date: int, output: Path) -> None:
-    """Writes the MSI. The product code follows from the version, the package code from the contents."""
+def make_symbols(files: Mapping[str, Path], build: Path, version: str, date: int, output: Path) -> None:
+    """Writes the ZIP of the symbols: of each program the file as it ships, and the one that scripts/symbolize reads."""
+    programs = {name: source for name, source in files.items() if name.endswith(".exe")}
+    symbols = {f"{name}.debug": build / f"{name}.debug" for name in programs}
+    _write_zip(programs | symbols, f"{SERVICE}-{version}-symbols", date, output)
+
+
+def make_msi(
+    files: Mapping[str, Path], version: str, date: int, output: Path, tool: Path | None = None, entry: Entry = Entry()
+) -> None:
+    """Writes the MSI. The product code follows from the version, the package code from the contents. `tool` sets the service's
+    start type; the one of the release build when it is not given."""
+    tool = tool or BUILD / START_TYPE_TOOL
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         for path, source in files.items():
             (folder / path).parent.mkdir(parents=True, exist_ok=True)
             shutil.copyfile(source, folder / path)
             os.utime(folder / path, (date, date))
-        shutil.copyfile(_PRODUCT, folder / _PRODUCT.name)
+        besides = {_PRODUCT.name: _PRODUCT, START_TYPE_TOOL: tool, _ICON.name: entry.icon}
+        for path, source in besides.items():
+            shutil.copyfile(source, folder / path)
         ElementTree.ElementTree(_files_fragment(files)).write(folder / "files.wxs", encoding="utf-8")
         made = folder / "package.msi"
         product = ["-D", f"ProductCode={product_code(version)}", "-D", f"Version={version}"]
         _call(["wixl", "-a", "x64", *product, "-o", made.name, _PRODUCT.name, "files.wxs"], folder)
-        _finish(made, version, _digest(files, version, date))
+        _finish(made, version, _digest({**files, **besides}, f"{version} {date} {entry.help_address}"), entry.help_address)
         _set_times(made, date)
         shutil.copyfile(made, output)
 
@@ -158,9 +234,10 @@ def _files_fragment(files: Mapping[str, Path]) -> ElementTree.Element:
     folders = {PurePosixPath("."): top}
     for name in files:
         path = PurePosixPath(name)
-        if path.parent not in folders:
-            folder = str(path.parent)
-            folders[path.parent] = _element(top, "Directory", Id=f"Folder_{folder}", Name=folder)
+        for folder in [*reversed(path.parents)][1:]:
+            if folder not in folders:
+                identifier = f"Folder_{folder}".replace("/", ".").replace("-", "_")
+                folders[folder] = _element(folders[folder.parent], "Directory", Id=identifier, Name=folder.name)
         identifier = name.replace("/", ".").replace("-", "_")
         component = _element(
             folders[path.parent], "Component", Id=identifier, Guid=_code(f"component {name}"), Win64="yes"
@@ -168,6 +245,13 @@ def _files_fragment(files: Mapping[str, Path]) -> ElementTree.Element:
         _element(component, "File", Id=identifier, Name=path.name, Source=name, KeyPath="yes")
         if name == EXECUTABLE:
             _element(component, "ServiceControl", Id="StopService", Name=SERVICE, Stop="both", Wait="yes")
+        if name == MESSAGES:
+            for value, kind, data in (
+                ("EventMessageFile", "string", f"[InstallFolder]{MESSAGES}"), ("TypesSupported", "integer", "7"),
+            ):  # fmt: skip
+                _element(
+                    component, "RegistryValue", Id=value, Root="HKLM", Key=_EVENT_SOURCE, Name=value, Type=kind, Value=data
+                )
         if name == TOAST_CONTROLLER:
             # A component of its own feature. What it writes tells a later installer whose it is.
             _element(
@@ -186,8 +270,9 @@ def _element(parent: ElementTree.Element | None, name: str, **attributes: str) -
     return element
 
 
-def _finish(msi: Path, version: str, digest: str) -> None:
+def _finish(msi: Path, version: str, digest: str, help_address: str) -> None:
     """Sets what wixl has no words for."""
+    versions = {EXECUTABLE: f"{version}.0", TOAST_CONTROLLER: f"{version}.0", MESSAGES: _MESSAGES_VERSION}
     queries = [
         *(f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'" for action, kind in _ACTION_TYPES.items()),
         *(
@@ -196,14 +281,16 @@ def _finish(msi: Path, version: str, digest: str) -> None:
         ),
         *_FILE_SEARCH,
         *(
-            f"UPDATE `File` SET `Version` = '{version}.0', `Language` = '1033' WHERE `File` = '{program}'"
-            for program in (EXECUTABLE, TOAST_CONTROLLER)
+            f"UPDATE `File` SET `Version` = '{number}', `Language` = '1033' WHERE `File` = '{program}'"
+            for program, number in versions.items()
         ),
         # What is searched for in the user interface's sequence is not searched for again, and does not reach the other one.
         "DELETE FROM `InstallUISequence` WHERE `Action` = 'AppSearch'",
         "DELETE FROM `InstallUISequence` WHERE `Action` = 'LaunchConditions'",
-        *(f"DELETE FROM `MsiFileHash` WHERE `File_` = '{program}'" for program in (EXECUTABLE, TOAST_CONTROLLER)),
+        *(f"DELETE FROM `MsiFileHash` WHERE `File_` = '{program}'" for program in versions),
     ]
+    if help_address:
+        queries.append(f"INSERT INTO `Property` (`Property`, `Value`) VALUES ('ARPHELPLINK', '{help_address}')")
     for query in queries:
         _call(["msibuild", msi.name, "-q", query], msi.parent)
     code = "{" + _code(f"package {digest}").upper() + "}"
@@ -231,10 +318,10 @@ def _code(name: str) -> str:
     return str(uuid.uuid5(_NAMESPACE, name))
 
 
-def _digest(files: Mapping[str, Path], version: str, date: int) -> str:
+def _digest(files: Mapping[str, Path], words: str) -> str:
     """Changes with everything that the installer is made of."""
-    digest = hashlib.sha256(f"{version} {date}".encode())
-    for name, source in {**files, "": _PRODUCT, "make_package": Path(__file__)}.items():
+    digest = hashlib.sha256(words.encode())
+    for name, source in {**files, "make_package": Path(__file__)}.items():
         digest.update(name.encode() + b"\0" + hashlib.sha256(source.read_bytes()).digest())
     return digest.hexdigest()
 
@@ -254,29 +341,143 @@ def _call(command: Sequence[str], folder: Path) -> None:
 
 def _build() -> None:
     setup = ["bash", str(ROOT / "scripts" / "setup")]
-    for step in (["packages", "package"], ["build", BUILD.name, SERVICE, "toast_controller"]):
+    targets = (SERVICE, "toast_controller", "service_messages", "set_start_type")
+    for step in (["packages", "package"], ["build", BUILD.name, *targets]):
         answer = subprocess.run([*setup, *step], check=False, stdin=subprocess.DEVNULL, stdout=sys.stderr)
         if answer.returncode != 0:
             raise PackageError(f"scripts/setup {' '.join(step)} failed")
 
 
-def main() -> int:
-    parser = argparse.ArgumentParser(
-        prog="scripts/package", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
-    )
+def write_sums(paths: Iterable[Path], output: Path) -> None:
+    """Writes the digests of files that lie in one folder, as sha256sum does."""
+    lines = (f"{hashlib.sha256(path.read_bytes()).hexdigest()}  {path.name}\n" for path in paths)
+    output.write_text("".join(sorted(lines, key=lambda line: line[66:])), encoding="utf-8")
+
+
+def distribution() -> str:
+    """Debian's release that builds here, as "debian-12"."""
+    pairs = (line.partition("=") for line in Path("/etc/os-release").read_text(encoding="utf-8").splitlines())
+    fields = {name: text.strip('"') for name, _, text in pairs}
+    return f"{fields.get('ID', 'unknown')}-{fields.get('VERSION_ID', 'unknown')}"
+
+
+@dataclass(frozen=True)
+class Release:
+    """What is to be made, of which build, and how."""
+
+    build: Path
+    output: Path
+    signing: list[str] = field(default_factory=list)
+    entry: Entry = Entry()
+    download_address: str = ""
+
+    def make(self) -> list[Path]:
+        """Makes all files of the release; their paths, the digests last."""
+        version, date, files = product_version(self.build), source_date(), package_files(self.build)
+        self.output.mkdir(parents=True, exist_ok=True)
+        with tempfile.TemporaryDirectory() as name:
+            files, tool = self._signed(files, Path(name))
+            stem = self.output / f"{SERVICE}-{version}"
+            archive, installer, symbols, materials = (
+                stem.with_name(stem.name + end) for end in (".zip", ".msi", "-symbols.zip", ".spdx.json")
+            )
+            make_zip(files, version, date, archive)
+            make_msi(files, version, date, installer, tool, self.entry)
+            if self.signing:
+                sign(self.signing, installer)
+            make_symbols(files, self.build, version, date, symbols)
+            linked = linked_parts(self.build, files)
+            described = {**files, START_TYPE_TOOL: tool}
+            artifacts = (archive, installer, symbols)
+            materials.write_text(
+                sbom(SERVICE, version, date, described, artifacts, linked, distribution()), encoding="utf-8"
+            )
+        made = [*artifacts, materials, *self._manifests(version, installer)]
+        sums = self.output / "SHA256SUMS"
+        write_sums(made, sums)
+        return [*made, sums]
+
+    def _signed(self, files: Mapping[str, Path], folder: Path) -> tuple[Mapping[str, Path], Path]:
+        """The package's files and the installer's tool, signed copies in place of what has code or words in it."""
+        tool = self.build / START_TYPE_TOOL
+        if not self.signing:
+            return files, tool
+        copies = {}
+        for name, source in {**files, START_TYPE_TOOL: tool}.items():
+            if name.endswith((".exe", ".dll")):
+                copies[name] = folder / name
+                shutil.copyfile(source, copies[name])
+                sign(self.signing, copies[name])
+        tool = copies.pop(START_TYPE_TOOL)
+        return {**files, **copies}, tool
+
+    def _manifests(self, version: str, installer: Path) -> list[Path]:
+        if not self.download_address:
+            return []
+        address = f"{self.download_address.rstrip('/')}/{installer.name}"
+        digest = hashlib.sha256(installer.read_bytes()).hexdigest()
+        texts = manifests(version, address, digest, product_code(version), UPGRADE_CODE)
+        for name, text in texts.items():
+            (self.output / name).write_text(text, encoding="utf-8")
+        return [self.output / name for name in texts]
+
+
+def _address(text: str) -> str:
+    if not _ADDRESS.fullmatch(text):
+        raise argparse.ArgumentTypeError(f"'{text}' is no plain http or https address")
+    return text
+
+
+def _command(text: str) -> list[str]:
+    try:
+        return command_words(text)
+    except PackageError as error:
+        raise argparse.ArgumentTypeError(str(error)) from None
+
+
+def _icon(text: str) -> Path:
+    path = Path(text)
+    try:
+        with path.open("rb") as icon:
+            head = icon.read(4)
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be read: {error.strerror}") from None
+    if head != b"\0\0\1\0":
+        raise argparse.ArgumentTypeError(f"'{text}' is no icon of Windows")
+    return path
+
+
+def _options() -> argparse.Namespace:
+    parser = Parser(prog="scripts/package", description=__doc__)
     parser.add_argument(
         "--output", type=Path, metavar="FOLDER", default=ROOT / "build" / "package",
-        help="where the two files go (default: build/package)",
+        help="where the files go (default: build/package)",
     )
-    output = parser.parse_args().output
+    parser.add_argument(
+        "--sign", type=_command, default=[], metavar="COMMAND",
+        help="sign every program, the DLL and the installer: COMMAND, whose last word will be a file's path, signs it in its place",
+    )
+    parser.add_argument(
+        "--icon", type=_icon, default=_ICON, metavar="FILE",
+        help="the icon in the list of programs (default: the toast controller's)",
+    )
+    parser.add_argument(
+        "--help-address", type=_address, metavar="URL", help="the help address in the list of programs (default: none)"
+    )
+    parser.add_argument(
+        "--download-address", type=_address, metavar="URL",
+        help="the folder from which the installer will be fetched: makes winget's manifests, too",
+    )  # fmt: skip
+    return parser.parse_args()
+
+
+def main() -> int:
+    options = _options()
     try:
         _build()
-        version, date, files = product_version(BUILD), source_date(), package_files(BUILD)
-        output.mkdir(parents=True, exist_ok=True)
-        for make, suffix in ((make_zip, "zip"), (make_msi, "msi")):
-            package = output / f"{SERVICE}-{version}.{suffix}"
-            make(files, version, date, package)
-            print(package)
+        entry = Entry(options.icon, options.help_address or "")
+        for path in Release(BUILD, options.output, options.sign, entry, options.download_address or "").make():
+            print(path)
     except (PackageError, OSError) as error:
         print(f"scripts/package: {error}", file=sys.stderr)
         return 1

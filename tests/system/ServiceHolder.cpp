@@ -1,12 +1,10 @@
 // Does to a service what a window that lists services does. `service_holder NAME` has it open until this
 // program is run once more without a name; so does `service_holder VERB NAME`, for who puts it in the place
-// of sc. `service_holder NAME automatic` makes its start automatic. With a switch it does nothing, and says
-// that all is well.
+// of sc. With a switch it does nothing, and says that all is well.
 
 #include <windows.h>
 
 #include <cstdio>
-#include <cwchar>
 
 namespace {
 
@@ -28,17 +26,6 @@ int Hold(const wchar_t* service) {
     return 0;
 }
 
-int MakeAutomatic(const wchar_t* service) {
-    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-    const SC_HANDLE handle = OpenServiceW(manager, service, SERVICE_CHANGE_CONFIG);
-    const BOOL changed =
-        ChangeServiceConfigW(handle, SERVICE_NO_CHANGE, SERVICE_AUTO_START, SERVICE_NO_CHANGE, nullptr,
-                             nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    CloseServiceHandle(handle);
-    CloseServiceHandle(manager);
-    return changed ? 0 : 1;
-}
-
 int Release() {
     const HANDLE release = OpenEventW(EVENT_MODIFY_STATE, FALSE, kReleaseName);
     return release != nullptr && SetEvent(release) ? 0 : 1;
@@ -54,7 +41,7 @@ int wmain(int argc, wchar_t** argv) {
         return 0;
     }
     if (argc > 2) {
-        return std::wcscmp(argv[2], L"automatic") == 0 ? MakeAutomatic(argv[1]) : Hold(argv[2]);
+        return Hold(argv[2]);
     }
     return Hold(argv[1]);
 }

@@ -1,6 +1,5 @@
 """The release package: what its installer does to a machine, and that equal sources give equal files."""
 
-import importlib.util
 import re
 import shutil
 import struct
@@ -11,8 +10,8 @@ import zipfile
 from collections.abc import Callable, Iterator
 from functools import cache
 from pathlib import Path
-from types import ModuleType
 
+import make_package as packaging
 import pytest
 from support import BUILD, CHECKOUT, Bench, Shared, complaints, discard_the_machine, slow
 from veyra_lab.buses.virtual import VirtualBus
@@ -39,18 +38,11 @@ _DATE = 1_700_000_000
 # What is no service: for any switch the one fails, the other says that all is well.
 _FAILING_PROGRAM = BUILD / "tests" / "system" / "stubborn_service.exe"
 _SERVICE_HOLDER = BUILD / "tests" / "system" / "service_holder.exe"
+_START_TYPE_TOOL = BUILD / "set_start_type.exe"
+_EVENT_SOURCE = rf"{SERVICES_KEY}\EventLog\Application\{SERVICE}"
+_STARTS = {"Automatic": "0x2", "Manual": "0x3", "Disabled": "0x4"}
 
 
-def _load_packaging() -> ModuleType:
-    path = CHECKOUT / "packaging" / "make_package.py"
-    described = importlib.util.spec_from_file_location(path.stem, path)
-    assert described is not None and described.loader is not None
-    module = importlib.util.module_from_spec(described)
-    described.loader.exec_module(module)
-    return module
-
-
-packaging = _load_packaging()
 VERSION = packaging.product_version(BUILD)
 _made = tempfile.TemporaryDirectory()
 
@@ -243,6 +235,7 @@ def check_nothing_left(machine: Machine) -> None:
     assert machine.wait_for_service_state(SERVICE, None, seconds=20) is None
     assert service_keys(machine) == []
     assert machine.registry_values(_INSTALLER_KEY) is None
+    assert machine.registry_values(_EVENT_SOURCE) is None
     assert program_entries(machine) == {}
 
 
@@ -250,7 +243,13 @@ def test_installs_files_and_service_and_removes_both(on: Bench) -> None:
     assert install(on.machine).status == 0
     check_installed(on.machine)
     assert on.machine.service_state(SERVICE) == "STOPPED"
+    assert start_type(on.machine) == "Manual"
     assert service_keys(on.machine) == [SERVICE]
+    # An event viewer finds the words of the service's records.
+    assert on.machine.registry_values(_EVENT_SOURCE) == {
+        "EventMessageFile": ("REG_SZ", rf"{_FOLDER}\VeyraCameraDfuMessages.dll"),
+        "TypesSupported": ("REG_DWORD", "0x7"),
+    }
     on.start_service()
     on.machine.run("sc", "stop", SERVICE)
     assert on.machine.wait_for_service_state(SERVICE, "STOPPED", seconds=20) == "STOPPED"
@@ -308,14 +307,16 @@ def test_repair_brings_back_what_is_lost_and_installs_nothing_twice(on: Bench) -
     assert service_keys(on.machine) == [SERVICE]
 
 
-def change_start_type(machine: Machine) -> None:
-    """To automatic, as an administrator does."""
-    machine.demand(windows_path(_SERVICE_HOLDER), SERVICE, "automatic")
+def start_type(machine: Machine) -> str:
+    """The service's start type, in the installer's words."""
+    kind, number = (machine.registry_values(_SERVICE_KEY) or {})["Start"]
+    assert kind == "REG_DWORD"
+    return next(word for word, its in _STARTS.items() if its == number)
 
 
-def check_start_type(machine: Machine) -> None:
-    """Still automatic."""
-    assert (machine.registry_values(_SERVICE_KEY) or {})["Start"] == ("REG_DWORD", "0x2")
+def change_start_type(machine: Machine, word: str = "Automatic") -> None:
+    """As an administrator does."""
+    machine.demand(windows_path(_START_TYPE_TOOL), SERVICE, word)
 
 
 @pytest.mark.parametrize(
@@ -338,7 +339,7 @@ def test_upgrade_replaces_the_older_version_and_leaves_as_it_was(
     if running:
         assert on.wait_for_state(RUNNING, since)["pid"] != before
     assert on.machine.service_state(SERVICE) == ("RUNNING" if running else "STOPPED")
-    check_start_type(on.machine)
+    assert start_type(on.machine) == "Automatic"
     assert update_mode(on.machine) == (("REG_SZ", mode) if mode else None)
     assert remove(on.machine, _NEWER).status == 0
     check_nothing_left(on.machine)
@@ -359,8 +360,8 @@ def test_searches_in_the_sequence_alone_that_uses_what_is_found() -> None:
 def test_its_actions_run_when_they_have_to() -> None:
     steps = {action: int(columns[1]) for action, columns in table("InstallExecuteSequence").items()}
     in_order = ["InstallInitialize", "UndoStopService", "NoteRunningService", "StopService", "EndToast", "InstallFiles",
-                "InstallService", "CheckService", "UndoRegisterToast", "RegisterToast", "StartServiceAgain", "InstallFinalize",
-                "RemoveExistingProducts"]  # fmt: skip
+                "InstallService", "CheckService", "UndoRegisterToast", "RegisterToast", "StartServiceAgain", "ApplyStartType",
+                "StartService", "InstallFinalize", "RemoveExistingProducts"]  # fmt: skip
     assert sorted(in_order, key=lambda action: steps[action]) == in_order
     in_order = ["ProcessComponents", "UndoUnregisterToast", "UnregisterToast", "RemoveService", "EndToast", "RemoveFiles"]
     assert sorted(in_order, key=lambda action: steps[action]) == in_order
@@ -373,7 +374,7 @@ def test_its_actions_run_when_they_have_to() -> None:
         "UndoRegisterToast",
         "UndoUnregisterToast",
     }
-    assert {action for action, kind in kinds.items() if kind & commit} == {"StartServiceAgain"}
+    assert {action for action, kind in kinds.items() if kind & commit} == {"StartServiceAgain", "StartService"}
 
 
 @pytest.fixture
@@ -447,6 +448,85 @@ def test_refuses_an_update_mode_that_it_does_not_know(on: Bench, mode: str) -> N
     log.unlink()
 
 
+@pytest.mark.parametrize("word", ["Automatic", pytest.param("Manual", marks=slow), pytest.param("Disabled", marks=slow)])
+def test_gives_the_service_the_start_type_that_is_asked_for(on: Bench, word: str) -> None:
+    assert install(on.machine, VERSION, f"STARTTYPE={word}").status == 0
+    check_installed(on.machine)
+    assert start_type(on.machine) == word
+    assert on.machine.service_state(SERVICE) == "STOPPED"
+    assert remove(on.machine).status == 0
+    check_nothing_left(on.machine)
+
+
+@slow
+def test_start_type_and_start_go_through_repair_and_upgrade(on: Bench) -> None:
+    assert install(on.machine, VERSION, "STARTTYPE=Automatic", "STARTSERVICE=Yes").status == 0
+    assert on.machine.wait_for_service_state(SERVICE, "RUNNING", seconds=20) == "RUNNING"
+    assert install(on.machine, _NEWER).status == 0
+    check_installed(on.machine, _NEWER)
+    assert start_type(on.machine) == "Automatic"
+    assert on.machine.wait_for_service_state(SERVICE, "RUNNING", seconds=20) == "RUNNING"
+    # A service that is lost comes back as it was asked for.
+    on.machine.end_service(SERVICE)
+    on.machine.demand("sc", "delete", SERVICE)
+    product = packaging.product_code(_NEWER)
+    assert msiexec(on.machine, "/i", product, "REINSTALL=ALL", "REINSTALLMODE=omus").status == 0
+    assert start_type(on.machine) == "Automatic"
+    assert on.machine.wait_for_service_state(SERVICE, "RUNNING", seconds=20) == "RUNNING"
+    assert remove(on.machine, _NEWER).status == 0
+    check_nothing_left(on.machine)
+    # What a removed version was told is forgotten.
+    assert install(on.machine).status == 0
+    assert (start_type(on.machine), on.machine.service_state(SERVICE)) == ("Manual", "STOPPED")
+
+
+@slow
+def test_an_administrators_start_type_is_left_alone(on: Bench) -> None:
+    install(on.machine, VERSION, "STARTTYPE=Automatic", "STARTSERVICE=Yes")
+    change_start_type(on.machine, "Disabled")
+    on.machine.end_service(SERVICE)
+    assert repair(on.machine).status == 0
+    assert (start_type(on.machine), on.machine.service_state(SERVICE)) == ("Disabled", "STOPPED")
+    assert install(on.machine, _NEWER).status == 0
+    assert (start_type(on.machine), on.machine.service_state(SERVICE)) == ("Disabled", "STOPPED")
+
+
+@slow
+def test_an_upgrade_gives_the_start_type_and_the_start_that_it_is_told(on: Bench) -> None:
+    install(on.machine)
+    assert install(on.machine, _NEWER, "STARTTYPE=Automatic", "STARTSERVICE=Yes").status == 0
+    assert start_type(on.machine) == "Automatic"
+    assert on.machine.wait_for_service_state(SERVICE, "RUNNING", seconds=20) == "RUNNING"
+
+
+@slow
+@pytest.mark.parametrize(
+    ("properties", "text"),
+    [
+        (["STARTTYPE=automatic"], "STARTTYPE"),
+        (["STARTTYPE=Boot"], "STARTTYPE"),
+        (["STARTSERVICE=Perhaps"], "STARTSERVICE"),
+        (["STARTTYPE=Disabled", "STARTSERVICE=Yes"], "contradict"),
+    ],
+    ids=["another case", "no such type", "neither yes nor no", "disabled and started"],
+)
+def test_refuses_a_start_that_it_does_not_know(on: Bench, properties: list[str], text: str) -> None:
+    assert install(on.machine, VERSION, *properties).status != 0
+    check_nothing_left(on.machine)
+    texts = [columns[0] for columns in table("LaunchCondition").values()]
+    assert any(text in said for said in texts)
+
+
+@slow
+def test_installs_nothing_when_the_start_type_cannot_be_set(on: Bench) -> None:
+    failing = Path(_made.name) / "no-start-type.msi"
+    packaging.make_msi(version_files(VERSION), VERSION, _DATE, failing, _FAILING_PROGRAM)
+    assert msiexec(on.machine, "/i", f'"{windows_path(failing)}"', "STARTTYPE=Automatic").status != 0
+    # What takes the service back has no effect under Wine.
+    assert not on.machine.file(_FOLDER).exists()
+    assert program_entries(on.machine) == {}
+
+
 @slow
 def test_an_upgrade_that_fails_keeps_the_service(on: Bench) -> None:
     install(on.machine)
@@ -454,7 +534,7 @@ def test_an_upgrade_that_fails_keeps_the_service(on: Bench) -> None:
     failing = installer(_NEWER, f"{SERVICE}.exe", _FAILING_PROGRAM)
     assert msiexec(on.machine, "/i", f'"{windows_path(failing)}"').status != 0
     assert on.machine.service_state(SERVICE) is not None
-    check_start_type(on.machine)
+    assert start_type(on.machine) == "Automatic"
     assert list(program_entries(on.machine)) == [VERSION]
 
 
@@ -691,13 +771,17 @@ def test_the_zip_holds_what_the_installer_installs(tmp_path: Path) -> None:
     assert held == {f"{folder}/{name}": digest for name, digest in package_files().items()}
 
 
-def test_the_package_has_program_trace_formats_and_documents() -> None:
+def test_the_package_has_programs_words_and_the_operators_documents() -> None:
     names = set(packaging.package_files(BUILD))
-    wanted = {f"{SERVICE}.exe", _TOAST_NAME, "README.md", "CHANGELOG.md", "docs/operations.md", "trace/FDUService.tmf"}
-    assert wanted <= names
-    for folder, kinds in (("docs", (".md", ".png")), ("trace", (".tmf",))):
-        wanted = {f"{folder}/{path.name}" for path in (CHECKOUT / folder).iterdir() if path.suffix in kinds}
-        assert {name for name in names if name.startswith(f"{folder}/")} == wanted
+    traces = {f"trace/{path.name}" for path in (CHECKOUT / "trace").iterdir()}
+    pictures = {f"docs/{path.name}" for path in (CHECKOUT / "docs").glob("toast-*.png")}
+    documents = {name for name in names if name.startswith("docs/")} - pictures
+    policy = {"policy/VeyraCameraDfu.admx", "policy/en-US/VeyraCameraDfu.adml", "policy/de-DE/VeyraCameraDfu.adml"}
+    besides = {"README.md", "CHANGELOG.md", "THIRD-PARTY-NOTICES.txt", "VeyraCameraDfuMessages.dll"}
+    assert names == {f"{SERVICE}.exe", _TOAST_NAME, *besides, *traces, *pictures, *documents, *policy}
+    assert {"docs/fleet.md", "docs/operations.md", "docs/security.md", "docs/toast-controller.md"} <= documents
+    # Nothing for those who change the programs.
+    assert not {"docs/architecture.md", "docs/laboratory.md", "docs/scenarios.md", "docs/performance.md"} & documents
 
 
 def test_the_version_has_one_place() -> None:
@@ -744,25 +828,7 @@ def test_what_is_missing_is_said_in_one_line(tmp_path: Path) -> None:
     with pytest.raises(packaging.PackageError, match=no_build):
         packaging.product_version(tmp_path)
     toast_controller = rf"{tmp_path}/VeyraCameraToastCntl\.exe"
-    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}$"
+    messages = rf"{tmp_path}/VeyraCameraDfuMessages\.dll"
+    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}, {messages}$"
     with pytest.raises(packaging.PackageError, match=missing):
         packaging.package_files(tmp_path)
-
-
-@slow
-def test_two_builds_give_the_same_executables(tmp_path: Path) -> None:
-    digests = []
-    for name in ("one", "the other, in a longer path"):
-        tree = tmp_path / name
-        tree.mkdir()
-        for source in ("CMakeLists.txt", "CMakePresets.json", "cmake", "src", "toast", "lab", "scripts"):
-            copy = shutil.copytree if (CHECKOUT / source).is_dir() else shutil.copy2
-            copy(CHECKOUT / source, tree / source)
-        configure = ["cmake", "--preset", "windows-release", "-DBUILD_TESTING=OFF"]
-        targets = ["--target", SERVICE, "toast_controller"]
-        for command in (configure, ["cmake", "--build", "build/windows-release", *targets]):
-            answer = subprocess.run(command, cwd=tree, capture_output=True, text=True, check=False)
-            assert answer.returncode == 0, answer.stdout + answer.stderr
-        files = packaging.package_files(tree / "build" / "windows-release")
-        digests.append([sha256(files[name].read_bytes()) for name in (f"{SERVICE}.exe", _TOAST_NAME)])
-    assert digests[0] == digests[1]
