@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fuzzes the laboratory's reader of what the rig and the toast server report.
+"""Fuzzes the laboratory's reader of what the rig and the toast controller report.
 
 The inputs of the corpus folders, then changes of them made at random, go through a connection into the
 reader. What must hold: every line becomes an event, or the reader refuses it with a PeerError; the

@@ -227,7 +227,7 @@ def round_with(fault: str) -> RoundPlan:
     [
         ("no fault", ["accept", "expect"]),
         ("error status after a block", ["accept", "expect"]),
-        ("prompt server fails", ["accept", "expect"]),
+        ("toast controller fails", ["accept", "expect"]),
         ("block unanswered", ["accept", "expect"]),
         ("version unknown", ["plug", "settle", "expect"]),
         ("unplugged while the user is asked", ["plug", "unplug", "expect"]),

@@ -101,7 +101,7 @@ EXPECTED: dict[str, Any] = {
 
 
 def last(good: Observed, name: str) -> int:
-    """Where the last event of a kind stands; a method of the prompt server is a kind, too."""
+    """Where the last event of a kind stands; a method of the toast controller is a kind, too."""
     return max(at for at, event in enumerate(good.events) if name in (event["event"], event.get("method")))
 
 

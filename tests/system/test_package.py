@@ -184,7 +184,7 @@ def machine_left() -> Iterator[None]:
 
 @pytest.fixture
 def alone(on: Bench) -> Iterator[Bench]:
-    """The same machine without the laboratory's toast server, which is to the installer another maker's."""
+    """The same machine without the laboratory's toast controller, which is to the installer another maker's."""
     assert on.peer.dismiss(TOAST, seconds=20)
     on.installation.put_toast_server(False)
     yield on
@@ -608,6 +608,33 @@ def test_the_installed_service_makes_a_whole_update(on: Bench) -> None:
     check_nothing_left(on.machine)
     # The road ends with the driver's removal.
     on.installation.set_keys(on.peer.port, None)
+
+
+@slow
+def test_the_script_for_a_fleet_installs_and_may_run_again(on: Bench) -> None:
+    document = (CHECKOUT / "docs" / "fleet.md").read_text(encoding="utf-8")
+    block = document[document.index("    @echo off") :].partition("\n\n")[0]
+    lines = [line[4:] for line in block.splitlines()]
+    assert lines[1] == r"set SHARE=\\server\veyra"
+    share = on.machine.file(r"C:\share")
+    share.mkdir()
+    image = on.machine.file(r"C:\windows\system32\drivers\KV400Firmware.bin")
+    shutil.move(image, share / image.name)
+    shutil.copyfile(installer(), share / f"{SERVICE}-{VERSION}.msi")
+    lines[1] = r"set SHARE=C:\share"
+    script = share / "deploy.cmd"
+    script.write_text("\r\n".join(lines).replace("<version>", VERSION) + "\r\n", encoding="ascii")
+    try:
+        for _ in range(2):
+            assert on.machine.run("cmd", "/c", r"C:\share\deploy.cmd", timeout=120).status == 0
+            check_installed(on.machine)
+            assert image.read_bytes() == (share / image.name).read_bytes()
+            assert update_mode(on.machine) == ("REG_SZ", _SERVICE_CONTROLLED)
+            assert start_type(on.machine) == "Automatic"
+            assert on.machine.wait_for_service_state(SERVICE, "RUNNING", seconds=20) == "RUNNING"
+    finally:
+        shutil.copyfile(share / image.name, image)
+        shutil.rmtree(share)
 
 
 # The feature "Toast controller".

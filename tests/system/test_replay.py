@@ -49,7 +49,7 @@ def test_a_scenario_goes_the_same_way_each_time(name: str) -> None:
     assert len(end.transcript) > 100
 
 
-@pytest.mark.parametrize("fault", ["no fault", "unplugged after a block", "switch refused", "prompt server fails"])
+@pytest.mark.parametrize("fault", ["no fault", "unplugged after a block", "switch refused", "toast controller fails"])
 def test_a_round_of_the_soak_goes_the_same_way_each_time(fault: str) -> None:
     end = play(of_round(first_round(fault)), _TIMES)
     assert end.complaints == []

@@ -100,7 +100,7 @@ def test_does_what_the_person_says(on: Bench, says: bool, foreseen: Foreseen) ->
         pytest.param(UpdatePlan(update_mode="service controlled"), id="when the update mode is in another case", marks=slow),
         pytest.param(UpdatePlan(camera_version="5.10.3.0"), id="when the versions are equal"),
         pytest.param(UpdatePlan(camera_version="0.0.0.0"), id="when the camera's version is unknown", marks=slow),
-        pytest.param(UpdatePlan(toast_server=False), id="without a toast server", marks=slow),
+        pytest.param(UpdatePlan(toast_server=False), id="without a toast controller", marks=slow),
     ],
 )
 def test_asks_nobody(on: Bench, plan: UpdatePlan) -> None:
@@ -134,7 +134,7 @@ def test_the_document_shows_the_trace_of_a_good_update(good: Record) -> None:
     # Behind two blanks stands what a line means.
     told = [line.strip().partition("  ")[0] for line in sample] + ["The update service is asked to stop"]
     seen = [event["text"] for event in good.of_service("trace") if event["group"] != SCOPE_TRACES]
-    # A toast server that has served other tests before gives higher cookies.
+    # A toast controller that has served other tests before gives higher cookies.
     seen = [re.sub(r"\(cookie \d+\)", "(cookie 2)", text) for text in seen]
     assert [text.replace(good.plan.image_version, "5.10.3.0") for text in seen] == told
 

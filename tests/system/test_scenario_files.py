@@ -148,7 +148,7 @@ class TestScenarioFiles:
         assert "steps[1].repeat.steps[0]" in self.step({"repeat": {"times": 2, "steps": ["dance"]}})
         assert "steps[1].deliver.class" in self.step({"deliver": {"type": "arrival", "class": "mouse"}})
 
-    def test_names_what_the_prompt_server_cannot_do(self) -> None:
+    def test_names_what_the_toast_controller_cannot_do(self) -> None:
         for fields in (
             {},
             {"ms": 5},
@@ -159,12 +159,12 @@ class TestScenarioFiles:
             {"fail": "NotifyProgress", "skip": 1},
             {"hang": "NotifyProgress", "hresult": -1},
         ):
-            complaint = self.step({"prompt server": fields})
-            assert f"steps[1].prompt server: {fields} is not " in complaint
+            complaint = self.step({"toast controller": fields})
+            assert f"steps[1].toast controller: {fields} is not " in complaint
             assert '"fail" and perhaps "hresult", or with "hang"' in complaint
-        assert "steps[1].prompt server: 'dance' is not one of" in self.step({"prompt server": "dance"})
-        assert re.search("'stop' was unexpected.*; known are: fail, hang", self.step({"prompt server": {"stop": 1}}))
-        assert "prompt server.hang: 'Stop' is not one of" in self.step({"prompt server": {"hang": "Stop"}})
+        assert "steps[1].toast controller: 'dance' is not one of" in self.step({"toast controller": "dance"})
+        assert re.search("'stop' was unexpected.*; known are: fail, hang", self.step({"toast controller": {"stop": 1}}))
+        assert "toast controller.hang: 'Stop' is not one of" in self.step({"toast controller": {"hang": "Stop"}})
 
     def test_names_expectations_that_mean_nothing(self) -> None:
         for field, value in {

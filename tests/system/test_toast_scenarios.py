@@ -34,15 +34,15 @@ _NAMES = (
     "image-gone-before-the-answer",
     "image-replaced-before-the-answer",
     "listed-twice",
-    "prompt-server-dies-while-it-asks",
-    "prompt-server-hangs-at-the-end",
+    "toast-controller-dies-while-it-asks",
+    "toast-controller-hangs-at-the-end",
     "stop-while-the-user-is-asked",
     "unplug-before-the-answer",
 )
 _STAGE = {"transfer_us": 30_000, "image": {"size": 20_000, "version": "5.10.3.0"}}
 _ASKED = [{"plug": 0}, {"wait for": "question"}, "settle", {"answer": 1}]
 _DEATH = [
-    {"prompt server": "die"},
+    {"toast controller": "die"},
     {"wait for": "camera 0 running"},
     "settle",
     {"expect": {"completions": 0, "cameras": [{"mode": "running", "flash": "image"}]}},
@@ -66,7 +66,7 @@ _DIES = [*_ASKED, {"wait for": "progress 3"}, *_DEATH]
 _HANGS = [
     *_ASKED,
     {"wait for": "progress 3"},
-    {"prompt server": {"hang": "NotifyProgress", "ms": 5000}},
+    {"toast controller": {"hang": "NotifyProgress", "ms": 5000}},
     {"wait for": "download end"},
     {"wait for": "camera 0 running"},
     "settle",
@@ -75,7 +75,7 @@ _HANGS = [
 
 
 class WindowOfPrompts:
-    """Does with the window, and with its process, what a scenario tells the laboratory's prompt server to do."""
+    """Does with the window, and with its process, what a scenario tells the laboratory's toast controller to do."""
 
     def __init__(self, machine: Machine, installed: InstalledService, installation: Installation) -> None:
         self._machine = machine
@@ -89,7 +89,7 @@ class WindowOfPrompts:
             self._installation.show_toast_controller()
 
     def command(self, source: str, command: str, **fields: Any) -> Event:
-        """Takes the commands that are the prompt server's."""
+        """Takes the commands that are the toast controller's."""
         if source == TOAST:
             return getattr(self, f"_{command}")(**fields) or {}
         if command == "restage":
@@ -123,7 +123,7 @@ class WindowOfPrompts:
 
 
 def with_prompts(stage: dict[str, Any]) -> dict[str, Any]:
-    """The stage of a rig that tells what goes between the service and its prompt server."""
+    """The stage of a rig that tells what goes between the service and its toast controller."""
     return {**stage, "records_prompts": True}
 
 
@@ -133,7 +133,7 @@ def SHARED(machine: Machine) -> ScenarioRunner:
 
 @pytest.fixture
 def runner(shared: Shared[ScenarioRunner], monkeypatch: pytest.MonkeyPatch) -> Iterator[ScenarioRunner]:
-    """A runner whose prompt server is the window."""
+    """A runner whose toast controller is the window."""
     runner = shared.get()
     installed, installation = runner._installed, runner._installed._installation
     window = WindowOfPrompts(runner._machine, installed, installation)
@@ -146,7 +146,7 @@ def runner(shared: Shared[ScenarioRunner], monkeypatch: pytest.MonkeyPatch) -> I
     monkeypatch.setattr(installed.peer, "command", window.command)
     monkeypatch.setattr(installed.peer, "set_stage", lambda rig, toast: set_stage(with_prompts(rig), toast))
     monkeypatch.setattr(installed.service, "start", start_with_window)
-    monkeypatch.setattr(installed, "put_prompt_server", lambda there: None)
+    monkeypatch.setattr(installed, "put_toast_controller", lambda there: None)
     yield runner
     window.command(TOAST, "release")
     # Wine does not start another server in the place of one that was killed, or is killed now with its window.

@@ -6,7 +6,7 @@ part of the transcript to itself:
 
 - the laboratory: it sends a command, or begins its next step, while the service still does what the one before brought
   about;
-- the prompt server's calls, and its answers to the laboratory: another process, which tells over a wire of its own,
+- the toast controller's calls, and its answers to the laboratory: another process, which tells over a wire of its own,
   from the threads of COM and from that which fires the user's answer;
 - the watcher's callbacks: configuration manager calls them from a thread of its own, while the service's handler is
   being told of the same arrival;
@@ -21,7 +21,7 @@ from itertools import zip_longest
 
 from ..wire.events import LAB, RIG, TOAST, Event
 
-# Times, and the numbers of processes and threads. A "cookie" counts the sinks in the life of the prompt server's
+# Times, and the numbers of processes and threads. A "cookie" counts the sinks in the life of the toast controller's
 # process, "path" is the file through which a flash is handed over, and "sleeps" are those that were over in a rest: one at
 # its end may not be.
 _LEFT_OUT = ("t", "pid", "thread", "us", "cookie", "path", "camera_bytes", "handles", "threads", "private_bytes", "sleeps")

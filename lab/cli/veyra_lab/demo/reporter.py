@@ -105,5 +105,5 @@ class Reporter:
 
     def _process(self, event: Event) -> None:
         if event["command_line"] == "/RegServer":
-            said = "registers the toast server" if event["ok"] else "finds no toast server to register"
+            said = "registers the toast controller" if event["ok"] else "finds no toast controller to register"
             self._screen.note(f"the program {said}")

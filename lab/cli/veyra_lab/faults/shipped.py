@@ -40,7 +40,7 @@ class ShippedEnd:
     requests: int
     seconds: float
     scenario: Path
-    # What service, prompt server and laboratory did.
+    # What service, toast controller and laboratory did.
     events: Sequence[Event]
 
 

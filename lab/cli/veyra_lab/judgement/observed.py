@@ -31,7 +31,7 @@ class CameraNow:
 
 @dataclass(frozen=True)
 class Observed:
-    """What the service and the prompt server did, and how things are now."""
+    """What the service and the toast controller did, and how things are now."""
 
     events: Sequence[Event]
     cameras: Sequence[dict[str, Any]]
@@ -57,7 +57,7 @@ class Observed:
         return [event for event in self.transfers if not event["ok"]]
 
     def calls(self, method: str) -> list[Event]:
-        """The calls of one method of the prompt server, told by itself, or by the rig for one that tells nothing."""
+        """The calls of one method of the toast controller, told by itself, or by the rig for one that tells nothing."""
         return [event for event in self.events if event["event"] == "prompt-call" and event["method"] == method]
 
     @property

@@ -79,11 +79,11 @@ _HRESULTS = {
     0x8002000E: ("DISP_E_BADPARAMCOUNT", "the number of arguments is wrong"),
     0x800401F0: ("CO_E_NOTINITIALIZED", "COM was not set up"),
     0x800401FD: ("CO_E_OBJNOTCONNECTED", "the object is not connected to the other process"),
-    0x80040154: ("REGDB_E_CLASSNOTREG", "the toast server is not registered"),
+    0x80040154: ("REGDB_E_CLASSNOTREG", "the toast controller is not registered"),
     0x80070005: ("E_ACCESSDENIED", "access was denied, or the device is no longer connected"),
     0x8007000E: ("E_OUTOFMEMORY", "there is not enough memory"),
     0x80070057: ("E_INVALIDARG", "an argument is not allowed"),
-    0x80080005: ("CO_E_SERVER_EXEC_FAILURE", "the toast server could not be started"),
+    0x80080005: ("CO_E_SERVER_EXEC_FAILURE", "the toast controller could not be started"),
     0x80630501: ("", "no camera of the family is left in the registry"),
 }
 

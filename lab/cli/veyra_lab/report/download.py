@@ -82,7 +82,7 @@ class _Gathering:
     def __init__(self) -> None:
         self.found: list[Download] = []
         self._open: dict[int | None, Download] = {}
-        # The toast server's report of the announcement may stand before the rig's of the device's opening.
+        # The toast controller's report of the announcement may stand before the rig's of the device's opening.
         self._announced: int | None = None
 
     def take(self, event: Event) -> None:

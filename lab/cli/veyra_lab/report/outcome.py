@@ -129,7 +129,7 @@ def _why_not_asked(facts: Facts) -> str:
     if camera and camera == image:
         return f"camera and image both have version {camera}"
     if camera and image:
-        return f"the camera has {camera}, the image {image}, but no toast server took the question"
+        return f"the camera has {camera}, the image {image}, but no toast controller took the question"
     if not facts.of("firmware-command"):
         return "the service never looked at the camera's version, as when the update mode is not “Service Controlled”"
     if facts.version_before == _UNKNOWN_VERSION:

@@ -90,7 +90,7 @@ def _hello(event: Event) -> Telling:
 
 
 def _gone(event: Event) -> Telling:
-    who = {"rig": "the service's executable", "toast": "the toast server"}.get(
+    who = {"rig": "the service's executable", "toast": "the toast controller"}.get(
         text(event, "of"), text(event, "of")
     )
     lane = Lane.USER if event.get("of") == "toast" else Lane.SERVICE

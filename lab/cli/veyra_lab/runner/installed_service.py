@@ -26,7 +26,7 @@ class InstalledService:
         self.bus = bus
         self.service = ServiceUnderTest(machine, peer)
         self._installation = Installation(machine, programs)
-        self._has_prompt_server = True
+        self._has_toast_controller = True
         self._update_mode: str | None = SERVICE_CONTROLLED
         self._keys_changed = False
         # How long, in seconds, it may take to settle.
@@ -67,11 +67,11 @@ class InstalledService:
             self._update_mode = mode
             self._keys_changed = False
 
-    def put_prompt_server(self, there: bool) -> None:
-        """Puts the prompt server into the machine, or takes it away."""
-        if there != self._has_prompt_server:
+    def put_toast_controller(self, there: bool) -> None:
+        """Puts the toast controller into the machine, or takes it away."""
+        if there != self._has_toast_controller:
             self._installation.put_toast_server(there)
-            self._has_prompt_server = there
+            self._has_toast_controller = there
 
     def remove_driver(self) -> None:
         """Takes the camera's driver package away, until the scenario is over."""

@@ -58,7 +58,7 @@ class ScenarioRun:
             self._take_away(camera)
 
     def events(self) -> list[Event]:
-        """What the service and the prompt server did in this scenario."""
+        """What the service and the toast controller did in this scenario."""
         return self._events(self._begin)
 
     def complaints_of_the_bus(self) -> list[str]:
@@ -152,7 +152,7 @@ class ScenarioRun:
     def _remove_driver(self) -> None:
         self._installed.remove_driver()
 
-    def _command_prompt_server(self, value: Any) -> None:
+    def _command_toast_controller(self, value: Any) -> None:
         if isinstance(value, str):
             self._peer.command(TOAST, value)
         elif "fail" in value:
@@ -195,7 +195,7 @@ class ScenarioRun:
     # Looking.
 
     def _expect(self, expectation: dict[str, Any]) -> None:
-        # The prompt server's word of a call comes on a wire of its own: what the service did before may still be on its way.
+        # The toast controller's word of a call comes on a wire of its own: what the service did before may still be on its way.
         self._bus.hear_out()
         observed = Observed(
             events=self._events(self._window),
@@ -245,7 +245,7 @@ class ScenarioRun:
         )
 
     def _events(self, since: int) -> list[Event]:
-        """What the service and the prompt server did; an installer of the service is neither."""
+        """What the service and the toast controller did; an installer of the service is neither."""
         return [
             event
             for event in self._peer.events_since(since)
@@ -283,7 +283,7 @@ STEPS_WITH_ARGUMENT: dict[str, Callable[[ScenarioRun, Any], None]] = {
     "control": ScenarioRun._control,
     "image": ScenarioRun._put_image,
     "update mode": ScenarioRun._set_update_mode,
-    "prompt server": ScenarioRun._command_prompt_server,
+    "toast controller": ScenarioRun._command_toast_controller,
     "create service": ScenarioRun._create_service,
     "repeat": ScenarioRun._repeat,
     "expect": ScenarioRun._expect,

@@ -29,7 +29,7 @@ class Outcome:
     seconds: float = 0.0
     before: Resources | None = None
     after: Resources | None = None
-    # What service, prompt server and laboratory did, from the moment at which everything was ready.
+    # What service, toast controller and laboratory did, from the moment at which everything was ready.
     events: list[Event] = field(default_factory=list)
 
     @property
@@ -40,7 +40,7 @@ class Outcome:
 
 class ScenarioRunner:
     """The service is installed once. One process of it carries as many scenarios as it can: a scenario gets a new one
-    only when it says so, needs another prompt server, or when the one before has ended or failed.
+    only when it says so, needs another toast controller, or when the one before has ended or failed.
 
     Use it as a context, in a machine that is booted; on exit everything is taken away again. An outcome says what the
     service holds only if `looks_at_resources` is set: under Wine, a third of a short scenario's work is to count
@@ -121,8 +121,8 @@ class ScenarioRunner:
             self._always_fresh
             or variant.fresh_service
             or self._last is None
-            or (plan.prompt_server, plan.skip_waits, plan.transfer_us)
-            != (self._last.prompt_server, self._last.skip_waits, self._last.transfer_us)
+            or (plan.toast_controller, plan.skip_waits, plan.transfer_us)
+            != (self._last.toast_controller, self._last.skip_waits, self._last.transfer_us)
             or not self._peer.is_connected_as(TOAST)
         )
         if self._service.is_up and needs_fresh:
@@ -131,11 +131,11 @@ class ScenarioRunner:
             self._peer.dismiss(TOAST, seconds=20)
         self._installed.put_image(plan.image)
         self._installed.set_update_mode(plan.update_mode)
-        self._installed.put_prompt_server(plan.prompt_server != "missing")
+        self._installed.put_toast_controller(plan.toast_controller != "missing")
         self._last = plan
         # Also for a process that the scenario itself will start.
         stage = self._bus.stage(plan.for_rig())
-        self._peer.set_stage(stage, plan.for_prompt_server())
+        self._peer.set_stage(stage, plan.for_toast_controller())
         self._bus.place(plan.cameras)
         if self._service.is_up:
             self._peer.command(RIG, "restage", stage=stage)

@@ -43,7 +43,7 @@ class StagePlan:
     cameras: tuple[dict[str, Any], ...] = ({},)
     image: ImagePlan = field(default_factory=lambda: ImagePlan.of({}))
     update_mode: str | None = SERVICE_CONTROLLED
-    prompt_server: str = "there"
+    toast_controller: str = "there"
     transfer_us: int = 0
     skip_waits: bool = True
     failed_media_starts: int = 0
@@ -68,9 +68,9 @@ class StagePlan:
             "cameras": list(self.cameras),
         }
 
-    def for_prompt_server(self) -> dict[str, Any]:
-        """The stage of the prompt server."""
-        return {"refuse_activation": True} if self.prompt_server == "refuses" else {}
+    def for_toast_controller(self) -> dict[str, Any]:
+        """The stage of the toast controller."""
+        return {"refuse_activation": True} if self.toast_controller == "refuses" else {}
 
 
 @dataclass(frozen=True)

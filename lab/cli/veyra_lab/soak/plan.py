@@ -40,7 +40,7 @@ _FAULTS: dict[str, dict[str, Any] | None] = {
     "status fails now and then": {"where": "GETSTATUS", "what": "stall", "skip": 1, "count": 3, "sets_error": False},
     "version unknown": {"where": "COMMAND-READ", "what": "echo", "count": 0, "value": 7},
     "switch refused": {"where": "COMMAND-WRITE", "what": "stall", "skip": 4, "count": 0},
-    "prompt server fails": None,
+    "toast controller fails": None,
     "user declines": None,
     _PULLED: None,
 }
@@ -48,7 +48,7 @@ _FAULTS: dict[str, dict[str, Any] | None] = {
 _SPARE_WHERE_PULLED = (1, 3, 4, 5)
 # One that has the image's version: nobody is asked.
 UP_TO_DATE = "up to date"
-HARMLESS = ("no fault", "status fails now and then", "prompt server fails")
+HARMLESS = ("no fault", "status fails now and then", "toast controller fails")
 # Behind these the camera runs its firmware. One that is stuck in DFU mode is tried again whenever a USB device arrives, so
 # it goes before another one comes.
 _LEFT_RUNNING = (*HARMLESS, "version unknown", "switch refused", "user declines", UP_TO_DATE)
@@ -91,7 +91,7 @@ class RoundPlan:
     image: dict[str, Any]
     cameras: tuple[dict[str, Any], ...]
     chosen: int
-    # The methods of the prompt server that fail.
+    # The methods of the toast controller that fail.
     failing: tuple[str, ...]
     stays: bool
     visitor: int | None
@@ -132,7 +132,7 @@ class RoundPlan:
 
     def _steps(self) -> Iterator[Any]:
         for method in self.failing:
-            yield {"prompt server": {"fail": method}}
+            yield {"toast controller": {"fail": method}}
         yield from self._arrival()
         wanted = {"flash": "image", "mode": "running"} if self.fault in HARMLESS else {"flash": "old"}
         asked = {"result": "not asked", "camera": self.chosen} if self.fault == UP_TO_DATE else {}
@@ -202,7 +202,7 @@ def _plan_of(id_: RoundId) -> RoundPlan:
     stays = choose.random() < _STAYING and fault in _LEFT_RUNNING
     others = [number for number in range(_CAMERAS) if number != chosen]
     visitor = choose.choice(others) if choose.random() < _VISITING else None
-    failing = ("ShowUpdatePrompt", "NotifyProgress", "NotifyComplete") if fault == "prompt server fails" else ()
+    failing = ("ShowUpdatePrompt", "NotifyProgress", "NotifyComplete") if fault == "toast controller fails" else ()
     return RoundPlan(id_, fault, image, cameras, chosen, failing, stays, visitor)
 
 

@@ -47,7 +47,7 @@ class Soak:
         self.peer = installed.peer
         self.service = installed.service
         self.tally = Tally()
-        # What service, prompt server and laboratory did in the last round, as far as it came.
+        # What service, toast controller and laboratory did in the last round, as far as it came.
         self.events: list[Event] = []
         self._installed = installed
         self._seed = seed

@@ -64,7 +64,7 @@ class UpdatePlan:
         if self.update_mode != SERVICE_CONTROLLED:
             return f"the update mode is {self.update_mode or 'not set'}"
         if not self.toast_server:
-            return "there is no toast server that could ask"
+            return "there is no toast controller that could ask"
         if self.camera_version == UNKNOWN_VERSION:
             return "the camera's version is 0.0.0.0, which means unknown"
         if self.camera_version == self.image_version:

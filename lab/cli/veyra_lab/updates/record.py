@@ -51,7 +51,7 @@ class Record:
         )
 
     def prompt_calls(self, method: str) -> list[Event]:
-        """The calls of one method of the toast server, told by itself, or by the rig for one that tells nothing."""
+        """The calls of one method of the toast controller, told by itself, or by the rig for one that tells nothing."""
         return [event for event in self.events if event["event"] == "prompt-call" and event["method"] == method]
 
     def transfers(self) -> list[Event]:

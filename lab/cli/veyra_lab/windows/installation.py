@@ -90,7 +90,7 @@ class Installation:
             path.write_bytes(content)
 
     def put_toast_server(self, there: bool) -> None:
-        """Puts the toast server into the machine, or takes it away with its registration."""
+        """Puts the toast controller into the machine, or takes it away with its registration."""
         if there:
             # A new file: one that runs would get stuck when its own was written over.
             self._machine.file(_TOAST_SERVER).unlink(missing_ok=True)

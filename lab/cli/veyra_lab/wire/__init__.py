@@ -1,4 +1,4 @@
-"""The wire: the connection with rig, toast server, guest and camera servers, and what comes over it.
+"""The wire: the connection with rig, toast controller, guest and camera servers, and what comes over it.
 
 Uses no other room.
 """

@@ -7,7 +7,7 @@ from .events import TOAST, Event
 
 
 class Connection:
-    """The rig of one process, the toast server, the guest, or a server of cameras."""
+    """The rig of one process, the toast controller, the guest, or a server of cameras."""
 
     def __init__(self, channel: socket.socket) -> None:
         self.channel = channel
@@ -18,7 +18,7 @@ class Connection:
 
     @property
     def is_toast_server(self) -> bool:
-        """Whether the toast server is at its other end."""
+        """Whether the toast controller is at its other end."""
         return self.source == TOAST
 
     def lines(self, received: bytes) -> list[bytes]:

@@ -1,4 +1,4 @@
-"""The laboratory's end of the wire: what the service's rig and the toast server report, and what they are told."""
+"""The laboratory's end of the wire: what the service's rig and the toast controller report, and what they are told."""
 
 import json
 import math
@@ -223,7 +223,7 @@ class Peer:
             if self._listener in ready:
                 self._accept()
             with self._changed:
-                # The toast server is read last and taken first: what it said before the rig spoke stands before it in
+                # The toast controller is read last and taken first: what it said before the rig spoke stands before it in
                 # the record as well.
                 received = [
                     (each, each.received()) for each in sorted(self._connections, key=lambda each: each.is_toast_server)

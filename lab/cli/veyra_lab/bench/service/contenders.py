@@ -90,7 +90,7 @@ class Contenders:
             self.end_all()
 
     def end_all(self) -> None:
-        """Leaves none of them running, whatever has happened, and the toast server where it belongs."""
+        """Leaves none of them running, whatever has happened, and the toast controller where it belongs."""
         for service in (self.product, self.minimal, self.activating):
             service.end()
         self.installation.put_toast_server(True)

@@ -59,7 +59,7 @@ def react(contenders: Contenders) -> Reaction:
     events = contenders.peer.events_since(since)
     plugging = _first(events, lambda event: event["event"] == "camera")
     arrival = _first(events, _is_arrival(SENSOR_CLASS), plugging)
-    # The prompt server's events come by a wire of their own, so among the service's the prompt may stand a little early
+    # The toast controller's events come by a wire of their own, so among the service's the prompt may stand a little early
     # or late. It is the last thing that the arrival's handler does.
     prompt = _first(events, _is_prompt)
     handled = _first(events, _is_handled, arrival)

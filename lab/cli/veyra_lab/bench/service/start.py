@@ -14,11 +14,11 @@ _BAR = 1.25
 
 
 def measure(contenders: Contenders) -> Iterator[Row]:
-    """With the toast server there, and without it."""
+    """With the toast controller there, and without it."""
     product, minimal, activating = _medians((contenders.product, contenders.minimal, contenders.activating))
     yield ratio_at_most(
         LINE,
-        "start, toast server present",
+        "start, toast controller present",
         product,
         activating,
         _BAR,
@@ -32,12 +32,12 @@ def measure(contenders: Contenders) -> Iterator[Row]:
         product, minimal = _medians((contenders.product, contenders.minimal))
     finally:
         contenders.installation.put_toast_server(True)
-    yield ratio_at_most(LINE, "start, toast server absent", product, minimal, _BAR, "ms", against="minimal service")
+    yield ratio_at_most(LINE, "start, toast controller absent", product, minimal, _BAR, "ms", against="minimal service")
 
 
 def _medians(services: Sequence[ServiceUnderTest]) -> list[float]:
     """Milliseconds of each service's start, in rounds in which each starts once. The first round warms up: it is what
-    activates the toast server's process."""
+    activates the toast controller's process."""
     starts = [[_start_ms(service) for service in services] for _ in range(_ROUNDS + 1)]
     return [statistics.median(of_one) for of_one in zip(*starts[1:])]
 
