@@ -1,9 +1,10 @@
-"""Makes the release: a ZIP and an MSI with the programs, the trace formats, the policy template and the operators' documents; a
-ZIP of the symbols; a bill of materials; the digests of all of them; and, when it is known where they can be fetched, manifests for
-winget.
+"""Makes the release: a ZIP and an MSI with the programs, the trace formats, the policy template and the operators'
+documents; a ZIP of the symbols; a bill of materials; the digests of all of them; and, when it is known where they can be
+fetched, manifests for winget.
 
 Builds the preset windows-release first. The version is the one of the top CMakeLists.txt. The times inside
-are those of the commit, or of SOURCE_DATE_EPOCH if that is set: the same commit gives the same files, unless they are signed.
+are those of the commit, or of SOURCE_DATE_EPOCH if that is set: the same commit gives the same files, unless they are
+signed.
 
 exit codes: 0 made, 1 failed, with the reason on standard error, 2 wrong usage
 """
@@ -38,10 +39,13 @@ BUILD = ROOT / "build" / "windows-release"
 SERVICE = "VeyraCameraDfuService"
 EXECUTABLE = f"{SERVICE}.exe"
 TOAST_CONTROLLER = "VeyraCameraToastCntl.exe"
+_PROGRAMS = (EXECUTABLE, TOAST_CONTROLLER)
 MESSAGES = "VeyraCameraDfuMessages.dll"
 # Runs out of the installer, and is in no other package.
 START_TYPE_TOOL = "set_start_type.exe"
 NOTICES = "THIRD-PARTY-NOTICES.txt"
+# What is built for a release.
+TARGETS = (SERVICE, "toast_controller", "service_messages", "set_start_type")
 UPGRADE_CODE = "{6B1D3C52-6A5E-4F0E-9D4E-2F6F3A1F0C77}"
 # The documents for those who run the service; the others are for those who change it.
 _DOCUMENTS = ("fleet.md", "hardware-checklist.md", "operations.md", "security.md", "toast-controller.md", "windows.md")
@@ -120,8 +124,7 @@ def package_files(build: Path) -> dict[str, Path]:
     files = {source.relative_to(ROOT).as_posix(): source for source in sources}
     files |= {f"policy/{source.relative_to(_POLICY).as_posix()}": source for source in _POLICY.rglob("*.adm[lx]")}
     files["README.md"] = _README
-    for name in (EXECUTABLE, TOAST_CONTROLLER, MESSAGES):
-        files[name] = build / name
+    files |= {name: build / name for name in (*_PROGRAMS, MESSAGES)}
     missing = [str(source) for source in files.values() if not source.is_file()]
     if missing:
         raise PackageError(f"these files are missing: {', '.join(missing)}")
@@ -131,8 +134,11 @@ def package_files(build: Path) -> dict[str, Path]:
 
 def linked_parts(build: Path, files: Mapping[str, Path]) -> Linked:
     """What of others is linked into the programs of a package, and into the installer's own."""
-    programs = sorted(name for name in files if name.endswith(".exe"))
-    return of_programs(build / name for name in [*programs, START_TYPE_TOOL])
+    return of_programs(build / name for name in [*filter(_is_program, files), START_TYPE_TOOL])
+
+
+def _is_program(name: str) -> bool:
+    return name.endswith(".exe")
 
 
 def _notices(build: Path, files: Mapping[str, Path]) -> Path:
@@ -194,8 +200,8 @@ def _write_zip(files: Mapping[str, Path], folder: str, date: int, output: Path) 
 
 
 def make_symbols(files: Mapping[str, Path], build: Path, version: str, date: int, output: Path) -> None:
-    """Writes the ZIP of the symbols: of each program the file as it ships, and the one that scripts/symbolize reads."""
-    programs = {name: source for name, source in files.items() if name.endswith(".exe")}
+    """Writes the ZIP of the symbols: of each program the file that ships, and the one that scripts/symbolize reads."""
+    programs = {name: source for name, source in files.items() if _is_program(name)}
     symbols = {f"{name}.debug": build / f"{name}.debug" for name in programs}
     _write_zip(programs | symbols, f"{SERVICE}-{version}-symbols", date, output)
 
@@ -203,8 +209,8 @@ def make_symbols(files: Mapping[str, Path], build: Path, version: str, date: int
 def make_msi(
     files: Mapping[str, Path], version: str, date: int, output: Path, tool: Path | None = None, entry: Entry = Entry()
 ) -> None:
-    """Writes the MSI. The product code follows from the version, the package code from the contents. `tool` sets the service's
-    start type; the one of the release build when it is not given."""
+    """Writes the MSI. The product code follows from the version, the package code from the contents. `tool` sets the
+    service's start type; the one of the release build when it is not given."""
     tool = tool or BUILD / START_TYPE_TOOL
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
@@ -219,7 +225,8 @@ def make_msi(
         made = folder / "package.msi"
         product = ["-D", f"ProductCode={product_code(version)}", "-D", f"Version={version}"]
         _call(["wixl", "-a", "x64", *product, "-o", made.name, _PRODUCT.name, "files.wxs"], folder)
-        _finish(made, version, _digest({**files, **besides}, f"{version} {date} {entry.help_address}"), entry.help_address)
+        digest = _digest({**files, **besides}, f"{version} {date} {entry.help_address}")
+        _finish(made, version, digest, entry.help_address)
         _set_times(made, date)
         shutil.copyfile(made, output)
 
@@ -250,8 +257,9 @@ def _files_fragment(files: Mapping[str, Path]) -> ElementTree.Element:
                 ("EventMessageFile", "string", f"[InstallFolder]{MESSAGES}"), ("TypesSupported", "integer", "7"),
             ):  # fmt: skip
                 _element(
-                    component, "RegistryValue", Id=value, Root="HKLM", Key=_EVENT_SOURCE, Name=value, Type=kind, Value=data
-                )
+                    component, "RegistryValue",
+                    Id=value, Root="HKLM", Key=_EVENT_SOURCE, Name=value, Type=kind, Value=data,
+                )  # fmt: skip
         if name == TOAST_CONTROLLER:
             # A component of its own feature. What it writes tells a later installer whose it is.
             _element(
@@ -272,7 +280,7 @@ def _element(parent: ElementTree.Element | None, name: str, **attributes: str) -
 
 def _finish(msi: Path, version: str, digest: str, help_address: str) -> None:
     """Sets what wixl has no words for."""
-    versions = {EXECUTABLE: f"{version}.0", TOAST_CONTROLLER: f"{version}.0", MESSAGES: _MESSAGES_VERSION}
+    versions = {program: f"{version}.0" for program in _PROGRAMS} | {MESSAGES: _MESSAGES_VERSION}
     queries = [
         *(f"UPDATE `CustomAction` SET `Type` = {kind} WHERE `Action` = '{action}'" for action, kind in _ACTION_TYPES.items()),
         *(
@@ -341,8 +349,7 @@ def _call(command: Sequence[str], folder: Path) -> None:
 
 def _build() -> None:
     setup = ["bash", str(ROOT / "scripts" / "setup")]
-    targets = (SERVICE, "toast_controller", "service_messages", "set_start_type")
-    for step in (["packages", "package"], ["build", BUILD.name, *targets]):
+    for step in (["packages", "package"], ["build", BUILD.name, *TARGETS]):
         answer = subprocess.run([*setup, *step], check=False, stdin=subprocess.DEVNULL, stdout=sys.stderr)
         if answer.returncode != 0:
             raise PackageError(f"scripts/setup {' '.join(step)} failed")
@@ -455,7 +462,8 @@ def _options() -> argparse.Namespace:
     )
     parser.add_argument(
         "--sign", type=_command, default=[], metavar="COMMAND",
-        help="sign every program, the DLL and the installer: COMMAND, whose last word will be a file's path, signs it in its place",
+        help="sign every program, the DLL and the installer: COMMAND, whose last word will be a file's path, signs that file "
+        "in its place",
     )
     parser.add_argument(
         "--icon", type=_icon, default=_ICON, metavar="FILE",

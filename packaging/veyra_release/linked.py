@@ -36,8 +36,9 @@ class Package:
 
 
 def linked_files(map_text: str) -> dict[str, set[str]]:
-    """The files from outside the build folder that gave a program at least one byte, by their paths, and of each the members
-    that did (an object file has none). What the linker threw away again, and what is only for debuggers, does not count."""
+    """The files from outside the build folder that gave a program at least one byte, by their paths, and of each the
+    members that did (an object file has none). What the linker threw away again does not count, nor what is only for
+    debuggers."""
     head, mark, sections = map_text.partition(_MEMORY_MAP)
     if not mark:
         raise PackageError("the linker's map has no memory map")

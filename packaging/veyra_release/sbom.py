@@ -1,4 +1,4 @@
-"""The bill of materials, as an SPDX 2.3 document: the release's files, the programs in it, and what is linked into them."""
+"""The bill of materials, an SPDX 2.3 document: the release's files, the programs in it, and what is linked into them."""
 
 import datetime
 import hashlib
@@ -28,8 +28,9 @@ def sbom(
     linked: Linked,
     distribution: str,
 ) -> str:
-    """The document, as JSON. `files` are the package's, by their names in it; `artifacts` what is handed out; `linked` names
-    the programs' parts; `distribution` is Debian's release that they are from ("debian-12"); `date` counts from 1970."""
+    """The document, as JSON. `files` are the package's, by their names in it; `artifacts` what is handed out; `linked`
+    names the programs' parts; `distribution` is Debian's release that they are from ("debian-12"); `date` counts from
+    1970."""
     described = [_file(path, source) for path, source in files.items()]
     packages = sorted({package for parts in linked.values() for package in parts})
     relations = [_relation(_DOCUMENT, "DESCRIBES", _PRODUCT)]
@@ -150,7 +151,8 @@ def _artifact(path: Path, version: str) -> dict[str, Any]:
 
 
 def _package(package: Package, distribution: str) -> dict[str, Any]:
-    locator = f"pkg:deb/debian/{package.name}@{_quoted(package.version)}?arch={package.architecture}&distro={distribution}"
+    where = f"arch={package.architecture}&distro={distribution}"
+    locator = f"pkg:deb/debian/{package.name}@{_quoted(package.version)}?{where}"
     return {
         "SPDXID": _package_id(package),
         "name": package.name,

@@ -25,13 +25,14 @@ def command_words(command: str) -> list[str]:
 
 
 def sign(command: list[str], file: Path) -> None:
-    """Has the command sign the file: its path is the last word. A command that fails, or leaves a file that has no signature,
-    ends the packaging."""
+    """Has the command sign the file: its path is the last word. A command that fails, or leaves a file that has no
+    signature, ends the packaging."""
     before = _digest(file)
     try:
         answer = subprocess.run(
-            [*command, str(file)], stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace", check=False
-        )
+            [*command, str(file)],
+            stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace", check=False,
+        )  # fmt: skip
     except OSError as error:
         raise PackageError(f"the signing command {command[0]} did not start: {error.strerror}") from None
     if answer.returncode != 0:

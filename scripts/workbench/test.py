@@ -24,12 +24,12 @@ _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # tests of the service's start and end need.
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
                    "VeyraActivatingService", "toast_controller", "stubborn_service", "service_holder",
-                   "service_end", "window_reader", "service_messages", "set_start_type")
+                   "service_end", "window_reader", "crash_recorder", "service_messages", "set_start_type")
 # The tests that boot the guest, what it runs, and what serves cameras to it.
 _GUEST_TESTS = frozenset({"test_capture_real_bus.py", "test_foreign_hosts.py", "test_guest.py", "test_usb_bus.py",
                           "test_usbip.py", "test_windows_disk.py"})
-# The tests that show a window, to which belongs what only the long run needs else.
-_DISPLAY_TESTS = frozenset({"test_toast_scenarios.py", "test_toast_window.py"})
+# The tests with what only the long run needs else: a display, a signature, a debugger.
+_LONG_RUN_TESTS = frozenset({"test_release.py", "test_symbolize.py", "test_toast_scenarios.py", "test_toast_window.py"})
 _GUEST_TARGETS = ("lab_guest", "lab_usbip", "lab_usbredir")
 _MACHINES = 2
 _QUICK_FAULTS_SECONDS, _FAULTS_SECONDS = 60, 600
@@ -189,7 +189,7 @@ def _chosen(run: Run, build: Build, names: Sequence[str]) -> None:
         call_setup("packages", "usb")
         if not run.build(LAB, _GUEST_TARGETS):
             return
-    if not _DISPLAY_TESTS.isdisjoint(system):
+    if not _LONG_RUN_TESTS.isdisjoint(system):
         call_setup("packages", "all")
     if run.build(build, targets) if names else _build(run, build):
         if programs:

@@ -1,5 +1,5 @@
-"""What a release has beside the installer that test_package tries: notices, bill of materials, digests, symbols, signatures,
-policy template and winget's manifests. No Windows machine is needed."""
+"""What a release has beside the installer that test_package tries: notices, bill of materials, digests, symbols,
+signatures, policy template and winget's manifests. No Windows machine is needed."""
 
 import hashlib
 import json
@@ -26,7 +26,7 @@ from veyra_release.errors import PackageError
 _VERSION = packaging.product_version(BUILD)
 _STEM = f"{packaging.SERVICE}-{_VERSION}"
 _DATE = "1700000000"
-_PROGRAMS = ("VeyraCameraDfuService.exe", "VeyraCameraToastCntl.exe")
+_SERVICE = f"{packaging.SERVICE}.exe"
 _POLICY_NAMESPACE = {"p": "http://schemas.microsoft.com/GroupPolicy/2006/07/PolicyDefinitions"}
 
 
@@ -39,6 +39,14 @@ def release(tmp_path_factory: pytest.TempPathFactory) -> Path:
         entry = packaging.Entry(help_address="https://help.example/cameras")
         packaging.Release(BUILD, folder, [], entry, "https://download.example/1.0/").make()
     return folder
+
+
+@cache
+def programs() -> set[str]:
+    """The names of the package's programs."""
+    found = {name for name in packaging.package_files(BUILD) if name.endswith(".exe")}
+    assert {_SERVICE, "VeyraCameraToastCntl.exe"} <= found
+    return found
 
 
 @cache
@@ -103,8 +111,8 @@ def test_a_map_without_its_part_is_refused() -> None:
 
 
 def test_finds_the_libraries_that_every_program_has() -> None:
-    assert set(parts()) == {*_PROGRAMS, packaging.START_TYPE_TOOL}
-    service = {library: members for owned in parts()[_PROGRAMS[0]].values() for library, members in owned.items()}
+    assert set(parts()) == {*programs(), packaging.START_TYPE_TOOL}
+    service = {library: members for owned in parts()[_SERVICE].values() for library, members in owned.items()}
     assert "eh_throw.o" in service["libstdc++.a"]
     assert any("mingw_pformat" in member for member in service["libmingwex.a"])
     assert service["crtbegin.o"] == []
@@ -117,14 +125,15 @@ def test_finds_the_libraries_that_every_program_has() -> None:
 def test_a_symbol_of_each_library_is_in_the_program() -> None:
     """Not by the map, but by what nm finds in the symbols that ship."""
     listed = subprocess.run(
-        ["x86_64-w64-mingw32-nm", BUILD / f"{_PROGRAMS[0]}.debug"], capture_output=True, text=True, check=True
+        ["x86_64-w64-mingw32-nm", BUILD / f"{_SERVICE}.debug"], capture_output=True, text=True, check=True
     ).stdout
     for library, symbol in (
-        ("libstdc++.a", "__cxa_throw"), ("libgcc_eh.a", "_Unwind_RaiseException"), ("libpthread.a", "pthread_mutex_lock"),
-        ("libmingwex.a", "__mingw_pformat"), ("libmingw32.a", "_pei386_runtime_relocator"),
+        ("libstdc++.a", "__cxa_throw"), ("libgcc_eh.a", "_Unwind_RaiseException"),
+        ("libpthread.a", "pthread_mutex_lock"), ("libmingwex.a", "__mingw_pformat"),
+        ("libmingw32.a", "_pei386_runtime_relocator"),
     ):  # fmt: skip
         assert re.search(rf"\b{symbol}$", listed, re.MULTILINE), symbol
-        assert any(library in libraries for libraries in parts()[_PROGRAMS[0]].values()), library
+        assert any(library in libraries for libraries in parts()[_SERVICE].values()), library
 
 
 def test_the_notices_name_each_package_and_have_its_words() -> None:
@@ -132,7 +141,8 @@ def test_the_notices_name_each_package_and_have_its_words() -> None:
     for program, packages in parts().items():
         assert f"\n{program}\n" in text
         for package in packages:
-            assert f"  {package.name} {package.version} (of the source {package.source} {package.source_version})\n" in text
+            source = f"of the source {package.source} {package.source_version}"
+            assert f"  {package.name} {package.version} ({source})\n" in text
             assert package.copyright_text.strip() in text
     assert "GCC RUNTIME LIBRARY EXCEPTION" in text
     # The text of the licence that the exception is to: on Debian it lies elsewhere.
@@ -174,7 +184,8 @@ def test_the_bill_has_the_fields_of_its_format(release: Path) -> None:
         assert ("packageVerificationCode" in package) is package["filesAnalyzed"]
         for reference in package.get("externalRefs", []):
             assert reference["referenceCategory"] == "PACKAGE-MANAGER" and reference["referenceType"] == "purl"
-            assert re.fullmatch(r"pkg:deb/debian/[a-z0-9.+-]+@[^?@ +]+\?arch=\w+&distro=debian-\d+", reference["referenceLocator"])
+            locator = r"pkg:deb/debian/[a-z0-9.+-]+@[^?@ +]+\?arch=\w+&distro=debian-\d+"
+            assert re.fullmatch(locator, reference["referenceLocator"])
     for file in document["files"]:
         assert file["fileName"].startswith("./")
         assert {"SHA1", "SHA256"} == {checksum["algorithm"] for checksum in file["checksums"]}
@@ -234,8 +245,8 @@ def test_the_symbols_are_those_of_the_programs_that_ship(release: Path) -> None:
     folder = f"{_STEM}-symbols"
     with zipfile.ZipFile(release / f"{_STEM}-symbols.zip") as archive:
         held = {name.removeprefix(f"{folder}/"): archive.read(name) for name in archive.namelist()}
-    assert set(held) == {name for program in _PROGRAMS for name in (program, f"{program}.debug")}
-    for program in _PROGRAMS:
+    assert set(held) == {name for program in programs() for name in (program, f"{program}.debug")}
+    for program in programs():
         assert held[program] == (BUILD / program).read_bytes()
         # The program names its symbols, and the sum of their bytes, four bytes' length apart.
         name = f"{program}.debug".encode("ascii") + b"\0"
@@ -251,13 +262,15 @@ def authority(tmp_path: Path) -> Path:
     """A folder with a key, its certificate, and a command that signs with them."""
     subject = ["-subj", "/CN=Veyra test", "-addext", "extendedKeyUsage=codeSigning"]
     subprocess.run(
-        ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", *subject, "-keyout", "key.pem", "-out", "cert.pem"],
+        ["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", *subject, "-keyout", "key.pem",
+         "-out", "cert.pem"],
         cwd=tmp_path, capture_output=True, check=True,
     )  # fmt: skip
     command = tmp_path / "sign it"
     command.write_text(
         "#!/bin/sh -e\n"
-        f"osslsigncode sign -certs '{tmp_path}/cert.pem' -key '{tmp_path}/key.pem' -h sha256 \"$1\" \"$2\" -in \"$3\" -out \"$3.signed\"\n"
+        f"osslsigncode sign -certs '{tmp_path}/cert.pem' -key '{tmp_path}/key.pem' -h sha256"
+        ' "$1" "$2" -in "$3" -out "$3.signed"\n'
         'mv "$3.signed" "$3"\n',
         encoding="utf-8",
     )
@@ -287,15 +300,16 @@ def test_signs_everything_that_windows_asks_about(authority: Path, tmp_path: Pat
     unpacked = tmp_path / _STEM
     inside = tmp_path / "inside"
     inside.mkdir()
-    for file in (*_PROGRAMS, "VeyraCameraDfuMessages.dll"):
+    for file in (*programs(), "VeyraCameraDfuMessages.dll"):
         verified(authority, unpacked / file)
         # The symbols are found by the file that ships.
-        if file in _PROGRAMS:
+        if file in programs():
             with zipfile.ZipFile(output / f"{_STEM}-symbols.zip") as symbols:
                 assert symbols.read(f"{_STEM}-symbols/{file}") == (unpacked / file).read_bytes()
     tool = inside / packaging.START_TYPE_TOOL
     with tool.open("wb") as extracted:
-        subprocess.run(["msiinfo", "extract", output / f"{_STEM}.msi", "Binary.SetStartType"], stdout=extracted, check=True)
+        command_words = ["msiinfo", "extract", output / f"{_STEM}.msi", "Binary.SetStartType"]
+        subprocess.run(command_words, stdout=extracted, check=True)
     verified(authority, tool)
     # What is installed is what was signed.
     subprocess.run(["msiextract", "--directory", inside, output / f"{_STEM}.msi"], capture_output=True, check=True)
@@ -340,11 +354,13 @@ def test_makes_nothing_when_a_file_is_not_signed(tmp_path: Path, command: str, r
 
 def test_the_list_of_programs_has_an_icon_and_the_vendors_address(release: Path, tmp_path: Path) -> None:
     def exported(installer: Path, table: str) -> str:
-        return subprocess.run(["msiinfo", "export", installer, table], capture_output=True, text=True, check=True).stdout
+        command = ["msiinfo", "export", installer, table]
+        return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
     with_address = release / f"{_STEM}.msi"
     assert "ARPHELPLINK\thttps://help.example/cameras" in exported(with_address, "Property")
-    icon = subprocess.run(["msiinfo", "extract", with_address, "Icon.Camera.ico"], capture_output=True, check=True).stdout
+    extract = ["msiinfo", "extract", with_address, "Icon.Camera.ico"]
+    icon = subprocess.run(extract, capture_output=True, check=True).stdout
     assert icon == (CHECKOUT / "toast" / "program" / "Camera.ico").read_bytes()
     without = tmp_path / "without.msi"
     packaging.make_msi(packaging.package_files(BUILD), _VERSION, int(_DATE), without)
@@ -457,6 +473,21 @@ def test_every_link_of_the_packages_documents_leads_to_a_file_of_the_package() -
     assert lost == []
 
 
+def test_every_link_of_the_checkouts_documents_leads_to_a_file() -> None:
+    documents = [CHECKOUT / "README.md", CHECKOUT / "CONTRIBUTING.md", *(CHECKOUT / "docs").glob("*.md"),
+                 *(CHECKOUT / "host").glob("*.md")]  # fmt: skip
+    lost = []
+    for document in documents:
+        for target, anchor in _LINK.findall(document.read_text(encoding="utf-8")):
+            path = document.parent / target if target else document
+            told = str(path.resolve().relative_to(CHECKOUT)) if not target.startswith("https://") else ""
+            if not told or (told in _NOT_YET and not path.exists()):
+                continue
+            if not path.exists() or (anchor and anchor not in anchors(path.read_text(encoding="utf-8"))):
+                lost.append(f"{document.name}: {target}#{anchor}")
+    assert lost == []
+
+
 def test_the_packages_readme_is_for_who_runs_it() -> None:
     text = packaging.package_files(BUILD)["README.md"].read_text(encoding="utf-8")
     assert "msiexec /i" in text
@@ -478,9 +509,8 @@ def test_words_and_version_of_the_events_change_together() -> None:
 
 def german(folder: Path) -> dict[str, str]:
     """The environment of a machine that speaks German: another language, order of letters, and form of numbers."""
-    subprocess.run(
-        ["localedef", "--inputfile=de_DE", "--charmap=UTF-8", str(folder / "de_DE.UTF-8")], capture_output=True, check=False
-    )
+    command = ["localedef", "--inputfile=de_DE", "--charmap=UTF-8", str(folder / "de_DE.UTF-8")]
+    subprocess.run(command, capture_output=True, check=False)
     environment = {**os.environ, "LOCPATH": str(folder), "LC_ALL": "de_DE.UTF-8", "LANG": "de_DE.UTF-8"}
     said = subprocess.run(["ls", "/no/such"], env=environment, capture_output=True, text=True, check=False).stderr
     sorted_words = subprocess.run(
@@ -502,14 +532,13 @@ def test_two_builds_give_the_same_release(tmp_path: Path) -> None:
     for name, environment, time_of_day in surroundings:
         tree = tmp_path / name
         tree.mkdir()
-        for source in ("CHANGELOG.md", "CMakeLists.txt", "CMakePresets.json", "cmake", "docs", "lab", "packaging", "scripts", "src",
-                       "toast", "trace"):  # fmt: skip
+        for source in ("CHANGELOG.md", "CMakeLists.txt", "CMakePresets.json", "cmake", "docs", "lab", "packaging",
+                       "scripts", "src", "toast", "trace"):  # fmt: skip
             copy = shutil.copytree if (CHECKOUT / source).is_dir() else shutil.copy2
             copy(CHECKOUT / source, tree / source)
         commands = [
             ["cmake", "--preset", "windows-release", "-DBUILD_TESTING=OFF"],
-            ["cmake", "--build", "build/windows-release", "--target", packaging.SERVICE, "toast_controller",
-             "service_messages", "set_start_type"],
+            ["cmake", "--build", "build/windows-release", "--target", *packaging.TARGETS],
             ["faketime", "-f", f"@{time_of_day}", sys.executable, "-c",
              "import make_package as m; m.Release(m.BUILD, m.ROOT / 'out', download_address='https://x.example').make()"],
         ]  # fmt: skip
