@@ -1,6 +1,7 @@
 #include "lab/rig/bus/Bus.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <iterator>
 #include <limits>
@@ -456,6 +457,29 @@ void Bus::PlaceCameras(const BusSettings& settings) {
             place.port = port;
         }
         places_.push_back(std::move(place));
+    }
+    for (std::size_t camera = 0; camera < settings.startingPlaces.size(); ++camera) {
+        PutToStart(camera, settings.startingPlaces[camera]);
+    }
+}
+
+// Into DFU mode on the way that every camera goes there: the clock moves on meanwhile.
+void Bus::PutToStart(std::size_t camera, StartingPlace start) {
+    if (start == StartingPlace::Unplugged) {
+        return;
+    }
+    VirtualCamera& device = CameraAt(camera);
+    device.Plug(clock_.NowMs());
+    NoteChange(camera, "plugged");
+    if (start == StartingPlace::Running) {
+        return;
+    }
+    std::array<std::uint8_t, VirtualCamera::kFrameSize> frame{20, 0, 0xAB, 0xCD, 0x1E, 0, 0, 0, 1};
+    device.WriteCommand(frame, clock_.NowMs());
+    while (const auto due = device.NextDeadline()) {
+        const std::uint64_t nowMs = clock_.NowMs();
+        clock_.Skip(std::chrono::milliseconds(*due > nowMs ? *due - nowMs : 0));
+        AdvanceOne(camera);
     }
 }
 

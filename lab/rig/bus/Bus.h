@@ -23,6 +23,7 @@
 #include "lab/rig/bus/InterfaceEvent.h"
 #include "lab/rig/bus/KernelBus.h"
 #include "lab/rig/bus/ListedCamera.h"
+#include "lab/rig/bus/StartingPlace.h"
 #include "lab/rig/bus/TransferTime.h"
 
 namespace lab::rig {
@@ -79,8 +80,8 @@ class Bus {
     // when it is on another kernel's bus.
     void Plug(std::size_t camera);
     void Unplug(std::size_t camera);
-    // Other cameras take the place of these, all unplugged; refused while one is on the bus. What was opened
-    // on the cameras before reaches none of the new ones.
+    // Other cameras take the place of these, each where it starts; refused while one is on the bus. What was
+    // opened on the cameras before reaches none of the new ones.
     void ReplaceCameras(const BusSettings& settings);
     // Other faults of a camera in place of those that were; their counting begins.
     void SetFaults(std::size_t camera, const std::vector<Fault>& faults);
@@ -174,6 +175,7 @@ class Bus {
     // The host waits for an answer that comes late, or never. Called with no lock held.
     void SpendWait(const DriverResult& result);
     void PlaceCameras(const BusSettings& settings);
+    void PutToStart(std::size_t camera, StartingPlace start);
     void AdvanceAll();
     void AdvanceOne(std::size_t camera);
     void NoteChange(std::size_t camera, const char* changeWhenPresent = nullptr);

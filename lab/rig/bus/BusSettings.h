@@ -6,6 +6,7 @@
 #include "lab/camera/CameraSettings.h"
 #include "lab/rig/bus/Departure.h"
 #include "lab/rig/bus/DeviceLinks.h"
+#include "lab/rig/bus/StartingPlace.h"
 
 namespace lab::rig {
 
@@ -21,6 +22,7 @@ struct BusSettings {
     // Of the cameras, in their order; what is missing is a plain one.
     std::vector<LinkStyle> linkStyles;
     std::vector<Departure> departures;
+    std::vector<StartingPlace> startingPlaces;
 };
 
 }  // namespace lab::rig

@@ -17,7 +17,8 @@ class MediaPlatform {
 
     // The next so many starts fail.
     void FailStarts(unsigned count);
-    // MFStartup: whether it is to fail, and that it has succeeded. `isPass`: the caller handles a control.
+    // MFStartup: whether it is to fail, and that it has succeeded. `isPass`: the caller handles a
+    // control, or the program is no service.
     [[nodiscard]] bool TakeFailure();
     void Started(bool isPass);
     // MFShutdown. Without its start it is ignored.

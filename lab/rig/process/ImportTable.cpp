@@ -44,4 +44,8 @@ void* RedirectImport(const char* functionName, void* replacement) {
     return original;
 }
 
+bool IsImported(const char* functionName) {
+    return FindImportEntry(functionName) != nullptr;
+}
+
 }  // namespace lab::rig

@@ -6,8 +6,8 @@ namespace lab::rig {
 // gives what was there; null, and nothing changed, when the executable does not import it. Safe in a DllMain.
 void* RedirectImport(const char* functionName, void* replacement);
 
-// The same with types. `original` is set only when the executable imports the function; the replacement is
-// then the only one who calls it.
+// RedirectImport with types. `original` is set only when the executable imports the function; the replacement
+// is then the only one who calls it.
 template <typename Function>
 void Redirect(const char* functionName, Function* replacement, Function*& original) {
     original =
@@ -19,5 +19,8 @@ template <typename Function>
 void Redirect(const char* functionName, Function* replacement) {
     RedirectImport(functionName, reinterpret_cast<void*>(replacement));
 }
+
+// Whether the executable imports the function of that name. Safe in a DllMain.
+[[nodiscard]] bool IsImported(const char* functionName);
 
 }  // namespace lab::rig

@@ -29,6 +29,9 @@ decltype(&::MFEnumDeviceSources) enumDeviceSources = nullptr;
 // The toolchain's headers do not declare this one.
 HRESULT(WINAPI* createDeviceSourceActivate)(IMFAttributes*, IMFActivate**) = nullptr;
 
+// A service starts Media Foundation in its passes; another program may do so wherever its own code runs.
+bool isService = true;
+
 bool Holds(IMFAttributes& attributes, const GUID& key, const GUID& wanted) {
     GUID value{};
     return SUCCEEDED(attributes.GetGUID(key, &value)) && value == wanted;
@@ -79,7 +82,7 @@ HRESULT WINAPI StartMedia(ULONG version, DWORD flags) {
     }
     const HRESULT result = startMedia(version, flags);
     if (rig != nullptr && SUCCEEDED(result)) {
-        rig->TheContracts().media.Started(rig->Controls().IsHandlingHere());
+        rig->TheContracts().media.Started(!isService || rig->Controls().IsHandlingHere());
     }
     return result;
 }
@@ -168,6 +171,7 @@ HRESULT WINAPI CreateDeviceSourceActivate(IMFAttributes* attributes, IMFActivate
 }  // namespace
 
 void RedirectMediaFoundation() {
+    isService = IsImported("RegisterServiceCtrlHandlerExW");
     Redirect("MFStartup", &StartMedia, startMedia);
     Redirect("MFShutdown", &ShutDownMedia, shutDownMedia);
     Redirect("MFCreateAttributes", &CreateWatchedAttributes, createAttributes);

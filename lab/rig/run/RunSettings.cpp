@@ -34,6 +34,12 @@ constexpr std::array<std::pair<std::string_view, LinkStyle::Case>, 3> kLinkCases
     {"mixed", LinkStyle::Case::Mixed},
 }};
 
+constexpr std::array<std::pair<std::string_view, StartingPlace>, 3> kStarts{{
+    {"unplugged", StartingPlace::Unplugged},
+    {"running", StartingPlace::Running},
+    {"dfu", StartingPlace::InDfuMode},
+}};
+
 // False when no such field belongs to the links.
 bool ReadLinkField(LinkStyle& style, const std::string& field, const json& value) {
     if (field == "link_case") {
@@ -71,8 +77,11 @@ void AddCamera(BusSettings& bus, const json& fields) {
     bus.cameras.push_back(ReadCameraFields(fields, others));
     LinkStyle& style = bus.linkStyles.emplace_back();
     Departure& departure = bus.departures.emplace_back();
+    StartingPlace& start = bus.startingPlaces.emplace_back(StartingPlace::Unplugged);
     for (const auto& [field, value] : others.items()) {
-        if (!ReadLinkField(style, field, value) && !ReadDepartureField(departure, field, value)) {
+        if (field == "starts") {
+            start = ToChoice(field, value, kStarts);
+        } else if (!ReadLinkField(style, field, value) && !ReadDepartureField(departure, field, value)) {
             throw std::runtime_error("a camera has no field " + field);
         }
     }
@@ -113,6 +122,11 @@ RunSettings RunSettings::FromStage(const json& stage) {
     }
     if (settings.bus.isOnKernelBus && settings.bus.skipsWaits) {
         throw std::runtime_error("the stage's skip_waits cannot be true where another kernel drives the bus");
+    }
+    const bool areUnplugged = std::ranges::all_of(
+        settings.bus.startingPlaces, [](StartingPlace start) { return start == StartingPlace::Unplugged; });
+    if (settings.bus.isOnKernelBus && !areUnplugged) {
+        throw std::runtime_error("the stage's starts cannot be on the bus where another kernel drives it");
     }
     return settings;
 }

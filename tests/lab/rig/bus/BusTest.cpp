@@ -284,6 +284,18 @@ TEST_F(BusTest, WhatWasOpenedReachesNoCameraThatTakesItsPlace) {
     EXPECT_EQ(bus_->ControlTransfer(presence, kGetState, state).error, kNoSuchDevice);
 }
 
+TEST_F(BusTest, BeginsWithCamerasThatAreThereAlready) {
+    BusSettings settings;
+    settings.cameras = {QuickCamera(), QuickCamera(), QuickCamera()};
+    settings.startingPlaces = {StartingPlace::Unplugged, StartingPlace::Running, StartingPlace::InDfuMode};
+    BeginOn(settings);
+    EXPECT_EQ(bus_->State(0).at("mode"), "absent");
+    EXPECT_EQ(bus_->State(1).at("mode"), "running");
+    EXPECT_EQ(bus_->State(2).at("mode"), "dfu");
+    EXPECT_EQ(bus_->SourceLinks(SourceKind::SensorCamera).size(), 1U);
+    EXPECT_EQ(bus_->PresentLinks(kUsbDeviceClass).size(), 2U);
+}
+
 TEST_F(BusTest, AnnouncesLinksInTheCaseAskedFor) {
     BusSettings settings;
     settings.cameras = {QuickCamera()};

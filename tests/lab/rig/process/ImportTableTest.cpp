@@ -35,3 +35,8 @@ TEST(ImportTable, RedirectsWhatTheExecutableImportsAndKeepsTheOriginal) {
 TEST(ImportTable, GivesNullForWhatTheExecutableDoesNotImport) {
     EXPECT_EQ(lab::rig::RedirectImport("NoSuchFunction", nullptr), nullptr);
 }
+
+TEST(ImportTable, KnowsWhatTheExecutableImports) {
+    EXPECT_TRUE(lab::rig::IsImported("GetTickCount64"));
+    EXPECT_FALSE(lab::rig::IsImported("NoSuchFunction"));
+}

@@ -16,6 +16,18 @@ TEST(RunSettings, SaysNothingUnlessAsked) {
     EXPECT_FALSE(RunSettings::FromStage({{"trace", nullptr}}).trace.has_value());
 }
 
+TEST(RunSettings, TakesWhereACameraStarts) {
+    using lab::rig::StartingPlace;
+    const RunSettings settings = RunSettings::FromStage(json::parse(
+        R"({"cameras": [{}, {"starts": "unplugged"}, {"starts": "running"}, {"starts": "dfu"}]})"));
+    EXPECT_EQ(settings.bus.startingPlaces, (std::vector{StartingPlace::Unplugged, StartingPlace::Unplugged,
+                                                        StartingPlace::Running, StartingPlace::InDfuMode}));
+    EXPECT_THROW(RunSettings::FromStage(json::parse(R"({"cameras": [{"starts": "here"}]})")),
+                 std::runtime_error);
+    EXPECT_THROW(RunSettings::FromStage(json::parse(R"({"bus": "usb", "cameras": [{"starts": "running"}]})")),
+                 std::runtime_error);
+}
+
 TEST(RunSettings, TakesEveryField) {
     const RunSettings settings = RunSettings::FromStage(json::parse(R"({
         "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250, "failed_media_starts": 2,
