@@ -1,0 +1,38 @@
+#pragma once
+
+#include "check/MachineState.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace check {
+
+// One entry of an access control list.
+struct AccessEntry {
+    bool allows = true;
+    bool isForChildrenOnly = false;
+    std::string trustee;  // the text of its SID
+    std::uint32_t rights = 0;
+};
+
+// What a security descriptor says: its owner and its list, in order.
+struct AccessList {
+    std::string owner;
+    bool letsEverybody = false;  // there is no list at all
+    std::vector<AccessEntry> entries;
+};
+
+// What somebody has to be allowed to put another program into the place of one.
+enum class Protected { File, Folder };
+
+// The SIDs of those that can do so, besides Windows itself and the administrators: by the list, or because
+// they own the thing and may change the list. Each once, in the list's order.
+[[nodiscard]] std::vector<std::string> Writers(const AccessList& list, Protected what);
+
+// Whether LocalService may launch and activate a COM server on this machine, or call it, by the list that
+// stands in the registry.
+[[nodiscard]] Permission LaunchPermissionOf(const AccessList& list);
+[[nodiscard]] Permission AccessPermissionOf(const AccessList& list);
+
+}  // namespace check

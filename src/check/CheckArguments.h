@@ -1,0 +1,34 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace check {
+
+enum class Command { Help, Version, Status };
+
+// What the command line asks for.
+struct CheckArguments {
+    Command command = Command::Status;
+    bool isJson = false;
+};
+
+// A command line that makes no sense; what() says why in one line.
+class UsageError : public std::exception {
+  public:
+    explicit UsageError(std::string why) : why_(std::move(why)) {}
+    [[nodiscard]] const char* what() const noexcept override { return why_.c_str(); }
+
+  private:
+    std::string why_;
+};
+
+// Reads the words behind the program's name, UTF-8. Throws UsageError.
+[[nodiscard]] CheckArguments ReadArguments(const std::vector<std::string>& words);
+
+// The text of --help.
+[[nodiscard]] std::string UsageText();
+
+}  // namespace check

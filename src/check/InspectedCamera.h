@@ -1,0 +1,26 @@
+#pragma once
+
+#include "camera/CameraDevice.h"
+#include "camera/ExtensionUnitKsControl.h"
+
+#include <string>
+
+namespace check {
+
+// A camera that is looked at, and can be asked for its firmware's version and for nothing else: it is no
+// updatable camera, so that this program has no code that sends one into DFU mode. Used by one thread.
+class InspectedCamera final : public CameraDevice {
+  public:
+    // Finds the firmware extension unit, once the camera is open, as an updatable camera does. E_FAIL, or the
+    // HRESULT of a failing call, when there is none.
+    [[nodiscard]] HRESULT FindExtensionUnit();
+
+    // Reads the device information block, with as many attempts and pauses as an updatable camera: up to 2.5
+    // s. The HRESULT of the last attempt; `version` is set when that is S_OK.
+    [[nodiscard]] HRESULT ReadVersion(std::wstring& version) const;
+
+  private:
+    Microsoft::WRL::ComPtr<ExtensionUnitKsControl> extensionUnit_;
+};
+
+}  // namespace check

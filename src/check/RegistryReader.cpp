@@ -1,0 +1,60 @@
+#include "check/RegistryReader.h"
+
+#include "win32/UniqueHandle.h"
+
+#include <cstring>
+#include <cwchar>
+
+namespace check {
+namespace {
+
+LSTATUS OpenForReading(const std::wstring& key, win32::UniqueRegistryKey& opened) {
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, opened.Receive());
+}
+
+}  // namespace
+
+std::wstring RegistryReader::Value::Text() const {
+    if (type != REG_SZ && type != REG_EXPAND_SZ) {
+        return {};
+    }
+    std::wstring text(data.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), data.data(), text.size() * sizeof(wchar_t));
+    text.resize(wcsnlen(text.data(), text.size()));
+    return text;
+}
+
+DWORD RegistryReader::Value::Number() const {
+    DWORD number = 0;
+    if (type == REG_DWORD && data.size() == sizeof number) {
+        std::memcpy(&number, data.data(), sizeof number);
+    }
+    return number;
+}
+
+RegistryReader::Value RegistryReader::Read(const std::wstring& key, const std::wstring& name) {
+    Value value;
+    win32::UniqueRegistryKey opened;
+    value.error = OpenForReading(key, opened);
+    if (value.error != ERROR_SUCCESS) {
+        return value;
+    }
+    // A value that grows meanwhile is asked for again.
+    DWORD size = 0;
+    do {
+        value.data.resize(size);
+        value.error = RegQueryValueExW(opened.Get(), name.c_str(), nullptr, &value.type,
+                                       value.data.empty() ? nullptr : value.data.data(), &size);
+    } while (value.error == ERROR_MORE_DATA || (value.error == ERROR_SUCCESS && size > value.data.size()));
+    if (value.error == ERROR_SUCCESS) {
+        value.data.resize(size);
+    }
+    return value;
+}
+
+LSTATUS RegistryReader::Open(const std::wstring& key) {
+    win32::UniqueRegistryKey opened;
+    return OpenForReading(key, opened);
+}
+
+}  // namespace check

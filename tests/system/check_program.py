@@ -1,0 +1,93 @@
+"""The companion program in the machine: put beside the service, run, and what it says."""
+
+import json
+import shutil
+from collections.abc import Iterator
+from contextlib import contextmanager
+from dataclasses import dataclass
+from typing import Any
+
+from support import BUILD, Bench
+from veyra_lab.windows.installation import APP_DEFAULTS_KEY, FOLDER
+from veyra_lab.windows.machine import registry_string
+from veyra_lab.wire.events import RIG, Event
+
+NAME = "VeyraCameraDfuCheck"
+BUILT = BUILD / f"{NAME}.exe"
+PROGRAM = rf"{FOLDER}\{NAME}.exe"
+_OVERRIDES = rf"{APP_DEFAULTS_KEY}\{NAME}.exe"
+# What the program may do to a camera: the command that reads its version, and descriptors.
+READ_VERSION = 0x10
+_TOUCHING = {
+    "firmware-command",
+    "firmware-reply",
+    "usb-open",
+    "usb-close",
+    "transfer",
+    "descriptor",
+    "alternate-setting",
+    "process",
+    "command-run",
+    "watch",
+    "event-log",
+}
+_READING = {"firmware-reply", "usb-open", "usb-close", "descriptor"}
+
+
+@dataclass(frozen=True)
+class Said:
+    """How the program ended, what it wrote, and what its rig saw it do."""
+
+    status: int
+    text: str
+    events: list[Event]
+
+    @property
+    def json(self) -> Any:
+        """What it wrote, read as JSON."""
+        return json.loads(self.text)
+
+    def touched(self) -> list[Event]:
+        """What it did to cameras and to the machine."""
+        return [event for event in self.events if event["event"] in _TOUCHING]
+
+    def more_than_reads(self) -> list[Event]:
+        """What of that is more than reading a version or a descriptor: nothing is right."""
+        return [
+            event
+            for event in self.touched()
+            if event["event"] not in _READING
+            and (event["event"], event.get("opcode")) != ("firmware-command", READ_VERSION)
+        ]
+
+
+@contextmanager
+def installed(bench: Bench) -> Iterator[None]:
+    """It lies beside the service, with the rig for both."""
+    shutil.copyfile(BUILT, bench.machine.file(PROGRAM))
+    bench.machine.change_registry({rf"{_OVERRIDES}\DllOverrides": {"winusb": registry_string("native")}})
+    try:
+        yield
+    finally:
+        bench.machine.change_registry({}, removed=[_OVERRIDES])
+
+
+def run(bench: Bench, *arguments: str, cameras: list[dict[str, Any]] | None = None, **stage: Any) -> Said:
+    """Runs it on a bus with these cameras, which are there when it begins unless they say otherwise."""
+    bench.peer.set_stage({"trace": None, "cameras": [{"starts": "running", **camera} for camera in cameras or []], **stage})
+    since = bench.peer.mark()
+    outcome = bench.machine.run(PROGRAM, *arguments)
+    processes = {
+        event["pid"]
+        for event in bench.peer.events_since(since)
+        if event["event"] == "hello" and event["source"] == RIG and NAME in event["command_line"]
+    }
+    for process in processes:
+        bench.peer.follow(
+            lambda event, process=process: event["event"] == "gone" and event["pid"] == process,
+            "the end of the program's connection",
+            since=since,
+            quiet=20,
+        )
+    events = [event for event in bench.peer.events_since(since) if event.get("pid") in processes]
+    return Said(outcome.status, outcome.text, events)
