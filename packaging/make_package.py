@@ -39,16 +39,18 @@ BUILD = ROOT / "build" / "windows-release"
 SERVICE = "VeyraCameraDfuService"
 EXECUTABLE = f"{SERVICE}.exe"
 TOAST_CONTROLLER = "VeyraCameraToastCntl.exe"
-_PROGRAMS = (EXECUTABLE, TOAST_CONTROLLER)
+CHECK = "VeyraCameraDfuCheck.exe"
+_PROGRAMS = (EXECUTABLE, TOAST_CONTROLLER, CHECK)
 MESSAGES = "VeyraCameraDfuMessages.dll"
 # Runs out of the installer, and is in no other package.
 START_TYPE_TOOL = "set_start_type.exe"
 NOTICES = "THIRD-PARTY-NOTICES.txt"
 # What is built for a release.
-TARGETS = (SERVICE, "toast_controller", "service_messages", "set_start_type")
+TARGETS = (SERVICE, "toast_controller", "VeyraCameraDfuCheck", "service_messages", "set_start_type")
 UPGRADE_CODE = "{6B1D3C52-6A5E-4F0E-9D4E-2F6F3A1F0C77}"
 # The documents for those who run the service; the others are for those who change it.
-_DOCUMENTS = ("fleet.md", "hardware-checklist.md", "operations.md", "security.md", "toast-controller.md", "windows.md")
+_DOCUMENTS = ("check.md", "fleet.md", "hardware-checklist.md", "operations.md", "security.md", "toast-controller.md",
+              "windows.md")
 # The words' own version: see packaging/messages/Messages.rc.
 _MESSAGES_VERSION = "1.0.0.0"
 _EVENT_SOURCE = rf"SYSTEM\CurrentControlSet\Services\EventLog\Application\{SERVICE}"

@@ -7,6 +7,8 @@ BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*) {
         lab::rig::RedirectServiceControl();
         lab::rig::RedirectDiagnostics();
         lab::rig::RedirectTracing();
+        lab::rig::RedirectTraceSessions();
+        lab::rig::RedirectEventLog();
         lab::rig::RedirectConfigurationManager();
         lab::rig::RedirectMediaFoundation();
         lab::rig::RedirectCom();

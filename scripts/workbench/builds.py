@@ -35,7 +35,7 @@ BUILDS = (
     Build("host-sanitize", "reads and writes outside of memory, and undefined behaviour, in the portable code"),
     Build("windows-checked", "misuse of the C++ library, overruns and undefined behaviour in what only Windows has"),
     Build("windows-clang", "what another compiler warns of, and what means something else to it",
-          besides=("VeyraCameraDfuService", "toast_controller")),
+          besides=("VeyraCameraDfuService", "toast_controller", "VeyraCameraDfuCheck")),
     Build("host-thread", "data races"),
     Build("host-bench", "transfers, allocations and instructions that have become more"),
     LAB,

@@ -23,8 +23,9 @@ _SYSTEM_TESTS = CHECKOUT / "tests" / "system"
 # What the system tests run: the product, what the laboratory puts under it, what it is measured against, and what the
 # tests of the service's start and end need.
 _SYSTEM_TARGETS = ("VeyraCameraDfuService", "lab_rig", "VeyraCameraToastCntl", "VeyraMinimalService",
-                   "VeyraActivatingService", "toast_controller", "stubborn_service", "service_holder",
-                   "service_end", "window_reader", "crash_recorder", "service_messages", "set_start_type")
+                   "VeyraActivatingService", "toast_controller", "VeyraCameraDfuCheck", "stubborn_service",
+                   "service_holder", "service_end", "window_reader", "crash_recorder", "service_messages",
+                   "set_start_type")
 # The tests that boot the guest, what it runs, and what serves cameras to it.
 _GUEST_TESTS = frozenset({"test_capture_real_bus.py", "test_foreign_hosts.py", "test_guest.py", "test_usb_bus.py",
                           "test_usbip.py", "test_windows_disk.py"})

@@ -15,6 +15,11 @@ class InspectedCamera final : public CameraDevice {
     // HRESULT of a failing call, when there is none.
     [[nodiscard]] HRESULT FindExtensionUnit();
 
+    // Null until it was found.
+    [[nodiscard]] const Microsoft::WRL::ComPtr<ExtensionUnitKsControl>& ExtensionUnit() const {
+        return extensionUnit_;
+    }
+
     // Reads the device information block, with as many attempts and pauses as an updatable camera: up to 2.5
     // s. The HRESULT of the last attempt; `version` is set when that is S_OK.
     [[nodiscard]] HRESULT ReadVersion(std::wstring& version) const;

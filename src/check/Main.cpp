@@ -1,10 +1,15 @@
 #include "ProductVersion.h"
 #include "check/CheckArguments.h"
+#include "check/Collection.h"
 #include "check/Console.h"
+#include "check/ImageQuery.h"
 #include "check/Judgement.h"
 #include "check/MachineQuery.h"
+#include "check/Rehearsal.h"
 #include "check/StatusReport.h"
 #include "check/Utf8.h"
+#include "check/WindowsProbes.h"
+#include "check/Words.h"
 
 #include <exception>
 #include <span>
@@ -22,6 +27,48 @@ int ShowStatus(bool isJson) {
     return check::WriteOutput(text) ? check::ExitCodeOf(judgement.verdict) : kFailed;
 }
 
+int ShowRehearsal(const check::CheckArguments& arguments) {
+    check::ImageState image;
+    if (arguments.image) {
+        image = check::QueryImage(check::Wide(*arguments.image));
+        if (!image.isReadable) {
+            throw check::UsageError("the image cannot be read (" + check::Code(image.error) +
+                                    "): " + image.path);
+        }
+    }
+    check::MachineState machine = check::QueryMachine();
+    if (arguments.image) {
+        machine.image = image;
+    }
+    const check::Judgement judgement = check::Judge(machine);
+    const check::Rehearsal rehearsal = check::Rehearse(machine, judgement, arguments.blockSize);
+    const std::string text = arguments.isJson
+                                 ? check::RehearsalJson(machine, judgement, rehearsal, PRODUCT_VERSION_TEXT)
+                                 : check::RehearsalText(machine, judgement, rehearsal);
+    return check::WriteOutput(text) ? check::ExitCodeOf(judgement.verdict) : kFailed;
+}
+
+void Complain(const char* what, const char* hint) {
+    check::WriteError(std::string("VeyraCameraDfuCheck: ") + what + hint + "\n");
+}
+
+int Collect(const check::CheckArguments& arguments) {
+    const std::string failure =
+        check::Collection(arguments.cabinet).Make(arguments.seconds, PRODUCT_VERSION_TEXT);
+    if (failure.empty()) {
+        return 0;
+    }
+    Complain(failure.c_str(), "");
+    return kFailed;
+}
+
+int ShowProbes(bool isJson) {
+    const std::vector<check::Probe> probes = check::AskWindows();
+    const std::string text =
+        isJson ? check::ProbesJson(probes, PRODUCT_VERSION_TEXT) : check::ProbesText(probes);
+    return check::WriteOutput(text) ? check::ExitCodeOf(probes) : kFailed;
+}
+
 int Run(const check::CheckArguments& arguments) {
     switch (arguments.command) {
         case check::Command::Help:
@@ -30,12 +77,14 @@ int Run(const check::CheckArguments& arguments) {
             return check::WriteOutput("VeyraCameraDfuCheck " PRODUCT_VERSION_TEXT "\n") ? 0 : kFailed;
         case check::Command::Status:
             return ShowStatus(arguments.isJson);
+        case check::Command::Rehearse:
+            return ShowRehearsal(arguments);
+        case check::Command::Windows:
+            return ShowProbes(arguments.isJson);
+        case check::Command::Collect:
+            return Collect(arguments);
     }
     return kFailed;
-}
-
-void Complain(const char* what, const char* hint) {
-    check::WriteError(std::string("VeyraCameraDfuCheck: ") + what + hint + "\n");
 }
 
 }  // namespace

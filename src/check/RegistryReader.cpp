@@ -2,14 +2,18 @@
 
 #include "win32/UniqueHandle.h"
 
+#include <array>
 #include <cstring>
 #include <cwchar>
 
 namespace check {
 namespace {
 
-LSTATUS OpenForReading(const std::wstring& key, win32::UniqueRegistryKey& opened) {
-    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, KEY_QUERY_VALUE, opened.Receive());
+constexpr DWORD kKeyNameCapacity = 256;
+
+LSTATUS OpenForReading(const std::wstring& key, win32::UniqueRegistryKey& opened,
+                       REGSAM access = KEY_QUERY_VALUE) {
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, access, opened.Receive());
 }
 
 }  // namespace
@@ -50,6 +54,22 @@ RegistryReader::Value RegistryReader::Read(const std::wstring& key, const std::w
         value.data.resize(size);
     }
     return value;
+}
+
+std::vector<std::wstring> RegistryReader::SubKeys(const std::wstring& key) {
+    std::vector<std::wstring> names;
+    win32::UniqueRegistryKey opened;
+    if (OpenForReading(key, opened, KEY_ENUMERATE_SUB_KEYS) != ERROR_SUCCESS) {
+        return names;
+    }
+    std::array<wchar_t, kKeyNameCapacity> name{};
+    DWORD length = kKeyNameCapacity;
+    while (RegEnumKeyExW(opened.Get(), static_cast<DWORD>(names.size()), name.data(), &length, nullptr,
+                         nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
+        names.emplace_back(name.data(), length);
+        length = kKeyNameCapacity;
+    }
+    return names;
 }
 
 LSTATUS RegistryReader::Open(const std::wstring& key) {

@@ -26,6 +26,8 @@ class RegistryReader {
     [[nodiscard]] static Value Read(const std::wstring& key, const std::wstring& name);
     // ERROR_SUCCESS when the key can be opened for reading.
     [[nodiscard]] static LSTATUS Open(const std::wstring& key);
+    // The names of the keys below a key; none when it cannot be read.
+    [[nodiscard]] static std::vector<std::wstring> SubKeys(const std::wstring& key);
 };
 
 }  // namespace check

@@ -41,3 +41,43 @@ TEST(CheckArguments, WhatMakesNoSenseIsRefusedInOneLine) {
     EXPECT_EQ(Refusal({""}), "there is no command \"\"");
     EXPECT_EQ(Refusal({"a\nb"}), "there is no command \"a?b\"");
 }
+
+TEST(CheckArguments, WindowsMayBeAsked) {
+    EXPECT_EQ(ReadArguments({"windows"}).command, Command::Windows);
+    EXPECT_EQ(Refusal({"windows", "11"}), "one word too many: \"11\"");
+}
+
+TEST(CheckArguments, ARehearsalMayHaveAnImageAndABlockSize) {
+    EXPECT_EQ(ReadArguments({"rehearse"}).command, Command::Rehearse);
+    EXPECT_FALSE(ReadArguments({"rehearse"}).image.has_value());
+    const CheckArguments arguments = ReadArguments({"rehearse", "new.bin", "--block-size", "4096", "--json"});
+    EXPECT_EQ(arguments.image, "new.bin");
+    EXPECT_EQ(arguments.blockSize, 4096U);
+    EXPECT_TRUE(arguments.isJson);
+    EXPECT_EQ(Refusal({"rehearse", "a", "b"}), "one word too many: \"b\"");
+    EXPECT_EQ(Refusal({"rehearse", ""}), "one word too many: \"\"");
+}
+
+TEST(CheckArguments, ABlockHasOneTo65535Bytes) {
+    EXPECT_EQ(ReadArguments({"rehearse", "--block-size", "65535"}).blockSize, 65535U);
+    for (const char* size : {"0", "65536", "-1", "1k", "", "99999999999"}) {
+        EXPECT_EQ(Refusal({"rehearse", "--block-size", size}), "--block-size takes a number from 1 to 65535")
+            << size;
+    }
+    EXPECT_EQ(Refusal({"rehearse", "--block-size"}), "--block-size takes a number from 1 to 65535");
+    EXPECT_EQ(Refusal({"status", "--block-size", "5"}), "--block-size belongs to rehearse");
+}
+
+TEST(CheckArguments, ACollectionHasAFileAndPerhapsATime) {
+    const CheckArguments arguments = ReadArguments({"collect", "a.cab", "--seconds", "60"});
+    EXPECT_EQ(arguments.command, Command::Collect);
+    EXPECT_EQ(arguments.cabinet, "a.cab");
+    EXPECT_EQ(arguments.seconds, 60U);
+    EXPECT_FALSE(ReadArguments({"collect", "a.cab"}).seconds.has_value());
+    EXPECT_EQ(Refusal({"collect"}), "collect takes the name of the file to make, which ends in .cab");
+    EXPECT_EQ(Refusal({"collect", "a.zip"}), "the file to make ends in .cab: \"a.zip\"");
+    EXPECT_EQ(Refusal({"collect", "a.cab", "b.cab"}), "one word too many: \"b.cab\"");
+    EXPECT_EQ(Refusal({"collect", "a.cab", "--json"}), "collect has no --json: the file holds one");
+    EXPECT_EQ(Refusal({"collect", "a.cab", "--seconds", "0"}), "--seconds takes a number from 1 to 86400");
+    EXPECT_EQ(Refusal({"status", "--seconds", "5"}), "--seconds belongs to collect");
+}

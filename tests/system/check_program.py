@@ -72,6 +72,16 @@ def installed(bench: Bench) -> Iterator[None]:
         bench.machine.change_registry({}, removed=[_OVERRIDES])
 
 
+@contextmanager
+def without_rig(bench: Bench) -> Iterator[None]:
+    """It has Wine's own winusb.dll, and whatever else is Wine's."""
+    bench.machine.change_registry({}, removed=[_OVERRIDES])
+    try:
+        yield
+    finally:
+        bench.machine.change_registry({rf"{_OVERRIDES}\DllOverrides": {"winusb": registry_string("native")}})
+
+
 def run(bench: Bench, *arguments: str, cameras: list[dict[str, Any]] | None = None, **stage: Any) -> Said:
     """Runs it on a bus with these cameras, which are there when it begins unless they say otherwise."""
     bench.peer.set_stage({"trace": None, "cameras": [{"starts": "running", **camera} for camera in cameras or []], **stage})

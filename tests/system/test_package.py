@@ -26,6 +26,7 @@ from veyra_lab.wire.events import RUNNING, TOAST
 _FOLDER = r"C:\windows\VeyraCameraDfu"
 _EXECUTABLE = rf"{_FOLDER}\{SERVICE}.exe"
 _TOAST_NAME = "VeyraCameraToastCntl.exe"
+_CHECK_NAME = "VeyraCameraDfuCheck.exe"
 _TOAST_CONTROLLER = rf"{_FOLDER}\{_TOAST_NAME}"
 _OTHER_TOAST_CONTROLLER = rf"C:\windows\system32\{_TOAST_NAME}"
 _TOAST_CLASS = r"HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
@@ -66,7 +67,7 @@ def program(name: str, version: str) -> Path:
 def version_files(version: str) -> dict[str, Path]:
     """What a version brings. Wine cannot run the executable without the rig, which has to lie beside it, so it is
     installed along."""
-    programs = {name: program(name, version) for name in (f"{SERVICE}.exe", _TOAST_NAME)}
+    programs = {name: program(name, version) for name in (f"{SERVICE}.exe", _TOAST_NAME, _CHECK_NAME)}
     return packaging.package_files(BUILD) | programs | {"winusb.dll": rig()}
 
 
@@ -805,7 +806,7 @@ def test_the_package_has_programs_words_and_the_operators_documents() -> None:
     documents = {name for name in names if name.startswith("docs/")} - pictures
     policy = {"policy/VeyraCameraDfu.admx", "policy/en-US/VeyraCameraDfu.adml", "policy/de-DE/VeyraCameraDfu.adml"}
     besides = {"README.md", "CHANGELOG.md", "THIRD-PARTY-NOTICES.txt", "VeyraCameraDfuMessages.dll"}
-    assert names == {f"{SERVICE}.exe", _TOAST_NAME, *besides, *traces, *pictures, *documents, *policy}
+    assert names == {f"{SERVICE}.exe", _TOAST_NAME, _CHECK_NAME, *besides, *traces, *pictures, *documents, *policy}
     assert {"docs/fleet.md", "docs/operations.md", "docs/security.md", "docs/toast-controller.md"} <= documents
     # Nothing for those who change the programs.
     assert not {"docs/architecture.md", "docs/laboratory.md", "docs/scenarios.md", "docs/performance.md"} & documents
@@ -828,7 +829,7 @@ def test_the_toast_controller_is_small() -> None:
     assert packaging.package_files(BUILD)[_TOAST_NAME].stat().st_size < 600_000
 
 
-@pytest.mark.parametrize("name", [f"{SERVICE}.exe", _TOAST_NAME])
+@pytest.mark.parametrize("name", [f"{SERVICE}.exe", _TOAST_NAME, _CHECK_NAME])
 def test_the_program_says_what_it_bears(name: str) -> None:
     """Addresses that move, also far; no code in data; a Windows directory that all sessions share."""
     program = packaging.package_files(BUILD)[name].read_bytes()
@@ -855,7 +856,7 @@ def test_what_is_missing_is_said_in_one_line(tmp_path: Path) -> None:
     with pytest.raises(packaging.PackageError, match=no_build):
         packaging.product_version(tmp_path)
     toast_controller = rf"{tmp_path}/VeyraCameraToastCntl\.exe"
-    messages = rf"{tmp_path}/VeyraCameraDfuMessages\.dll"
-    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}, {messages}$"
+    check, messages = (rf"{tmp_path}/VeyraCameraDfu{name}" for name in (r"Check\.exe", r"Messages\.dll"))
+    missing = rf"^these files are missing: {tmp_path}/{SERVICE}\.exe, {toast_controller}, {check}, {messages}$"
     with pytest.raises(packaging.PackageError, match=missing):
         packaging.package_files(tmp_path)

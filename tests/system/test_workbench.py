@@ -127,7 +127,7 @@ def test_unknown_name_is_told_in_one_line_and_nothing_is_built(run: Run, built: 
         (["--preset", "windows-checked"], [program.name for program in _PROGRAMS]),
         (
             ["--preset", "windows-clang"],
-            ["VeyraCameraDfuService", "toast_controller", *(program.name for program in _PROGRAMS)],
+            ["VeyraCameraDfuService", "toast_controller", "VeyraCameraDfuCheck", *(program.name for program in _PROGRAMS)],
         ),
         (["--preset", "host-sanitize"], ["all"]),
     ],

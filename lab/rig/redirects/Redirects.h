@@ -8,6 +8,8 @@ namespace lab::rig {
 void RedirectServiceControl();
 void RedirectDiagnostics();
 void RedirectTracing();
+void RedirectTraceSessions();
+void RedirectEventLog();
 void RedirectConfigurationManager();
 void RedirectMediaFoundation();
 void RedirectCom();

@@ -145,6 +145,11 @@ void Rig::Obey(const json& command) {
         Record(DoneEvent(name));
         return;
     }
+    if (name == "trace-message") {
+        traces_.Tell(TraceConsumer::MessageOf(command));
+        Record(DoneEvent(name));
+        return;
+    }
     if (name == "burst") {
         QueueBurst(BurstOf(command));
         Record(DoneEvent(name));

@@ -14,6 +14,7 @@
 #include "lab/rig/service/ControlLoop.h"
 #include "lab/rig/service/EventBurst.h"
 #include "lab/rig/service/InterfaceWatchers.h"
+#include "lab/rig/service/TraceConsumer.h"
 #include "lab/rig/usb/UsbDevices.h"
 #include "lab/wire/Wire.h"
 
@@ -47,6 +48,7 @@ class Rig {
     [[nodiscard]] ControlLoop& Controls() { return controls_; }
     [[nodiscard]] InterfaceWatchers& Watchers() { return watchers_; }
     [[nodiscard]] UsbDevices& Devices() { return devices_; }
+    [[nodiscard]] TraceConsumer& Traces() { return traces_; }
     [[nodiscard]] Contracts& TheContracts() { return contracts_; }
 
   private:
@@ -69,6 +71,7 @@ class Rig {
     Rest rest_;
     UsbDevices devices_;
     Contracts contracts_;
+    TraceConsumer traces_;
 };
 
 }  // namespace lab::rig

@@ -110,6 +110,8 @@ RunSettings RunSettings::FromStage(const json& stage) {
             settings.bus.isOnKernelBus = ToChoice(field, value, kBuses);
         } else if (field == "failed_media_starts") {
             settings.failedMediaStarts = ToNumber<std::uint32_t>(field, value);
+        } else if (field == "event_records") {
+            settings.eventRecords = value.get<std::vector<std::string>>();
         } else if (field == "records_prompts") {
             settings.recordsPrompts = value.get<bool>();
         } else if (field == "cameras") {

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -21,6 +23,8 @@ struct RunSettings {
     // Whether the rig tells what goes between the program and the toast controller, which does not do so
     // itself.
     bool recordsPrompts = false;
+    // The records of the event logs that the program reads, as XML.
+    std::vector<std::string> eventRecords;
     BusSettings bus;
 
     // Reads the wire's stage. Throws std::runtime_error or a JSON exception, with a text that names the

@@ -31,7 +31,7 @@ TEST(RunSettings, TakesWhereACameraStarts) {
 TEST(RunSettings, TakesEveryField) {
     const RunSettings settings = RunSettings::FromStage(json::parse(R"({
         "trace": {"level": 8, "flags": 4294967295}, "transfer_us": 250, "failed_media_starts": 2,
-        "records_prompts": true,
+        "records_prompts": true, "event_records": ["<Event/>"],
         "cameras": [{"version": "1.2.11.255", "personality": "strict", "transfer_size": 65535, "block_ms": 1,
             "manifest_ms": 2, "manifests_at_once": true, "reset_ms": 3, "detach_ms": 4, "enumerate_ms": 5,
             "configuration_descriptor": "09 02aB", "has_extension_unit": false,
@@ -43,6 +43,7 @@ TEST(RunSettings, TakesEveryField) {
     EXPECT_EQ(settings.bus.transferTime.count(), 250);
     EXPECT_EQ(settings.failedMediaStarts, 2U);
     EXPECT_TRUE(settings.recordsPrompts);
+    EXPECT_EQ(settings.eventRecords, std::vector<std::string>{"<Event/>"});
     ASSERT_EQ(settings.bus.cameras.size(), 1U);
     const auto& camera = settings.bus.cameras[0];
     EXPECT_EQ(camera.version, (std::array<std::uint8_t, 4>{1, 2, 11, 255}));

@@ -1,0 +1,96 @@
+#include "check/Redaction.h"
+
+#include "check/SetupLog.h"
+#include "tests/check/ReadyMachine.h"
+
+#include <gtest/gtest.h>
+
+using namespace check;
+
+TEST(Redaction, TakesUsersNamesOutOfPaths) {
+    EXPECT_EQ(WithoutUserNames("C:\\Users\\anna\\x.exe and D:\\users\\B C\\y"),
+              "C:\\Users\\...\\x.exe and D:\\users\\...\\y");
+    EXPECT_EQ(WithoutUserNames("\"C:\\Users\\anna\" -x"), "\"C:\\Users\\...\" -x");
+    EXPECT_EQ(WithoutUserNames("C:\\Users\\anna"), "C:\\Users\\...");
+    EXPECT_EQ(WithoutUserNames("C:\\Windows\\x"), "C:\\Windows\\x");
+}
+
+TEST(Redaction, KeepsWindowsOwnAccountsAlone) {
+    for (const char* own : {"BUILTIN\\Users", "NT AUTHORITY\\LocalService", "nt authority\\SYSTEM",
+                            "Everyone", "LocalSystem", "NT SERVICE\\TrustedInstaller"}) {
+        EXPECT_EQ(WithoutPerson(own), own);
+    }
+    for (const char* person : {"VM\\root", "OFFICE\\anna", "S-1-5-21-1-2-3-1000", ".\\anna", ""}) {
+        EXPECT_EQ(WithoutPerson(person), "another account");
+    }
+}
+
+TEST(Redaction, TakesPersonsOutOfAMachinesState) {
+    MachineState machine = ReadyMachine();
+    machine.service.account = ".\\anna";
+    machine.service.commandLine = "C:\\Users\\anna\\service.exe";
+    machine.service.program = machine.service.commandLine;
+    machine.service.programWriters = {"BUILTIN\\Users", "OFFICE\\anna"};
+    machine.service.folderWriters = {"OFFICE\\anna"};
+    machine.toastController.programWriters = {"OFFICE\\anna"};
+    machine.toastController.program = "C:\\Users\\anna\\toast.exe";
+    machine.image.path = "C:\\Users\\anna\\image.bin";
+    const MachineState without = WithoutPersons(machine);
+    EXPECT_EQ(without.service.account, "another account");
+    EXPECT_EQ(without.service.program, "C:\\Users\\...\\service.exe");
+    EXPECT_EQ(without.service.programWriters,
+              (std::vector<std::string>{"BUILTIN\\Users", "another account"}));
+    EXPECT_EQ(without.service.folderWriters, std::vector<std::string>{"another account"});
+    EXPECT_EQ(without.toastController.programWriters, std::vector<std::string>{"another account"});
+    EXPECT_EQ(without.toastController.program, "C:\\Users\\...\\toast.exe");
+    EXPECT_EQ(without.image.path, "C:\\Users\\...\\image.bin");
+}
+
+TEST(Redaction, TakesComputerAndUserOutOfAnEvent) {
+    EXPECT_EQ(
+        EventWithoutPersons(
+            "<Event><System><Provider Name='VeyraCameraDfuService'/><EventID>0</EventID><Computer>PC-OF-ANNA"
+            "</Computer><Security UserID='S-1-5-21-1'/></System><Data>C:\\Users\\anna\\x</Data></Event>"),
+        "<Event><System><Provider "
+        "Name='VeyraCameraDfuService'/><EventID>0</EventID><Computer></Computer><Security "
+        "UserID=''/></System><Data>C:\\Users\\...\\x</Data></Event>");
+    EXPECT_EQ(EventWithoutPersons("<Computer>PC"), "<Computer>");
+}
+
+TEST(SetupLog, KeepsTheSectionsOfTheVendorsDevices) {
+    EXPECT_EQ(VendorSections(R"([Boot Session: 2026/11/23 08:00:00.000]
+
+>>>  [Device Install (Hardware initiated) - USB\VID_1234&PID_0001\1]
+>>>  Section start 2026/11/23 09:00:00.000
+     ump: one
+<<<  Section end 2026/11/23 09:00:01.000
+<<<  [Exit status: SUCCESS]
+
+
+>>>  [Device Install (Hardware initiated) - USB\vid_2f1a&pid_7e01\KV4000001]
+>>>  Section start 2026/11/23 10:00:00.000
+     cmd: "C:\Users\anna\setup.exe"
+<<<  Section end 2026/11/23 10:00:01.000
+<<<  [Exit status: FAILURE(0xe0000203)]
+
+
+>>>  [Another]
+>>>  Section start 2026/11/23 11:00:00.000
+<<<  Section end 2026/11/23 11:00:01.000
+<<<  [Exit status: SUCCESS]
+)"),
+              R"(>>>  [Device Install (Hardware initiated) - USB\vid_2f1a&pid_7e01\KV4000001]
+>>>  Section start 2026/11/23 10:00:00.000
+     cmd: "C:\Users\...\setup.exe"
+<<<  Section end 2026/11/23 10:00:01.000
+<<<  [Exit status: FAILURE(0xe0000203)]
+
+)");
+}
+
+TEST(SetupLog, KeepsASectionThatHasNoEndYet) {
+    EXPECT_EQ(VendorSections(">>>  [Device Install - USB\\VID_2F1A&PID_7E01]\n     x\n"),
+              ">>>  [Device Install - USB\\VID_2F1A&PID_7E01]\n     x\n\n");
+    EXPECT_EQ(VendorSections(""), "");
+    EXPECT_EQ(VendorSections("no section VID_2F1A\n"), "");
+}
