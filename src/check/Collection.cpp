@@ -155,7 +155,7 @@ std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_v
     } else {
         LeaveOut("setup.txt", "there is no device installation log");
     }
-    const std::string list = contents_;
+    const std::string list = contents_ + "contents.txt  this list\n";
     Add("contents.txt", "VeyraCameraDfuCheck " + std::string(programVersion) + "\n\n" + list, "this list");
 
     const std::string failure = WriteCabinet(entries_, Utf8(folder_), kCabinet);

@@ -84,7 +84,8 @@ def without_rig(bench: Bench) -> Iterator[None]:
 
 def run(bench: Bench, *arguments: str, cameras: list[dict[str, Any]] | None = None, **stage: Any) -> Said:
     """Runs it on a bus with these cameras, which are there when it begins unless they say otherwise."""
-    bench.peer.set_stage({"trace": None, "cameras": [{"starts": "running", **camera} for camera in cameras or []], **stage})
+    there = [{"starts": "running", **camera} for camera in cameras or []]
+    bench.peer.set_stage({"trace": None, "cameras": there, **stage})
     since = bench.peer.mark()
     outcome = bench.machine.run(PROGRAM, *arguments)
     processes = {
