@@ -159,8 +159,10 @@ void LookAt(const UpdateModeState& mode, Findings& findings) {
         findings.Fault("update-mode-unknown", "The update mode could not be read (" + Code(mode.error) + ").",
                        "run this at an elevated prompt");
     } else {
-        findings.Fault("update-mode-other",
-                       "The update mode is \"" + mode.text + "\", not \"Service Controlled\".", advice);
+        const char* const id = mode.text == "Disabled" ? "update-mode-disabled"
+                               : mode.text == "Auto"   ? "update-mode-auto"
+                                                       : "update-mode-other";
+        findings.Fault(id, "The update mode is \"" + mode.text + "\", not \"Service Controlled\".", advice);
     }
 }
 

@@ -168,7 +168,15 @@ INSTANTIATE_TEST_SUITE_P(
              [](MachineState& machine) {
                  machine.updateMode = {false, 5, ""};
              }},
-        Case{"ModeOther", "update-mode-other",
+        Case{"ModeAuto", "update-mode-auto",
+             [](MachineState& machine) {
+                 machine.updateMode = {false, 0, "Auto"};
+             }},
+        Case{"ModeUnknownText", "update-mode-other",
+             [](MachineState& machine) {
+                 machine.updateMode = {false, 0, "On"};
+             }},
+        Case{"ModeDisabled", "update-mode-disabled",
              [](MachineState& machine) {
                  machine.updateMode = {false, 0, "Disabled"};
              }},

@@ -244,7 +244,9 @@ STATES = {
         [{**IN_DFU_MODE, "driver_ms": "never"}],
     ),
     "update mode not set": State(update_mode(None), 20, "update-mode-missing", BY_HAND),
-    "update mode Disabled": State(update_mode("Disabled"), 20, "update-mode-other", BY_HAND),
+    "update mode Disabled": State(update_mode("Disabled"), 20, "update-mode-disabled", BY_HAND),
+    "update mode Auto": State(update_mode("Auto"), 20, "update-mode-auto", BY_HAND),
+    "update mode in other words": State(update_mode("service controlled"), 20, "update-mode-other", BY_HAND),
     "image missing": State(image(None), 20, "image-missing", BY_HAND, [OLD]),
     "image empty": State(image(b""), 20, "image-too-short", BY_HAND, [OLD]),
     "image unreadable": State(image(None, folder=True), 20, "image-unreadable", BY_HAND, [OLD]),
@@ -396,6 +398,15 @@ def test_answers_without_looking_at_the_machine(on: Bench) -> None:
     assert helped.text.startswith("usage: VeyraCameraDfuCheck ")
     assert helped.events == []
     assert check_program.run(on, "--version").text == "VeyraCameraDfuCheck 1.0.0\n"
+
+
+def test_the_document_lists_each_finding() -> None:
+    source = (CHECKOUT / "src" / "check" / "Judgement.cpp").read_text(encoding="utf-8")
+    beginnings = "service|update-mode|media|image|toast-controller|camera|dfu-device|usb-devices"
+    found = set(re.findall(rf'"((?:{beginnings})-[a-z0-9-]+)"', source))
+    document = (CHECKOUT / "docs" / "check.md").read_text(encoding="utf-8")
+    table = document.partition("| `id` |")[2].partition("What cannot be seen")[0]
+    assert set(re.findall(r"`([a-z0-9]+(?:-[a-z0-9]+)+)`", table)) == found
 
 
 def registry_of(machine: Machine) -> set[str]:

@@ -14,7 +14,7 @@ PREFIX = "fuzz"
 TRANSCRIPTS = "transcripts"
 TARGETS = (
     "descriptor_walk", "conversation", "command_pipe", "device_path", "image_file", "virtual_camera_host", "usb_device",
-    "trial", TRANSCRIPTS,
+    "check_texts", "trial", TRANSCRIPTS,
 )  # fmt: skip
 INPUTS = BUILD / "fuzz-finds" / "inputs"
 _LONGEST = 96  # bytes of one that its id holds

@@ -1,0 +1,105 @@
+#include "check/JsonWriter.h"
+#include "check/ProgramName.h"
+#include "check/Redaction.h"
+#include "check/SetupLog.h"
+#include "check/TraceFormats.h"
+#include "check/UpdateModeValue.h"
+#include "host/fuzz/FuzzInput.h"
+#include "host/fuzz/Promise.h"
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The texts that the companion finds on a machine: the registry's, event records, the setup log, trace-format
+// files, and the bytes of trace messages.
+//
+// Input: the length of a message's bytes (u8), those, and a text, which is taken for each of them in turn.
+
+namespace {
+
+using fuzz::FuzzInput;
+using fuzz::Promise;
+
+bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+std::string Lower(std::string_view text) {
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](char character) {
+        return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+    });
+    return lower;
+}
+
+bool NamesNoUser(std::string_view text) {
+    const std::string lower = Lower(text);
+    constexpr std::string_view kUsers = "\\users\\";
+    for (std::size_t found = lower.find(kUsers); found != std::string::npos;
+         found = lower.find(kUsers, found + 1)) {
+        if (lower.compare(found + kUsers.size(), 3, "...") != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CheckJson(const std::string& text) {
+    const std::string quoted = check::QuotedForJson(text);
+    Promise(quoted.size() >= 2 && quoted.front() == '"' && quoted.back() == '"', "a text is in quotes");
+    bool isEscaped = false;
+    for (const char character : std::string_view(quoted).substr(1, quoted.size() - 2)) {
+        Promise(static_cast<unsigned char>(character) >= 0x20, "no control character is left");
+        Promise(character != '"' || isEscaped, "a quote inside is escaped");
+        isEscaped = character == '\\' && !isEscaped;
+    }
+    Promise(!isEscaped, "the last quote is not escaped");
+    // Only what is no text is replaced: then nothing is left to replace.
+    const std::string inside = quoted.substr(1, quoted.size() - 2);
+    Promise(check::QuotedForJson(check::QuotedForJson(inside)).size() >= inside.size(), "a text is not lost");
+}
+
+void CheckRedaction(const std::string& text) {
+    const std::string without = check::WithoutUserNames(text);
+    Promise(NamesNoUser(without), "no user is named in a path");
+    Promise(check::WithoutUserNames(without) == without, "once is enough");
+    const std::string record = check::EventWithoutPersons(text);
+    constexpr std::string_view kComputer = "<Computer>";
+    for (std::size_t found = record.find(kComputer); found != std::string::npos;
+         found = record.find(kComputer, found + 1)) {
+        const std::size_t behind = found + kComputer.size();
+        Promise(behind == record.size() || record[behind] == '<', "no computer is named");
+    }
+    const std::string sections = check::VendorSections(text);
+    Promise(NamesNoUser(sections), "no user is named in the setup log");
+    Promise(sections.empty() || Contains(Lower(text), "vid_2f1a"), "only the vendor's sections are kept");
+}
+
+void CheckProgramName(const std::string& text) {
+    const check::ProgramName name = check::ProgramNameOf(text);
+    Promise(name.path.size() <= text.size() + 4, "a program is part of the line, perhaps with its suffix");
+    Promise(!name.isQuoted || name.triedBefore.empty(), "a quoted path is taken as it is");
+    Promise(check::FolderOf(name.path).size() + check::FileNameOf(name.path).size() <= name.path.size(),
+            "folder and name are parts of the path");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzInput input(data, size);
+    const std::vector<std::uint8_t> payload = input.Bytes(input.Byte());
+    const std::vector<std::uint8_t> rest = input.Rest();
+    const std::string text(rest.begin(), rest.end());
+    CheckJson(text);
+    CheckRedaction(text);
+    CheckProgramName(text);
+    static_cast<void>(check::IsServiceControlled(rest));
+    check::TraceFormats formats;
+    formats.Read(text);
+    for (const unsigned number : {10U, 23U}) {
+        static_cast<void>(formats.Text("fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1", number, payload));
+    }
+    return 0;
+}
