@@ -26,6 +26,16 @@ bool Contains(std::string_view text, std::string_view part) {
     return text.find(part) != std::string_view::npos;
 }
 
+std::size_t Replacements(std::string_view text) {
+    constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+    std::size_t count = 0;
+    for (std::size_t found = text.find(kReplacement); found != std::string_view::npos;
+         found = text.find(kReplacement, found + kReplacement.size())) {
+        ++count;
+    }
+    return count;
+}
+
 std::string Lower(std::string_view text) {
     std::string lower(text);
     std::transform(lower.begin(), lower.end(), lower.begin(), [](char character) {
@@ -56,9 +66,9 @@ void CheckJson(const std::string& text) {
         isEscaped = character == '\\' && !isEscaped;
     }
     Promise(!isEscaped, "the last quote is not escaped");
-    // Only what is no text is replaced: then nothing is left to replace.
+    // What is no UTF-8 is replaced, and all that is left is.
     const std::string inside = quoted.substr(1, quoted.size() - 2);
-    Promise(check::QuotedForJson(check::QuotedForJson(inside)).size() >= inside.size(), "a text is not lost");
+    Promise(Replacements(check::QuotedForJson(inside)) == Replacements(inside), "what is left is UTF-8");
 }
 
 void CheckRedaction(const std::string& text) {
