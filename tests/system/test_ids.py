@@ -58,7 +58,7 @@ def written(folder: Path, **changed: Any) -> ScenarioId:
 
 def test_a_scenarios_id_changes_with_what_it_does_and_not_with_its_words(tmp_path: Path) -> None:
     first = written(tmp_path)
-    assert written(tmp_path, description="Two.", slow=True) == first
+    assert written(tmp_path, description="Two.", slow=True, rows=["refused"]) == first
     others = [
         written(tmp_path, steps=["settle", {"plug": 0}]),
         written(tmp_path, stage={"image": {"size": 5000, "version": "5.10.3.0", "seed": 1}}),

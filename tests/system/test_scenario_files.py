@@ -7,6 +7,7 @@ from typing import Any
 
 import pytest
 from jsonschema import Draft7Validator
+from support import CHECKOUT
 from veyra_lab.judgement.checks import CHECKS
 from veyra_lab.judgement.results import RESULTS
 from veyra_lab.runner.run import CLASSES, EVENT_TYPES, PLAIN_STEPS, STEPS_WITH_ARGUMENT
@@ -51,6 +52,13 @@ class TestScenarioFiles:
         image = variant.stage.image.content
         assert image is not None
         assert (len(image), version_of(image)) == (5000, "5.10.3.0")
+
+    def test_reads_the_rows(self) -> None:
+        items = [{"name": "one", "rows": ["refused"]}, {"name": "two", "rows": ["unasked", "block-failed"]}]
+        variants = read_scenario(self.write({**GOOD, "rows": "$rows", "for each": items}))
+        assert [variant.rows for variant in variants] == [("refused",), ("unasked", "block-failed")]
+        assert "rows[0]: 'too-bad' is not one of" in self.complaint({**GOOD, "rows": ["too-bad"]})
+        assert "rows: [] " in self.complaint({**GOOD, "rows": []})
 
     def test_makes_a_variant_of_each_line(self) -> None:
         items = [
@@ -234,6 +242,23 @@ class TestScenariosOfTheProject:
         else:
             assert content["$schema"] == "./scenario.schema.json"
             check_as_written(content)
+
+    def test_rows_are_those_of_the_table_for_operators(self) -> None:
+        operations = (CHECKOUT / "docs" / "operations.md").read_text(encoding="utf-8")
+        table = operations.partition("## From symptom to cause")[2].partition("\n## ")[0]
+        named = re.findall(r"^\| `([a-z-]+)` \|", table, re.MULTILINE)
+        assert len(named) == len(set(named))
+        assert SCHEMA["definitions"]["rows"]["else"]["items"]["enum"] == named
+
+    def test_every_scenario_says_which_rows_it_is(self) -> None:
+        assert [variant.name for variant in read_folder(SCENARIOS) if not variant.rows] == []
+
+    def test_a_third_of_the_files_is_held_back(self) -> None:
+        held_back = (SCENARIOS / "held-back.txt").read_text(encoding="utf-8").split()
+        files = {path.stem for path in SCENARIOS.glob("*.json")} - {"scenario.schema"}
+        assert held_back == sorted(held_back)
+        assert set(held_back) <= files
+        assert len(held_back) == 36
 
     def test_schema_has_the_words_that_mean_something(self) -> None:
         definitions = SCHEMA["definitions"]

@@ -85,6 +85,8 @@ class Variant:
     fresh_service: bool
     stage: StagePlan
     steps: tuple[Any, ...]
+    # Rows of docs/operations.md that it is.
+    rows: tuple[str, ...] = ()
 
 
 def content_of(path: Path) -> bytes:
