@@ -39,6 +39,7 @@ class Browser:
         self._loaded = False
         self._count = 0
         self._session: str | None = None
+        self._features: list[dict[str, str]] = []
         self.requests: list[str] = []
         page = self._command("Target.createTarget", url="about:blank")["targetId"]
         self._session = self._command("Target.attachToTarget", targetId=page, flatten=True)["sessionId"]
@@ -56,7 +57,8 @@ class Browser:
             mobile=False,
         )
         scheme = {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}
-        self._command("Emulation.setEmulatedMedia", features=[scheme])
+        self._features = [scheme]
+        self._command("Emulation.setEmulatedMedia", features=self._features)
         self._loaded = False
         self._command("Page.navigate", url=page.resolve().as_uri())
         while not self._loaded:
@@ -89,6 +91,19 @@ class Browser:
     def screenshot(self) -> bytes:
         """What the window shows, as a PNG."""
         return base64.b64decode(self._command("Page.captureScreenshot", format="png")["data"])
+
+    def printed(self, expression: str) -> Any:
+        """What an expression gives in the page as it is printed."""
+        self._command("Emulation.setEmulatedMedia", media="print", features=self._features)
+        try:
+            return self.value(expression)
+        finally:
+            self._command("Emulation.setEmulatedMedia", media="", features=self._features)
+
+    def pdf(self) -> str:
+        """The page on paper, as base64; without its backgrounds, unless it insists on them."""
+        answer = self._command("Page.printToPDF", preferCSSPageSize=True, printBackground=False)
+        return str(answer["data"])
 
     def _command(self, method: str, **parameters: Any) -> dict[str, Any]:
         self._count += 1

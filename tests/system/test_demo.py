@@ -1,6 +1,7 @@
 """scripts/demo, as a person uses it."""
 
 import json
+import re
 import signal
 import subprocess
 from pathlib import Path
@@ -16,9 +17,12 @@ pytestmark = pytest.mark.xdist_group("demo")
 
 
 def check_update(done: subprocess.CompletedProcess[str], image: bytes, camera_version: str, size: int) -> None:
-    """The demo succeeded, said so in its last four lines, and left nothing running."""
+    """The demo succeeded, said so in its last five lines, and left nothing running."""
     assert done.returncode == 0, done.stdout + done.stderr
-    *told, firmware, image_digest, flash_digest, transfers = done.stdout.splitlines()
+    *told, firmware, image_digest, flash_digest, transfers, sentence = done.stdout.splitlines()
+    versions = f"from {re.escape(camera_version)} to {re.escape(version_of(image))}"
+    same = "and the flash is identical to the image, byte for byte"
+    assert re.fullmatch(rf"Updated {versions} in \d+\.\d s, {same}; .*", sentence), sentence
     assert firmware == f"camera firmware: {camera_version} -> {version_of(image)}"
     assert image_digest == f"image sha256: {sha256(image)}"
     assert flash_digest == f"flash sha256: {sha256(image)}"
@@ -65,8 +69,12 @@ def test_takes_the_image_camera_version_and_transfer_size_of_a_person_and_keeps_
     image.write_bytes(random_image(10_000))
     transcript = tmp_path / "run.jsonl"
     options = ("--image", str(image), "--camera-version", "1.2.3.4", "--transfer-size", "128")
-    done = run_script("demo", *options, "--transcript", str(transcript))
+    page = tmp_path / "run.html"
+    done = run_script("demo", *options, "--transcript", str(transcript), "--report", str(page))
     check_update(done, image.read_bytes(), "1.2.3.4", 128)
+    assert done.stdout.endswith(f"; page at {page}.\n")
+    content = page.read_text(encoding="utf-8")
+    assert all(words in content for words in ("my image.bin", "expectations held", "Updated"))
     events = [json.loads(line) for line in transcript.read_text(encoding="utf-8").splitlines()]
     assert all({"t", "source", "event"} <= set(event) for event in events)
     assert {event["source"] for event in events} == {"lab", "rig", "toast"}
@@ -75,14 +83,17 @@ def test_takes_the_image_camera_version_and_transfer_size_of_a_person_and_keeps_
     traces = [event["text"] for event in events if event["event"] == "trace"]
     assert "The camera's firmware version is 1.2.3.4" in traces
     transfers = sum(event["event"] == "transfer" for event in events)
-    assert done.stdout.splitlines()[-1] == f"control transfers: {transfers}"
+    assert done.stdout.splitlines()[-2] == f"control transfers: {transfers}"
+    assert [event["held"] for event in events if event["event"] == "judgement"] == [True]
+    assert events[0]["event"] == "run"
 
 
 @slow
 def test_shows_that_a_declined_update_changes_nothing() -> None:
     done = run_script("demo", "--answer", "decline")
     assert done.returncode == 0, done.stdout + done.stderr
-    firmware, image_digest, flash_digest, transfers = done.stdout.splitlines()[-4:]
+    firmware, image_digest, flash_digest, transfers, sentence = done.stdout.splitlines()[-5:]
+    assert sentence == "The user declined. The camera keeps firmware 5.10.2.0; --report FILE makes a page of it."
     assert firmware == "camera firmware: 5.10.2.0 -> 5.10.2.0"
     assert image_digest == f"image sha256: {sha256(default_image())}"
     assert flash_digest.removeprefix("flash ") != image_digest.removeprefix("image ")
@@ -98,6 +109,9 @@ def test_says_why_a_camera_with_tiny_transfers_is_not_updated() -> None:
     assert "64 bytes in one transfer" in failed[0]
     assert "no block was sent" in failed[0]
     assert done.stdout.splitlines()[-1] == "control transfers: 3"
+    reason = "scripts/demo: The download stopped before its first block: the service first reads 68 bytes"
+    assert done.stderr.splitlines()[-1].startswith(reason)
+    assert "; 1 of " in done.stderr
     assert processes_of(DEMO_PREFIX) == {}
 
 
@@ -106,12 +120,13 @@ def test_says_why_equal_versions_are_no_update() -> None:
     done = run_script("demo", "--camera-version", "5.10.3.0")
     assert done.returncode == 1, done.stdout + done.stderr
     assert "camera and image both have version 5.10.3.0" in done.stdout
+    assert done.stderr.splitlines()[-1].startswith("scripts/demo: Nobody was asked: camera and image both have version")
 
 
 def test_explains_itself(run: Run) -> None:
     status, text, errors = run(demo.main, "--help")
     assert (status, errors) == (0, "")
-    for option in ("--image", "--camera-version", "--transfer-size", "--answer", "--bus", "--transcript", "--help"):
+    for option in ("--image", "--camera-version", "--transfer-size", "--answer", "--bus", "--transcript", "--report", "--help"):
         assert option in text
 
 
@@ -132,6 +147,8 @@ _NO_SIZES = ("", "0", "65536", "-1", "1k", "1.5")
         ("firmware.bin", "firmware.bin"),
         ("--image /does/not/exist.bin", "does not exist"),
         ("--transcript /does/not/exist/run.jsonl", "cannot be written"),
+        ("--report /does/not/exist/run.html", "cannot be written"),
+        ("--report /tmp/same --transcript /tmp/same", "name the same file"),
     ],
 )
 def test_refuses(run: Run, options: str, because: str) -> None:

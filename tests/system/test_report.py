@@ -366,25 +366,26 @@ def test_reads_a_transcript_whose_last_line_is_half_written() -> None:
 
 def test_takes_a_scenario_for_a_step() -> None:
     written = Written().add("lab", "scenario", name="unplugged", description="The camera goes.")
-    says(page_of(written), "<b>Step 1</b><span>Scenario unplugged: The camera goes.</span>")
+    says(page_of(written), "<b>Scenario</b><span>Unplugged: The camera goes.</span>")
 
 
 def test_tells_by_which_id_a_failure_is_played_again() -> None:
     name = "soak.42.17"
     written = stopped(400)
     begin = {"t": 0.0, "source": "lab", "event": "scenario", "name": "round 17", "description": "A fault.", "id": name}
-    end = {"t": written.events[-1]["t"], "source": "lab", "event": "judgement", "held": False, "why": "a flash", "id": name}
+    last = written.events[-1]["t"]
+    end = {"t": last, "source": "lab", "event": "judgement", "held": False, "complaints": ["a flash"], "id": name}
     written.events = [begin, *written.events, end]
     text = page_of(written)
     says(text, f"<dt>Again</dt><dd><code>scripts/lab replay {name}</code></dd>")
-    says(text, f"Scenario round 17: A fault. (again: scripts/lab replay {name})")
-    says(text, f"<b>Problem</b><span>did not hold: a flash (again: scripts/lab replay {name})</span>")
+    says(text, f"<b>Scenario</b><span>Round 17: A fault. (again: scripts/lab replay {name})</span>")
+    says(text, "Did not hold: a flash", f"<p>Again: <code>scripts/lab replay {name}</code></p>")
     assert summary_of(written).as_json()["again"] == name
     assert summary_of(stopped(400)).as_json()["again"] is None
 
 
 def test_says_nothing_of_playing_again_what_held() -> None:
-    held = Written().add("lab", "judgement", held=True, why="", id="soak.42.17")
+    held = Written().add("lab", "judgement", held=True, complaints=[], id="soak.42.17")
     text = page_of(held)
     says(text, "Everything held")
     assert "Went wrong on the way" not in text

@@ -78,6 +78,20 @@ class Written:
         self.events += [{**event, "t": event["t"] + seconds} for event in other.events]
         return self
 
+    def image(self, size: int) -> Self:
+        """The image that is in the machine from here on."""
+        return self.add("lab", "image", name="image.bin", version="5.10.3.0", size=size, sha256="ab" * 32)
+
+    def scenario(self, name: str = "unplugged", *, skip_waits: bool = False, id_: str = "") -> Self:
+        fields = {"name": name, "description": "The camera goes.", "cameras": [{"version": "5.10.2.0"}]}
+        return self.add("lab", "scenario", skip_waits=skip_waits, id=id_, **fields)
+
+    def expected(self, words: str, *complaints: str, step: str = "3") -> Self:
+        return self.add("lab", "expectation", step=step, text=words, complaints=list(complaints))
+
+    def verdict(self, *complaints: str) -> Self:
+        return self.add("lab", "judgement", held=not complaints, complaints=list(complaints))
+
     # The road.
 
     def begin(self, camera: str = "5.10.2.0", image: str = "5.10.3.0") -> Self:
@@ -146,7 +160,7 @@ class Written:
 
 def begun(blocks: int = 8) -> Written:
     """The way to a download, up to its announcement."""
-    return Written().begin().answer().enter_dfu_mode(blocks)
+    return Written().image(1024 * blocks).begin().answer().enter_dfu_mode(blocks)
 
 
 def sending(sent: int, blocks: int) -> Written:

@@ -7,6 +7,9 @@ from dataclasses import replace
 from ..buses.virtual import VirtualBus
 from ..checkout import BUILD, CHECKOUT
 from ..guest.errors import GuestError
+from ..report.page import page
+from ..report.summary import summarize
+from ..report.transcript import of_events
 from ..terminal.parser import give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
@@ -19,10 +22,15 @@ from ..windows.machine import Machine, MachineError
 from ..windows.programs import PRESET, TARGETS, TOAST_CONTROLLER_TARGET, Programs
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
+from .closing import last_sentence
 from .laboratory import Laboratory
 from .options import Options, parse
 
 _MACHINE = BUILD / "wine"
+
+
+class DemoFailed(Exception):
+    """The demo went its road, and something did not hold. The text is its last sentence."""
 
 
 def main() -> int:
@@ -52,14 +60,25 @@ def _show(options: Options, screen: Screen) -> int:
     screen.step("Starting Windows" if machine.is_made else "Making a Windows machine (once)")
     with machine:
         laboratory = Laboratory(machine, Programs.of(BUILD / PRESET), CHECKOUT / "trace")
-        record = laboratory.run(plan, screen, options.transcript, options.bus)
-    verdicts = [*judge(record), *_outcome(record)]
+        name = options.image.name if options.image else "the demo's own image"
+        record, verdicts = laboratory.run(
+            plan, screen, options.transcript, options.bus, name, lambda made: [*judge(made), *_outcome(made)]
+        )
     failed = [verdict for verdict in verdicts if not verdict.held]
     screen.step(f"{len(verdicts) - len(failed)} of {len(verdicts)} expectations held")
     for verdict in failed:
         screen.line(f"failed: {verdict.name}: {verdict.complaint}", style="bold red")
     _close(record, screen)
-    return 1 if failed else 0
+    transcript = of_events(record.events)
+    summary = summarize(transcript)
+    if options.report is not None:
+        content = page(transcript, summary, options.transcript.name if options.transcript else "scripts/demo")
+        options.report.write_bytes(content.encode("utf-8", "replace"))
+    sentence = last_sentence(record, verdicts, summary, options.report)
+    if failed:
+        return give_up("scripts/demo", DemoFailed(sentence))
+    screen.line(sentence)
+    return 0
 
 
 def _plan(options: Options) -> UpdatePlan:

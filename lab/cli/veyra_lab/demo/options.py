@@ -9,7 +9,7 @@ from pathlib import Path
 
 from ..buses.choice import add_bus
 from ..buses.usb import MOST_TRANSFER_BYTES, UsbBus
-from ..terminal.parser import Parser, add_transcript
+from ..terminal.parser import Parser, add_transcript, writable
 from ..windows.image import SMALLEST_IMAGE
 from . import answer
 
@@ -19,8 +19,9 @@ camera in, answers the service's question, watches the download, compares the ca
 removes everything again. What is missing on this machine is installed first, and the programs are built."""
 
 CLOSING = """\
-The last lines say what came of it: the camera's firmware before and after, the digests of image and flash, and the
-number of control transfers. Exit status: 0 when the flash equals the image byte for byte and every expectation held,
+The last lines say what came of it: the camera's firmware before and after, the digests of image and flash, the number
+of control transfers, and all of it in one sentence. When something failed, that sentence begins with the reason and
+goes to standard error. Exit status: 0 when the flash equals the image byte for byte and every expectation held,
 1 when not, 2 when the command line is wrong, 130 when interrupted. When the answer is no, the flash has to stay as it
 was instead.
 
@@ -33,7 +34,7 @@ Examples:
   scripts/demo --answer ask --camera-version 6.0.0.0
   scripts/demo --answer window
   scripts/demo --bus usb
-  scripts/demo --transcript update.jsonl && scripts/lab report update.jsonl -o update.html"""
+  scripts/demo --report update.html"""
 
 
 @dataclass(frozen=True)
@@ -49,6 +50,8 @@ class Options:
     # The toast controller that ships puts it to a person, in its window.
     window: bool
     transcript: Path | None
+    # Where the page goes that shows it.
+    report: Path | None
     bus: str
 
 
@@ -115,6 +118,9 @@ def _parser() -> Parser:
     )
     add_bus(parser)
     add_transcript(parser)
+    parser.add_argument(
+        "--report", type=writable, metavar="FILE.html", help="make a page that shows what happened (docs/report.md)"
+    )
     return parser
 
 
@@ -122,6 +128,8 @@ def parse(arguments: Sequence[str]) -> Options:
     """The options, or the end of the process: status 2 with one line on standard error, 0 after --help."""
     parser = _parser()
     parsed = parser.parse_args(arguments)
+    if parsed.report is not None and parsed.report == parsed.transcript:
+        parser.error(f"--report and --transcript name the same file, {parsed.report}")
     if parsed.bus == UsbBus.name and parsed.transfer_size > MOST_TRANSFER_BYTES:
         most = f"with --bus usb, QEMU moves {MOST_TRANSFER_BYTES} bytes at most"
         parser.error(f"--transfer-size {parsed.transfer_size}: {most}")
@@ -139,5 +147,6 @@ def parse(arguments: Sequence[str]) -> Options:
         ask=ask,
         window=parsed.answer == "window",
         transcript=parsed.transcript,
+        report=parsed.report,
         bus=parsed.bus,
     )

@@ -2,7 +2,7 @@
 
 from collections.abc import Callable
 
-from ..report.codes import SERVICE_STATES
+from ..report.codes import SERVICE_STATES, WHY_NO_SUCH_SERVICE
 from ..terminal.screen import Screen
 from ..updates.plan import UpdatePlan
 from ..wire.events import CAMERA_VENDOR, ENTER_DFU_MODE, USBREDIR, Event
@@ -93,8 +93,10 @@ class Reporter:
 
     def _command_run(self, event: Event) -> None:
         # The name that the service knows is deliberately not its own, so on a machine without that service it fails.
-        outcome = "done" if event["result"] == 0 else f"result {event['result']}: there is no service of that name"
+        outcome = "done" if event["result"] == 0 else f"result {event['result']}"
         self._screen.note(f"the service runs: {event['command']} ({outcome})")
+        if event["result"] != 0:
+            self._screen.note(f"    that is no error: {WHY_NO_SUCH_SERVICE}")
 
     def _event_log(self, event: Event) -> None:
         self._screen.note(f"event log: {event['strings'][-1]}")

@@ -13,11 +13,17 @@ from .results import RESULTS, check_transfers
 
 def judge(expectation: dict[str, Any], observed: Observed) -> Iterator[str]:
     """What does not hold, in words."""
+    for _, complaints in judge_each(expectation, observed):
+        yield from complaints
+
+
+def judge_each(expectation: dict[str, Any], observed: Observed) -> Iterator[tuple[str, list[str]]]:
+    """Each field of the expectation that is looked up in what happened, and what does not hold of it."""
     if "result" in expectation:
-        yield from RESULTS[expectation["result"]](observed, expectation)
+        yield "result", list(RESULTS[expectation["result"]](observed, expectation))
     for field, wanted in expectation.items():
         if field in CHECKS:
-            yield from CHECKS[field](observed, wanted)
+            yield field, list(CHECKS[field](observed, wanted))
 
 
 def _in(wanted: Any, seen: int) -> bool:

@@ -1,4 +1,4 @@
 """The picture of an update: a transcript read, understood and drawn as one page.
 
-Uses terminal.
+Uses terminal and causes.
 """

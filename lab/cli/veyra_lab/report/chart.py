@@ -1,6 +1,7 @@
 """Where things stand in the picture, in percent of its width and height."""
 
 from .download import Download, End
+from .summary import Summary
 
 _TICKS = 6
 _MOST_LABELS = 3
@@ -13,7 +14,8 @@ _MOST_POINTS = 150
 class Chart:
     """The picture's scale, and what of the downloads is drawn over it."""
 
-    def __init__(self, begin: float, end: float, downloads: list[Download]) -> None:
+    def __init__(self, begin: float, end: float, summary: Summary) -> None:
+        downloads = summary.downloads
         self.begin = begin
         self.end = end if end > begin else begin + 1.0
         step = (self.end - begin) / _TICKS
@@ -26,8 +28,16 @@ class Chart:
             first, last = downloads[0].began, downloads[-1].last
             margin = max(0.05, 0.05 * (last - first))
             self.focus = first - margin, last + margin
+        # The failure that the picture opens on, with what led to it.
+        self.opening: tuple[float, float] | None = None
+        failure = summary.opens_at
+        if failure is not None and failure.download is not None:
+            begun = failure.download.began
+            margin = max(0.01, 0.5 * (failure.t - begun))
+            self.opening = begun - margin, failure.t + margin
         stops = [download for download in downloads if download.end is End.STOPPED]
         self.stops = stops if len(stops) <= _MOST_STOP_LINES else []
+        self.held_at = summary.held_at
         self.labelled = len(stops) <= _MOST_LABELS
 
     def at(self, t: float) -> float:

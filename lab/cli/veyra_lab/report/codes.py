@@ -104,6 +104,11 @@ def win32_as_hresult(error: int) -> Code:
     return hresult(_WIN32_FACILITY | (error & 0xFFFF) if error > 0 else error)
 
 
+# Said behind the uninstall monitor's two commands, which look like errors where they come to nothing.
+WHY_NO_SUCH_SERVICE = (
+    "without its cameras' driver it stops and deletes the service VeyraCameraDFU, which is not itself, and here there is none"
+)
+
 E_FAIL = hresult(0x80004005)
 BAD_LENGTH = win32_as_hresult(24)
 

@@ -35,6 +35,10 @@ class Download:
     sent: int = 0
     bytes_sent: int = 0
     complete_image: bool = False
+    # The bytes of the image that was in the machine when it began; None when the transcript does not tell.
+    image_size: int | None = None
+    # The length of its first block.
+    block_size: int = 0
     waits: int = 0
     wait_seconds: float = 0.0
     curve: list[tuple[float, int, int]] = field(default_factory=list)
@@ -56,10 +60,23 @@ class Download:
 
     @property
     def blocks(self) -> int | None:
-        """How many blocks the image has, as far as the transcript tells: the service announces whole blocks only."""
+        """How many blocks the image has, a short last one counted; the least that it can have where is_least says so."""
+        if self.image_size is not None and self.block_size:
+            return -(-self.image_size // self.block_size)
         if self.complete_image:
             return self.confirmed
         return max(self.announced or 0, self.sent) or None
+
+    @property
+    def is_least(self) -> bool:
+        """Whether the image may have one block more: the service announces whole blocks only."""
+        return not self.complete_image and (self.image_size is None or not self.block_size)
+
+    @property
+    def of_blocks(self) -> str:
+        """" of 1,024", or " of at least 1,024", or nothing."""
+        least = "at least " if self.is_least else ""
+        return f" of {least}{self.blocks:,}" if self.blocks else ""
 
 
 def gather(events: Iterable[Event]) -> list[Download]:
@@ -84,6 +101,7 @@ class _Gathering:
         self._open: dict[int | None, Download] = {}
         # The toast controller's report of the announcement may stand before the rig's of the device's opening.
         self._announced: int | None = None
+        self._image_size: int | None = None
 
     def take(self, event: Event) -> None:
         kind, pid = event["event"], number(event, "pid")
@@ -100,9 +118,12 @@ class _Gathering:
             download.why = "the service's process ended in the middle of it"
         elif kind == "prompt-call":
             self._take_prompt_call(event)
+        elif kind == "image":
+            # A missing image has no size: a download that nothing is known of.
+            self._image_size = number(event, "size")
 
     def _begin(self, event: Event, pid: int | None) -> None:
-        self._open[pid] = Download(event["t"], pid, announced=self._announced)
+        self._open[pid] = Download(event["t"], pid, announced=self._announced, image_size=self._image_size)
         self._announced = None
         self.found.append(self._open[pid])
 

@@ -3,11 +3,10 @@
 from .codes import Code, hresult
 from .download import Download, End
 from .judging import downloads
+from .remedy import OBSTACLE_ROWS
 from .transcript import Event, number, octets, text, texts
 
 _UPDATE_SERVICE_TRACES = "{fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1}"
-# Trace messages that say why there was no question or no download.
-_OBSTACLES = {11, 12, 20, 21, 22, 25, 26}
 _ENTER_DFU_MODE = 0x1E
 ACCEPT = 1
 
@@ -64,11 +63,20 @@ class Facts:
 
     def obstacle(self, since: float) -> str:
         """What kept the service from going on, in its own words; none when it has not said."""
+        event = self._obstacle(since)
+        said = text(event, "text").rstrip(".") if event else ""
+        return said[:1].lower() + said[1:]
+
+    def row_of_the_obstacle(self, since: float) -> str:
+        """The row of docs/operations.md that it is; none when the service has not said."""
+        event = self._obstacle(since)
+        return OBSTACLE_ROWS[number(event, "number") or 0] if event else ""
+
+    def _obstacle(self, since: float) -> Event | None:
         for event in self._traces():
-            if event["t"] >= since and number(event, "number") in _OBSTACLES and text(event, "text"):
-                said = text(event, "text").rstrip(".")
-                return said[:1].lower() + said[1:]
-        return ""
+            if event["t"] >= since and number(event, "number") in OBSTACLE_ROWS and text(event, "text"):
+                return event
+        return None
 
     def _version_before(self) -> str:
         for event in self.events:

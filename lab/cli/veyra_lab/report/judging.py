@@ -90,6 +90,7 @@ class _Walk:
             self._step = self._manifest
             return
         download.sent += 1
+        download.block_size = download.block_size or transfer.length
         transfer.block = download.sent
         if not download.curve:
             download.curve.append((transfer.t, 0, 0))

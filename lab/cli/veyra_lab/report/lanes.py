@@ -4,10 +4,12 @@ from collections.abc import Sequence
 from dataclasses import dataclass, field
 
 from .codes import CONTROLS, DEVICE_EVENTS, SERVICE_STATES, named
+from .laboratory import is_step, step_numbers
 from .summary import Summary
+from .telling import Lane, Telling
 from .transcript import Event, Transcript, number, numbers, text, texts
 from .transfer import Role, Transfer, describe
-from .words import Lane, Telling, class_name, is_block_progress, is_step, tell
+from .words import class_name, is_block_progress, tell
 
 # What one lane draws at most. A page with more grows heavy, and no screen has that many columns.
 MOST_MARKS = 2400
@@ -86,6 +88,7 @@ class _Drawing:
     def __init__(self, transcript: Transcript, summary: Summary) -> None:
         self._events = transcript.events
         self._downloads = summary.downloads
+        self._held_at = summary.held_at
         self._end: float = self._events[-1]["t"]
         self._rows = {lane: Row(lane) for lane in LANES}
 
@@ -107,6 +110,10 @@ class _Drawing:
             row.marks.sort(key=lambda mark: mark.at)
         return list(self._rows.values())
 
+    def _failed(self, t: float) -> str:
+        """How a failure is drawn: one that was expected is none."""
+        return "g" if self._held_at(t) else "f"
+
     def _of(self, kind: str) -> list[Event]:
         return [event for event in self._events if event["event"] == kind]
 
@@ -121,11 +128,13 @@ class _Drawing:
         count: str = "",
         level: int = 0,
     ) -> None:
+        if kind == "good" and self._held_at(begin) is False:
+            kind = "plain"
         words = f"{begin:.3f} s to {end:.3f} s ({end - begin:.3f} s)\n{tip or label}"
         self._rows[lane].spans.append(Span(begin, end, label, words, kind, count, level))
 
     def _mark(self, event: Event, telling: Telling) -> None:
-        kind = "f" if telling.bad else "m" if telling.matters else "d"
+        kind = self._failed(event["t"]) if telling.bad else "m" if telling.matters else "d"
         if telling.lane is Lane.BUS and not telling.bad:
             kind = "c"
         if telling.lane is Lane.LABORATORY and not telling.bad:
@@ -135,8 +144,8 @@ class _Drawing:
     def _steps(self) -> None:
         steps = [event for event in self._events if is_step(event)]
         ends = [event["t"] for event in steps[1:]] + [self._end]
-        for count, (event, end) in enumerate(zip(steps, ends), 1):
-            self._span(Lane.LABORATORY, event["t"], end, tell(event).words, "step", count=str(count))
+        for event, end, count in zip(steps, ends, step_numbers(steps)):
+            self._span(Lane.LABORATORY, event["t"], end, tell(event).words, "step", count=count)
 
     def _states(self) -> None:
         reports: dict[int | None, list[tuple[float, int]]] = {}
@@ -217,7 +226,8 @@ class _Drawing:
         for download in self._downloads:
             tip = f"a download: {len(download.transfers):,} transfers, {download.bytes_sent:,} bytes"
             self._span(Lane.BUS, download.began, download.last, "", "session", tip)
-            bus.marks += [_transfer_mark(transfer) for transfer in download.transfers]
+            failed = self._failed(download.began)
+            bus.marks += [_transfer_mark(transfer, failed) for transfer in download.transfers]
 
 
 def _concern(control: Event) -> str:
@@ -229,13 +239,12 @@ def _concern(control: Event) -> str:
     return f"{class_name(control)} {verb}"
 
 
-def _transfer_mark(transfer: Transfer) -> Mark:
-    return Mark(transfer.t, f"{transfer.t:.3f} s\n{describe(transfer)}", _kind(transfer))
+def _transfer_mark(transfer: Transfer, failed: str) -> Mark:
+    kind = failed if transfer.role is Role.FAILED else _kind(transfer)
+    return Mark(transfer.t, f"{transfer.t:.3f} s\n{describe(transfer)}", kind)
 
 
 def _kind(transfer: Transfer) -> str:
-    if transfer.role is Role.FAILED:
-        return "f"
     if transfer.role is Role.WAIT:
         return "w"
     if not transfer.ok:
@@ -250,7 +259,7 @@ def _thin(row: Row) -> None:
     if len(row.marks) <= MOST_MARKS:
         return
     row.thinned_from = len(row.marks)
-    singled_out = [mark for mark in row.marks if mark.kind in ("f", "e")]
+    singled_out = [mark for mark in row.marks if mark.kind in ("f", "g", "e")]
     if len(singled_out) > MOST_SINGLED_OUT:
         half = MOST_SINGLED_OUT // 2
         singled_out = singled_out[:half] + singled_out[-half:]

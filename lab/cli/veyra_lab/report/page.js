@@ -163,5 +163,12 @@
     requestAnimationFrame(() => { drawing = false; axis(); });
   });
   addEventListener("resize", axis);
-  axis();
+  // On paper the whole run is shown.
+  let before = [1, 50];
+  addEventListener("beforeprint", () => { before = [zoom, centre()]; zoomTo(1, 50); });
+  addEventListener("afterprint", () => zoomTo(...before));
+  // Where something failed, that is what a reader looks for.
+  const open = [Number(chart.dataset.openFrom), Number(chart.dataset.openTo)];
+  if (open[1] > open[0]) zoomTo(100 / (open[1] - open[0]), (open[0] + open[1]) / 2);
+  else axis();
 })();

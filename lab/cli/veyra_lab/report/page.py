@@ -8,8 +8,10 @@ from markupsafe import Markup
 from .chart import Chart
 from .codes import duration
 from .lanes import LANES, rows
+from .remedy import row_named
 from .story import story
 from .summary import Summary
+from .top import top
 from .transcript import Transcript
 from .transfer import request_in_words
 
@@ -22,7 +24,9 @@ def page(transcript: Transcript, summary: Summary, name: str) -> str:
     return _ENVIRONMENT.get_template("page.html.j2").render(
         name=name,
         summary=summary,
-        chart=Chart(events[0]["t"], events[-1]["t"], summary.downloads),
+        chart=Chart(events[0]["t"], events[-1]["t"], summary),
+        top=top(summary),
+        row_named=row_named,
         rows=rows(transcript, summary),
         story=story(transcript, summary),
         lanes=LANES,

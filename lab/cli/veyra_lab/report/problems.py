@@ -3,7 +3,6 @@
 from dataclasses import dataclass
 
 from .codes import hresult, win32_as_hresult
-from .judgements import is_broken, judgement_words
 from .transcript import Event, number, text, texts
 
 _FAILED_CALLS = {
@@ -43,8 +42,6 @@ def _problem(event: Event) -> str:
         return f"{_FAILED_CALLS[kind]}: {win32_as_hresult(error)}" if error else _FAILED_CALLS[kind]
     if kind == "done" and refused:
         return f"{text(event, 'command') or 'a command'} was refused: {text(event, 'why') or 'no reason given'}"
-    if is_broken(event):
-        return judgement_words(event)
     if kind == "contract":
         return f"a contract of Windows is broken: {text(event, 'contract')} ({text(event, 'call')})"
     if kind == "event-log" and number(event, "type") == 1:

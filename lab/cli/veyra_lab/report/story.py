@@ -4,10 +4,12 @@ from dataclasses import dataclass
 
 from .codes import DFU_STATES, named
 from .download import Download, all_transfers
+from .laboratory import is_step, step_numbers
 from .summary import Summary
-from .transcript import Transcript
+from .telling import Lane, Telling
+from .transcript import Event, Transcript
 from .transfer import Role, Transfer, describe
-from .words import Lane, Telling, is_block_progress, is_step, tell
+from .words import is_block_progress, tell
 
 # More lines than anybody reads; a record of many thousand events has them as technical detail only.
 MOST_LINES = 1500
@@ -22,7 +24,11 @@ class Line:
     words: str
     detail: bool = False
     bad: bool = False
-    step: int = 0
+    # Of a step its number; of a scenario, which has none, its word.
+    head: str = ""
+    # It failed as was expected, or it held.
+    expected: bool = False
+    good: bool = False
 
 
 @dataclass
@@ -36,23 +42,23 @@ class Story:
 def story(transcript: Transcript, summary: Summary) -> Story:
     """The whole list, in the order of the record."""
     lines: list[Line] = []
-    steps = 0
+    heads = iter(step_numbers(event for event in transcript.events if is_step(event)))
     runs = _Runs(summary.downloads)
     for event in transcript.events:
         if event["event"] == "transfer":
             lines += runs.take()
         elif not is_block_progress(event):
-            telling = tell(event)
-            step = 0
-            if is_step(event):
-                steps += 1
-                step = steps
-            lines.append(_line(event["t"], telling, step))
+            head = (f"Step {count}" if (count := next(heads)) else "Scenario") if is_step(event) else ""
+            lines.append(_line(event, tell(event), head))
+    for line in lines:
+        line.expected = line.bad and summary.held_at(line.t) is True
     return _limited(lines)
 
 
-def _line(t: float, telling: Telling, step: int) -> Line:
-    return Line(t, telling.lane, telling.words, not telling.matters, telling.bad, step)
+def _line(event: Event, telling: Telling, head: str) -> Line:
+    line = Line(event["t"], telling.lane, telling.words, not telling.matters, telling.bad, head)
+    line.good = event["event"] in ("expectation", "judgement") and not telling.bad
+    return line
 
 
 def _limited(lines: list[Line]) -> Story:

@@ -5,10 +5,11 @@ from typing import Any
 
 from .download import Download
 from .facts import Facts
-from .judgements import again
 from .outcome import Failure, Verdict, outcome
+from .particulars import Particulars, particulars
 from .problems import Problem, problems
 from .transcript import Transcript
+from .verdicts import Judged, judged_at, verdicts
 
 
 @dataclass(frozen=True)
@@ -20,14 +21,45 @@ class Summary:
     failure: Failure | None
     problems: list[Problem]
     downloads: list[Download]
+    # Every failure, of which `failure` is the first; the row of docs/operations.md that the whole is.
+    failures: list[Failure]
+    row: str
+    judged: list[Judged]
+    particulars: Particulars
     version_before: str
     version_after: str
     update_seconds: float | None
     record_seconds: float
     events: int
-    # The id by which scripts/lab replay plays what failed; empty when it has none.
-    again: str
     cut_short: bool
+
+    @property
+    def held(self) -> bool | None:
+        """Whether everything held that was expected; None when nothing was judged, or not all."""
+        told = [each.held for each in self.judged]
+        return None if not told else False if False in told else None if None in told else True
+
+    @property
+    def opens_at(self) -> Failure | None:
+        """The failure that a reader looks for: the first that nobody expected, or else the first."""
+        unexpected = [failure for failure in self.failures if not self.held_at(failure.t)]
+        return next(iter([*unexpected, *self.failures]), None)
+
+    def held_at(self, t: float) -> bool | None:
+        """Whether what a time belongs to held; None where nothing was judged."""
+        judged = judged_at(self.judged, t)
+        return judged.held if judged else None
+
+    def again_at(self, t: float) -> str:
+        """The id by which scripts/lab replay plays what a time belongs to; empty when it has none."""
+        judged = judged_at(self.judged, t)
+        return judged.id if judged else ""
+
+    @property
+    def again(self) -> str:
+        """The id of what did not hold, the first, or else of that in which something failed; empty when it has none."""
+        broken = next((each.id for each in self.judged if each.held is False), "")
+        return broken or (self.again_at(self.failure.t) if self.failure else "")
 
     @property
     def transfers(self) -> int:
@@ -59,6 +91,8 @@ class Summary:
         return {
             "outcome": self.verdict.value,
             "sentence": self.sentence,
+            "row": self.row or None,
+            "held": self.held,
             "failure": None
             if failure is None
             else {
@@ -95,17 +129,21 @@ def summarize(transcript: Transcript) -> Summary:
     events = transcript.events
     facts = Facts(events)
     found = outcome(facts)
+    judged = verdicts(events)
     return Summary(
         verdict=found.verdict,
         sentence=found.sentence,
         failure=found.failure,
         problems=problems(events),
         downloads=facts.downloads,
+        failures=list(found.failures),
+        row=found.row,
+        judged=judged,
+        particulars=particulars(events),
         version_before=facts.version_before,
         version_after=facts.version_after,
         update_seconds=facts.update_seconds(),
         record_seconds=events[-1]["t"] - events[0]["t"],
         events=len(events),
-        again=again(events, found.failure.t) if found.failure else "",
         cut_short=transcript.cut_short,
     )

@@ -74,6 +74,11 @@ def parse(lines: Iterable[bytes], name: str) -> Transcript:
     return Transcript(_told_once(events), cut_short)
 
 
+def of_events(events: Iterable[Event]) -> Transcript:
+    """The transcript of a run that this process has just made."""
+    return parse((json.dumps(event).encode() + b"\n" for event in events), "the run")
+
+
 def _told_once(events: list[Event]) -> list[Event]:
     """Where a rig tells what the service asked, what the cameras were asked is the same again; that they come and go, the
     server tells alone."""

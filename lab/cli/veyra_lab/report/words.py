@@ -1,12 +1,20 @@
 """Says in plain words what an event means, whose doing it is, and how much it matters."""
 
 from collections.abc import Callable
-from dataclasses import dataclass
-from enum import Enum
 
-from .codes import CONTROLS, DEVICE_EVENTS, INTERFACE_CLASSES, SERVICE_STATES, hresult, named, win32_as_hresult
+from .codes import (
+    CONTROLS,
+    DEVICE_EVENTS,
+    INTERFACE_CLASSES,
+    SERVICE_STATES,
+    WHY_NO_SUCH_SERVICE,
+    hresult,
+    named,
+    win32_as_hresult,
+)
 from .download import announced_blocks
-from .judgements import is_broken, judgement_words, scenario_words
+from .laboratory import LABORATORY_TELLERS
+from .telling import Lane, Telling, lane_of_source
 from .transcript import Event, number, numbers, text, texts
 
 _ENTER_DFU_MODE = 0x1E
@@ -16,31 +24,10 @@ _STATE_WORD = 1
 _CHECK_POINT_WORD = 5
 
 
-class Lane(Enum):
-    """Whose doing it is. The values name the lanes in the page."""
-
-    LABORATORY = "lab"
-    CONTROL_MANAGER = "scm"
-    SERVICE = "service"
-    USER = "user"
-    CAMERA = "camera"
-    BUS = "bus"
-
-
-@dataclass(frozen=True)
-class Telling:
-    """An event in words. `matters` for what a person needs to follow the story, `bad` for what went wrong."""
-
-    lane: Lane
-    words: str
-    matters: bool = False
-    bad: bool = False
-
-
 def tell(event: Event) -> Telling:
     """Any event but a transfer; an unknown one is told by its name."""
     teller = _TELLERS.get(event["event"])
-    return teller(event) if teller else Telling(_lane_of_source(event), event["event"])
+    return teller(event) if teller else Telling(lane_of_source(event), event["event"])
 
 
 def is_block_progress(event: Event) -> bool:
@@ -49,44 +36,14 @@ def is_block_progress(event: Event) -> bool:
     return event["event"] == "prompt-call" and len(said) == 1 and said[0].isascii() and said[0].isdecimal()
 
 
-def is_step(event: Event) -> bool:
-    """Whether this is a step that the laboratory takes, or a scenario that it begins."""
-    return event["event"] in ("step", "scenario")
-
-
 def class_name(event: Event) -> str:
     """The interface class that an event names, in words."""
     known = text(event, "class")
     return INTERFACE_CLASSES.get(known.lower(), known or "unnamed class")
 
 
-def _lane_of_source(event: Event) -> Lane:
-    return {"rig": Lane.SERVICE, "toast": Lane.USER}.get(event["source"], Lane.LABORATORY)
-
-
-def _step(event: Event) -> Telling:
-    return Telling(Lane.LABORATORY, text(event, "text") or "a step without words", matters=True)
-
-
-def _judgement(event: Event) -> Telling:
-    return Telling(Lane.LABORATORY, judgement_words(event), matters=True, bad=is_broken(event))
-
-
-def _command(event: Event) -> Telling:
-    return Telling(Lane.LABORATORY, f"the laboratory tells the {text(event, 'to')}: {text(event, 'command')}")
-
-
-def _done(event: Event) -> Telling:
-    if event.get("ok") is False:
-        why = text(event, "why") or "no reason given"
-        return Telling(
-            _lane_of_source(event), f"{text(event, 'command')} was refused: {why}", matters=True, bad=True
-        )
-    return Telling(_lane_of_source(event), f"done: {text(event, 'command')}")
-
-
 def _hello(event: Event) -> Telling:
-    return Telling(_lane_of_source(event), f"a process begins: {text(event, 'command_line')}")
+    return Telling(lane_of_source(event), f"a process begins: {text(event, 'command_line')}")
 
 
 def _gone(event: Event) -> Telling:
@@ -212,7 +169,7 @@ def _event_log(event: Event) -> Telling:
 def _command_run(event: Event) -> Telling:
     # The name that the service knows is deliberately not its own, so this fails on most machines.
     result = number(event, "result")
-    outcome = "done" if result == 0 else f"result {result}: there is no service of that name"
+    outcome = "done" if result == 0 else f"result {result}, which is no error: {WHY_NO_SUCH_SERVICE}"
     return Telling(Lane.SERVICE, f"the service runs: {text(event, 'command')} ({outcome})", matters=True)
 
 
@@ -254,11 +211,7 @@ def _advised(event: Event) -> Telling:
 
 
 _TELLERS: dict[str, Callable[[Event], Telling]] = {
-    "step": _step,
-    "scenario": lambda event: Telling(Lane.LABORATORY, scenario_words(event), matters=True),
-    "judgement": _judgement,
-    "command": _command,
-    "done": _done,
+    **LABORATORY_TELLERS,
     "hello": _hello,
     "gone": _gone,
     "service-status": _service_status,

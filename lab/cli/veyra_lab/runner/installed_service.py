@@ -11,6 +11,7 @@ from ..checkout import CHECKOUT
 from ..scenarios.variant import ImagePlan
 from ..windows.installation import EXECUTABLE, SERVICE_CONTROLLED, Installation
 from ..windows.machine import Machine
+from ..windows.particulars import of_image, of_run
 from ..windows.programs import Programs
 from ..windows.service_under_test import SETTLING_PATIENCE, STOP_LIMIT_SECONDS, ServiceUnderTest
 from ..wire.peer import Peer
@@ -58,6 +59,7 @@ class InstalledService:
 
     def put_image(self, image: ImagePlan) -> None:
         """Changes the firmware image in the machine."""
+        self.peer.record("image", **of_image(image.content))
         self._installation.put_image(image.content, folder=image.is_folder)
 
     def set_update_mode(self, mode: str | None) -> None:
@@ -101,6 +103,7 @@ def installed(
         Peer({}, TraceFormats(CHECKOUT / "trace").add_words, lambda event: None, transcript) as peer,
         opened(bus, peer, "scenarios") as cameras,
     ):
+        peer.record("run", **of_run(programs.service))
         service = InstalledService(machine, peer, cameras, programs)
         service.install()
         try:

@@ -3,9 +3,11 @@
 from collections.abc import Callable, Iterable
 from typing import Any
 
-from ..judgement.checks import judge
+from ..judgement.checks import judge_each
 from ..judgement.growth import KEPT_BY_A_CHECK, STACKS_OF_A_THREAD_KIB, removals
 from ..judgement.observed import CameraNow, Observed
+from ..judgement.words import words_of
+from ..scenarios.sentences import numbered, sentence
 from ..scenarios.variant import ImagePlan, Variant
 from ..windows.service_under_test import Resources
 from ..wire.events import LAB, RIG, SENSOR_CLASS, TOAST, USB_CLASS, VIDEO_CLASS, Event
@@ -70,7 +72,7 @@ class ScenarioRun:
     def _do(self, place: str, step: Any) -> None:
         self.place = place
         name, argument = (step, None) if isinstance(step, str) else next(iter(step.items()))
-        self._peer.record("step", text=f"{place}: {name}")
+        self._peer.record("step", number=numbered(place), text=sentence(step))
         if name not in ("wait for", "expect", "repeat"):
             self._cursor = max(self._cursor, self._peer.mark())
         if isinstance(step, str):
@@ -205,10 +207,16 @@ class ScenarioRun:
             service_state=self._service.wait_for_state,
             earlier=self._earlier,
         )
-        self._complain(judge(expectation, observed))
+        for field, complaints in judge_each(expectation, observed):
+            self._judged(field, expectation, complaints)
         if "growth" in expectation:
-            self._complain(self._growth(expectation["growth"]))
+            self._judged("growth", expectation, self._growth(expectation["growth"]))
         self._window = self._peer.mark()
+
+    def _judged(self, field: str, expectation: dict[str, Any], complaints: list[str]) -> None:
+        words = words_of(field, expectation)
+        self._peer.record("expectation", step=numbered(self.place), text=words, complaints=complaints)
+        self._complain(complaints)
 
     def _growth(self, limits: dict[str, int]) -> list[str]:
         """What grew beyond the limits since "remember resources", less what the uninstall monitor keeps open."""

@@ -4,6 +4,7 @@ import time
 from dataclasses import dataclass, field
 from pathlib import Path
 from types import TracebackType
+from typing import Any
 
 from ..buses.bus import SETTLING_LIMIT
 from ..buses.virtual import VirtualBus
@@ -81,7 +82,14 @@ class ScenarioRunner:
         of what is no scenario but is played as one."""
         outcome = Outcome(variant.name, id_ or str(id_of(variant, self._bus_name)))
         began = time.monotonic()
-        self._peer.record("scenario", name=variant.name, description=variant.description, id=outcome.id)
+        self._peer.record(
+            "scenario",
+            name=variant.name,
+            description=variant.description,
+            id=outcome.id,
+            skip_waits=self._bus.stage(variant.stage.for_rig()).get("skip_waits", False),
+            cameras=[_camera(fields) for fields in variant.stage.cameras],
+        )
         run = None
         place = "start"
         try:
@@ -105,7 +113,7 @@ class ScenarioRunner:
         outcome.complaints += self._peer.breaches()
         outcome.complaints += [f"a process crashed: {note}" for note in self._machine.crashes()]
         self._machine.forget_crashes()
-        self._peer.record("judgement", held=outcome.held, why="; ".join(outcome.complaints), id=outcome.id)
+        self._peer.record("judgement", held=outcome.held, complaints=outcome.complaints, id=outcome.id)
         if not outcome.held:
             self._service.end()
         outcome.seconds = time.monotonic() - began
@@ -156,3 +164,9 @@ class ScenarioRunner:
 
     def _resources(self) -> Resources | None:
         return self._service.resources() if self.looks_at_resources else None
+
+
+def _camera(fields: dict[str, Any]) -> dict[str, Any]:
+    """What the record tells of a camera: what a person would ask for."""
+    told = ("version", "personality", "transfer_size", "speed")
+    return {name: fields[name] for name in told if name in fields}

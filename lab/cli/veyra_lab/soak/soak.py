@@ -88,7 +88,7 @@ class Soak:
             raise
         finally:
             complaints += self.peer.breaches()
-            self.peer.record("judgement", held=not complaints, why="; ".join(complaints), id=str(id_))
+            self.peer.record("judgement", held=not complaints, complaints=complaints, id=str(id_))
             self.tally.removals += removals(self.peer.events_since(since))
             self.tally.rounds[plan.fault] += 1
             if complaints:

@@ -50,9 +50,11 @@ class Trials:
         self._peer.record("scenario", name="traits", description=kind.words, id=id_)
         since = self._peer.mark()
         try:
-            return self._run(kind, since)
+            done = self._run(kind, since)
+            self._peer.record("judgement", held=True, complaints=[], id=id_)
+            return done
         except TrialError as error:
-            self._peer.record("judgement", held=False, why=str(error), id=id_)
+            self._peer.record("judgement", held=False, complaints=[str(error)], id=id_)
             raise TrialError(f"{id_}: {error}") from error
         finally:
             self.events = self._peer.events_since(since)
