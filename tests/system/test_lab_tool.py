@@ -17,6 +17,7 @@ from transcripts import good, stopped
 from veyra_lab import __main__ as lab
 from veyra_lab.demo import __main__ as demo
 from veyra_lab.runner import command as runner
+from veyra_lab.runner import listing
 from veyra_lab.scenarios.files import read_folder
 from veyra_lab.scenarios.schema import SCENARIOS
 from veyra_lab.terminal import set_up
@@ -105,13 +106,14 @@ def test_explains_itself_and_each_subcommand_with_its_exit_status(run: Run) -> N
     [
         (["paint"], "paint"),
         ([], "SUBCOMMAND"),
-        (["report"], "TRANSCRIPT"),
+        (["report"], "FILE"),
         (["report", "{transcript}", "--colour"], "--colour"),
         (["report", "{transcript}"], "-o FILE.html"),
         (["report", "/does/not/exist.jsonl", "-o", "{target}"], "cannot be read"),
-        (["report", "/", "-o", "{target}"], "cannot be read"),
+        (["report", "/proc/sys", "-o", "{target}"], "there is no trace text"),
+        (["report", "{transcript}", "/does/not/exist.txt"], "cannot be read"),
         (["report", "{transcript}", "-o", "/does/not/exist/update.html"], "cannot be written"),
-        (["report", "{transcript}", "-o", "{transcript}"], "itself"),
+        (["report", "{transcript}", "-o", "{transcript}"], "what the page is made from"),
         (["run"], "names of scenarios, --all or --quick"),
         (["run", "--all", "--quick"], "names of scenarios, --all or --quick"),
         (["run", "--all", "two-cameras"], "names of scenarios, --all or --quick"),
@@ -136,7 +138,7 @@ def test_says_what_to_do_about_a_file_that_is_no_transcript(
     run: Run, transcript: Path, target: Path, content: bytes
 ) -> None:
     transcript.write_bytes(content)
-    check_refusal(run(lab.main, "report", str(transcript), "-o", str(target)), "scripts/demo --transcript", 1)
+    check_refusal(run(lab.main, "report", str(transcript), "-o", str(target)), "scripts/demo --transcript")
     assert not target.exists()
 
 
@@ -210,20 +212,60 @@ def setup(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
     return path
 
 
+def listed(run: Run, *words: str) -> dict[str, str]:
+    """The lines of scripts/lab list by their first words; the groups' heads are left out."""
+    status, text, errors = run(lab.main, "list", *words)
+    assert (status, errors) == (0, "")
+    return {line.split()[0]: line for line in text.splitlines() if not line.startswith("==> ")}
+
+
 def test_lists_what_a_real_bus_can_have_and_why_it_cannot_have_the_rest(run: Run) -> None:
     variants = read_folder(SCENARIOS)
-    status, text, errors = run(lab.main, "list")
-    assert (status, errors) == (0, "")
-    lines = {line.split()[0]: line for line in text.splitlines()}
-    assert list(lines) == [variant.name for variant in variants]
+    lines = listed(run)
+    assert set(lines) == {variant.name for variant in variants}
     for variant in variants:
         assert ("(not on usb: " in lines[variant.name]) == bool(variant.not_on_usb)
         assert variant.not_on_usb in lines[variant.name]
-    status, text, errors = run(lab.main, "list", "--bus", "usb")
+    assert set(listed(run, "--bus", "usb")) == {variant.name for variant in variants if not variant.not_on_usb}
+
+
+def test_groups_scenarios_by_what_a_user_meets(run: Run) -> None:
+    text = run(lab.main, "list")[1].splitlines()
+    heads = [line for line in text if line.startswith("==> ")]
+    assert heads[0].startswith("==> up-to-date: nothing is wrong (")
+    place = text.index(next(line for line in heads if line.startswith("==> no-image: ")))
+    assert text[place].endswith("(5)")
+    assert [line.split()[0].partition("/")[0] for line in text[place + 1 : place + 6]] == [
+        "image-gone-during-the-download", *["image-without-version"] * 4,
+    ]  # fmt: skip
+
+
+def test_filters_scenarios(run: Run) -> None:
+    assert set(listed(run, "PROMPT-server", "hangs", "--quick")) == {
+        "prompt-server-hangs-at-the-end", "prompt-server-hangs/progress", "prompt-server-hangs/completion",
+    }  # fmt: skip
+    assert set(listed(run, "--row", "declined")) == {
+        *(f"other-answers/{each}" for each in ("0", "2", "minus-1")), "both-questions-answered/declined",
+    }  # fmt: skip
+    check_refusal(run(lab.main, "list", "--row", "bad-luck"), "'bad-luck' is no row of docs/operations.md")
+    check_refusal(run(lab.main, "list", "nothing-of-the-kind"), "no scenario is meant by that")
+
+
+def test_lists_scenarios_for_other_programs(run: Run) -> None:
+    status, text, errors = run(lab.main, "list", "--json", "switch-refused")
     assert (status, errors) == (0, "")
-    assert [line.split()[0] for line in text.splitlines()] == [
-        variant.name for variant in variants if not variant.not_on_usb
-    ]
+    (told,) = [json.loads(line) for line in text.splitlines()]
+    assert told.pop("description").startswith("The camera refuses the command")
+    assert told == {"name": "switch-refused", "rows": ["not-switched"], "slow": False, "not_on_usb": None}
+
+
+def test_lists_the_rest_where_one_file_is_bad(run: Run, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    (tmp_path / "bad.json").write_text('{"description": ', encoding="utf-8")
+    (tmp_path / "good.json").write_text('{"description": "Something.", "steps": ["settle"]}', encoding="utf-8")
+    monkeypatch.setattr(listing, "SCENARIOS", tmp_path)
+    status, text, errors = run(lab.main, "list")
+    assert (status, text) == (2, "==> no row (1)\ngood  Something.\n")
+    assert re.fullmatch(r"scripts/lab: bad\.json: .*\n", errors)
 
 
 def test_brings_the_programs_up_to_date_before_a_scenario(run: Run, setup: Path) -> None:

@@ -18,12 +18,14 @@ from ..scenarios.variant import Variant
 from ..terminal.parser import add_places, add_transcript, give_up
 from ..terminal.screen import Screen
 from ..terminal.set_up import SetUpError, call_setup
-from ..terminal.table import Table, style_of
+from ..terminal.table import style_of
 from ..windows.machine import Machine, MachineError
 from ..windows.programs import PRESET, TARGETS, Programs, built
 from ..windows.service_under_test import Resources
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
+from . import listing
+from .listing import can_have
 from .runner import Outcome, ScenarioRunner
 from .scenario_id import check_name
 
@@ -37,14 +39,7 @@ folder: that one is taken as it is."""
 
 def register(subparsers: Any) -> None:
     """Adds the commands "list" and "run" to the laboratory's command line."""
-    listing = subparsers.add_parser(
-        "list",
-        help="list the scenarios",
-        description="Lists every scenario in one line: its name, and what happens in it; with --bus usb those that a real"
-        " bus can have, without it why the others cannot. On a terminal the line is cut.",
-    )
-    add_bus(listing)
-    listing.set_defaults(run=_list)
+    listing.register(subparsers)
     run = subparsers.add_parser(
         "run",
         help="run scenarios on the service",
@@ -83,27 +78,6 @@ def as_json(outcome: Outcome) -> dict[str, Any]:
     }
 
 
-def _list(options: argparse.Namespace) -> int:
-    try:
-        variants = read_folder(SCENARIOS)
-    except ScenarioError as error:
-        return give_up("scripts/lab", error, _WRONG)
-    rows = [(variant.name, _words_about(variant)) for variant in variants if _can_have(options.bus, variant)]
-    Screen().table(Table(rows))
-    return 0
-
-
-def _can_have(bus: str, variant: Variant) -> bool:
-    return bus != UsbBus.name or not variant.not_on_usb
-
-
-def _words_about(variant: Variant) -> str:
-    slow = "(slow) " if variant.slow else ""
-    # In front, where no terminal cuts it off.
-    why_not = f"(not on usb: {variant.not_on_usb}) " if variant.not_on_usb else ""
-    return slow + why_not + variant.description
-
-
 def _run(options: argparse.Namespace) -> int:
     try:
         variants = _chosen(options)
@@ -130,7 +104,7 @@ def _chosen(options: argparse.Namespace) -> list[Variant]:
         raise ScenarioError("say one of these: names of scenarios, --all or --quick (scripts/lab list shows them)")
     if options.names:
         named = _named(options.names)
-        chosen = [variant for variant in named if _can_have(options.bus, variant)]
+        chosen = [variant for variant in named if can_have(options.bus, variant)]
         for variant in named:
             # Of a file's scenarios those are meant that can be.
             if variant not in chosen and (variant.name in options.names or not chosen):
@@ -139,7 +113,7 @@ def _chosen(options: argparse.Namespace) -> list[Variant]:
     return [
         variant
         for variant in read_folder(SCENARIOS)
-        if _can_have(options.bus, variant) and (options.all or not variant.slow)
+        if can_have(options.bus, variant) and (options.all or not variant.slow)
     ]
 
 

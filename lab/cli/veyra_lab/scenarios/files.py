@@ -18,6 +18,18 @@ def read_folder(folder: Path) -> list[Variant]:
     return [variant for path in _files(folder) for variant in read_scenario(path)]
 
 
+def read_readable(folder: Path) -> tuple[list[Variant], list[ScenarioError]]:
+    """The same of the files that can be read, and what is wrong with each of the others."""
+    variants: list[Variant] = []
+    errors: list[ScenarioError] = []
+    for path in _files(folder):
+        try:
+            variants += read_scenario(path)
+        except ScenarioError as error:
+            errors.append(error)
+    return variants, errors
+
+
 def read_named(folder: Path, names: Iterable[str]) -> list[Variant]:
     """The scenarios of these names, each once; a file's name stands for all of its variants. ScenarioError for an
     unknown one. Other files are not looked at."""
