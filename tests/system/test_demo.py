@@ -126,7 +126,9 @@ def test_says_why_equal_versions_are_no_update() -> None:
 def test_explains_itself(run: Run) -> None:
     status, text, errors = run(demo.main, "--help")
     assert (status, errors) == (0, "")
-    for option in ("--image", "--camera-version", "--transfer-size", "--answer", "--bus", "--transcript", "--report", "--help"):
+    for option in (
+        "--image", "--camera-version", "--transfer-size", "--answer", "--bus", "--transcript", "--report", "--help",
+    ):  # fmt: skip
         assert option in text
 
 

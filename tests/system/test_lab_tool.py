@@ -60,8 +60,8 @@ class Terminal:
         os.write(self._terminal, text.encode())
 
     def interrupt(self, until: str) -> None:
-        """Ctrl+C, until the program has shown the text or is gone. One that comes between its question and its read of the
-        answer is heard only with the next."""
+        """Ctrl+C, until the program has shown the text or is gone. One that comes between its question and its read
+        of the answer is heard only with the next."""
         for _ in range(60):
             self.type("\x03")
             while select.select([self._terminal], [], [], 1)[0]:
@@ -242,7 +242,7 @@ def test_groups_scenarios_by_what_a_user_meets(run: Run) -> None:
 
 def test_filters_scenarios(run: Run) -> None:
     assert set(listed(run, "PROMPT-server", "hangs", "--quick")) == {
-        "prompt-server-hangs-at-the-end", "prompt-server-hangs/progress", "prompt-server-hangs/completion",
+        "toast-controller-hangs-at-the-end", "toast-controller-hangs/progress", "toast-controller-hangs/completion",
     }  # fmt: skip
     assert set(listed(run, "--row", "declined")) == {
         *(f"other-answers/{each}" for each in ("0", "2", "minus-1")), "both-questions-answered/declined",

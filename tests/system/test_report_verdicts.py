@@ -1,4 +1,4 @@
-"""What the report's page says of what was expected, of what to do, and of what it was made with; and how it is shown."""
+"""What the report's page says of what was expected, what to do, and what it was made with; and how it is shown."""
 
 import base64
 import re
@@ -189,7 +189,8 @@ def test_tells_what_the_run_was_made_with() -> None:
 
 def test_says_that_waits_were_skipped() -> None:
     written = good().rig("wait", ms=200).rig("wait", ms=4600)
-    says(" ".join(Elements(page_of(written)).words.split()), "Waits were skipped. The service waited 2 times, 4.8 s in all")
+    words = " ".join(Elements(page_of(written)).words.split())
+    says(words, "Waits were skipped. The service waited 2 times, 4.8 s in all")
     assert "Waits were skipped" not in page_of(good())
 
 
@@ -230,9 +231,12 @@ _CONTRAST = """
 (() => {
   const parse = (text) => { const n = text.match(/[\\d.]+/g).map(Number); return [n[0], n[1], n[2], n[3] ?? 1]; };
   const over = (top, below) => [0, 1, 2].map((i) => top[i] * top[3] + below[i] * (1 - top[3])).concat(1);
-  const light = (c) => { const v = c.slice(0, 3).map((x) => x / 255).map((x) => x <= 0.03928 ? x / 12.92 : ((x + 0.055) / 1.055) ** 2.4);
+  const light = (c) => {
+    const v = c.slice(0, 3).map((x) => x / 255).map((x) => x <= 0.03928 ? x / 12.92 : ((x + 0.055) / 1.055) ** 2.4);
     return 0.2126 * v[0] + 0.7152 * v[1] + 0.0722 * v[2]; };
-  const back = (element) => { const chain = []; for (let e = element; e; e = e.parentElement) chain.push(parse(getComputedStyle(e).backgroundColor));
+  const back = (element) => {
+    const chain = [];
+    for (let e = element; e; e = e.parentElement) chain.push(parse(getComputedStyle(e).backgroundColor));
     return chain.reverse().reduce((below, top) => over(top, below), [255, 255, 255, 1]); };
   let least = [99, ""];
   for (const element of document.querySelectorAll("body *")) {
@@ -279,7 +283,7 @@ def test_every_text_can_be_read(shown: Browser, tmp_path: Path, name: str) -> No
 def test_opens_on_the_failure(shown: Browser, tmp_path: Path) -> None:
     shown.show(kept(scenario(stopped(3, 8), "seen 22"), tmp_path), 1300)
     view, mark = (
-        shown.value(f"(() => {{ const b = document.querySelector('{what}').getBoundingClientRect(); return [b.left, b.right]; }})()")
+        shown.value(f"(b => [b.left, b.right])(document.querySelector('{what}').getBoundingClientRect())")
         for what in (".scroll", ".bus i.f")
     )
     assert view[0] < mark[0] < mark[1] < view[1]

@@ -10,6 +10,7 @@ import sys
 from collections.abc import Sequence
 
 from .capture import command as capture_command
+from .causes import command as causes_command
 from .guest import command as guest_command
 from .replay import command as replay_command
 from .report import command as report_command
@@ -20,7 +21,8 @@ from .windows_disk import command as windows_disk_command
 
 # One line for each subcommand's module.
 _COMMANDS = (
-    report_command, runner_command, traits_command, replay_command, capture_command, guest_command, windows_disk_command,
+    report_command, runner_command, causes_command, traits_command, replay_command, capture_command, guest_command,
+    windows_disk_command,
 )  # fmt: skip
 
 _DESCRIPTION = "Tools around the firmware update laboratory. The update itself is shown by scripts/demo."

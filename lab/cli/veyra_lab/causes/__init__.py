@@ -1,4 +1,4 @@
-"""Causes: the rows of docs/operations.md, which say what a trouble is and what to do about it.
+"""Causes: which rows of docs/operations.md a user's data are, and what to do. It reads the trace's text, exported
+event logs and the companion's bundle, and takes nothing in them for granted.
 
-Uses nothing but the root.
-"""
+Uses wire, terminal and scenarios."""

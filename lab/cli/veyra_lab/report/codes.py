@@ -106,7 +106,8 @@ def win32_as_hresult(error: int) -> Code:
 
 # Said behind the uninstall monitor's two commands, which look like errors where they come to nothing.
 WHY_NO_SUCH_SERVICE = (
-    "without its cameras' driver it stops and deletes the service VeyraCameraDFU, which is not itself, and here there is none"
+    "without its cameras' driver it stops and deletes the service VeyraCameraDFU, which is not itself,"
+    " and here there is none"
 )
 
 E_FAIL = hresult(0x80004005)

@@ -3,29 +3,39 @@
 import argparse
 import json
 import sys
+from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
 
 from rich.console import Console
 from rich.progress import BarColumn, Progress, TaskProgressColumn, TextColumn
 
+from ..causes.answer import answer
+from ..causes.sent import SentError, read_sent
 from ..terminal.parser import give_up, writable
-from .page import page
+from ..terminal.screen import Screen
+from .page import cause_page, page
 from .summary import Summary, summarize
-from .transcript import Transcript, TranscriptError, read_transcript
+from .transcript import HOW_TO_MAKE_ONE, Transcript, TranscriptError, is_transcript, read_transcript
 
 _DESCRIPTION = """\
 Makes a picture of an update from a transcript: one HTML page that shows who did what and when, how the download went
-on, and, when it stopped, where and why. The page needs no network and no other file."""
+on, and, when it stopped, where and why. The page needs no network and no other file.
+
+Of what a user sends it says the cause instead: the trace as tracefmt prints it, exported event logs (XML, text or CSV),
+the bundle that VeyraCameraDfuCheck collects, or a folder of such files; several may be named. The answer is a row of
+docs/operations.md, what to do now, and what cannot be told apart from it."""
 
 _CLOSING = """\
 Examples:
   scripts/demo --transcript update.jsonl
   scripts/lab report update.jsonl -o update.html
   scripts/lab report update.jsonl --json
+  scripts/lab report veyra.txt application.xml
+  scripts/lab report bundle.cab -o cause.html
 
-Exit status: 0 when the page is written, whatever came of the update; 1 when the file is no transcript; 2 when the
-command line is wrong, or a file cannot be read or written."""
+Exit status: 0 when the page is written or the cause is told, whatever that is; 1 when a transcript is broken; 2 when
+the command line is wrong, a file cannot be read or written, or nothing that could be judged is in it."""
 
 _LARGE = 4 << 20
 
@@ -34,12 +44,16 @@ def register(subparsers: Any) -> None:
     """Adds the subcommand."""
     parser = subparsers.add_parser(
         "report",
-        help="make a picture of an update from its transcript",
+        help="make a picture of an update from its transcript, or tell the cause from what a user has sent",
         description=_DESCRIPTION,
         epilog=_CLOSING,
     )
     parser.add_argument(
-        "transcript", type=Path, metavar="TRANSCRIPT", help="what scripts/demo --transcript has kept"
+        "files",
+        type=Path,
+        nargs="+",
+        metavar="FILE",
+        help="what scripts/demo --transcript has kept, or what a user has sent",
     )
     parser.add_argument("-o", "--output", type=writable, metavar="FILE.html", help="where the page goes")
     parser.add_argument("--json", action="store_true", help="print outcome and totals as one JSON object")
@@ -48,23 +62,43 @@ def register(subparsers: Any) -> None:
 
 def run(arguments: argparse.Namespace) -> int:
     """The exit status."""
-    if arguments.output is None and not arguments.json:
-        arguments.refuse("say where the page goes: -o FILE.html (or --json for the numbers alone)")
-    if _is_same_file(arguments.output, arguments.transcript):
-        arguments.refuse(f"{arguments.output} is the transcript itself; name another file with -o")
+    files: list[Path] = arguments.files
+    for file in files:
+        if _is_same_file(arguments.output, file):
+            arguments.refuse(f"{arguments.output} is what the page is made from; name another file with -o")
     try:
-        transcript = _read(arguments.transcript)
+        if len(files) == 1 and is_transcript(files[0]):
+            return _picture(arguments, files[0])
+        return _cause(arguments, files)
     except TranscriptError as error:
         return give_up("scripts/lab report", error)
+    except SentError as error:
+        return give_up("scripts/lab report", SentError(f"{error}, and it is no transcript; {HOW_TO_MAKE_ONE}"), 2)
     except OSError as error:
-        arguments.refuse(f"{arguments.transcript} cannot be read: {error.strerror}")
+        arguments.refuse(f"{error.filename or files[0]} cannot be read: {error.strerror}")
+    return 2
+
+
+def _picture(arguments: argparse.Namespace, file: Path) -> int:
+    if arguments.output is None and not arguments.json:
+        arguments.refuse("say where the page goes: -o FILE.html (or --json for the numbers alone)")
+    transcript = _read(file)
     summary = summarize(transcript)
-    if arguments.output is not None:
-        try:
-            _write(transcript, summary, arguments)
-        except OSError as error:
-            arguments.refuse(f"{arguments.output} cannot be written: {error.strerror}")
+    _write(arguments, lambda: page(transcript, summary, file.name))
     _say(summary, arguments)
+    return 0
+
+
+def _cause(arguments: argparse.Namespace, files: Sequence[Path]) -> int:
+    sent = read_sent(files)
+    told = answer(sent)
+    _write(arguments, lambda: cause_page(told, sent, ", ".join(file.name for file in files)))
+    if arguments.json:
+        print(json.dumps(told.as_json(), indent=2))
+    else:
+        screen = Screen()
+        for line in told.lines():
+            screen.line(line)
     return 0
 
 
@@ -72,9 +106,13 @@ def _is_same_file(one: Path | None, other: Path) -> bool:
     return one is not None and one.exists() and other.exists() and one.samefile(other)
 
 
-def _write(transcript: Transcript, summary: Summary, arguments: argparse.Namespace) -> None:
-    content = page(transcript, summary, arguments.transcript.name)
-    arguments.output.write_bytes(content.encode("utf-8", "replace"))
+def _write(arguments: argparse.Namespace, content: Callable[[], str]) -> None:
+    if arguments.output is not None:
+        whole = content().encode("utf-8", "replace")
+        try:
+            arguments.output.write_bytes(whole)
+        except OSError as error:
+            arguments.refuse(f"{arguments.output} cannot be written: {error.strerror}")
 
 
 def _say(summary: Summary, arguments: argparse.Namespace) -> None:

@@ -60,7 +60,7 @@ class Download:
 
     @property
     def blocks(self) -> int | None:
-        """How many blocks the image has, a short last one counted; the least that it can have where is_least says so."""
+        """How many blocks the image has, a short last one counted; where is_least says so, the least of them."""
         if self.image_size is not None and self.block_size:
             return -(-self.image_size // self.block_size)
         if self.complete_image:

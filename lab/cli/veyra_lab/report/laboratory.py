@@ -12,8 +12,8 @@ def is_step(event: Event) -> bool:
 
 
 def step_numbers(steps: Iterable[Event]) -> list[str]:
-    """The number of each step: the laboratory's own, or else its place since the run or its scenario began. A scenario has
-    none."""
+    """The number of each step: the laboratory's own, or else its place since the run or its scenario began. A
+    scenario has none."""
     numbers = []
     count = 0
     for event in steps:

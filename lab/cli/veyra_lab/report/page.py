@@ -5,6 +5,9 @@ from pathlib import Path
 from jinja2 import Environment, FileSystemLoader, StrictUndefined
 from markupsafe import Markup
 
+from ..causes.answer import Answer
+from ..causes.rows import rows as rows_of_operations
+from ..causes.sent import Sent
 from .chart import Chart
 from .codes import duration
 from .lanes import LANES, rows
@@ -30,9 +33,20 @@ def page(transcript: Transcript, summary: Summary, name: str) -> str:
         rows=rows(transcript, summary),
         story=story(transcript, summary),
         lanes=LANES,
-        style=Markup((_FOLDER / "page.css").read_text(encoding="utf-8")),
+        style=_style(),
         script=Markup((_FOLDER / "page.js").read_text(encoding="utf-8")),
     )
+
+
+def cause_page(answer: Answer, sent: Sent, name: str) -> str:
+    """The page of what a user has sent. `name` is what that is called in it."""
+    return _ENVIRONMENT.get_template("cause.html.j2").render(
+        answer=answer, sent=sent, name=name, rows=rows_of_operations(), most=30, style=_style()
+    )
+
+
+def _style() -> Markup:
+    return Markup((_FOLDER / "page.css").read_text(encoding="utf-8"))
 
 
 def _printable(value: object) -> object:

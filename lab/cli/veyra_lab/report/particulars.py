@@ -60,7 +60,8 @@ def _file(fields: Any) -> str:
         return ""
     size, version = number(fields, "size"), text(fields, "version")
     parts = [text(fields, "name"), f"version {version}" if version else ""]
-    parts += ["" if size is None else f"{size:,} bytes", f"SHA-256 {text(fields, 'sha256')}" if fields.get("sha256") else ""]
+    parts += ["" if size is None else f"{size:,} bytes"]
+    parts += [f"SHA-256 {text(fields, 'sha256')}" if fields.get("sha256") else ""]
     return ", ".join(part for part in parts if part)
 
 

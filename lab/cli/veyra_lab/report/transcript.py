@@ -11,10 +11,11 @@ from typing import Any
 Event = dict[str, Any]
 
 _LONGEST_TEXT = 1000
+_LONGEST_FIRST_LINE = 1 << 20
 # Servers of cameras, which tell a bus from the cameras' side.
 _SERVERS = ("usbredir", "usbip")
 _SOURCES = ("lab", "rig", "toast", "guest", *_SERVERS)
-_HOW_TO_MAKE_ONE = "scripts/demo --transcript FILE makes a transcript"
+HOW_TO_MAKE_ONE = "scripts/demo --transcript FILE makes a transcript"
 
 
 class TranscriptError(Exception):
@@ -48,6 +49,15 @@ def read_transcript(path: Path, progress: Callable[[int, int], None] | None = No
         return parse(lines(), str(path))
 
 
+def is_transcript(path: Path) -> bool:
+    """Whether a file begins with an event of a transcript, or with a part of one. An OSError when it cannot be read."""
+    if path.is_dir():
+        return False
+    with path.open("rb") as file:
+        first = file.readline(_LONGEST_FIRST_LINE)
+    return _event(first) is not None or first.startswith(b'{"t":')
+
+
 def parse(lines: Iterable[bytes], name: str) -> Transcript:
     """The events of the lines, each with its newline. `name` is what error texts call the file."""
     events: list[Event] = []
@@ -61,16 +71,16 @@ def parse(lines: Iterable[bytes], name: str) -> Transcript:
             if events and not line.endswith(b"\n"):
                 cut_short = True
                 break
-            raise TranscriptError(f"{name}: line {number} is no event of a transcript; {_HOW_TO_MAKE_ONE}")
+            raise TranscriptError(f"{name}: line {number} is no event of a transcript; {HOW_TO_MAKE_ONE}")
         time = max(time, _time(event))
         event["t"] = time
         events.append(event)
     if not events:
         raise TranscriptError(
-            f"{name} is empty: the run has not begun, or was ended at once; {_HOW_TO_MAKE_ONE}"
+            f"{name} is empty: the run has not begun, or was ended at once; {HOW_TO_MAKE_ONE}"
         )
     if not any(event["source"] in _SOURCES for event in events):
-        raise TranscriptError(f"{name} holds no event of the laboratory; {_HOW_TO_MAKE_ONE}")
+        raise TranscriptError(f"{name} holds no event of the laboratory; {HOW_TO_MAKE_ONE}")
     return Transcript(_told_once(events), cut_short)
 
 
@@ -80,8 +90,8 @@ def of_events(events: Iterable[Event]) -> Transcript:
 
 
 def _told_once(events: list[Event]) -> list[Event]:
-    """Where a rig tells what the service asked, what the cameras were asked is the same again; that they come and go, the
-    server tells alone."""
+    """Where a rig tells what the service asked, what the cameras were asked is the same again; that they come and go,
+    the server tells alone."""
     if not any(event["source"] == "rig" for event in events):
         return events
     return [event for event in events if event["source"] not in _SERVERS or event["event"] == "camera"]

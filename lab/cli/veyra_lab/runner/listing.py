@@ -26,7 +26,8 @@ Examples:
   scripts/lab list --row end-failed --quick
   scripts/lab list --json               one JSON object a line
 
-Exit status: 0; 2 when a scenario file is wrong (the others are listed), nothing was found, or the command line is wrong."""
+Exit status: 0; 2 when a scenario file is wrong (the others are listed), nothing was found, or the command line is
+wrong."""
 
 
 def register(subparsers: Any) -> None:

@@ -19,7 +19,7 @@ _SIGNS = {
     "question": "the question to the user",
     "answer": "the user's answer",
     "download end": "the end of the download",
-    "prompt server gone": "the end of the toast controller's process",
+    "toast controller gone": "the end of the toast controller's process",
     "service gone": "the end of the service's process",
     "command stop": "the uninstall monitor's command that stops a service",
     "command delete": "the uninstall monitor's command that deletes a service",
@@ -68,7 +68,7 @@ def _image(value: Any) -> str:
     return f"Putting another firmware image{version} into the machine: {size:,} bytes"
 
 
-def _prompt_server(value: Any) -> str:
+def _toast_controller(value: Any) -> str:
     if value == "die":
         return "Ending the toast controller's process"
     if value == "release":
@@ -112,7 +112,7 @@ _TELLERS: dict[str, Any] = {
     "control": _control,
     "image": _image,
     "update mode": lambda mode: f"Setting the update mode to “{mode}”" if mode else "Taking the update mode away",
-    "prompt server": _prompt_server,
+    "toast controller": _toast_controller,
     "create service": lambda name: f"Making another service, {name}",
     "repeat": _repeat,
     "expect": lambda _: "Looking at what came of it",

@@ -1,0 +1,146 @@
+"""The answer to whoever has sent something: the cause, what to do now, and what cannot be told apart from it."""
+
+from dataclasses import dataclass
+from typing import Any
+
+from .findings import Finding, findings
+from .rows import Row, rows
+from .sent import Sent
+from .story import tell
+
+# What the companion found, and the row that it is; a name that ends with a hyphen stands for all that begin so.
+_STATUS_ROWS = {
+    "service-not-installed": "service-gone",
+    "service-deleted": "service-gone",
+    "service-disabled": "not-running",
+    "service-not-running": "not-running",
+    "update-mode-": "mode",
+    "media-foundation": "no-media",
+    "camera-not-opened": "no-media",
+    "camera-without-unit": "no-media",
+    "camera-version-unknown": "version-unknown",
+    "image-": "no-image",
+    "toast-controller-missing": "controller-missing",
+    "toast-controller-not-running": "controller-gone",
+    "toast-controller-unseen": "nobody-there",
+    "toast-controller-": "controller-not-started",
+    "dfu-device-not-opened": "driver-wrong",
+}
+_MOST_TOLD = 30
+
+
+@dataclass(frozen=True)
+class Answer:
+    """`causes`: what went wrong, in the order of the story; when empty, `fine` says whether something went well.
+    `others`: what was seen besides."""
+
+    causes: list[Finding]
+    fine: list[Finding]
+    others: list[Finding]
+    notes: list[str]
+
+    @property
+    def rows(self) -> list[str]:
+        """The names of all rows that the causes may be; those of what went well when there is no cause."""
+        told = self.causes or self.fine[-1:]
+        return list(dict.fromkeys(name for finding in told for name in finding.rows))
+
+    @property
+    def sentence(self) -> str:
+        """The last cause, which is what somebody complains about, in one sentence."""
+        if self.causes:
+            row = rows()[self.causes[-1].rows[0]]
+            return f"{_capital(self.causes[-1].seen)}: {row.cause}."
+        if self.fine:
+            return f"Nothing is wrong, as far as this tells: {self.fine[-1].seen}."
+        return "Nothing is told by this: it shows no camera and no trouble."
+
+    def as_json(self) -> dict[str, Any]:
+        """The form for scripts."""
+        return {
+            "sentence": self.sentence,
+            "rows": self.rows,
+            "causes": [_as_json(each) for each in self.causes],
+            "fine": [_as_json(each) for each in self.fine],
+            "others": [_as_json(each) for each in self.others],
+            "notes": self.notes,
+        }
+
+    def lines(self) -> list[str]:
+        """The form for a person."""
+        said = [self.sentence]
+        for finding in self.causes[-_MOST_TOLD:]:
+            said += ["", *_told(finding)]
+        if not self.causes and self.fine:
+            said += ["", *_told(self.fine[-1])]
+        for finding in self.others[:_MOST_TOLD]:
+            said.append(f"seen besides: {finding.seen} (row {finding.rows[0]})")
+        return said + [f"note: {note}" for note in self.notes]
+
+
+def answer(sent: Sent) -> Answer:
+    """What was sent, understood."""
+    items = tell(sent.messages, sent.records)
+    has_record = sent.has_controller or bool(sent.logs)
+    found = findings(items, sent.records, has_record)
+    causes = [each for each in found if not each.note and not each.is_fine]
+    notes = list(sent.notes)
+    if sent.traces and not has_record:
+        notes.append("there is no event log: the toast controller's record tells how far a download came")
+    if not sent.traces and not sent.messages:
+        notes.append("there is no trace: it tells most")
+    return Answer(
+        causes=[*_of_status(sent, causes), *causes],
+        fine=[each for each in found if each.is_fine],
+        others=[each for each in found if each.note and not each.is_fine],
+        notes=notes,
+    )
+
+
+def _of_status(sent: Sent, causes: list[Finding]) -> list[Finding]:
+    """The companion's findings that the story has not told."""
+    told = {name for cause in causes for name in cause.rows}
+    found: list[Finding] = []
+    for each in sent.status.get("findings", [])[:100]:
+        if isinstance(each, dict) and each.get("severity") == "fault":
+            row = _row_of(str(each.get("id", "")))
+            if row and row not in told:
+                told.add(row)
+                found.append(Finding((row,), " ".join(str(each.get("text", each.get("id")))[:300].split())))
+    return found
+
+
+def _row_of(name: str) -> str:
+    fitting = [each for each in _STATUS_ROWS if name == each or each.endswith("-") and name.startswith(each)]
+    return _STATUS_ROWS[max(fitting, key=len)] if fitting else ""
+
+
+def _told(finding: Finding) -> list[str]:
+    first, *others = [rows()[name] for name in finding.rows]
+    time = f", {finding.time}" if finding.time else ""
+    said = [
+        f"{first.name}: {first.cause}",
+        f"  seen: {finding.seen}{time}",
+        f"  what to do now: {_remedy(first)}",
+    ]
+    if others:
+        said.append("  what cannot be told apart from it:")
+        said += [f"    {row.name}: {row.cause}; {_remedy(row)}" for row in others]
+    return said
+
+
+def _remedy(row: Row) -> str:
+    return row.remedy or "nothing"
+
+
+def _as_json(finding: Finding) -> dict[str, Any]:
+    return {
+        "rows": list(finding.rows),
+        "seen": finding.seen,
+        "time": finding.time or None,
+        "what_to_do": _remedy(rows()[finding.rows[0]]),
+    }
+
+
+def _capital(words: str) -> str:
+    return words[:1].upper() + words[1:]

@@ -1,0 +1,146 @@
+"""How often the answer holds the rows that the scenarios expect, from trace and event log alone."""
+
+import tempfile
+from collections import Counter
+from collections.abc import Iterable, Iterator, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from .answer import Answer, answer
+from .findings import Finding
+from .sent import SentError, read_sent
+from .stand_in import event_log_records, event_log_xml, trace_text
+
+Event = dict[str, Any]
+
+
+@dataclass(frozen=True)
+class Measured:
+    """One scenario: what it expects, what the answer was, and the field's data without its times, for a comparison."""
+
+    name: str
+    expected: tuple[str, ...]
+    answer: Answer | None
+    data: str
+
+    @property
+    def missed(self) -> list[str]:
+        """Expected rows that no finding has."""
+        held = {name for finding in self._all() for name in finding.rows}
+        return [name for name in self.expected if name not in held]
+
+    @property
+    def wrong(self) -> list[Finding]:
+        """Causes that hold none of the expected rows."""
+        causes = self.answer.causes if self.answer else []
+        return [finding for finding in causes if not set(finding.rows) & set(self.expected)]
+
+    @property
+    def is_right(self) -> bool:
+        """Whether all that was expected is held, and nothing else is told for a cause."""
+        return not self.missed and not self.wrong
+
+    def set_of(self, row: str) -> tuple[str, ...]:
+        """The smallest set that holds an expected row."""
+        sets = [finding.rows for finding in self._all() if row in finding.rows]
+        return min(sets, key=len, default=())
+
+    def _all(self) -> list[Finding]:
+        return [*self.answer.causes, *self.answer.fine, *self.answer.others] if self.answer else []
+
+
+def measured(events: Iterable[Event], expected: dict[str, tuple[str, ...]]) -> Iterator[Measured]:
+    """Each scenario of a transcript whose expected rows are named."""
+    for name, part in _scenarios(events):
+        if name in expected:
+            yield _measure(name, part, expected[name])
+
+
+def _scenarios(events: Iterable[Event]) -> Iterator[tuple[str, list[Event]]]:
+    name, part = "", list[Event]()
+    for event in events:
+        if event["event"] == "scenario":
+            if name:
+                yield name, part
+            name, part = str(event["name"]), []
+        elif event["event"] == "judgement" and name:
+            yield name, part
+            name, part = "", []
+        else:
+            part.append(event)
+    if name:
+        yield name, part
+
+
+def _measure(name: str, events: Sequence[Event], expected: tuple[str, ...]) -> Measured:
+    records = event_log_records(events)
+    with tempfile.TemporaryDirectory() as folder:
+        (Path(folder) / "trace.txt").write_text(trace_text(events), encoding="utf-16")
+        (Path(folder) / "events.xml").write_text(event_log_xml(records), encoding="utf-8")
+        try:
+            sent = read_sent([Path(folder)])
+        except SentError:
+            return Measured(name, expected, None, "")
+    words = [f"{message.name} {message.arguments}" for message in sent.messages]
+    words += [f"{record.source} {record.number} {record.texts}" for record in sent.records]
+    return Measured(name, expected, answer(sent), "\n".join(words))
+
+
+class Table:
+    """What was measured, for docs/causes.md."""
+
+    def __init__(self, results: Sequence[Measured]) -> None:
+        self._results = results
+        self._equal: dict[str, set[str]] = {}
+        for result in results:
+            self._equal.setdefault(result.data, set()).update(result.expected)
+
+    def lines(self) -> list[str]:
+        """Markdown: how many were right, and each set of more than one row."""
+        right = sum(result.is_right for result in self._results)
+        share = 100 * right / max(1, len(self._results))
+        said = [f"{right} of {len(self._results)} scenarios right: {share:.1f} %.", ""]
+        said += ["| rows in the set that holds the expected row | expected rows |", "|---|---|"]
+        sizes = Counter(len(result.set_of(row)) for result in self._results for row in result.expected)
+        said += [f"| {size or 'none does'} | {count} |" for size, count in sorted(sizes.items())]
+        said += ["", "| set | expected rows in it | rows that scenarios with equal data have | no equal data shows |"]
+        said.append("|---|---|---|---|")
+        for rows, expected in sorted(self._sets().items()):
+            shown = self._shown(rows)
+            unshown = [name for name in rows if name not in shown and name not in expected]
+            said.append(f"| {_names(rows)} | {_counts(expected)} | {_names(sorted(shown))} | {_names(unshown)} |")
+        wrong = [result for result in self._results if not result.is_right]
+        if wrong:
+            said += ["", "| not right | expected | told |", "|---|---|---|"]
+        for result in wrong:
+            told = result.answer.rows if result.answer else []
+            said.append(f"| {result.name} | {_names(result.expected)} | {_names(told)} |")
+        return said
+
+    def _sets(self) -> dict[tuple[str, ...], Counter[str]]:
+        """Each set of more than one row, with the expected rows that it held."""
+        found: dict[tuple[str, ...], Counter[str]] = {}
+        for result in self._results:
+            for row in result.expected:
+                rows = result.set_of(row)
+                if len(rows) > 1:
+                    found.setdefault(rows, Counter())[row] += 1
+        return found
+
+    def _shown(self, rows: tuple[str, ...]) -> set[str]:
+        """Rows of the set that scenarios expect whose data are equal but for times to those of another row of it."""
+        shown: set[str] = set()
+        for expected in self._equal.values():
+            common = expected & set(rows)
+            if len(common) > 1:
+                shown |= common
+        return shown
+
+
+def _names(rows: Iterable[str]) -> str:
+    return ", ".join(f"`{row}`" for row in rows) or "–"
+
+
+def _counts(counts: Counter[str]) -> str:
+    return ", ".join(f"`{row}` {count}" for row, count in counts.most_common())
