@@ -151,6 +151,12 @@ def test_names_rows_that_are_there_alone() -> None:
         assert {name for rows_of in story[2] for name in rows_of} <= rows().keys()
 
 
+def test_judges_the_end_of_an_endless_story() -> None:
+    told = answer(sent([*_START, *["base 13", "update 18", "base 12"] * 20_000, *_ASK], [_ASKED, _NO]))
+    assert told.causes[-1].rows == ("declined",)
+    assert told.notes == ["of 40,003 arrivals, starts and stops the last 5,000 are judged"]
+
+
 # How it is read.
 
 _LINE = "[0]0178.0C84::11/23/2026-09:00:02.852 [FDUService]The camera's firmware version is 5.10.2.0"

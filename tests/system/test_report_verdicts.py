@@ -11,8 +11,12 @@ from browser import Browser, browser
 from support import CHECKOUT, slow
 from test_report import Elements, kept, page_of, says, summary_of
 from transcripts import MANIFESTING, Written, begun, good, sending, stopped
+from veyra_lab.causes.answer import answer
 from veyra_lab.causes.rows import rows
+from veyra_lab.causes.sent import Sent
+from veyra_lab.causes.trace_text import Message
 from veyra_lab.judgement.words import words_of
+from veyra_lab.report.page import cause_page
 from veyra_lab.report.remedy import OBSTACLE_ROWS
 from veyra_lab.scenarios.files import read_folder
 from veyra_lab.scenarios.schema import SCENARIOS
@@ -277,6 +281,19 @@ def test_every_text_can_be_read(shown: Browser, tmp_path: Path, name: str) -> No
         shown.value("document.getElementById('details').click()")
         contrast, where = shown.value(_CONTRAST)
         assert contrast >= 4.5, where
+
+
+@slow
+def test_the_page_of_a_cause_can_be_read_and_fits(shown: Browser, tmp_path: Path) -> None:
+    sent = Sent([Message("base 13"), Message("update 19"), Message("base 12")], traces=["veyra.txt"])
+    path = tmp_path / "cause.html"
+    path.write_text(cause_page(answer(sent), sent, "veyra.txt"), encoding="utf-8")
+    for width in (1300, 768, 360):
+        for dark in (False, True):
+            shown.show(path, width, dark=dark)
+            assert shown.value("document.documentElement.scrollWidth") <= width
+            contrast, where = shown.value(_CONTRAST)
+            assert contrast >= 4.5, where
 
 
 @slow

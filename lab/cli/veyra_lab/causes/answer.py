@@ -27,6 +27,8 @@ _STATUS_ROWS = {
     "dfu-device-not-opened": "driver-wrong",
 }
 _MOST_TOLD = 30
+# More arrivals than a week has. Whoever complains complains about the last ones.
+_MOST_ITEMS = 5000
 
 
 @dataclass(frozen=True)
@@ -49,8 +51,10 @@ class Answer:
     def sentence(self) -> str:
         """The last cause, which is what somebody complains about, in one sentence."""
         if self.causes:
-            row = rows()[self.causes[-1].rows[0]]
-            return f"{_capital(self.causes[-1].seen)}: {row.cause}."
+            cause = self.causes[-1]
+            more = len(cause.rows) - 1
+            others = f"; or {'one other cause' if more == 1 else f'{more} other causes'}, the same to see" if more else ""
+            return f"{_capital(cause.seen)}: {rows()[cause.rows[0]].cause}{others}."
         if self.fine:
             return f"Nothing is wrong, as far as this tells: {self.fine[-1].seen}."
         return "Nothing is told by this: it shows no camera and no trouble."
@@ -81,10 +85,13 @@ class Answer:
 def answer(sent: Sent) -> Answer:
     """What was sent, understood."""
     items = tell(sent.messages, sent.records)
+    notes = list(sent.notes)
+    if len(items) > _MOST_ITEMS:
+        notes.append(f"of {len(items):,} arrivals, starts and stops the last {_MOST_ITEMS:,} are judged")
+        items = items[-_MOST_ITEMS:]
     has_record = sent.has_controller or bool(sent.logs)
     found = findings(items, sent.records, has_record)
     causes = [each for each in found if not each.note and not each.is_fine]
-    notes = list(sent.notes)
     if sent.traces and not has_record:
         notes.append("there is no event log: the toast controller's record tells how far a download came")
     if not sent.traces and not sent.messages:

@@ -2,6 +2,7 @@
 
 import csv
 import re
+from collections.abc import Iterator
 from dataclasses import dataclass
 from xml.etree import ElementTree
 
@@ -11,14 +12,14 @@ SERVICE = "VeyraCameraDfuService"
 CONTROLLER = "VeyraCameraToastCntl"
 MOST_RECORDS = 100_000
 _LONGEST_RECORD = 64 << 10
-_EVENT = re.compile(r"<Event[\s>].*?</Event>", re.DOTALL)
+_EVENT, _EVENT_END = re.compile(r"<Event[\s>]"), "</Event>"
 _TEXT_HEAD = re.compile(r"^Event\[\d+\]:?", re.MULTILINE)
 _FIELDS = {
     "source": ("Source", "Quelle", "Provider Name", "Provider"),
     "date": ("Date", "Datum", "Date and Time", "Datum und Uhrzeit"),
     "id": ("Event ID", "Ereignis-ID"),
 }
-_DESCRIPTION = re.compile(r"^\s*(?:Description|Beschreibung):\s*(.*)", re.MULTILINE | re.DOTALL)
+_DESCRIPTION = re.compile(r"^[ \t]*(?:Description|Beschreibung):(.*)", re.MULTILINE | re.DOTALL)
 # Where no message file is registered, what belongs into the words stands behind this.
 _INCLUDED = re.compile(r"(?:included with the event|im Ereignis enthalten):(.*)", re.DOTALL)
 _VERSION = re.compile(r"\b\d{1,3}(?:\.\d{1,3}){3}\b")
@@ -53,12 +54,12 @@ def _from_xml(text: str) -> list[Record]:
     """Each event is read for itself: an export has no root, and one that is cut off or broken loses its last event
     alone."""
     found = []
-    for match in _EVENT.finditer(text):
+    for content in _elements(text):
         # Nothing of Windows' declares entities.
-        if len(match[0]) > _LONGEST_RECORD or "<!" in match[0].replace("<![CDATA[", ""):
+        if len(content) > _LONGEST_RECORD or "<!" in content.replace("<![CDATA[", ""):
             continue
         try:
-            record = _record(ElementTree.fromstring(match[0]))
+            record = _record(ElementTree.fromstring(content))
         except (ElementTree.ParseError, ValueError):
             continue
         if record is not None:
@@ -66,6 +67,18 @@ def _from_xml(text: str) -> list[Record]:
         if len(found) == MOST_RECORDS:
             break
     return found
+
+
+def _elements(text: str) -> Iterator[str]:
+    """Each event from its beginning to the next end."""
+    position = 0
+    while (begin := _EVENT.search(text, position)) is not None:
+        end = text.find(_EVENT_END, begin.end())
+        if end < 0:
+            return
+        position = end + len(_EVENT_END)
+        # Of one that was cut off in the middle, the next one's beginning is inside.
+        yield text[max(begin.start(), text.rfind("<Event ", begin.start(), end)) : position]
 
 
 def _record(event: ElementTree.Element) -> Record | None:

@@ -42,7 +42,7 @@ def findings(items: Sequence[Item], records: Sequence[Record], has_record: bool)
     """All of them, in the order of the story. `has_record`: there is a log that would have the toast controller's
     record."""
     found = [*_Walk(items, has_record).go(), *_of_the_system_log(records)]
-    return [each for place, each in enumerate(found) if each not in found[:place]]
+    return list(dict.fromkeys(found))
 
 
 def _of_the_system_log(records: Sequence[Record]) -> Iterator[Finding]:
