@@ -3,6 +3,7 @@
 import json
 import re
 import struct
+from dataclasses import replace
 from pathlib import Path
 
 import pytest
@@ -292,7 +293,7 @@ def test_survives_broken_exports(text: str) -> None:
     assert records(text) == []
 
 
-def test_puts_trace_and_log_together_whatever_their_clocks_say(tmp_path: Path) -> None:
+def test_puts_trace_and_log_together_though_their_clocks_are_of_different_zones(tmp_path: Path) -> None:
     written = tmp_path / "sent"
     written.mkdir()
     texts = ["The update service is being set up", "The service listens for the user's answer (cookie 2)",
@@ -300,13 +301,13 @@ def test_puts_trace_and_log_together_whatever_their_clocks_say(tmp_path: Path) -
              "A camera interface arrived", "The camera's firmware version is 5.10.2.0",
              "The firmware image's version is 5.10.3.0", "A USB device interface arrived",
              "A camera in DFU mode is present"]  # fmt: skip
-    lines = [f"[0]1.2::11/23/2026-23:00:0{second}.000 [x]{text}" for second, text in enumerate(texts)]
+    lines = [f"[0]1.2::11/23/2026-19:30:0{second}.000 [x]{text}" for second, text in enumerate(texts)]
     (written / "veyra.txt").write_text("\r\n".join(lines), encoding="utf-16")
     log = "".join(
-        _XML.replace("<Data>2</Data><Data>4</Data>", data).format(number=number, second=1)
-        for number, data in (
-            (1, "<Data>5.10.2.0</Data><Data>5.10.3.0</Data>"), (4, ""), (10, "<Data>4</Data>"),
-            (22, "<Data>3</Data><Data>4</Data>"),
+        _XML.replace("<Data>2</Data><Data>4</Data>", data).format(number=number, second=second)
+        for second, number, data in (
+            (6, 1, "<Data>5.10.2.0</Data><Data>5.10.3.0</Data>"), (7, 4, ""), (8, 10, "<Data>4</Data>"),
+            (9, 22, "<Data>3</Data><Data>4</Data>"),
         )
     )  # fmt: skip
     (written / "events.xml").write_text(f"<Events>{log}</Events>", encoding="utf-8")
@@ -315,6 +316,32 @@ def test_puts_trace_and_log_together_whatever_their_clocks_say(tmp_path: Path) -
     told = answer(read_sent([written]))
     assert told.rows == ["block-failed"]
     assert "3 blocks of 4" in told.sentence
+
+
+def dated(trace: list[tuple[str, str]], log: list[tuple[str, str]]) -> list[tuple[str, ...]]:
+    """The causes of messages and records that have times."""
+    whole = sent([each for each, _ in trace], [each for each, _ in log])
+    whole.messages = [replace(each, time=time) for each, (_, time) in zip(whole.messages, trace)]
+    whole.records = [replace(each, time=time) for each, (_, time) in zip(whole.records, log)]
+    return [finding.rows for finding in answer(whole).causes]
+
+
+@pytest.mark.parametrize("zone", [-5, 0, 2])
+def test_leaves_out_what_the_log_has_from_before_the_trace(zone: int) -> None:
+    """A bundle has the records of months, in UTC, and the trace of a minute, in the machine's time."""
+    stories = [*_START, *_ASK, *_DOWNLOAD]
+    trace = [(each, f"11/23/2026-{12 + zone:02}:00:{place:02}.000") for place, each in enumerate(stories)]
+    old = [(each, f"2026-10-0{day}T08:00:00.0000000Z") for day in range(1, 9) for each in (_ASKED, _YES, "10 4", "22 1 4")]
+    new = [(_ASKED, "06.100"), (_YES, "07.000"), ("10 4", "08.200"), ("24 0 -", "09.0")]
+    new = [(each, f"2026-11-23T12:00:{second}0000Z") for each, second in new]
+    assert dated(trace, [*old, *new[:2], ("24 0 -", "2026-11-23T12:00:08.3000000Z")]) == [("image-gone",)]
+    # Nothing was recorded meanwhile: the toast controller has gone.
+    assert dated(trace[:7], old) == [("controller-gone",)]
+
+
+def test_takes_a_log_whose_times_cannot_be_read_as_it_is() -> None:
+    trace = [(each, "11/23/2026-12:00:01.000") for each in (*_START, *_ASK)]
+    assert dated(trace, [(_ASKED, "gestern"), (_NO, "heute")]) == [("declined",)]
 
 
 # The command.

@@ -4,6 +4,7 @@ from dataclasses import dataclass
 from typing import Any
 
 from .findings import Finding, findings
+from .period import of_the_trace
 from .rows import Row, rows
 from .sent import Sent
 from .story import tell
@@ -84,13 +85,14 @@ class Answer:
 
 def answer(sent: Sent) -> Answer:
     """What was sent, understood."""
-    items = tell(sent.messages, sent.records)
+    records = of_the_trace(sent.messages, sent.records)
+    items = tell(sent.messages, records)
     notes = list(sent.notes)
     if len(items) > _MOST_ITEMS:
         notes.append(f"of {len(items):,} arrivals, starts and stops the last {_MOST_ITEMS:,} are judged")
         items = items[-_MOST_ITEMS:]
     has_record = sent.has_controller or bool(sent.logs)
-    found = findings(items, sent.records, has_record)
+    found = findings(items, records, has_record)
     causes = [each for each in found if not each.note and not each.is_fine]
     if sent.traces and not has_record:
         notes.append("there is no event log: the toast controller's record tells how far a download came")
