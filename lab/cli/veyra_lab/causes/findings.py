@@ -5,11 +5,10 @@ from collections.abc import Iterator, Sequence
 from dataclasses import dataclass
 
 from .downloads import download_rows
-from .event_log import Record
+from .event_log import SERVICE, Record
 from .story import Answer, CameraArrival, Item, Start, Stop, UsbArrival
 
 FINE = "up-to-date"
-_SERVICE_NAMES = ("VeyraCameraDfuService", "Veyra")
 _TOO_LATE = 7011
 _PROBLEMS = {
     "launch 10": "controller-missing",
@@ -47,7 +46,7 @@ def findings(items: Sequence[Item], records: Sequence[Record], has_record: bool)
 
 def _of_the_system_log(records: Sequence[Record]) -> Iterator[Finding]:
     for record in records:
-        if record.number == _TOO_LATE and any(name in text for text in record.texts for name in _SERVICE_NAMES):
+        if record.number == _TOO_LATE and any(SERVICE in text for text in record.texts):
             yield Finding(("late-control",), "the System log has event 7011 of the service", record.time, note=True)
 
 
@@ -116,19 +115,18 @@ class _Walk:
     def _nobody_asked(self, place: int, arrival: CameraArrival) -> Finding:
         camera, image = arrival.versions
         seen = f"the camera has {camera}, the image {image}, and there is no record of a question"
-        starts = [(at, each) for at, each in enumerate(self._items[:place]) if isinstance(each, Start)]
+        starts = [each for each in self._items[:place] if isinstance(each, Start)]
         if not starts:
             return Finding(_WITHOUT_START, seen, arrival.time)
-        at, start = starts[-1]
+        start = starts[-1]
         problems = tuple(dict.fromkeys(_PROBLEMS[problem] for problem in start.problems))
         if problems:
             return Finding(problems, seen, arrival.time)
         return Finding(("controller-gone",) if start.listens else ("controller-not-started",), seen, arrival.time)
 
     def _comes_of_a_download(self, place: int) -> bool:
-        """Whether this arrival, or one of the same plug before it, is the end of a download, which has told of it."""
-        before = [each for each in self._items[:place] if isinstance(each, UsbArrival) and each.outcome == "download"]
-        return bool(before)
+        """Whether a download stands before this arrival, which has told of it."""
+        return any(isinstance(each, UsbArrival) and each.outcome == "download" for each in self._items[:place])
 
     def _of_question(self, place: int, arrival: CameraArrival) -> Iterator[Finding]:
         question = arrival.question
@@ -138,7 +136,8 @@ class _Walk:
         if any(isinstance(each, CameraArrival) and each.outcome == "different" and each.question for each in same_plug):
             seen = "the camera was asked about at both of its arrivals"
             yield Finding(("two-prompts",), seen, arrival.time, note=True)
-            return
+            if question.answer is None:
+                return
         if question.answer is False:
             yield Finding(("declined",), "the record has an answer that is no acceptance", arrival.time)
         elif question.answer is None:
