@@ -246,6 +246,7 @@ def test_filters_scenarios(run: Run) -> None:
     }  # fmt: skip
     assert set(listed(run, "--row", "declined")) == {
         *(f"other-answers/{each}" for each in ("0", "2", "minus-1")), "both-questions-answered/declined",
+        "declined-and-then-accepted",
     }  # fmt: skip
     check_refusal(run(lab.main, "list", "--row", "bad-luck"), "'bad-luck' is no row of docs/operations.md")
     check_refusal(run(lab.main, "list", "nothing-of-the-kind"), "no scenario is meant by that")

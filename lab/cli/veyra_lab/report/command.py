@@ -74,6 +74,8 @@ def run(arguments: argparse.Namespace) -> int:
         return give_up("scripts/lab report", error)
     except SentError as error:
         return give_up("scripts/lab report", SentError(f"{error}, and it is no transcript; {HOW_TO_MAKE_ONE}"), 2)
+    except BrokenPipeError:
+        raise
     except OSError as error:
         arguments.refuse(f"{error.filename or files[0]} cannot be read: {error.strerror}")
     return 2
