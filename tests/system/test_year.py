@@ -1,5 +1,5 @@
-"""scripts/soak --year: how the year goes by, what of the service's process may grow, and a short one on the executable
-that ships."""
+"""scripts/soak --year: how the year goes by, what of the service's process may grow, and a whole one on the
+executable that ships."""
 
 import io
 from collections.abc import Callable
@@ -140,8 +140,8 @@ def test_a_round_of_a_year_follows_from_its_id() -> None:
 
 
 @slow
-def test_a_year_with_a_few_cameras_on_the_executable_that_ships(tmp_path: Path) -> None:
+def test_a_year_with_a_thousand_cameras_takes_ten_minutes_at_most(tmp_path: Path) -> None:
     places = ("--programs", str(BUILD), "--machine", str(tmp_path / "wine"))
-    done = run_script("soak", "--year", "--cameras", "40", "--seed", "1", *places, timeout=500)
+    done = run_script("soak", "--year", "--seed", "1", *places, timeout=600)
     assert (done.returncode, done.stderr) == (0, ""), done.stdout
     assert done.stdout.endswith("nothing wrong\n")
