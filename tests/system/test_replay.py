@@ -49,6 +49,12 @@ def test_a_scenario_goes_the_same_way_each_time(name: str) -> None:
     assert len(end.transcript) > 100
 
 
+def test_of_what_goes_on_at_once_the_end_is_compared_alone() -> None:
+    end = play(scenario("two-cameras"), 2)
+    assert (end.complaints, end.transcript) == ([], [])
+    assert "; its transcript has no fixed order: two commands plug two cameras in" in end.said
+
+
 @pytest.mark.parametrize("fault", ["no fault", "unplugged after a block", "switch refused", "toast controller fails"])
 def test_a_round_of_the_soak_goes_the_same_way_each_time(fault: str) -> None:
     end = play(of_round(first_round(fault)), _TIMES)

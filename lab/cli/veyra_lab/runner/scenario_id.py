@@ -21,7 +21,7 @@ PREFIX = "scenario"
 WRITTEN = BUILD / "faults"
 _ID = re.compile(PREFIX + r"\.([A-Za-z0-9][A-Za-z0-9/_-]*(?:\.[A-Za-z0-9_-]+)*?)(\.usb)?\.([0-9a-f]{10})")
 # What changes nothing of what happens.
-_WORDS = ("description", "slow", "not_on_usb", "rows")
+_WORDS = ("description", "slow", "not_on_usb", "at_once", "rows")
 
 
 @dataclass(frozen=True)

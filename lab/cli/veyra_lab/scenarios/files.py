@@ -85,6 +85,7 @@ def _variant(path: Path, whole: dict[str, Any], item: dict[str, Any]) -> Variant
         fresh_service=filled.get("fresh service", False),
         stage=StagePlan.of(filled.get("stage", {})),
         steps=tuple(filled["steps"]),
+        at_once=filled.get("at once", ""),
         rows=tuple(filled.get("rows", ())),
     )
 

@@ -85,6 +85,8 @@ class Variant:
     fresh_service: bool
     stage: StagePlan
     steps: tuple[Any, ...]
+    # What its steps set going at once, so that each play may tell another transcript; empty when they do not.
+    at_once: str = ""
     # Rows of docs/operations.md that it is.
     rows: tuple[str, ...] = ()
 
