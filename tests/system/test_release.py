@@ -337,8 +337,8 @@ def test_a_signature_does_not_outlive_a_change(authority: Path, tmp_path: Path) 
 @pytest.mark.parametrize(
     ("command", "reason"),
     [
-        ("true", r"the signing command has not signed VeyraCameraDfuMessages\.dll"),
-        ("sh -c 'echo no token >&2; exit 3'", r"the signing command ended with 3 for VeyraCameraDfuMessages\.dll: no token"),
+        ("true", r"the signing command has not signed VeyraCameraDfuCheck\.exe"),
+        ("sh -c 'echo no token >&2; exit 3'", r"the signing command ended with 3 for VeyraCameraDfuCheck\.exe: no token"),
         ("/no/such/command", r"the signing command /no/such/command did not start: No such file or directory"),
     ],
     ids=["it does nothing", "it fails", "it is not there"],
