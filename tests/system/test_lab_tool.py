@@ -241,7 +241,7 @@ def test_groups_scenarios_by_what_a_user_meets(run: Run) -> None:
 
 
 def test_filters_scenarios(run: Run) -> None:
-    assert set(listed(run, "PROMPT-server", "hangs", "--quick")) == {
+    assert set(listed(run, "TOAST-controller", "hangs", "--quick")) == {
         "toast-controller-hangs-at-the-end", "toast-controller-hangs/progress", "toast-controller-hangs/completion",
     }  # fmt: skip
     assert set(listed(run, "--row", "declined")) == {

@@ -76,10 +76,10 @@ class ShippedTrials:
 
 
 def _by_update(events: Iterable[Event]) -> list[list[Event]]:
-    """What the rig told, from each plugging in of a camera, accepted or not, to the next."""
+    """What the rig told, from each command that plugs a camera in to the next."""
     updates: list[list[Event]] = []
     for event in events:
-        if event["event"] == "step" and event["text"].endswith((": plug", ": accept")):
+        if event["event"] == "command" and event["command"] == "plug":
             updates.append([])
         elif event["source"] == RIG and updates:
             updates[-1].append(event)
