@@ -19,8 +19,15 @@ struct LocalMemoryDeleter {
 template <typename Content>
 using LocalMemory = std::unique_ptr<Content, LocalMemoryDeleter>;
 
-// A SID with one subauthority.
-constexpr std::size_t kShortestSid = sizeof(SID);
+// Whether a SID that begins here ends within so many bytes. Windows' own tests do not take the room.
+bool SidFits(const void* sid, std::size_t room) {
+    std::array<UCHAR, offsetof(SID, SubAuthority)> head{};
+    if (room < head.size()) {
+        return false;
+    }
+    std::memcpy(head.data(), sid, head.size());
+    return GetSidLengthRequired(head[offsetof(SID, SubAuthorityCount)]) <= room;
+}
 
 std::string TextOfSid(PSID sid) {
     wchar_t* text = nullptr;
@@ -43,7 +50,10 @@ std::optional<AccessEntry> ReadEntry(void* memory) {
     read.allows = entry->Header.AceType == ACCESS_ALLOWED_ACE_TYPE;
     read.isForChildrenOnly = (entry->Header.AceFlags & INHERIT_ONLY_ACE) != 0;
     read.rights = entry->Mask;
-    read.trustee = TextOfSid(&entry->SidStart);
+    constexpr std::size_t kSidPlace = offsetof(ACCESS_ALLOWED_ACE, SidStart);
+    if (entry->Header.AceSize >= kSidPlace && SidFits(&entry->SidStart, entry->Header.AceSize - kSidPlace)) {
+        read.trustee = TextOfSid(&entry->SidStart);
+    }
     return read;
 }
 
@@ -56,18 +66,23 @@ bool IsWhole(void* bytes, std::size_t size) {
     }
     std::memcpy(&header, bytes, sizeof header);
     const auto liesWithin = [size](DWORD offset, std::size_t length) {
-        return offset == 0 || (offset <= size && length <= size - offset);
+        return offset <= size && length <= size - offset;
     };
-    if ((header.Control & SE_SELF_RELATIVE) == 0 || !liesWithin(header.Owner, kShortestSid) ||
-        !liesWithin(header.Dacl, sizeof(ACL))) {
-        return false;
-    }
-    if (header.Dacl != 0) {
-        ACL list{};
-        std::memcpy(&list, static_cast<std::uint8_t*>(bytes) + header.Dacl, sizeof list);
-        if (!liesWithin(header.Dacl, list.AclSize)) {
-            return false;
+    const auto* const start = static_cast<const std::uint8_t*>(bytes);
+    const auto isSid = [start, size](DWORD offset) {
+        return offset == 0 || (offset <= size && SidFits(start + offset, size - offset));
+    };
+    const auto isList = [start, liesWithin](DWORD offset) {
+        if (offset == 0 || !liesWithin(offset, sizeof(ACL))) {
+            return offset == 0;
         }
+        ACL list{};
+        std::memcpy(&list, start + offset, sizeof list);
+        return liesWithin(offset, list.AclSize);
+    };
+    if ((header.Control & SE_SELF_RELATIVE) == 0 || !isSid(header.Owner) || !isSid(header.Group) ||
+        !isList(header.Sacl) || !isList(header.Dacl)) {
+        return false;
     }
     return IsValidSecurityDescriptor(bytes) && GetSecurityDescriptorLength(bytes) <= size;
 }

@@ -4,6 +4,7 @@
 
 #include <sddl.h>
 
+#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -59,6 +60,45 @@ TEST(SecurityDescriptor, RefusesBytesThatAreNone) {
     }
     EXPECT_FALSE(ReadSecurityDescriptor(std::vector<std::uint8_t>(64, 0xFF)).has_value());
     EXPECT_FALSE(ReadSecurityDescriptor(std::vector<std::uint8_t>(64, 0)).has_value());
+}
+
+TEST(SecurityDescriptor, RefusesSidsThatEndBehindItsBytes) {
+    for (const std::size_t field :
+         {offsetof(SECURITY_DESCRIPTOR_RELATIVE, Owner), offsetof(SECURITY_DESCRIPTOR_RELATIVE, Group)}) {
+        // Room enough for the longest SID, which begins just before the end.
+        std::vector<std::uint8_t> bytes(100, 0);
+        SECURITY_DESCRIPTOR_RELATIVE header{};
+        header.Revision = SECURITY_DESCRIPTOR_REVISION;
+        header.Control = SE_SELF_RELATIVE;
+        std::memcpy(bytes.data(), &header, sizeof header);
+        const auto place = static_cast<DWORD>(bytes.size() - sizeof(SID));
+        std::memcpy(bytes.data() + field, &place, sizeof place);
+        bytes[place] = SID_REVISION;
+        bytes[place + 1] = 1;
+        EXPECT_TRUE(ReadSecurityDescriptor(bytes).has_value()) << field;
+        bytes[place + 1] = SID_MAX_SUB_AUTHORITIES;
+        EXPECT_FALSE(ReadSecurityDescriptor(bytes).has_value()) << field;
+        const auto behind = static_cast<DWORD>(bytes.size() + 1);
+        std::memcpy(bytes.data() + field, &behind, sizeof behind);
+        EXPECT_FALSE(ReadSecurityDescriptor(bytes).has_value()) << field;
+    }
+}
+
+TEST(SecurityDescriptor, ReadsNoSidBeyondItsEntry) {
+    auto bytes = BytesOf(L"D:(A;;0x1;;;WD)(A;;0x1;;;LS)");
+    SECURITY_DESCRIPTOR_RELATIVE header{};
+    std::memcpy(&header, bytes.data(), sizeof header);
+    const std::size_t sid = header.Dacl + sizeof(ACL) + offsetof(ACCESS_ALLOWED_ACE, SidStart);
+    ASSERT_LT(sid + 1, bytes.size());
+    ASSERT_EQ(bytes[sid + 1], 1);
+    bytes[sid + 1] = 3;
+    // Windows refuses the list; Wine does not look at its entries.
+    const auto list = ReadSecurityDescriptor(bytes);
+    if (list) {
+        ASSERT_EQ(list->entries.size(), 2U);
+        EXPECT_EQ(list->entries[0].trustee, "");
+        EXPECT_EQ(list->entries[1].trustee, "S-1-5-19");
+    }
 }
 
 TEST(SecurityDescriptor, NamesKnownAccountsAndTellsTheTextOfOthers) {
