@@ -12,11 +12,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 // The callbacks of cabinet.dll. It hands paths on as it got them, and these are UTF-8 here. `user` is the
 // Writer.
+// NOLINTBEGIN(readability-non-const-parameter): the parameters are cabinet.dll's
 
 namespace check {
 namespace {
@@ -30,11 +30,11 @@ struct Writer {
 };
 
 void* DIAMONDAPI Allocate(ULONG size) {
-    return std::malloc(size);
+    return HeapAlloc(GetProcessHeap(), 0, size);
 }
 
 void DIAMONDAPI Free(void* memory) {
-    std::free(memory);
+    HeapFree(GetProcessHeap(), 0, memory);
 }
 
 INT_PTR DIAMONDAPI Open(char* path, int flags, int mode, int* error, void*) {
@@ -106,6 +106,8 @@ INT_PTR DIAMONDAPI OpenSource(char* path, USHORT* date, USHORT* time, USHORT* at
     *error = file < 0 ? errno : 0;
     return file;
 }
+
+// NOLINTEND(readability-non-const-parameter)
 
 template <std::size_t Size>
 bool Fits(char (&field)[Size], const std::string& text) {

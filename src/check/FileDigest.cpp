@@ -11,7 +11,7 @@
 namespace check {
 namespace {
 
-constexpr std::size_t kPieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = 65536;
 constexpr std::size_t kDigestSize = 32;
 
 struct AlgorithmTraits {

@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kVendor = "VID_2F1A";
 
 bool HasVendor(std::string_view text) {
-    const auto found =
+    const auto* const found =
         std::search(text.begin(), text.end(), kVendor.begin(), kVendor.end(), [](char left, char right) {
             return (left >= 'a' && left <= 'z' ? static_cast<char>(left - 'a' + 'A') : left) == right;
         });

@@ -22,9 +22,11 @@ TEST(RunSettings, TakesWhereACameraStarts) {
         R"({"cameras": [{}, {"starts": "unplugged"}, {"starts": "running"}, {"starts": "dfu"}]})"));
     EXPECT_EQ(settings.bus.startingPlaces, (std::vector{StartingPlace::Unplugged, StartingPlace::Unplugged,
                                                         StartingPlace::Running, StartingPlace::InDfuMode}));
-    EXPECT_THROW(RunSettings::FromStage(json::parse(R"({"cameras": [{"starts": "here"}]})")),
-                 std::runtime_error);
-    EXPECT_THROW(RunSettings::FromStage(json::parse(R"({"bus": "usb", "cameras": [{"starts": "running"}]})")),
+    EXPECT_THROW(
+        static_cast<void>(RunSettings::FromStage(json::parse(R"({"cameras": [{"starts": "here"}]})"))),
+        std::runtime_error);
+    EXPECT_THROW(static_cast<void>(RunSettings::FromStage(
+                     json::parse(R"({"bus": "usb", "cameras": [{"starts": "running"}]})"))),
                  std::runtime_error);
 }
 
