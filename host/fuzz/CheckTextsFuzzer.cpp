@@ -82,6 +82,9 @@ void CheckRedaction(const std::string& text) {
         const std::size_t behind = found + kComputer.size();
         Promise(behind == record.size() || record[behind] == '<', "no computer is named");
     }
+    Promise(!Contains(record, "S-1-5-21-") && !Contains(record, "S-1-12-1-"), "no person's SID is left");
+    Promise(check::EventWithoutPersons(record) == record, "once is enough for an event");
+    Promise(check::WithoutWord(record, "") == record, "no word is nowhere");
     const std::string sections = check::VendorSections(text);
     Promise(NamesNoUser(sections), "no user is named in the setup log");
     Promise(sections.empty() || Contains(Lower(text), "vid_2f1a"), "only the vendor's sections are kept");

@@ -20,6 +20,8 @@ constexpr std::uint32_t kChangeList = 0x40000;
 constexpr std::uint32_t kTakeOwnership = 0x80000;
 constexpr std::uint32_t kGenericAll = 0x10000000;
 constexpr std::uint32_t kGenericWrite = 0x40000000;
+constexpr std::uint32_t kGenericRead = 0x80000000;
+constexpr std::uint32_t kReadData = 1;
 constexpr std::uint32_t kWriteData = 2;   // of a folder: add a file
 constexpr std::uint32_t kAppendData = 4;  // of a folder: add a folder, which does no harm
 constexpr std::uint32_t kDeleteChild = 0x40;
@@ -58,32 +60,35 @@ std::uint32_t RefusedBefore(const AccessList& list, const AccessEntry& entry) {
     return refused;
 }
 
-bool IsEnough(std::uint32_t rights, std::uint32_t wanted) {
-    if ((rights & kGenericAll) != 0) {
-        return true;
-    }
-    return (rights & kNewer) == 0 ? (rights & kExecute) != 0 : (rights & wanted) == wanted;
+bool IsLocalService(std::string_view trustee) {
+    return std::find(kLocalService.begin(), kLocalService.end(), trustee) != kLocalService.end();
 }
 
-// An entry that refuses decides over all that come behind it, as Windows orders them.
-Permission PermissionOf(const AccessList& list, std::uint32_t wanted) {
+// Whether LocalService has all that is wanted, from several entries if need be. An entry decides over those
+// of its rights that none before it has decided over. `meaning` is what an entry's rights stand for.
+Permission PermissionOf(const AccessList& list, std::uint32_t wanted,
+                        std::uint32_t (*meaning)(std::uint32_t rights)) {
     if (list.letsEverybody) {
         return Permission::Granted;
     }
+    std::uint32_t granted = 0;
+    std::uint32_t refused = 0;
     for (const AccessEntry& entry : list.entries) {
-        const bool isForIt =
-            std::find(kLocalService.begin(), kLocalService.end(), entry.trustee) != kLocalService.end();
-        if (!isForIt || entry.isForChildrenOnly) {
+        if (!IsLocalService(entry.trustee) || entry.isForChildrenOnly) {
             continue;
         }
-        if (!entry.allows && (entry.rights & (wanted | kExecute)) != 0) {
-            return Permission::Refused;
-        }
-        if (entry.allows && IsEnough(entry.rights, wanted)) {
-            return Permission::Granted;
-        }
+        (entry.allows ? granted : refused) |= meaning(entry.rights) & ~(entry.allows ? refused : granted);
     }
-    return Permission::Refused;
+    return (granted & wanted) == wanted ? Permission::Granted : Permission::Refused;
+}
+
+std::uint32_t MeaningForCom(std::uint32_t rights) {
+    const bool isAll = (rights & kGenericAll) != 0 || ((rights & kNewer) == 0 && (rights & kExecute) != 0);
+    return isAll ? kNewer : rights & kNewer;
+}
+
+std::uint32_t MeaningForFiles(std::uint32_t rights) {
+    return (rights & (kGenericAll | kGenericRead)) != 0 ? kReadData : rights & kReadData;
 }
 
 }  // namespace
@@ -106,12 +111,16 @@ std::vector<std::string> Writers(const AccessList& list, Protected what) {
     return writers;
 }
 
+Permission ReadPermissionOf(const AccessList& list) {
+    return PermissionOf(list, kReadData, &MeaningForFiles);
+}
+
 Permission LaunchPermissionOf(const AccessList& list) {
-    return PermissionOf(list, kExecuteLocal | kActivateLocal);
+    return PermissionOf(list, kExecuteLocal | kActivateLocal, &MeaningForCom);
 }
 
 Permission AccessPermissionOf(const AccessList& list) {
-    return PermissionOf(list, kExecuteLocal);
+    return PermissionOf(list, kExecuteLocal, &MeaningForCom);
 }
 
 }  // namespace check

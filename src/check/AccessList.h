@@ -30,6 +30,9 @@ enum class Protected { File, Folder };
 // they own the thing and may change the list. Each once, in the list's order.
 [[nodiscard]] std::vector<std::string> Writers(const AccessList& list, Protected what);
 
+// Whether LocalService may read the bytes of a file, by the file's list.
+[[nodiscard]] Permission ReadPermissionOf(const AccessList& list);
+
 // Whether LocalService may launch and activate a COM server on this machine, or call it, by the list that
 // stands in the registry.
 [[nodiscard]] Permission LaunchPermissionOf(const AccessList& list);

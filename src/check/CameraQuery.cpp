@@ -9,6 +9,7 @@
 #include "discovery/WatchedProducts.h"
 
 #include <algorithm>
+#include <set>
 
 using Microsoft::WRL::ComPtr;
 
@@ -55,7 +56,8 @@ std::wstring LinkOf(const ComPtr<IMFActivate>& source) {
 }
 
 // A camera is listed in several ways; the one that answers is asked once.
-void Add(const ComPtr<IMFActivate>& source, CamerasState& state) {
+// `others` has the devices of other makers' cameras.
+void Add(const ComPtr<IMFActivate>& source, CamerasState& state, std::set<std::string>& others) {
     const std::string link = Utf8(LinkOf(source));
     const std::string device = DeviceOfLink(link);
     const auto known = std::find_if(state.cameras.begin(), state.cameras.end(),
@@ -72,7 +74,7 @@ void Add(const ComPtr<IMFActivate>& source, CamerasState& state) {
     CameraState camera;
     std::wstring opened;
     if (!Inspect(source, opened, camera)) {
-        ++state.others;
+        others.insert(device);
         return;
     }
     camera.device = device;
@@ -97,9 +99,11 @@ CamerasState QueryCameras() {
     if (FAILED(result)) {
         state.mediaError = static_cast<std::uint32_t>(result);
     }
+    std::set<std::string> others;
     for (const ComPtr<IMFActivate>& source : sources) {
-        Add(source, state);
+        Add(source, state, others);
     }
+    state.others = static_cast<unsigned>(others.size());
     return state;
 }
 

@@ -7,10 +7,35 @@
 #include <aclapi.h>
 
 namespace check {
+namespace {
+
+std::optional<AccessList> ListOf(const std::string& path) {
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    constexpr SECURITY_INFORMATION kWanted = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    if (GetNamedSecurityInfoW(Wide(path).c_str(), SE_FILE_OBJECT, kWanted, nullptr, nullptr, nullptr, nullptr,
+                              &descriptor) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    const AccessList list = ReadSecurityDescriptor(descriptor);
+    LocalFree(descriptor);
+    return list;
+}
+
+}  // namespace
 
 bool FileInspector::IsFile(const std::string& path) {
     const DWORD attributes = GetFileAttributesW(Wide(path).c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+std::uint32_t FileInspector::ErrorOf(const std::string& path) {
+    if (GetFileAttributesW(Wide(path).c_str()) != INVALID_FILE_ATTRIBUTES) {
+        return ERROR_SUCCESS;
+    }
+    const DWORD error = GetLastError();
+    const bool isTold = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ||
+                        error == ERROR_INVALID_NAME || error == ERROR_BAD_PATHNAME;
+    return isTold ? ERROR_SUCCESS : error;
 }
 
 std::string FileInspector::VersionOf(const std::string& path) {
@@ -29,20 +54,21 @@ std::string FileInspector::VersionOf(const std::string& path) {
            number(HIWORD(fixed->dwFileVersionLS)) + "." + number(LOWORD(fixed->dwFileVersionLS));
 }
 
-std::vector<std::string> FileInspector::WritersOf(const std::string& path, Protected what) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    constexpr SECURITY_INFORMATION kWanted = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-    if (GetNamedSecurityInfoW(Wide(path).c_str(), SE_FILE_OBJECT, kWanted, nullptr, nullptr, nullptr, nullptr,
-                              &descriptor) != ERROR_SUCCESS) {
-        return {};
+Writing FileInspector::WritersOf(const std::string& path, Protected what) {
+    const auto list = ListOf(path);
+    if (!list) {
+        return std::nullopt;
     }
-    const AccessList list = ReadSecurityDescriptor(descriptor);
-    LocalFree(descriptor);
     std::vector<std::string> names;
-    for (const std::string& writer : Writers(list, what)) {
+    for (const std::string& writer : Writers(*list, what)) {
         names.push_back(NameOfSid(writer));
     }
     return names;
+}
+
+Permission FileInspector::ReadPermissionOf(const std::string& path) {
+    const auto list = ListOf(path);
+    return list ? check::ReadPermissionOf(*list) : Permission::NotSet;
 }
 
 }  // namespace check

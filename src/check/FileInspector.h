@@ -13,11 +13,15 @@ namespace check {
 class FileInspector {
   public:
     [[nodiscard]] static bool IsFile(const std::string& path);
+    // Why it cannot be told whether there is something of this name: a Win32 code, 0 when it can be told.
+    [[nodiscard]] static std::uint32_t ErrorOf(const std::string& path);
     // Of the version resource: "1.0.0.0". Empty when there is none.
     [[nodiscard]] static std::string VersionOf(const std::string& path);
     // Names of the accounts, besides Windows and the administrators, that may put another program in this
-    // one's place, or for a folder, put something beside it. Empty, too, when Windows does not tell.
-    [[nodiscard]] static std::vector<std::string> WritersOf(const std::string& path, Protected what);
+    // one's place, or for a folder, put something beside it. Nothing when Windows does not tell.
+    [[nodiscard]] static Writing WritersOf(const std::string& path, Protected what);
+    // Whether LocalService may read what is in a file. NotSet when Windows does not tell.
+    [[nodiscard]] static Permission ReadPermissionOf(const std::string& path);
 };
 
 }  // namespace check

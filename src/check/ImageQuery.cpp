@@ -1,6 +1,7 @@
 #include "check/ImageQuery.h"
 
 #include "check/FileDigest.h"
+#include "check/FileInspector.h"
 #include "check/Utf8.h"
 #include "service/ImageVersion.h"
 #include "win32/SystemDirectory.h"
@@ -54,11 +55,17 @@ ImageState QueryImage(const std::wstring& path) {
                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     const DWORD error = GetLastError();
     const win32::UniqueKernelHandle file(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
-    state.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    state.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES ||
+                   FileInspector::ErrorOf(state.path) != ERROR_SUCCESS;
     if (!file) {
         state.error = error;
         return state;
     }
+    if (GetFileType(file.Get()) != FILE_TYPE_DISK) {
+        state.error = ERROR_BAD_FILE_TYPE;
+        return state;
+    }
+    state.forService = FileInspector::ReadPermissionOf(state.path);
     Read(file.Get(), path, state);
     return state;
 }

@@ -21,7 +21,8 @@ class InspectedCamera final : public CameraDevice {
     }
 
     // Reads the device information block, with as many attempts and pauses as an updatable camera: up to 2.5
-    // s. The HRESULT of the last attempt; `version` is set when that is S_OK.
+    // s of pauses, and what the transfers take. The HRESULT of the last attempt; `version` is set when that
+    // is S_OK.
     [[nodiscard]] HRESULT ReadVersion(std::wstring& version) const;
 
   private:

@@ -70,6 +70,11 @@ void LookAtProgram(const ServiceState& service, Findings& findings) {
         findings.Fault("service-program-replaced",
                        "Windows starts " + service.startedInstead + " in the service's place.",
                        "remove that file, and quote the service's path");
+    } else if (service.programError != 0) {
+        findings.Warning("service-program-hidden",
+                         "Whether the service's program is there cannot be told (" +
+                             Code(service.programError) + "): " + service.program + ".",
+                         "run this at an elevated prompt");
     } else if (!service.programExists) {
         findings.Fault("service-program-missing",
                        "The service's program is missing: " + service.program + ".",
@@ -79,8 +84,8 @@ void LookAtProgram(const ServiceState& service, Findings& findings) {
         findings.Warning("service-path-unquoted", "The service's path has blanks and is not quoted.",
                          "quote it, or install into a folder without blanks");
     }
-    std::vector<std::string> writers = service.programWriters;
-    for (const std::string& writer : service.folderWriters) {
+    std::vector<std::string> writers = service.programWriters.value_or(std::vector<std::string>());
+    for (const std::string& writer : service.folderWriters.value_or(std::vector<std::string>())) {
         if (std::find(writers.begin(), writers.end(), writer) == writers.end()) {
             writers.push_back(writer);
         }
@@ -134,7 +139,7 @@ void LookAt(const ServiceState& service, Findings& findings) {
     if (!EqualsIgnoringCase(service.account, kAccount)) {
         findings.Fault("service-account",
                        "The service's account is " + service.account + ", not " + std::string(kAccount) + ".",
-                       "sc config VeyraCameraDfuService obj= \"NT AUTHORITY\\LocalService\"");
+                       R"(sc config VeyraCameraDfuService obj= "NT AUTHORITY\LocalService")");
     }
     LookAtProgram(service, findings);
     LookAtRun(service, findings);
@@ -151,8 +156,8 @@ void LookAt(const UpdateModeState& mode, Findings& findings) {
         return;
     }
     const std::string advice =
-        "reg add HKLM\\SYSTEM\\CurrentControlSet\\Services\\VeyraCameraDFU /v DFUAutoMode /t REG_SZ /d "
-        "\"Service Controlled\" /f";
+        R"(reg add HKLM\SYSTEM\CurrentControlSet\Services\VeyraCameraDFU /v DFUAutoMode /t REG_SZ /d )"
+        R"("Service Controlled" /f)";
     if (mode.error == kNotFound) {
         findings.Fault("update-mode-missing", "The update mode is not set.", advice);
     } else if (mode.error != 0) {
@@ -162,7 +167,7 @@ void LookAt(const UpdateModeState& mode, Findings& findings) {
         const char* const id = mode.text == "Disabled" ? "update-mode-disabled"
                                : mode.text == "Auto"   ? "update-mode-auto"
                                                        : "update-mode-other";
-        findings.Fault(id, "The update mode is \"" + mode.text + "\", not \"Service Controlled\".", advice);
+        findings.Fault(id, R"(The update mode is ")" + mode.text + R"(", not "Service Controlled".)", advice);
     }
 }
 
@@ -176,7 +181,13 @@ void LookAt(const ImageState& image, Findings& findings) {
     } else if (!image.isReadable) {
         findings.Fault("image-unreadable",
                        "The firmware image cannot be read (" + Code(image.error) + "): " + image.path + ".",
-                       "put the image in place, as a file that everybody may read");
+                       "put the image in place, as a file that everybody may read; or run this at an "
+                       "elevated prompt, if it is one that the service may read");
+    } else if (image.forService == Permission::Refused) {
+        findings.Fault(
+            "image-refused",
+            "The service's account, LocalService, may not read the firmware image: " + image.path + ".",
+            "copy the image into place instead of moving it, or let Users read it");
     } else if (image.version.empty()) {
         findings.Fault(
             "image-too-short",
@@ -205,7 +216,7 @@ void LookAtPermissions(const ToastControllerState& controller, Findings& finding
     }
     if (controller.launch == Permission::Unreadable || controller.access == Permission::Unreadable) {
         findings.Fault("toast-controller-permission",
-                       "A permission of the toast controller is no permission.", advice);
+                       "A permission of the toast controller is not a valid security descriptor.", advice);
     }
 }
 
@@ -225,17 +236,22 @@ void LookAt(const ToastControllerState& controller, bool serviceRuns, Findings& 
                 : "install the package's, or another maker's; then restart the service");
         return;
     }
-    if (!controller.programExists) {
+    if (controller.programError != 0) {
+        findings.Warning("toast-controller-hidden",
+                         "Whether the toast controller's program is there cannot be told (" +
+                             Code(controller.programError) + "): " + controller.program + ".",
+                         "run this at an elevated prompt");
+    } else if (!controller.programExists) {
         findings.Fault(
             "toast-controller-broken",
             "The toast controller is registered, and its program is missing: " + controller.program + ".",
             controller.isOurs ? "repair the package" : "install the toast controller anew");
         return;
     }
-    if (!controller.programWriters.empty()) {
+    if (controller.programWriters && !controller.programWriters->empty()) {
         findings.Warning(
             "toast-controller-writable",
-            "The toast controller's program can be changed by " + Listed(controller.programWriters) + ".",
+            "The toast controller's program can be changed by " + Listed(*controller.programWriters) + ".",
             "keep it where only administrators write");
     }
     LookAtPermissions(controller, findings);
@@ -372,7 +388,7 @@ Judgement Judge(const MachineState& machine) {
     if (machine.cameras.mediaError != 0) {
         ofMachine.Fault("media-foundation",
                         "Media Foundation does not list cameras (" + Code(machine.cameras.mediaError) + ").",
-                        "Windows' media features, which an edition \"N\" lacks");
+                        R"(install Windows' media features, which an edition "N" lacks)");
     }
     LookAt(machine.image, ofMachine);
     const bool runs = machine.service.isInstalled && machine.service.runState == RunState::Running;

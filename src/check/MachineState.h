@@ -23,11 +23,15 @@ enum class RunState : std::uint32_t {
     Paused = 7,
 };
 
+// Accounts, besides administrators and Windows itself; nothing when Windows does not tell.
+using Writing = std::optional<std::vector<std::string>>;
+
 struct ServiceState {
     bool isInstalled = false;
     std::uint32_t error = 0;  // why that could not be told, or why its configuration was not
     bool isMarkedForDeletion = false;
     StartType startType = StartType::Manual;
+    bool isDelayed = false;  // of an automatic start
     RunState runState = RunState::Unknown;
     std::uint32_t processId = 0;
     std::uint32_t exitCode = 0;  // of its last run, as it reported it
@@ -36,12 +40,16 @@ struct ServiceState {
     bool isQuoted = false;
     std::string program;  // the file that the command line means
     bool programExists = false;
-    std::string programVersion;  // empty when the file has none
-    std::string startedInstead;  // the file that Windows finds before it, since the path is not quoted
-    std::vector<std::string> programWriters;  // accounts, besides administrators and Windows itself
-    std::vector<std::string> folderWriters;
+    std::uint32_t programError = 0;  // why it cannot be told whether it exists
+    std::string programVersion;      // empty when the file has none
+    std::string startedInstead;      // the file that Windows finds before it, since the path is not quoted
+    Writing programWriters;
+    Writing folderWriters;
     bool hasNamesake = false;  // there is a service of the name that the uninstall monitor deletes
 };
+
+// What a security descriptor says to the service's account.
+enum class Permission { NotSet, Granted, Refused, Unreadable };
 
 struct UpdateModeState {
     bool isServiceControlled = false;
@@ -53,25 +61,26 @@ struct ImageState {
     std::string path;
     bool exists = false;
     bool isReadable = false;
-    std::uint32_t error = 0;       // why it is not
-    std::uint64_t size = 0;        // bytes
-    std::string sha256;            // lower case
-    std::string version;           // empty when the file is too short
+    std::uint32_t error = 0;  // why it is not
+    std::uint64_t size = 0;   // bytes
+    std::string sha256;       // lower case
+    std::string version;      // empty when the file is too short
+    // Whether the service's account may read it; not set when Windows does not tell.
+    Permission forService = Permission::NotSet;
     bool isIn32BitFolder = false;  // there is one where a 32-bit tool puts it
 };
-
-// What a security descriptor in the registry says to the service's account.
-enum class Permission { NotSet, Granted, Refused, Unreadable };
 
 struct ToastControllerState {
     bool isRegistered = false;
     std::uint32_t error = 0;  // why its registration could not be read
     bool isOurs = false;      // registered as the package's own
+    std::string classId;
     std::string commandLine;
     std::string program;
     bool programExists = false;
+    std::uint32_t programError = 0;
     std::string programVersion;
-    std::vector<std::string> programWriters;
+    Writing programWriters;
     std::string appId;
     std::string runAs;
     Permission launch = Permission::NotSet;
@@ -100,7 +109,7 @@ struct CameraState {
 struct CamerasState {
     std::uint32_t mediaError = 0;  // Media Foundation did not start or does not list
     std::vector<CameraState> cameras;
-    unsigned others = 0;  // video sources of other makers' cameras
+    unsigned others = 0;  // other makers' cameras, each once however it is listed
 };
 
 struct DfuDeviceState {

@@ -4,11 +4,16 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <utility>
 
 namespace check {
 namespace {
 
 constexpr std::string_view kHidden = "...";
+constexpr std::string_view kInteractiveUser = "Interactive User";
+// The SIDs of accounts that somebody has made: of a machine or a domain, and of a cloud's directory.
+constexpr std::array<std::string_view, 2> kSidsOfPersons{"S-1-5-21-", "S-1-12-1-"};
 constexpr std::array<std::string_view, 6> kOwnNames{"BUILTIN\\", "NT AUTHORITY\\", "NT SERVICE\\",
                                                     "Everyone",  "CREATOR ",       "LocalSystem"};
 
@@ -30,8 +35,56 @@ std::string WithoutBetween(std::string_view text, std::string_view beginning, st
     }
 }
 
-void HideIn(std::vector<std::string>& accounts) {
-    std::transform(accounts.begin(), accounts.end(), accounts.begin(), WithoutPerson);
+std::string WithoutSids(std::string_view text) {
+    std::string result(text);
+    for (const std::string_view beginning : kSidsOfPersons) {
+        for (std::size_t found = result.find(beginning); found != std::string::npos;
+             found = result.find(beginning, found + kHidden.size())) {
+            const std::size_t end = result.find_first_not_of("0123456789-", found + beginning.size());
+            result.replace(found, std::min(end, result.size()) - found, kHidden);
+        }
+    }
+    return result;
+}
+
+// Where the value of an event's named datum stands, and how long it is; nothing when there is none.
+std::optional<std::pair<std::size_t, std::size_t>> DatumIn(std::string_view xml, const std::string& name) {
+    for (const char quote : {'\'', '"'}) {
+        const std::string beginning = "<Data Name=" + (quote + name) + quote + ">";
+        const std::size_t found = xml.find(beginning);
+        if (found != std::string_view::npos) {
+            const std::size_t place = found + beginning.size();
+            return std::pair(place, std::min(xml.find('<', place), xml.size()) - place);
+        }
+    }
+    return std::nullopt;
+}
+
+std::string Datum(std::string_view xml, const std::string& name) {
+    const auto datum = DatumIn(xml, name);
+    return datum ? std::string(xml.substr(datum->first, datum->second)) : std::string();
+}
+
+void HideDatum(std::string& xml, const std::string& name, std::string_view instead) {
+    if (const auto datum = DatumIn(xml, name)) {
+        xml.replace(datum->first, datum->second, instead);
+    }
+}
+
+bool IsOfPerson(std::string_view sid) {
+    return std::any_of(kSidsOfPersons.begin(), kSidsOfPersons.end(),
+                       [sid](std::string_view beginning) { return sid.starts_with(beginning); });
+}
+
+bool IsOfWord(char character) {
+    return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'z') ||
+           (character >= 'A' && character <= 'Z') || character == '-' || character == '_';
+}
+
+void HideIn(Writing& accounts) {
+    if (accounts) {
+        std::transform(accounts->begin(), accounts->end(), accounts->begin(), WithoutPerson);
+    }
 }
 
 }  // namespace
@@ -67,6 +120,8 @@ MachineState WithoutPersons(MachineState machine) {
     HideIn(service.programWriters);
     HideIn(service.folderWriters);
     HideIn(machine.toastController.programWriters);
+    std::string& runAs = machine.toastController.runAs;
+    runAs = runAs.empty() || EqualsIgnoringCase(runAs, kInteractiveUser) ? runAs : WithoutPerson(runAs);
     for (std::string* text :
          {&service.commandLine, &service.program, &service.startedInstead,
           &machine.toastController.commandLine, &machine.toastController.program, &machine.image.path}) {
@@ -79,7 +134,32 @@ std::string EventWithoutPersons(std::string_view xml) {
     std::string text = WithoutBetween(xml, "<Computer>", "<");
     text = WithoutBetween(text, "UserID='", "'");
     text = WithoutBetween(text, "UserID=\"", "\"");
-    return WithoutUserNames(text);
+    // COM's refusals name a domain, a user and a SID.
+    if (IsOfPerson(Datum(text, "param8"))) {
+        HideDatum(text, "param6", kHidden);
+        HideDatum(text, "param7", kHidden);
+    }
+    // A service that was installed names its account.
+    if (const std::string account = Datum(text, "AccountName"); !account.empty()) {
+        HideDatum(text, "AccountName", WithoutPerson(account));
+    }
+    return WithoutUserNames(WithoutSids(text));
+}
+
+std::string WithoutWord(std::string_view text, std::string_view word) {
+    std::string result;
+    while (!text.empty()) {
+        const bool begins = result.empty() || !IsOfWord(result.back());
+        const bool ends = text.size() <= word.size() || !IsOfWord(text[word.size()]);
+        if (!word.empty() && begins && ends && StartsIgnoringCase(text, word)) {
+            result += kHidden;
+            text.remove_prefix(word.size());
+        } else {
+            result += text.front();
+            text.remove_prefix(1);
+        }
+    }
+    return result;
 }
 
 }  // namespace check

@@ -28,6 +28,10 @@ std::wstring RegistryReader::Value::Text() const {
     return text;
 }
 
+std::wstring RegistryReader::Value::Expanded() const {
+    return type == REG_EXPAND_SZ ? Expand(Text()) : Text();
+}
+
 DWORD RegistryReader::Value::Number() const {
     DWORD number = 0;
     if (type == REG_DWORD && data.size() == sizeof number) {
@@ -54,6 +58,17 @@ RegistryReader::Value RegistryReader::Read(const std::wstring& key, const std::w
         value.data.resize(size);
     }
     return value;
+}
+
+std::wstring RegistryReader::Expand(const std::wstring& text) {
+    const DWORD size = ExpandEnvironmentStringsW(text.c_str(), nullptr, 0);
+    std::wstring expanded(size, L'\0');
+    const DWORD written = ExpandEnvironmentStringsW(text.c_str(), expanded.data(), size);
+    if (written == 0 || written > size) {
+        return text;
+    }
+    expanded.resize(written - 1);
+    return expanded;
 }
 
 std::vector<std::wstring> RegistryReader::SubKeys(const std::wstring& key) {

@@ -39,6 +39,10 @@ DWORD ReadConfiguration(SC_HANDLE service, ServiceState& state) {
     state.commandLine = Utf8(configuration->lpBinaryPathName);
     state.account = configuration->lpServiceStartName == nullptr ? "LocalSystem"
                                                                  : Utf8(configuration->lpServiceStartName);
+    SERVICE_DELAYED_AUTO_START_INFO delay{};
+    state.isDelayed = QueryServiceConfig2W(service, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                                           reinterpret_cast<BYTE*>(&delay), sizeof delay, &size) &&
+                      delay.fDelayedAutostart;
     return ERROR_SUCCESS;
 }
 
@@ -56,7 +60,7 @@ DWORD ReadStatus(SC_HANDLE service, ServiceState& state) {
 }
 
 void LookAtProgram(ServiceState& state) {
-    const ProgramName name = ProgramNameOf(state.commandLine);
+    const ProgramName name = ProgramNameOf(Utf8(RegistryReader::Expand(Wide(state.commandLine))));
     state.isQuoted = name.isQuoted;
     state.program = name.path;
     const auto instead =
@@ -65,6 +69,7 @@ void LookAtProgram(ServiceState& state) {
         state.startedInstead = *instead;
     }
     state.programExists = FileInspector::IsFile(state.program);
+    state.programError = FileInspector::ErrorOf(state.program);
     if (state.programExists) {
         state.programVersion = FileInspector::VersionOf(state.program);
         state.programWriters = FileInspector::WritersOf(state.program, Protected::File);

@@ -39,8 +39,22 @@ class Lines {
     std::string text_;
 };
 
-std::string WritersText(const std::vector<std::string>& writers) {
-    return writers.empty() ? "administrators" : "administrators, " + Listed(writers);
+std::string WritersText(const Writing& writers) {
+    return !writers           ? "not told: run this at an elevated prompt"
+           : writers->empty() ? "administrators"
+                              : "administrators, " + Listed(*writers);
+}
+
+void Write(std::string_view name, const Writing& writers, JsonWriter& json) {
+    if (writers) {
+        json.Texts(name, *writers);
+    } else {
+        json.Null(name);
+    }
+}
+
+std::string StartTypeText(const ServiceState& service) {
+    return std::string(Word(service.startType)) + (service.isDelayed ? ", delayed" : "");
 }
 
 void Write(const ServiceState& service, Lines& lines) {
@@ -52,12 +66,13 @@ void Write(const ServiceState& service, Lines& lines) {
     lines.Line("account", service.account);
     lines.Line("path", service.commandLine);
     lines.Line("quoted", YesOrNo(service.isQuoted));
-    lines.Line("program", !service.programExists           ? "missing"
+    lines.Line("program", service.programError != 0        ? "cannot be seen, " + Code(service.programError)
+                          : !service.programExists         ? "missing"
                           : service.programVersion.empty() ? "there"
                                                            : "version " + service.programVersion);
     lines.Line("writable by", WritersText(service.programWriters));
     lines.Line("folder writable by", WritersText(service.folderWriters));
-    lines.Line("start type", Word(service.startType));
+    lines.Line("start type", StartTypeText(service));
     lines.Line("state", Word(service.runState));
 }
 
@@ -80,6 +95,7 @@ void Write(const ImageState& image, Lines& lines) {
 
 std::string SessionsText(const std::vector<std::uint32_t>& sessions) {
     std::vector<std::string> words;
+    words.reserve(sessions.size());
     for (const std::uint32_t session : sessions) {
         words.push_back(std::to_string(session));
     }
@@ -95,8 +111,10 @@ void Write(const ToastControllerState& controller, Lines& lines) {
         lines.Line("in System32", YesOrNo(controller.isInSystemFolder));
         return;
     }
+    lines.Line("class", controller.classId);
     lines.Line("program", controller.program);
-    lines.Line("there", !controller.programExists           ? "no"
+    lines.Line("there", controller.programError != 0 ? "cannot be seen, " + Code(controller.programError)
+                        : !controller.programExists  ? "no"
                         : controller.programVersion.empty() ? "yes"
                                                             : "yes, version " + controller.programVersion);
     lines.Line("writable by", WritersText(controller.programWriters));
@@ -141,11 +159,13 @@ void Write(const ServiceState& service, JsonWriter& json) {
             .Truth("quoted", service.isQuoted)
             .Text("program", service.program)
             .Truth("program_exists", service.programExists)
+            .Number("program_error", service.programError)
             .Text("program_version", service.programVersion)
-            .Text("started_instead", service.startedInstead)
-            .Texts("program_writers", service.programWriters)
-            .Texts("folder_writers", service.folderWriters)
-            .Text("start_type", Word(service.startType))
+            .Text("started_instead", service.startedInstead);
+        Write("program_writers", service.programWriters, json);
+        Write("folder_writers", service.folderWriters, json);
+        json.Text("start_type", Word(service.startType))
+            .Truth("delayed_start", service.isDelayed)
             .Text("state", Word(service.runState))
             .Number("process_id", service.processId)
             .Number("exit_code", service.exitCode);
@@ -170,6 +190,7 @@ void Write(const ImageState& image, JsonWriter& json) {
         .Number("size", image.size)
         .Text("sha256", image.sha256)
         .Text("version", image.version)
+        .Text("for_service", Word(image.forService))
         .End();
 }
 
@@ -178,12 +199,14 @@ void Write(const ToastControllerState& controller, JsonWriter& json) {
         .Truth("registered", controller.isRegistered)
         .Number("error", controller.error)
         .Truth("ours", controller.isOurs)
+        .Text("class_id", controller.classId)
         .Text("command", controller.commandLine)
         .Text("program", controller.program)
         .Truth("program_exists", controller.programExists)
-        .Text("program_version", controller.programVersion)
-        .Texts("program_writers", controller.programWriters)
-        .Text("app_id", controller.appId)
+        .Number("program_error", controller.programError)
+        .Text("program_version", controller.programVersion);
+    Write("program_writers", controller.programWriters, json);
+    json.Text("app_id", controller.appId)
         .Text("run_as", controller.runAs)
         .Text("launch_permission", Word(controller.launch))
         .Text("access_permission", Word(controller.access))

@@ -26,10 +26,10 @@ constexpr int kClassTextCapacity = 40;
 // The AppID of the package's controller, and its alone.
 constexpr std::string_view kOwnAppId = "{6D0F3A58-91C4-4B7E-8E25-C3A1F7094DB2}";
 
-std::wstring ClassKey() {
+std::wstring ClassId() {
     std::array<wchar_t, kClassTextCapacity> text{};
     StringFromGUID2(kClsidToastController, text.data(), kClassTextCapacity);
-    return std::wstring(kClassesKey) + text.data();
+    return text.data();
 }
 
 Permission PermissionIn(const std::wstring& key, const wchar_t* name,
@@ -85,7 +85,8 @@ std::vector<std::uint32_t> SessionsOf(const std::string& program) {
 
 ToastControllerState QueryToastController() {
     ToastControllerState state;
-    const std::wstring classKey = ClassKey();
+    state.classId = Utf8(ClassId());
+    const std::wstring classKey = kClassesKey + ClassId();
     const std::string systemFile = Utf8(win32::SystemDirectory() + kExecutable);
     state.isInSystemFolder = FileInspector::IsFile(systemFile);
     const LSTATUS opened = RegistryReader::Open(classKey);
@@ -95,12 +96,13 @@ ToastControllerState QueryToastController() {
     }
     state.isRegistered = true;
     const std::wstring serverKey = classKey + L"\\LocalServer32";
-    state.commandLine = Utf8(RegistryReader::Read(serverKey, L"").Text());
-    const std::string named = Utf8(RegistryReader::Read(serverKey, L"ServerExecutable").Text());
+    state.commandLine = Utf8(RegistryReader::Read(serverKey, L"").Expanded());
+    const std::string named = Utf8(RegistryReader::Read(serverKey, L"ServerExecutable").Expanded());
     state.program = named.empty() ? ProgramNameOf(state.commandLine).path : named;
     state.appId = Utf8(RegistryReader::Read(classKey, L"AppID").Text());
     state.isOurs = EqualsIgnoringCase(state.appId, kOwnAppId);
     state.programExists = FileInspector::IsFile(state.program);
+    state.programError = FileInspector::ErrorOf(state.program);
     if (state.programExists) {
         state.programVersion = FileInspector::VersionOf(state.program);
         state.programWriters = FileInspector::WritersOf(state.program, Protected::File);

@@ -100,6 +100,32 @@ TEST(AccessList, ARefusalToLocalServiceIsARefusal) {
     EXPECT_EQ(AccessPermissionOf(list), Permission::Refused);
 }
 
+TEST(AccessList, WhatSeveralEntriesGiveAddsUp) {
+    EXPECT_EQ(
+        LaunchPermissionOf(With({{true, false, kLocalService, 1 | 2}, {true, false, kEverybody, 1 | 8}})),
+        Permission::Granted);
+    EXPECT_EQ(LaunchPermissionOf(With({{true, false, kLocalService, 2}, {false, false, kEverybody, 8}})),
+              Permission::Refused);
+    EXPECT_EQ(LaunchPermissionOf(With({{true, false, kLocalService, 2 | 8}, {false, false, kEverybody, 8}})),
+              Permission::Granted);
+    EXPECT_EQ(LaunchPermissionOf(With({{true, false, kLocalService, 2}, {true, true, kEverybody, 8}})),
+              Permission::Refused);
+    EXPECT_EQ(
+        LaunchPermissionOf(With({{false, false, kLocalService, 4 | 16}, {true, false, kEverybody, 31}})),
+        Permission::Granted);
+}
+
+TEST(AccessList, LocalServiceReadsWhatItsAccountOrAGroupMayRead) {
+    EXPECT_EQ(ReadPermissionOf(With({{true, false, kUsers, kReadAndExecute}})), Permission::Granted);
+    EXPECT_EQ(ReadPermissionOf(With({{true, false, kLocalService, 0x80000000}})), Permission::Granted);
+    EXPECT_EQ(ReadPermissionOf(With({{true, false, kEverybody, 0x10000000}})), Permission::Granted);
+    EXPECT_EQ(ReadPermissionOf(With({{true, false, kUsers, 0x20000}})), Permission::Refused);
+    EXPECT_EQ(ReadPermissionOf(With({{true, false, kAdministrators, kAll}, {true, false, kSystem, kAll}})),
+              Permission::Refused);
+    EXPECT_EQ(ReadPermissionOf(With({{false, false, kLocalService, 1}, {true, false, kUsers, kAll}})),
+              Permission::Refused);
+}
+
 TEST(AccessList, CallingAServerTakesLessThanLaunchingIt) {
     EXPECT_EQ(AccessPermissionOf(With({{true, false, kLocalService, 1 | 2}})), Permission::Granted);
     EXPECT_EQ(AccessPermissionOf(With({{true, false, kLocalService, 1 | 4}})), Permission::Refused);

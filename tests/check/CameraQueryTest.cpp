@@ -103,6 +103,7 @@ TEST_F(CameraQueryTest, TellsWhyACameraDoesNotTellItsVersion) {
 }
 
 TEST_F(CameraQueryTest, CountsTheCamerasOfOthers) {
+    mediaFoundation_.AddPlainCamera(kForeign).isSensorCamera = true;
     mediaFoundation_.AddPlainCamera(kForeign).isSensorCamera = false;
     const CamerasState state = QueryCameras();
     EXPECT_TRUE(state.cameras.empty());

@@ -25,5 +25,20 @@ TEST(FileInspector, ReadsTheVersionOfWhatHasOne) {
 }
 
 TEST(FileInspector, NamesNobodyForWhatIsNotThere) {
-    EXPECT_TRUE(FileInspector::WritersOf("C:\\no such file", Protected::File).empty());
+    EXPECT_FALSE(FileInspector::WritersOf("C:\\no such file", Protected::File).has_value());
+    EXPECT_EQ(FileInspector::ReadPermissionOf("C:\\no such file"), check::Permission::NotSet);
+}
+
+TEST(FileInspector, NamesWritersOfWhatIsThere) {
+    const ImageFile file({1, 2, 3});
+    EXPECT_TRUE(FileInspector::WritersOf(check::Utf8(file.Path()), Protected::File).has_value());
+    EXPECT_EQ(FileInspector::ReadPermissionOf(check::Utf8(file.Path())), check::Permission::Granted);
+}
+
+TEST(FileInspector, WhatIsMissingIsNoError) {
+    const ImageFile file({1, 2, 3});
+    EXPECT_EQ(FileInspector::ErrorOf(check::Utf8(file.Path())), 0U);
+    EXPECT_EQ(FileInspector::ErrorOf("C:\\no such file"), 0U);
+    EXPECT_EQ(FileInspector::ErrorOf("C:\\no such folder\\x"), 0U);
+    EXPECT_EQ(FileInspector::ErrorOf(""), 0U);
 }

@@ -43,6 +43,9 @@ TEST(ImageQuery, TellsWhyItCannotBeRead) {
     const ImageState missing = QueryImage(L"C:\\no such file");
     EXPECT_FALSE(missing.exists);
     EXPECT_EQ(missing.error, 2U);
+    const ImageState device = QueryImage(L"NUL");
+    EXPECT_FALSE(device.isReadable);
+    EXPECT_EQ(device.error, static_cast<DWORD>(ERROR_BAD_FILE_TYPE));
     const ImageState folder = QueryImage(L"C:\\windows");
     EXPECT_TRUE(folder.exists);
     EXPECT_FALSE(folder.isReadable);

@@ -264,6 +264,16 @@ INSTANTIATE_TEST_SUITE_P(
              [](MachineState& machine) { machine.service.program = "C:\\Program Files\\x.exe"; }},
         Case{"ProgramWritable", "service-writable",
              [](MachineState& machine) { machine.service.programWriters = {"BUILTIN\\Users"}; }},
+        Case{"ProgramNotSeen", "service-program-hidden",
+             [](MachineState& machine) {
+                 machine.service.programExists = false;
+                 machine.service.programError = 5;
+             }},
+        Case{"ToastNotSeen", "toast-controller-hidden",
+             [](MachineState& machine) {
+                 machine.toastController.programExists = false;
+                 machine.toastController.programError = 5;
+             }},
         Case{"FolderWritable", "service-writable",
              [](MachineState& machine) { machine.service.folderWriters = {"BUILTIN\\Users"}; }},
         Case{"DisabledWhileItRuns", "service-disabled-while-running",
@@ -275,6 +285,26 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ToastAccessByDefault", "toast-controller-access-default",
              [](MachineState& machine) { machine.toastController.access = Permission::NotSet; }}),
     NameOf);
+
+TEST(Judgement, WritersThatAreNotToldAreNoneOfWhomItWarns) {
+    const Judgement judgement = JudgedWith([](MachineState& machine) {
+        machine.service.programWriters.reset();
+        machine.service.folderWriters.reset();
+        machine.toastController.programWriters.reset();
+    });
+    EXPECT_TRUE(judgement.findings.empty());
+}
+
+TEST(Judgement, AnImageThatTheServiceMayNotReadIsAFault) {
+    for (const Permission told : {Permission::Granted, Permission::NotSet}) {
+        EXPECT_TRUE(
+            JudgedWith([told](MachineState& machine) { machine.image.forService = told; }).findings.empty());
+    }
+    const Judgement judgement =
+        JudgedWith([](MachineState& machine) { machine.image.forService = Permission::Refused; });
+    EXPECT_EQ(judgement.verdict, Verdict::NotReady);
+    EXPECT_EQ(judgement.stoppedBy, "image-refused");
+}
 
 TEST(Judgement, NamesEachWriterOnce) {
     const Judgement judgement = JudgedWith([](MachineState& machine) {

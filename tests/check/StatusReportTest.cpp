@@ -52,6 +52,7 @@ Firmware image
 
 Toast controller
   registered         yes, the package's
+  class              {20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}
   program            C:\Windows\VeyraCameraDfu\VeyraCameraToastCntl.exe
   there              yes
   writable by        administrators
@@ -76,6 +77,33 @@ TEST(StatusReport, SaysLittleOfWhatIsNotThere) {
     EXPECT_TRUE(Has(text, "  installed          no\n\nUpdate mode"));
     EXPECT_TRUE(Has(text, "  registered         no\n"));
     EXPECT_TRUE(Has(text, "  of the family      none is present\n"));
+}
+
+TEST(StatusReport, SaysWhatItWasNotTold) {
+    MachineState machine = ReadyMachine();
+    machine.service.programWriters.reset();
+    machine.service.folderWriters = {"Everyone"};
+    machine.service.programExists = false;
+    machine.service.programError = 5;
+    machine.toastController.programExists = false;
+    machine.toastController.programError = 5;
+    const std::string text = TextOf(machine);
+    EXPECT_TRUE(Has(text, "  program            cannot be seen, error 5\n"));
+    EXPECT_TRUE(Has(text, "  writable by        not told: run this at an elevated prompt\n"));
+    EXPECT_TRUE(Has(text, "  folder writable by administrators, Everyone\n"));
+    EXPECT_TRUE(Has(text, "  there              cannot be seen, error 5\n"));
+    const std::string json = JsonOf(machine);
+    EXPECT_TRUE(
+        Has(json, "\"program_writers\": null,\n    \"folder_writers\": [\n      \"Everyone\"\n    ]"));
+    EXPECT_TRUE(Has(json, "\"program_exists\": false,\n    \"program_error\": 5"));
+}
+
+TEST(StatusReport, SaysWhetherAnAutomaticStartIsDelayed) {
+    MachineState machine = ReadyMachine();
+    EXPECT_TRUE(Has(JsonOf(machine), "\"start_type\": \"automatic\",\n    \"delayed_start\": false"));
+    machine.service.isDelayed = true;
+    EXPECT_TRUE(Has(TextOf(machine), "  start type         automatic, delayed\n"));
+    EXPECT_TRUE(Has(JsonOf(machine), "\"delayed_start\": true"));
 }
 
 TEST(StatusReport, SaysOfADeviceInDfuModeWhetherItOpens) {

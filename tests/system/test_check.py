@@ -28,6 +28,8 @@ _FILE_IN_PLACE = r"C:\Veyra.exe"
 _BLANKS = r"C:\Veyra Lab"
 _CLASS = r"HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
 _TOAST_PROGRAM = r"C:\windows\system32\VeyraCameraToastCntl.exe"
+_USB_DEVICES = "{a5dcbf10-6530-11d2-901f-00c04fb951ed}"
+_IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
 _NAMESAKE = "VeyraCameraDFU"
 _WINE_DIFFERENCES = CHECKOUT / "tests" / "system" / "windows_probes_under_wine.json"
 _LOCAL_SERVICE = r"NT AUTHORITY\LocalService"
@@ -141,6 +143,12 @@ def image(content: bytes | None, *, folder: bool = False) -> Callable[[Bench], N
     return prepare
 
 
+def image_of_one_user(on: Bench) -> None:
+    """As one that was moved into place: its list of who may read it came along."""
+    run_service(on)
+    on.machine.file(_IMAGE).chmod(0o600)
+
+
 def no_toast_controller(on: Bench) -> None:
     on.installation.put_toast_server(False)
     run_service(on)
@@ -161,6 +169,14 @@ def another_makers_toast_controller(on: Bench) -> None:
     on.machine.change_registry(
         {_CLASS + r"\LocalServer32": {"": registry_string(r"C:\windows\system32\services.exe")}}
     )
+    with_account(on)
+
+
+def another_makers_expandable_path(on: Bench) -> None:
+    """Its program is named as Windows' own are: by a variable of the environment."""
+    key = _CLASS + r"\LocalServer32"
+    on.machine.demand("reg", "add", key.replace("HKEY_LOCAL_MACHINE", "HKLM"), "/ve", "/t", "REG_EXPAND_SZ", "/d",
+                      r"%SystemRoot%\system32\services.exe", "/f")  # fmt: skip
     with_account(on)
 
 
@@ -250,6 +266,7 @@ STATES = {
     "image missing": State(image(None), 20, "image-missing", BY_HAND, [OLD]),
     "image empty": State(image(b""), 20, "image-too-short", BY_HAND, [OLD]),
     "image unreadable": State(image(None, folder=True), 20, "image-unreadable", BY_HAND, [OLD]),
+    "image of one user": State(image_of_one_user, 20, "image-refused", BY_HAND, [OLD]),
     "image older": State(
         image(with_version(default_image(), "5.9.0.0")), 10, "", {"camera-newer", *BY_HAND}, [OLD]
     ),
@@ -328,6 +345,8 @@ def test_describes_the_whole_machine(on: Bench) -> None:
         "program_exists": True,
         "program_version": "1.0.0.0",
         "started_instead": "",
+        "program_error": 0,
+        "delayed_start": False,
         "program_writers": [],
         "folder_writers": [],
         "start_type": "manual",
@@ -339,14 +358,23 @@ def test_describes_the_whole_machine(on: Bench) -> None:
     assert answer["image"]["sha256"] == sha256(default_image())
     assert answer["image"]["size"] == len(default_image())
     assert answer["image"]["version"] == IMAGE_VERSION
+    assert answer["image"]["for_service"] == "granted"
     controller = answer["toast_controller"]
     assert controller["program"].lower() == _TOAST_PROGRAM.lower()
+    assert controller["class_id"] == "{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
     assert (controller["registered"], controller["ours"], controller["run_as"]) == (True, True, "Interactive User")
     assert (controller["launch_permission"], controller["access_permission"]) == ("granted", "granted")
     assert len(controller["sessions"]) == 1
     (camera,) = answer["cameras"]
     assert (camera["version"], camera["standing"]) == ("5.10.2.0", "older than the image")
     assert [listing["category"] for listing in camera["listings"]] == ["sensor camera", "video camera"]
+
+
+def test_finds_the_program_of_a_toast_controller_that_is_registered_with_a_variable(on: Bench) -> None:
+    another_makers_expandable_path(on)
+    controller = check_program.run(on, "--json").json["toast_controller"]
+    assert controller["program"].lower() == r"c:\windows\system32\services.exe"
+    assert controller["program_exists"] is True
 
 
 def test_names_who_may_change_the_services_folder(on: Bench) -> None:
@@ -383,6 +411,7 @@ def test_reads_descriptors_of_a_camera_in_dfu_mode_while_the_service_is_stopped(
         (["status", "--block-size", "9"], "--block-size belongs to rehearse"),
         (["rehearse", "--block-size", "0"], "--block-size takes a number from 1 to 65535"),
         (["rehearse", r"C:\no such file.bin"], r"the image cannot be read (error 2): C:\no such file.bin"),
+        (["rehearse", rf"\\?\usb#vid_2f1a&pid_7e01#1#{_USB_DEVICES}"], r'an image is a file: "\\?\usb#vid_2f1a&pid_7e01'),
         (["rehearse", r"C:\windows"], r"the image cannot be read (error 5): C:\windows"),
     ],
 )
@@ -413,7 +442,7 @@ def registry_of(machine: Machine) -> set[str]:
     """Every value of the machine's registry that a program could have to do with."""
     values = set()
     with tempfile.TemporaryDirectory() as folder:
-        for hive in ("HKLM\\Software", "HKLM\\System\\CurrentControlSet\\Services", "HKCU"):
+        for hive in ("HKLM\\Software", "HKLM\\System\\CurrentControlSet", "HKCU"):
             exported = Path(folder) / "exported.reg"
             machine.demand("reg", "export", hive, windows_path(exported), "/y")
             key = ""
@@ -423,15 +452,24 @@ def registry_of(machine: Machine) -> set[str]:
     return values
 
 
-@pytest.mark.parametrize("command", ["status", "rehearse"])
-def test_changes_nothing(on: Bench, command: str) -> None:
+def files_of(machine: Machine) -> dict[Path, tuple[int, int]]:
+    """Every file and folder of the machine, with its size and the time of its last change."""
+    files = {}
+    for path in machine.file("C:\\").rglob("*"):
+        status = path.lstat()
+        files[path] = (status.st_size, status.st_mtime_ns)
+    return files
+
+
+@pytest.mark.parametrize(("command", "status"), [("status", 30), ("rehearse", 30), ("windows", None)])
+def test_changes_nothing(on: Bench, command: str, status: int | None) -> None:
     run_service(on)
-    files = {path for path in on.machine.file("C:\\").rglob("*")}
+    files = files_of(on.machine)
     registry = registry_of(on.machine)
     said = check_program.run(on, command, cameras=[OLD, CURRENT, IN_DFU_MODE])
-    assert said.status == 30
+    assert status is None or said.status == status
     check_only_reads(said)
-    assert {path for path in on.machine.file("C:\\").rglob("*")} == files
+    assert files_of(on.machine) == files
     assert registry_of(on.machine) == registry
     assert on.machine.service_state(SERVICE) == "RUNNING"
 
@@ -536,6 +574,14 @@ def test_asks_a_camera_that_is_there(on: Bench) -> None:
     assert probes["media-before-start"]["outcome"] == "as expected"
     assert len(on.peer.breaches()) == 1
     check_only_reads(said)
+
+
+def test_asks_about_the_links_of_several_cameras(on: Bench) -> None:
+    probe = probes_of(check_program.run(on, "windows", "--json", cameras=[OLD, CURRENT]))["camera-links"]
+    assert (probe["outcome"], probe["seen"]) == (
+        "as expected",
+        r"sensor camera ...\global and video camera ...\global",
+    )
 
 
 def unpacked(cabinet: Path, folder: Path) -> dict[str, str]:
@@ -655,6 +701,22 @@ def test_refuses_to_collect_and_leaves_nothing(on: Bench, words: list[str], beca
     check_refusal((said.status, "", said.text), because)
     assert said.events == []
     assert {path for path in on.machine.file("C:\\").rglob("*")} == files
+
+
+def test_collects_one_at_a_time(on: Bench, tmp_path: Path) -> None:
+    """The second would end the first one's trace session."""
+    on.peer.set_stage({"trace": None, "cameras": []})
+    since = on.peer.mark()
+    first = [check_program.PROGRAM, "collect", windows_path(tmp_path / "first.cab"), "--seconds", "6"]
+    with ThreadPoolExecutor() as beside:
+        collecting = beside.submit(on.machine.run, *first)
+        on.peer.follow(
+            lambda event: event["event"] == "trace-session", "the first one's session", since=since, quiet=20
+        )
+        second = on.machine.run(check_program.PROGRAM, "collect", windows_path(tmp_path / "second.cab"), "--seconds", "1")
+        assert collecting.result(timeout=60).status == 0
+    check_refusal((second.status, "", second.text), "another collect is at work", status=3)
+    assert [path.name for path in tmp_path.iterdir()] == ["first.cab"]
 
 
 def test_does_not_write_over_a_file(on: Bench, tmp_path: Path) -> None:
