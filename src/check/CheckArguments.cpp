@@ -26,6 +26,35 @@ const CommandWord* CommandOf(std::string_view word) {
     return found == kCommands.end() ? nullptr : found;
 }
 
+char Lower(char character) {
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+// Whether a name goes past files: to a device or a pipe, which a camera's link is, too.
+bool IsOfDevice(std::string_view word) {
+    std::string name(word);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char character) { return character == '/' ? '\\' : Lower(character); });
+    if (name.starts_with("\\\\.\\") || name.starts_with("\\??\\")) {
+        return true;
+    }
+    constexpr std::string_view kLong = "\\\\?\\";
+    if (!name.starts_with(kLong)) {
+        return false;
+    }
+    const std::string_view rest = std::string_view(name).substr(kLong.size());
+    const bool isOfDrive =
+        rest.size() > 2 && rest[0] >= 'a' && rest[0] <= 'z' && rest[1] == ':' && rest[2] == '\\';
+    return !isOfDrive && !rest.starts_with("unc\\");
+}
+
+bool EndsInCab(std::string_view word) {
+    constexpr std::string_view kEnd = ".cab";
+    return word.size() >= kEnd.size() &&
+           std::equal(kEnd.begin(), kEnd.end(), word.end() - static_cast<std::ptrdiff_t>(kEnd.size()),
+                      [](char left, char right) { return left == Lower(right); });
+}
+
 // Whatever stands there, in one line of the screen.
 std::string Quoted(std::string_view word) {
     std::string quoted = "\"";
@@ -98,9 +127,12 @@ class Reader {
             arguments_.command = command->command;
             hasCommand_ = true;
         } else if (arguments_.command == Command::Rehearse && !arguments_.image && !word.empty()) {
+            if (IsOfDevice(word)) {
+                throw UsageError("an image is a file: " + Quoted(word));
+            }
             arguments_.image = word;
         } else if (arguments_.command == Command::Collect && arguments_.cabinet.empty()) {
-            if (!word.ends_with(".cab")) {
+            if (IsOfDevice(word) || !EndsInCab(word)) {
                 throw UsageError("the file to make ends in .cab: " + Quoted(word));
             }
             arguments_.cabinet = word;
@@ -146,7 +178,7 @@ rehearse  what the service would do now, camera by camera and step by step, and
           IMAGE in its place
 windows   what this Windows does where docs/windows.md expects something of it;
           what cannot be asked without changing something is said
-collect   what a complaint should come with, in one cabinet file: the service's
+collect   gathers what to send with a complaint in one cabinet file: the service's
           trace while you plug the camera in (elevated), for N seconds or until
           Enter; event log records, status, versions, device setup. No personal
           data; contents.txt in it says what is inside
@@ -156,8 +188,8 @@ collect   what a complaint should come with, in one cabinet file: the service's
 --json    for programs
 --version this program's version
 
-It changes nothing. A camera is sent the command that reads its version, and
-nothing else.
+status, rehearse and windows change nothing. A camera is sent the command that
+reads its version, and nothing else.
 
 exit codes: 0 up to date, or no camera is present
             2 wrong usage

@@ -14,7 +14,6 @@
 #include "check/TraceSession.h"
 #include "check/Utf8.h"
 #include "check/VersionList.h"
-#include "check/WaitForEnd.h"
 #include "check/Words.h"
 #include "win32/BinaryFile.h"
 #include "win32/UniqueHandle.h"
@@ -25,6 +24,7 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 namespace check {
@@ -33,6 +33,8 @@ namespace {
 constexpr wchar_t kTraceFile[] = L"trace.etl";
 constexpr const char* kCabinet = "bundle.cab";
 constexpr DWORD kPathCapacity = 520;
+// Each ends a session that it finds, as one that was killed has left it: so there is one at a time.
+constexpr wchar_t kOneAtATime[] = L"Global\\VeyraCameraDfuCheck collect";
 
 // Nobody but its maker, the administrators and Windows gets at it: it may be made by an administrator in a
 // folder in which everybody makes files.
@@ -88,19 +90,31 @@ std::wstring OwnFolder() {
     return Wide(FolderOf(Utf8(path.data())));
 }
 
+// The paths of the files of a folder that a pattern fits.
+std::vector<std::wstring> FilesIn(const std::wstring& folder, const wchar_t* pattern) {
+    std::vector<std::wstring> paths;
+    WIN32_FIND_DATAW found{};
+    const std::wstring beginning = folder + L"\\";
+    const HANDLE search = FindFirstFileW((beginning + pattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) {
+        return paths;
+    }
+    do {
+        if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+            paths.push_back(beginning + found.cFileName);
+        }
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return paths;
+}
+
 // Those of the package, which lie beside the program.
 TraceFormats ReadFormats() {
     TraceFormats formats;
-    const std::wstring folder = OwnFolder() + L"\\trace\\";
-    WIN32_FIND_DATAW found{};
-    const HANDLE search = FindFirstFileW((folder + L"*.tmf").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) {
-        return formats;
+    const std::wstring folder = OwnFolder() + L"\\trace";
+    for (const std::wstring& path : FilesIn(folder, L"*.tmf")) {
+        formats.Read(ContentOf(path));
     }
-    do {
-        formats.Read(ContentOf(folder + found.cFileName));
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
     return formats;
 }
 
@@ -118,6 +132,11 @@ Collection::Collection(std::string cabinet) : cabinet_(std::move(cabinet)) {
         throw UsageError("the file cannot be written (" + Code(GetLastError()) + "): " + cabinet_);
     }
     CloseHandle(opened);
+    onlyOne_.Reset(CreateMutexW(nullptr, FALSE, kOneAtATime));
+    const DWORD mutexError = GetLastError();
+    if (!onlyOne_ || mutexError == ERROR_ALREADY_EXISTS) {
+        throw std::runtime_error("another collect is at work (" + Code(mutexError) + ")");
+    }
     folder_ = MakeFolder();
     if (folder_.empty()) {
         throw UsageError("there is no folder for temporary files (" + Code(GetLastError()) + ")");
@@ -125,27 +144,32 @@ Collection::Collection(std::string cabinet) : cabinet_(std::move(cabinet)) {
 }
 
 Collection::~Collection() {
-    for (const CabinetEntry& entry : entries_) {
-        DeleteFileW(Wide(entry.path).c_str());
+    for (const std::wstring& path : FilesIn(folder_, L"*")) {
+        if (!keepsCabinet_ || path != PathOf(kCabinet)) {
+            DeleteFileW(path.c_str());
+        }
     }
-    DeleteFileW(PathOf("trace.etl").c_str());
-    DeleteFileW(PathOf(kCabinet).c_str());
     RemoveDirectoryW(folder_.c_str());
 }
 
 std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_view programVersion) {
-    RecordTrace(seconds);
+    if (!RecordTrace(seconds)) {
+        return "the console was closed";
+    }
     const MachineState machine = WithoutPersons(QueryMachine());
     Add("status.json", StatusJson(machine, Judge(machine), programVersion),
-        "what \"status --json\" says; accounts of persons are \"another account\"");
+        R"(what "status --json" says; accounts of persons are "another account")");
     Add("versions.txt", ListVersions(machine, programVersion), "versions of Windows, programs and drivers");
     DWORD error = ERROR_SUCCESS;
     const std::string records = ReadEventRecords(error);
     if (error != ERROR_SUCCESS) {
-        LeaveOut("events.xml", "not all event logs could be read (" + Code(error) + ")");
+        LeaveOut("events.xml", std::string(records.empty() ? "no event log" : "not every event log") +
+                                   " could be read to its end (" + Code(error) + ")");
     }
-    Add("events.xml", records,
-        "event log records of service and toast controller, without computer and user");
+    if (!records.empty()) {
+        Add("events.xml", records,
+            "event log records of service and toast controller, without computer and user");
+    }
     std::array<wchar_t, kPathCapacity> windows{};
     GetSystemWindowsDirectoryW(windows.data(), kPathCapacity);
     const std::wstring log = std::wstring(windows.data()) + L"\\INF\\setupapi.dev.log";
@@ -158,18 +182,20 @@ std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_v
     const std::string list = contents_ + "contents.txt  this list\n";
     Add("contents.txt", "VeyraCameraDfuCheck " + std::string(programVersion) + "\n\n" + list, "this list");
 
-    const std::string failure = WriteCabinet(entries_, Utf8(folder_), kCabinet);
+    std::string failure = WriteCabinet(entries_, Utf8(folder_), kCabinet);
     if (!failure.empty()) {
         return failure;
     }
     if (!CopyFileW(PathOf(kCabinet).c_str(), Wide(cabinet_).c_str(), TRUE)) {
-        return "the cabinet could not be put in place (" + Code(GetLastError()) + "): " + cabinet_;
+        const std::string why = Code(GetLastError());
+        keepsCabinet_ = true;
+        return "the cabinet could not be put in place (" + why + "); it is " + Utf8(PathOf(kCabinet));
     }
     WriteOutput("\n" + cabinet_ + " holds:\n" + list);
     return {};
 }
 
-void Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
+bool Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
     const TraceFormats formats = ReadFormats();
     std::mutex lock;
     std::string text;
@@ -184,11 +210,11 @@ void Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
         WriteOutput("The trace is not recorded (" + Code(error) +
                     "): run this at an elevated prompt for it.\n");
         LeaveOut("trace.txt, trace.etl", "the trace was not recorded (" + Code(error) + ")");
-        return;
+        return true;
     }
     WriteOutput(seconds ? "Recording for " + std::to_string(*seconds) + " s: plug the camera in now.\n"
                         : "Recording: plug the camera in now, and press Enter when it is over.\n");
-    WaitForEnd(seconds);
+    const bool isWanted = consoleEnd_.Wait(seconds);
     session.Stop();
     const std::scoped_lock guard(lock);
     Add("trace.txt", text,
@@ -199,6 +225,7 @@ void Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
         entries_.push_back({"trace.etl", Utf8(PathOf("trace.etl"))});
         contents_ += "trace.etl     the same as Windows recorded it, for tracefmt\n";
     }
+    return isWanted;
 }
 
 void Collection::Add(const std::string& name, const std::string& content, const std::string& about) {

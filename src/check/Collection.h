@@ -1,7 +1,9 @@
 #pragma once
 
 #include "check/CabinetWriter.h"
+#include "check/ConsoleEnd.h"
 #include "check/TraceFormats.h"
+#include "win32/UniqueHandle.h"
 
 #include <windows.h>
 
@@ -19,7 +21,7 @@ namespace check {
 class Collection {
   public:
     // `cabinet` is the file to make, UTF-8. Throws UsageError when there is one already, or no such folder,
-    // or nothing can be written there.
+    // or nothing can be written there; std::runtime_error when another collection is at work on this machine.
     explicit Collection(std::string cabinet);
     ~Collection();
 
@@ -28,19 +30,24 @@ class Collection {
 
     // Records for so many seconds, or until Enter, the end of the input or Ctrl+C; tells each message on
     // standard output as it comes. Then collects the rest and writes the cabinet. What could not be had is
-    // said in the cabinet's own list of contents, and is no failure. An empty text, or what failed.
+    // said in the cabinet's own list of contents, and is no failure. An empty text, or what failed: the
+    // closing of the console, too, after which Windows leaves no time for more than tidying up.
     [[nodiscard]] std::string Make(std::optional<std::uint32_t> seconds, std::string_view programVersion);
 
   private:
-    void RecordTrace(std::optional<std::uint32_t> seconds);
+    // False when the console was closed.
+    [[nodiscard]] bool RecordTrace(std::optional<std::uint32_t> seconds);
     void Add(const std::string& name, const std::string& content, const std::string& about);
     void LeaveOut(const std::string& name, const std::string& why);
     [[nodiscard]] std::wstring PathOf(const std::string& name) const;
 
+    ConsoleEnd consoleEnd_;  // before whatever has to be tidied up
     std::string cabinet_;
+    win32::UniqueKernelHandle onlyOne_;
     std::wstring folder_;
     std::vector<CabinetEntry> entries_;
     std::string contents_;
+    bool keepsCabinet_ = false;  // it could not be put where it was wanted
 };
 
 }  // namespace check

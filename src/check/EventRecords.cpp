@@ -6,7 +6,6 @@
 
 #include <winevt.h>
 
-#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -60,7 +59,8 @@ bool IsOurs(const std::string& xml) {
            xml.find("20C4BEF7-CA2C-40F7-9B2A-33378E54E68C") != std::string::npos;
 }
 
-DWORD ReadLog(const LogQuery& query, std::string& records) {
+// Adds what the log has to `records`; why that is not all of it.
+DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& records) {
     const UniqueEventHandle found(
         EvtQuery(nullptr, query.log, query.query, EvtQueryChannelPath | EvtQueryReverseDirection));
     if (!found) {
@@ -70,28 +70,40 @@ DWORD ReadLog(const LogQuery& query, std::string& records) {
     int count = 0;
     EVT_HANDLE next = nullptr;
     DWORD got = 0;
-    while (count < kMostRecords && EvtNext(found.Get(), 1, &next, kPatienceMs, 0, &got) && got == 1) {
+    while (count < kMostRecords) {
+        if (!EvtNext(found.Get(), 1, &next, kPatienceMs, 0, &got) || got != 1) {
+            const DWORD end = GetLastError();
+            return end == ERROR_NO_MORE_ITEMS ? error : end;
+        }
         const UniqueEventHandle event(next);
         const std::string xml = XmlOf(event.Get(), error);
         if (IsOurs(xml)) {
-            records += EventWithoutPersons(xml) + "\n";
+            records += WithoutWord(EventWithoutPersons(xml), computer) + "\n";
             ++count;
         }
     }
     return error;
 }
 
+std::string ComputerName() {
+    std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> name{};
+    auto length = static_cast<DWORD>(name.size());
+    return GetComputerNameW(name.data(), &length) ? Utf8({name.data(), length}) : std::string();
+}
+
 }  // namespace
 
 std::string ReadEventRecords(DWORD& error) {
     error = ERROR_SUCCESS;
-    std::string records = "<Events>\n";
+    const std::string computer = ComputerName();
+    std::string records;
+    std::size_t complete = 0;
     for (const LogQuery& query : kQueries) {
-        if (const DWORD failed = ReadLog(query, records); failed != ERROR_SUCCESS) {
-            error = failed;
-        }
+        const DWORD failed = ReadLog(query, computer, records);
+        complete += failed == ERROR_SUCCESS ? 1 : 0;
+        error = failed == ERROR_SUCCESS ? error : failed;
     }
-    return records + "</Events>\n";
+    return records.empty() && complete == 0 ? std::string() : "<Events>\n" + records + "</Events>\n";
 }
 
 }  // namespace check

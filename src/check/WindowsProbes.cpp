@@ -12,6 +12,7 @@
 
 #include <objbase.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -104,14 +105,14 @@ Probe AskLinks(const std::vector<ComPtr<IMFActivate>>& sources) {
     std::vector<std::string> kinds;
     for (const ComPtr<IMFActivate>& source : sources) {
         const std::string link = LinkOf(*source.Get());
-        if (EqualsIgnoringCase(std::string_view(link).substr(0, 8), "\\\\?\\usb#")) {
+        if (EqualsIgnoringCase(std::string_view(link).substr(0, 8), R"(\\?\usb#)")) {
             std::string kind(CategoryOfLink(link));
             kind += link.ends_with("\\global") ? " ...\\global" : " without \\global";
-            if (kinds.empty() || kinds.back() != kind) {
-                kinds.push_back(kind);
-            }
+            kinds.push_back(kind);
         }
     }
+    std::sort(kinds.begin(), kinds.end());
+    kinds.erase(std::unique(kinds.begin(), kinds.end()), kinds.end());
     if (kinds.empty()) {
         return NotAsked(8, "camera-links", kQuestion, "no USB camera is present");
     }
@@ -162,10 +163,15 @@ Probe AskWindowsDirectory() {
 Probe AskSmartAppControl() {
     const auto state = RegistryReader::Read(L"SYSTEM\\CurrentControlSet\\Control\\CI\\Policy",
                                             L"VerifiedAndReputablePolicyState");
+    constexpr const char* kQuestion = "Smart App Control, which blocks programs that are not signed";
+    if (state.error != ERROR_SUCCESS && state.error != ERROR_FILE_NOT_FOUND) {
+        return NotAsked(16, "smart-app-control", kQuestion,
+                        "its state cannot be read (" + Code(static_cast<std::uint32_t>(state.error)) + ")");
+    }
     constexpr std::array<const char*, 3> kStates{"off", "on", "evaluating"};
     const DWORD number = state.Number();
-    return Asked(16, "smart-app-control", "Smart App Control, which blocks programs that are not signed",
-                 "off", number < kStates.size() ? kStates[number] : "state " + std::to_string(number));
+    return Asked(16, "smart-app-control", kQuestion, "off",
+                 number < kStates.size() ? kStates[number] : "state " + std::to_string(number));
 }
 
 // What Windows remembers of devices' answers to the request for the Microsoft OS descriptor.
@@ -179,10 +185,9 @@ Probe AskOsDescriptors() {
             seen += (seen.empty() ? "" : ", ") + text;
         }
     }
-    if (seen.empty()) {
-        return NotAsked(18, "os-descriptors", kQuestion, "no camera in DFU mode was ever plugged in here");
-    }
-    return Asked(18, "os-descriptors", kQuestion, seen, seen);
+    return NotAsked(18, "os-descriptors", kQuestion,
+                    seen.empty() ? "no camera in DFU mode was ever plugged in here"
+                                 : "which answer is right, the camera alone knows; there is one of " + seen);
 }
 
 }  // namespace

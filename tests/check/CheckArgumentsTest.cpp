@@ -58,6 +58,19 @@ TEST(CheckArguments, ARehearsalMayHaveAnImageAndABlockSize) {
     EXPECT_EQ(Refusal({"rehearse", ""}), "one word too many: \"\"");
 }
 
+// A camera in DFU mode would be opened by its link.
+TEST(CheckArguments, ADeviceIsNoImage) {
+    for (const char* name :
+         {"\\\\?\\usb#vid_2f1a&pid_7e01#1#{a5dcbf10-6530-11d2-901f-00c04fb951ed}", "\\\\.\\pipe\\x",
+          "//./C:", "\\\\?\\GLOBALROOT\\Device\\x", "\\??\\C:\\x", "\\\\?\\"}) {
+        EXPECT_EQ(Refusal({"rehearse", name}), "an image is a file: \"" + std::string(name) + "\"");
+    }
+    for (const char* name :
+         {"\\\\?\\C:\\new.bin", "\\\\?\\UNC\\server\\share\\new.bin", "\\\\server\\share\\x"}) {
+        EXPECT_EQ(ReadArguments({"rehearse", name}).image, name);
+    }
+}
+
 TEST(CheckArguments, ABlockHasOneTo65535Bytes) {
     EXPECT_EQ(ReadArguments({"rehearse", "--block-size", "65535"}).blockSize, 65535U);
     for (const char* size : {"0", "65536", "-1", "1k", "", "99999999999"}) {
@@ -72,6 +85,7 @@ TEST(CheckArguments, ACollectionHasAFileAndPerhapsATime) {
     const CheckArguments arguments = ReadArguments({"collect", "a.cab", "--seconds", "60"});
     EXPECT_EQ(arguments.command, Command::Collect);
     EXPECT_EQ(arguments.cabinet, "a.cab");
+    EXPECT_EQ(ReadArguments({"collect", "A.Cab"}).cabinet, "A.Cab");
     EXPECT_EQ(arguments.seconds, 60U);
     EXPECT_FALSE(ReadArguments({"collect", "a.cab"}).seconds.has_value());
     EXPECT_EQ(Refusal({"collect"}), "collect takes the name of the file to make, which ends in .cab");
