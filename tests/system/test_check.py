@@ -578,6 +578,7 @@ def test_asks_a_camera_that_is_there(on: Bench) -> None:
 
 def test_asks_about_the_links_of_several_cameras(on: Bench) -> None:
     probe = probes_of(check_program.run(on, "windows", "--json", cameras=[OLD, CURRENT]))["camera-links"]
+    assert len(on.peer.breaches()) == 1
     assert (probe["outcome"], probe["seen"]) == (
         "as expected",
         r"sensor camera ...\global and video camera ...\global",
