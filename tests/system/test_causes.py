@@ -243,6 +243,31 @@ def test_reads_what_event_viewer_and_wevtutil_export() -> None:
     assert records(two[:-20]) == expected[:1]
 
 
+@pytest.mark.parametrize("with_places", [True, False])
+def test_reads_several_logs_of_one_file_each_in_its_own_order(with_places: bool) -> None:
+    """As a bundle has them: of each log the newest first."""
+
+    def one(number: int, second: int, place: int, channel: str) -> str:
+        content = _XML.replace("</System>", f"<Channel>{channel}</Channel></System>").format(number=number, second=second)
+        count = f"<EventRecordID>{place}</EventRecordID><Channel>"
+        return content.replace("<Channel>", count) if with_places else content
+
+    application = one(22, 2, 12, "Application") + one(10, 1, 11, "Application")
+    system = one(7036, 3, 5, "System")
+    assert [number for _, number, _ in records(f"<Events>{application}{system}</Events>")] == [10, 22, 7036]
+    if with_places:
+        # In one tick of the clock.
+        application = one(22, 1, 12, "Application") + one(10, 1, 11, "Application")
+        assert [number for _, number, _ in records(application)] == [10, 22]
+
+
+@pytest.mark.parametrize("place", ["", "x", "9" * 5000, "-1", "\N{SUPERSCRIPT TWO}"])
+def test_reads_a_log_whose_count_is_none(place: str) -> None:
+    two = _XML.format(number=22, second=2) + _XML.format(number=10, second=1)
+    wrong = two.replace("</System>", f"<EventRecordID>{place}</EventRecordID></System>")
+    assert [number for _, number, _ in records(wrong)] == [10, 22]
+
+
 def test_reads_events_as_text_in_two_languages() -> None:
     english = """Event[0]:
   Log Name: Application

@@ -42,31 +42,40 @@ def read_records(sent: SentText) -> list[Record]:
     """The records of an export, oldest first; none of a text that is no export."""
     head = sent.text[:65_536]
     if "<Event" in head and "http://schemas.microsoft.com/win/2004/08/events" in head:
-        found = _from_xml(sent.text)
-    elif _TEXT_HEAD.search(head):
-        found = _from_text(sent.text)
-    else:
-        found = _from_csv(sent)
-    return found if _is_rising(found) else found[::-1]
+        return _from_xml(sent.text)
+    if _TEXT_HEAD.search(head):
+        return _oldest_first(_from_text(sent.text))
+    return _oldest_first(_from_csv(sent))
 
 
 def _from_xml(text: str) -> list[Record]:
     """Each event is read for itself: an export has no root, and one that is cut off or broken loses its last event
-    alone."""
-    found = []
+    alone. A file may hold several logs, one behind the other."""
+    logs: dict[str, list[tuple[int, Record]]] = {}
+    count = 0
     for content in _elements(text):
         # Nothing of Windows' declares entities.
         if len(content) > _LONGEST_RECORD or "<!" in content.replace("<![CDATA[", ""):
             continue
         try:
-            record = _record(ElementTree.fromstring(content))
+            event = ElementTree.fromstring(content)
+            record = _record(event)
         except (ElementTree.ParseError, ValueError):
             continue
         if record is not None:
-            found.append(record)
-        if len(found) == MOST_RECORDS:
+            logs.setdefault(_text(event, "Channel"), []).append((_place(event), record))
+            count += 1
+        if count == MOST_RECORDS:
             break
-    return found
+    return [record for log in logs.values() for record in _log_in_order(log)]
+
+
+def _log_in_order(log: list[tuple[int, Record]]) -> list[Record]:
+    """By the log's own count. Where somebody has left it out, by the times."""
+    if all(place for place, _ in log):
+        log = sorted(log, key=lambda each: each[0])
+        return [record for _, record in log]
+    return _oldest_first([record for _, record in log])
 
 
 def _elements(text: str) -> Iterator[str]:
@@ -81,17 +90,29 @@ def _elements(text: str) -> Iterator[str]:
         yield text[max(begin.start(), text.rfind("<Event ", begin.start(), end)) : position]
 
 
-def _record(event: ElementTree.Element) -> Record | None:
-    def first(name: str) -> ElementTree.Element | None:
-        return next((each for each in event.iter() if each.tag.rpartition("}")[2] == name), None)
+def _first(event: ElementTree.Element, name: str) -> ElementTree.Element | None:
+    return next((each for each in event.iter() if each.tag.rpartition("}")[2] == name), None)
 
-    provider, number, created = first("Provider"), first("EventID"), first("TimeCreated")
-    if provider is None or number is None or not (number.text or "").strip().isdecimal():
+
+def _text(event: ElementTree.Element, name: str) -> str:
+    element = _first(event, name)
+    return (element.text or "").strip() if element is not None else ""
+
+
+def _place(event: ElementTree.Element) -> int:
+    """Where it stands in its log, from 1; 0 when it does not say so."""
+    count = _text(event, "EventRecordID")
+    return int(count) if count.isascii() and count.isdecimal() and len(count) < 20 else 0
+
+
+def _record(event: ElementTree.Element) -> Record | None:
+    provider, number, created = _first(event, "Provider"), _text(event, "EventID"), _first(event, "TimeCreated")
+    if provider is None or not number.isdecimal():
         return None
     name = provider.get("Name") or provider.get("EventSourceName") or ""
     data = [(each.text or "").strip() for each in event.iter() if each.tag.rpartition("}")[2] == "Data"]
     time = created.get("SystemTime", "") if created is not None else ""
-    return Record(name, int(number.text or "0") & 0xFFFF, tuple(data[:16]), time)
+    return Record(name, int(number) & 0xFFFF, tuple(data[:16]), time)
 
 
 def _from_text(text: str) -> list[Record]:
@@ -158,6 +179,10 @@ def _worded(source: str, number: int, description: str, time: str) -> Record:
         pattern = _VERSION if number in _ASKED else _NUMBER
         return Record(source, number, tuple(pattern.findall(description)[:4]), time)
     return Record(source, number, (" ".join(description.split())[:1000],), time)
+
+
+def _oldest_first(records: list[Record]) -> list[Record]:
+    return records if _is_rising(records) else records[::-1]
 
 
 def _is_rising(records: list[Record]) -> bool:
