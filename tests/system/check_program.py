@@ -1,21 +1,17 @@
 """The companion program in the machine: put beside the service, run, and what it says."""
 
 import json
-import shutil
 from collections.abc import Iterator
-from contextlib import contextmanager
+from contextlib import AbstractContextManager, contextmanager
 from dataclasses import dataclass
 from typing import Any
 
 from support import BUILD, Bench
-from veyra_lab.windows.installation import APP_DEFAULTS_KEY, FOLDER
-from veyra_lab.windows.machine import registry_string
+from veyra_lab.windows.companion import PROGRAM, companion_in, give_rig, take_rig
+from veyra_lab.windows.programs import COMPANION, Programs
 from veyra_lab.wire.events import RIG, Event
 
-NAME = "VeyraCameraDfuCheck"
-BUILT = BUILD / f"{NAME}.exe"
-PROGRAM = rf"{FOLDER}\{NAME}.exe"
-_OVERRIDES = rf"{APP_DEFAULTS_KEY}\{NAME}.exe"
+BUILT = Programs.of(BUILD).companion
 # What the program may do to a camera: the command that reads its version, and descriptors.
 READ_VERSION = 0x10
 _TOUCHING = {
@@ -61,25 +57,19 @@ class Said:
         ]
 
 
-@contextmanager
-def installed(bench: Bench) -> Iterator[None]:
+def installed(bench: Bench) -> AbstractContextManager[None]:
     """It lies beside the service, with the rig for both."""
-    shutil.copyfile(BUILT, bench.machine.file(PROGRAM))
-    bench.machine.change_registry({rf"{_OVERRIDES}\DllOverrides": {"winusb": registry_string("native")}})
-    try:
-        yield
-    finally:
-        bench.machine.change_registry({}, removed=[_OVERRIDES])
+    return companion_in(bench.machine, BUILT)
 
 
 @contextmanager
 def without_rig(bench: Bench) -> Iterator[None]:
     """It has Wine's own winusb.dll, and whatever else is Wine's."""
-    bench.machine.change_registry({}, removed=[_OVERRIDES])
+    take_rig(bench.machine)
     try:
         yield
     finally:
-        bench.machine.change_registry({rf"{_OVERRIDES}\DllOverrides": {"winusb": registry_string("native")}})
+        give_rig(bench.machine)
 
 
 def run(bench: Bench, *arguments: str, cameras: list[dict[str, Any]] | None = None, **stage: Any) -> Said:
@@ -91,7 +81,7 @@ def run(bench: Bench, *arguments: str, cameras: list[dict[str, Any]] | None = No
     processes = {
         event["pid"]
         for event in bench.peer.events_since(since)
-        if event["event"] == "hello" and event["source"] == RIG and NAME in event["command_line"]
+        if event["event"] == "hello" and event["source"] == RIG and COMPANION in event["command_line"]
     }
     for process in processes:
         bench.peer.follow(

@@ -13,7 +13,7 @@ from veyra_lab import __main__ as lab
 from veyra_lab.causes import answer as answers
 from veyra_lab.causes.answer import answer
 from veyra_lab.causes.event_log import Record, read_records
-from veyra_lab.causes.measure import Table, measured
+from veyra_lab.causes.measure import Measured, Table, measured
 from veyra_lab.causes.rows import rows
 from veyra_lab.causes.sent import Sent, read_sent
 from veyra_lab.causes.stand_in import event_log_records, event_log_xml, trace_text
@@ -453,6 +453,11 @@ def test_refuses_what_is_not_there(run: Run, tmp_path: Path) -> None:
     check_refusal(run(lab.main, "causes", str(tmp_path / "some.jsonl")), "no scenario is in it")
     (tmp_path / "some.jsonl").write_text("hello\n")
     check_refusal(run(lab.main, "causes", str(tmp_path / "some.jsonl")), "scripts/lab causes")
+    # Without the programs there is no bundle.
+    bundles = tmp_path / "bundles"
+    said = run(lab.main, "causes", str(tmp_path / "x.jsonl"), "--bundles", str(bundles), "--programs", str(tmp_path))
+    check_refusal(said, "is missing: scripts/setup build", 1)
+    assert not bundles.exists()
 
 
 # What the laboratory stands in with.
@@ -529,3 +534,21 @@ def test_measures_a_scenario() -> None:
     lines = Table([one]).lines()
     assert lines[0] == "0 of 1 scenarios right: 0.0 %."
     assert lines[-1] == "| one | `mode` | `no-media` |"
+
+
+def test_tells_which_bundles_tell_something_else() -> None:
+    def told(name: str, *trace: str) -> Measured:
+        return Measured(name, ("mode",), answer(sent([*_START, *trace], [])), " ".join(trace))
+
+    mode, media = ["base 13", "base 12"], _PLUG
+    same = replace(told("same", *mode), bundle=told("same", *mode))
+    other = replace(told("other", *mode), bundle=told("other", *media))
+    less = replace(told("less", *mode), bundle=replace(told("less", *mode), data="base 13"))
+    empty = replace(told("empty", *mode), bundle=Measured("empty", ("mode",), None, ""))
+    assert [each.is_told_by_its_bundle for each in (same, other, less, empty)] == [True, False, False, False]
+    assert Table([same, other, less, empty]).lines_of_bundles(61.4) == [
+        "4 bundles: 1 tell what trace and event log told, 2 are right; 61 s.",
+        "other: its bundle tells `no-media`, trace and event log `mode`",
+        "less: its bundle tells `mode`, trace and event log `mode`",
+        "empty: its bundle tells –, trace and event log `mode`",
+    ]

@@ -23,7 +23,7 @@ _BELOW: dict[str, set[str]] = {
     "again": {"wire"},
     "runner": {"wire", "windows", "terminal", "again", "scenarios", "judgement", "guest", "buses", "causes"},
     "traits": {"wire", "windows", "terminal", "again", "scenarios", "judgement", "runner"},
-    "causes": {"wire", "scenarios", "terminal"},
+    "causes": {"wire", "windows", "scenarios", "terminal"},
     "report": {"terminal", "causes"},
     "guest": {"wire", "terminal"},
     "buses": {"wire", "windows", "scenarios", "guest"},

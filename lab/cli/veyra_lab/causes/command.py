@@ -2,27 +2,38 @@
 
 import argparse
 import json
-from collections.abc import Iterator
+import time
+from collections.abc import Callable, Iterator, Sequence
+from contextlib import ExitStack
 from pathlib import Path
 from typing import Any
 
 from ..scenarios.files import read_folder
 from ..scenarios.schema import SCENARIOS
-from ..terminal.parser import give_up
+from ..terminal.parser import add_places, give_up
 from ..terminal.screen import Screen
+from ..windows.machine import Machine, MachineError
+from ..windows.programs import COMPANION, PRESET, Programs
+from ..windows.sole_use import sole_use
+from ..wire.events import PeerError
+from .bundles import collector
 from .measure import Event, Measured, Table, measured
 
 _DESCRIPTION = """\
 Measures the answers of scripts/lab report on what a user could send of each fault scenario: trace and event log, made
 of the transcripts of scripts/lab run. Writes the tables of docs/causes.md. A scenario that stands in several
-transcripts counts once."""
+transcripts counts once.
+
+With --bundles the companion collects a bundle of each, in a Windows machine of the laboratory's: the rig tells it again
+what the service traced, and the answer to the bundle has to be the same."""
 _CLOSING = """\
 Example:
   scripts/lab run --all --keep-going --fresh --transcript all.jsonl
   scripts/lab causes all.jsonl
+  scripts/lab causes all.jsonl --bundles bundles
 
-Exit status: 0 when at least 95 % are right, 1 when fewer are, 2 when a transcript holds no scenario or cannot be
-read."""
+Exit status: 0 when at least 95 % are right and each bundle tells the same, 1 when not, 2 when a transcript holds no
+scenario or cannot be read."""
 _ENOUGH = 0.95
 
 
@@ -42,6 +53,10 @@ def register(subparsers: Any) -> None:
         default="all",
         help="the files of lab/scenarios/held-back.txt alone, or all but these (default: %(default)s)",
     )
+    parser.add_argument(
+        "--bundles", type=Path, metavar="FOLDER", help="have a bundle of each collected, and keep them there"
+    )
+    add_places(parser)
     parser.set_defaults(run=_run)
 
 
@@ -53,20 +68,44 @@ def _run(options: argparse.Namespace) -> int:
         if options.part == "all" or (variant.name.partition("/")[0] in held_back) == (options.part == "held-back")
     }
     results: dict[str, Measured] = {}
+    began = time.monotonic()
     try:
-        for path in options.transcripts:
-            for result in measured(_events(path), wanted):
-                results[result.name] = result
-    except (OSError, ValueError, LookupError) as error:
-        return give_up("scripts/lab causes", error, 2)
+        with ExitStack() as stack:
+            collect = _collecting(options, stack) if options.bundles else None
+            for path in options.transcripts:
+                for result in measured(_events(path), wanted, collect):
+                    results[result.name] = result
+    except (OSError, ValueError, LookupError, MachineError, PeerError) as error:
+        return give_up("scripts/lab causes", error, 1 if isinstance(error, MachineError | PeerError) else 2)
     if not results:
         why = NothingMeasured("no scenario is in it; scripts/lab run --transcript makes one")
         return give_up("scripts/lab causes", why, 2)
     screen = Screen()
-    for line in Table([results[name] for name in wanted if name in results]).lines():
+    table = Table([results[name] for name in wanted if name in results])
+    for line in [*table.lines(), *(["", *table.lines_of_bundles(time.monotonic() - began)] if options.bundles else [])]:
         screen.line(line)
     right = sum(result.is_right for result in results.values())
-    return 0 if right >= _ENOUGH * len(results) else 1
+    same = not options.bundles or all(result.is_told_by_its_bundle for result in results.values())
+    return 0 if right >= _ENOUGH * len(results) and same else 1
+
+
+def _collecting(options: argparse.Namespace, stack: ExitStack) -> Callable[[str, Sequence[Event]], Path]:
+    """What has a bundle collected, in a machine that is booted until the stack is closed."""
+    programs = Programs.of(options.programs)
+    for path in (programs.service, programs.rig, programs.toast_server, programs.companion):
+        if not path.is_file():
+            raise MachineError(f"{path} is missing: scripts/setup build {PRESET} {COMPANION} builds it")
+    folder: Path = options.bundles
+    folder.mkdir(parents=True, exist_ok=True)
+    stack.enter_context(sole_use(options.machine))
+    companion = stack.enter_context(collector(stack.enter_context(Machine(options.machine)), programs))
+
+    def collect(name: str, events: Sequence[Event]) -> Path:
+        cabinet = folder / f"{name.replace('/', '.')}.cab"
+        companion.collect(events, cabinet)
+        return cabinet
+
+    return collect
 
 
 def _events(path: Path) -> Iterator[Event]:

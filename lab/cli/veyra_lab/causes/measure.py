@@ -1,9 +1,9 @@
-"""How often the answer holds the rows that the scenarios expect, from trace and event log alone."""
+"""How often the answer holds the rows that the scenarios expect, from trace and event log alone, and from bundles."""
 
 import tempfile
 from collections import Counter
-from collections.abc import Iterable, Iterator, Sequence
-from dataclasses import dataclass
+from collections.abc import Callable, Iterable, Iterator, Sequence
+from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any
 
@@ -17,12 +17,14 @@ Event = dict[str, Any]
 
 @dataclass(frozen=True)
 class Measured:
-    """One scenario: what it expects, what the answer was, and the field's data without its times, for a comparison."""
+    """One scenario: what it expects, what the answer was, and the field's data without its times, for a comparison.
+    `bundle`: what the answer was from the companion's bundle of the same, if one was made."""
 
     name: str
     expected: tuple[str, ...]
     answer: Answer | None
     data: str
+    bundle: "Measured | None" = None
 
     @property
     def missed(self) -> list[str]:
@@ -41,6 +43,16 @@ class Measured:
         """Whether all that was expected is held, and nothing else is told for a cause."""
         return not self.missed and not self.wrong
 
+    @property
+    def is_told_by_its_bundle(self) -> bool:
+        """Whether the bundle holds the same messages and records, and the answer has the same rows."""
+        return self.bundle is not None and (self.bundle.data, self.bundle.told) == (self.data, self.told)
+
+    @property
+    def told(self) -> list[tuple[str, ...]]:
+        """The sets of rows that its findings are, each once: how often one is found in a moment depends on the times."""
+        return list(dict.fromkeys(finding.rows for finding in self._all()))
+
     def set_of(self, row: str) -> tuple[str, ...]:
         """The smallest set that holds an expected row."""
         sets = [finding.rows for finding in self._all() if row in finding.rows]
@@ -50,11 +62,19 @@ class Measured:
         return [*self.answer.causes, *self.answer.fine, *self.answer.others] if self.answer else []
 
 
-def measured(events: Iterable[Event], expected: dict[str, tuple[str, ...]]) -> Iterator[Measured]:
-    """Each scenario of a transcript whose expected rows are named."""
+def measured(
+    events: Iterable[Event],
+    expected: dict[str, tuple[str, ...]],
+    collect: Callable[[str, Sequence[Event]], Path] | None = None,
+) -> Iterator[Measured]:
+    """Each scenario of a transcript whose expected rows are named. `collect` makes a bundle of its name and its events,
+    which is measured as well."""
     for name, part in _scenarios(events):
         if name in expected:
-            yield _measure(name, part, expected[name])
+            result = _measure(name, part, expected[name])
+            if collect is not None:
+                result = replace(result, bundle=_answer_to(name, collect(name, part), expected[name]))
+            yield result
 
 
 def _scenarios(events: Iterable[Event]) -> Iterator[tuple[str, list[Event]]]:
@@ -78,10 +98,15 @@ def _measure(name: str, events: Sequence[Event], expected: tuple[str, ...]) -> M
     with tempfile.TemporaryDirectory() as folder:
         (Path(folder) / "trace.txt").write_text(trace_text(events), encoding="utf-16")
         (Path(folder) / "events.xml").write_text(event_log_xml(records), encoding="utf-8")
-        try:
-            sent = read_sent([Path(folder)])
-        except SentError:
-            return Measured(name, expected, None, "")
+        return _answer_to(name, Path(folder), expected)
+
+
+def _answer_to(name: str, path: Path, expected: tuple[str, ...]) -> Measured:
+    """What was sent is a folder or a cabinet."""
+    try:
+        sent = read_sent([path])
+    except SentError:
+        return Measured(name, expected, None, "")
     words = [f"{message.name} {message.arguments}" for message in sent.messages]
     words += [f"{record.source} {record.number} {record.texts}" for record in sent.records]
     return Measured(name, expected, answer(sent), "\n".join(words))
@@ -114,8 +139,19 @@ class Table:
         if wrong:
             said += ["", "| not right | expected | told |", "|---|---|---|"]
         for result in wrong:
-            told = result.answer.rows if result.answer else []
-            said.append(f"| {result.name} | {_names(result.expected)} | {_names(told)} |")
+            said.append(f"| {result.name} | {_names(result.expected)} | {_names(_rows(result))} |")
+        return said
+
+    def lines_of_bundles(self, seconds: float) -> list[str]:
+        """In words: how many bundles told the same, and which did not."""
+        made = [result for result in self._results if result.bundle is not None]
+        same = sum(result.is_told_by_its_bundle for result in made)
+        right = sum(result.bundle.is_right for result in made if result.bundle)
+        said = [f"{len(made)} bundles: {same} tell what trace and event log told, {right} are right; {seconds:.0f} s."]
+        for result in made:
+            if not result.is_told_by_its_bundle:
+                told = f"its bundle tells {_names(_rows(result.bundle))}"
+                said.append(f"{result.name}: {told}, trace and event log {_names(_rows(result))}")
         return said
 
     def _sets(self) -> dict[tuple[str, ...], Counter[str]]:
@@ -136,6 +172,10 @@ class Table:
             if len(common) > 1:
                 shown |= common
         return shown
+
+
+def _rows(result: Measured | None) -> list[str]:
+    return result.answer.rows if result and result.answer else []
 
 
 def _names(rows: Iterable[str]) -> str:

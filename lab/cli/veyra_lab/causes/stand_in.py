@@ -146,16 +146,19 @@ def event_log_records(events: Iterable[Event]) -> list[Logged]:
 
 def event_log_xml(records: Sequence[Logged]) -> str:
     """As Event Viewer exports them."""
-    return "<?xml version='1.0' encoding='utf-8'?>\n<Events>\n" + "".join(map(_xml, records)) + "</Events>\n"
+    events = [f"{event_xml(record, number)}\n" for number, record in enumerate(records, 1)]
+    return "<?xml version='1.0' encoding='utf-8'?>\n<Events>\n" + "".join(events) + "</Events>\n"
 
 
-def _xml(record: Logged) -> str:
-    time = _BEGAN + timedelta(seconds=record.t)
+def event_xml(record: Logged, number: int, began: datetime = _BEGAN) -> str:
+    """One record as Windows renders it. `number`: its log's own count."""
+    time = began + timedelta(seconds=record.t)
     data = "".join(f"<Data>{escape(text)}</Data>" for text in record.texts)
     level = 3 if record.number in _WARNINGS else 4
     return (
         "<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System>"
         f"<Provider Name={quoteattr(record.source)}/><EventID Qualifiers='16384'>{record.number}</EventID>"
         f"<Level>{level}</Level><TimeCreated SystemTime='{time.isoformat(timespec='milliseconds')}Z'/>"
-        f"<Channel>{record.channel}</Channel></System><EventData>{data}</EventData></Event>\n"
+        f"<EventRecordID>{number}</EventRecordID><Channel>{record.channel}</Channel><Computer>PC</Computer></System>"
+        f"<EventData>{data}</EventData></Event>"
     )

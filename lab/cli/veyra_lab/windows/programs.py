@@ -11,16 +11,20 @@ PRESET = "windows-release"
 TARGETS = (SERVICE, "lab_rig", "VeyraCameraToastCntl")
 # That of the toast controller that ships.
 TOAST_CONTROLLER_TARGET = "toast_controller"
+# The program of that name, and its target.
+COMPANION = "VeyraCameraDfuCheck"
 
 
 @dataclass(frozen=True)
 class Programs:
-    """The three programs of a build folder that a run needs, and the toast controller that ships, which few do."""
+    """The three programs of a build folder that a run needs, and two that ship, which few runs do: the toast controller
+    and the companion."""
 
     service: Path
     rig: Path
     toast_server: Path
     toast_controller: Path
+    companion: Path
 
     @staticmethod
     def of(build_folder: Path) -> "Programs":
@@ -30,6 +34,7 @@ class Programs:
             rig=build_folder / "lab" / "rig" / "winusb.dll",
             toast_server=build_folder / "lab" / "toast" / "VeyraCameraToastCntl.exe",
             toast_controller=build_folder / "VeyraCameraToastCntl.exe",
+            companion=build_folder / f"{COMPANION}.exe",
         )
 
 
