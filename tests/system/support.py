@@ -21,7 +21,7 @@ from veyra_lab.updates.record import Record
 from veyra_lab.windows.installation import READING_SECONDS, Installation, remove_service
 from veyra_lab.windows.machine import Machine
 from veyra_lab.windows.programs import SERVICE, Programs
-from veyra_lab.wire.events import RUNNING, STOPPED, TOAST, Event
+from veyra_lab.wire.events import RUNNING, TOAST, Event
 from veyra_lab.wire.peer import Peer
 from veyra_lab.wire.trace_formats import TraceFormats
 
