@@ -11,7 +11,7 @@ import pytest
 from support import CHECKOUT, Run, check_refusal
 from veyra_lab import __main__ as lab
 from veyra_lab.causes import answer as answers
-from veyra_lab.causes.answer import answer
+from veyra_lab.causes.answer import answer, row_of
 from veyra_lab.causes.event_log import Record, read_records
 from veyra_lab.causes.measure import Measured, Table, measured
 from veyra_lab.causes.rows import rows
@@ -20,6 +20,7 @@ from veyra_lab.causes.stand_in import event_log_records, event_log_xml, trace_te
 from veyra_lab.causes.texts import MOST_BYTES, SentText, decoded, read_text
 from veyra_lab.causes.trace_text import Message, TraceReader
 
+_WHEN = "11/23/2026-09:00:02.852"
 _CONTROLLER = "VeyraCameraToastCntl"
 _OLD, _NEW = "5.10.2.0", "5.10.3.0"
 _START = ["update 10", "sink 10 1"]
@@ -141,6 +142,34 @@ def test_takes_what_the_companion_found_as_well() -> None:
     ]  # fmt: skip
     told = answer(Sent(status={"findings": findings}))
     assert [finding.rows for finding in told.causes] == [("mode",), ("controller-not-started",)]
+    assert told.faults == ["of the future"]
+
+
+def test_tells_a_fault_that_is_no_row_in_the_companions_words() -> None:
+    account = {"id": "service-account", "severity": "fault", "text": "It runs as X.", "advice": "Install it again."}
+    told = answer(Sent(status={"findings": [account]}))
+    assert (told.rows, told.sentence) == ([], "It runs as X. Install it again.")
+    assert "the companion found: It runs as X. Install it again." in told.lines()
+
+
+def test_each_fault_of_the_companion_is_a_row_or_known_to_be_none() -> None:
+    text = (CHECKOUT / "docs" / "check.md").read_text(encoding="utf-8")
+    table = re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \| fault \|", text, re.MULTILINE)
+    faults = [name for cell in table for name in re.findall(r"`([a-z-]+)`", cell)]
+    assert len(faults) > 25
+    assert {name for name in faults if not row_of(name)} == {
+        "service-unknown", "service-account", "service-program-missing", "service-program-replaced",
+        "camera-listed-as-capture", "dfu-device-present", "dfu-device-waits", "usb-devices-unknown",
+    }  # fmt: skip
+
+
+def test_another_makers_toast_controller_leaves_no_record_to_be_missed() -> None:
+    whole = sent([*_START, *_ASK, *_DOWNLOAD, *_BACK], [])
+    assert answer(whole).rows == ["controller-gone"]
+    whole.status = {"toast_controller": {"ours": False}, "findings": []}
+    told = answer(whole)
+    assert "controller-gone" not in told.rows
+    assert told.fine
 
 
 def test_names_rows_that_are_there_alone() -> None:
@@ -188,6 +217,21 @@ def test_passes_over_what_is_not_the_services() -> None:
     ]
     trace = TraceReader().read(lines)
     assert (trace.messages, trace.unformatted) == ([], 1)
+
+
+@pytest.mark.parametrize(
+    ("line", "read"),
+    [
+        ("message 23 of fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1 (352e31302e322e3000)", Message("update 23", ("5.10.2.0",), _WHEN)),
+        ("message 23 of fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1 (352e)", Message("update 23", ("5.",), _WHEN)),
+        ("message 23 of 11111111-fcbc-3745-ac1c-e104c7b6cda1 (352e31302e322e3000)", None),
+        ("message 99999 of fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1 ()", None),
+        ("message 23 of fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1 (35f)", None),
+    ],
+)
+def test_reads_what_the_companion_writes_without_the_words(line: str, read: Message | None) -> None:
+    prefix = f"[0]0004.0008::{_WHEN} [fbfbaa6b-fcbc-3745-ac1c-e104c7b6cda1]"
+    assert TraceReader().read([prefix + line]).messages == ([read] if read else [])
 
 
 def test_knows_each_message_of_the_service() -> None:
@@ -435,6 +479,12 @@ def test_opens_a_cabinet(run: Run, tmp_path: Path) -> None:
     assert (status, errors) == (0, "")
     assert "put the image in place" in text
     assert not (tmp_path.parent / "outside.txt").exists()
+
+
+def test_refuses_a_cabinet_of_more_files_than_a_bundle_has(run: Run, tmp_path: Path) -> None:
+    path = tmp_path / "many.cab"
+    path.write_bytes(cabinet({f"{number}.txt": b"x" for number in range(101)}))
+    check_refusal(run(lab.main, "report", str(path)), "the cabinet holds more than 100 files and 256 MiB, which no bundle does")
 
 
 @pytest.mark.parametrize("content", [b"", b"hello\n", bytes(range(256)) * 100, b"MSCF" + bytes(100), b"{}", b"<Event"])

@@ -35,12 +35,13 @@ _MOST_ITEMS = 5000
 @dataclass(frozen=True)
 class Answer:
     """`causes`: what went wrong, in the order of the story; when empty, `fine` says whether something went well.
-    `others`: what was seen besides."""
+    `others`: what was seen besides. `faults`: what the companion found and is no row, in its own words."""
 
     causes: list[Finding]
     fine: list[Finding]
     others: list[Finding]
     notes: list[str]
+    faults: list[str]
 
     @property
     def rows(self) -> list[str]:
@@ -56,6 +57,8 @@ class Answer:
             more = len(cause.rows) - 1
             others = f"; or {'one other cause' if more == 1 else f'{more} other causes'}, the same to see" if more else ""
             return f"{_capital(cause.seen)}: {rows()[cause.rows[0]].cause}{others}."
+        if self.faults:
+            return _capital(self.faults[0])
         if self.fine:
             return f"Nothing is wrong, as far as this tells: {self.fine[-1].seen}."
         return "Nothing is told by this: it shows no camera and no trouble."
@@ -68,6 +71,7 @@ class Answer:
             "causes": [_as_json(each) for each in self.causes],
             "fine": [_as_json(each) for each in self.fine],
             "others": [_as_json(each) for each in self.others],
+            "faults": self.faults,
             "notes": self.notes,
         }
 
@@ -78,6 +82,7 @@ class Answer:
             said += ["", *_told(finding)]
         if not self.causes and self.fine:
             said += ["", *_told(self.fine[-1])]
+        said += [f"the companion found: {fault}" for fault in self.faults]
         for finding in self.others[:_MOST_TOLD]:
             said.append(f"seen besides: {finding.seen} (row {finding.rows[0]})")
         return said + [f"note: {note}" for note in self.notes]
@@ -91,10 +96,9 @@ def answer(sent: Sent) -> Answer:
     if len(items) > _MOST_ITEMS:
         notes.append(f"of {len(items):,} arrivals, starts and stops the last {_MOST_ITEMS:,} are judged")
         items = items[-_MOST_ITEMS:]
-    has_record = sent.has_controller or bool(sent.logs)
-    found = findings(items, records, has_record)
+    found = findings(items, records, sent.has_record)
     causes = [each for each in found if not each.note and not each.is_fine]
-    if sent.traces and not has_record:
+    if sent.traces and not sent.has_record:
         notes.append("there is no event log: the toast controller's record tells how far a download came")
     if not sent.traces and not sent.messages:
         notes.append("there is no trace: it tells most")
@@ -103,6 +107,7 @@ def answer(sent: Sent) -> Answer:
         fine=[each for each in found if each.is_fine],
         others=[each for each in found if each.note and not each.is_fine],
         notes=notes,
+        faults=[_words(each) for each in _faults(sent) if not row_of(str(each.get("id", "")))],
     )
 
 
@@ -110,16 +115,29 @@ def _of_status(sent: Sent, causes: list[Finding]) -> list[Finding]:
     """The companion's findings that the story has not told."""
     told = {name for cause in causes for name in cause.rows}
     found: list[Finding] = []
-    for each in sent.status.get("findings", [])[:100]:
-        if isinstance(each, dict) and each.get("severity") == "fault":
-            row = _row_of(str(each.get("id", "")))
-            if row and row not in told:
-                told.add(row)
-                found.append(Finding((row,), " ".join(str(each.get("text", each.get("id")))[:300].split())))
+    for each in _faults(sent):
+        row = row_of(str(each.get("id", "")))
+        if row and row not in told:
+            told.add(row)
+            found.append(Finding((row,), _line(each.get("text", each.get("id")))))
     return found
 
 
-def _row_of(name: str) -> str:
+def _faults(sent: Sent) -> list[dict[str, Any]]:
+    found = [each for each in sent.status.get("findings", [])[:100] if isinstance(each, dict)]
+    return [each for each in found if each.get("severity") == "fault"]
+
+
+def _words(fault: dict[str, Any]) -> str:
+    return " ".join(filter(None, (_line(fault.get("text", fault.get("id"))), _line(fault.get("advice") or ""))))
+
+
+def _line(text: Any) -> str:
+    return " ".join(str(text)[:300].split())
+
+
+def row_of(name: str) -> str:
+    """The row that a fault of the companion is, by its id; empty when it is none."""
     fitting = [each for each in _STATUS_ROWS if name == each or each.endswith("-") and name.startswith(each)]
     return _STATUS_ROWS[max(fitting, key=len)] if fitting else ""
 

@@ -1,6 +1,7 @@
 """What a user has sent: a trace's text, exported event logs, a bundle; files, a folder of them, or a cabinet."""
 
 import json
+import re
 import shutil
 import subprocess
 import tempfile
@@ -16,6 +17,7 @@ from .trace_text import Message, TraceReader
 
 _MOST_FILES = 100
 _MOST_CABINET_BYTES = 256 << 20
+_LISTED = re.compile(r"^\s*(\d+) \|", re.MULTILINE)
 _CABINET = b"MSCF"
 _UNPACKING_SECONDS = 120
 
@@ -40,6 +42,13 @@ class Sent:
     def has_controller(self) -> bool:
         """Whether the toast controller has left any record."""
         return any(record.source == CONTROLLER for record in self.records)
+
+    @property
+    def has_record(self) -> bool:
+        """Whether there is a log that would have the toast controller's record: another maker's leaves none."""
+        controller = self.status.get("toast_controller")
+        is_ours = not isinstance(controller, dict) or controller.get("ours") is not False
+        return self.has_controller or bool(self.logs) and is_ours
 
 
 def read_sent(paths: Sequence[Path]) -> Sent:
@@ -75,13 +84,20 @@ def _begins_with(path: Path, sign: bytes) -> bool:
 
 
 def _unpack(path: Path, folder: Path) -> None:
-    """By Debian's cabextract, which keeps to the folder; a file of the kernel's limit ends it."""
+    """By Debian's cabextract, which keeps to the folder."""
     program = shutil.which("cabextract")
     if program is None:
         missing = "Debian's package cabextract is missing: install it, or unpack it by hand"
         raise SentError(f"{path} is a cabinet, and {missing}")
-    command = ["prlimit", f"--fsize={_MOST_CABINET_BYTES}", program, "-q", "-d", str(folder), "--", str(path.resolve())]
+    limited = ["prlimit", f"--fsize={_MOST_CABINET_BYTES}", program]
+    cabinet = ["--", str(path.resolve())]
     try:
+        listed = subprocess.run([*limited, "-l", *cabinet], capture_output=True, timeout=_UNPACKING_SECONDS, check=False)
+        sizes = [int(size) for size in _LISTED.findall(listed.stdout.decode("utf-8", "replace"))]
+        if len(sizes) > _MOST_FILES or sum(sizes) > _MOST_CABINET_BYTES:
+            most = f"{_MOST_FILES} files and {_MOST_CABINET_BYTES >> 20} MiB"
+            raise SentError(f"{path}: the cabinet holds more than {most}, which no bundle does")
+        command = [*limited, "-q", "-d", str(folder), *cabinet]
         subprocess.run(command, capture_output=True, timeout=_UNPACKING_SECONDS, check=False)
     except subprocess.TimeoutExpired:
         raise SentError(f"{path}: the cabinet could not be unpacked in {_UNPACKING_SECONDS} s") from None

@@ -19,6 +19,8 @@ _PLACE = re.compile(r"%(\d+)(?:![^!]*!)?")
 _TIME = re.compile(r"(\d{1,2}/\d{1,2}/\d{4}-\d{1,2}:\d{2}:\d{2}\.\d{1,7})")
 # What tracefmt writes of a message whose format it was not given.
 _UNFORMATTED = re.compile(r"^Unknown\(\s*\d+\): GUID=(?P<group>[0-9a-fA-F-]{36})")
+# What the companion writes of one, with the bytes of its arguments.
+_WORDLESS = re.compile(r"message (?P<number>\d{1,5}) of (?P<group>[0-9a-f-]{36}) \((?P<payload>(?:[0-9a-f]{2})*)\)\s*$")
 # A message stands alone on its line, or behind what a prefix may end with.
 _BEFORE = r"(?:^|[\]\s:>|])"
 
@@ -45,7 +47,7 @@ class TraceReader:
     """Knows the texts of a folder of trace-format files."""
 
     def __init__(self, folder: Path = CHECKOUT / "trace") -> None:
-        formats = TraceFormats(folder)
+        formats = self._formats = TraceFormats(folder)
         self._patterns: list[tuple[str, re.Pattern[str]]] = []
         for group, number in formats:
             message = formats.message(group, number)
@@ -57,7 +59,7 @@ class TraceReader:
     def read(self, lines: Iterable[str]) -> Trace:
         """The messages that the lines hold; all other lines are passed over."""
         trace = Trace([])
-        for line in lines:
+        for line in map(self._with_words, lines):
             if match := _UNFORMATTED.match(line):
                 trace.unformatted += match["group"].lower() in _GROUPS
             elif self._words.search(line) and (message := self._message(line)):
@@ -66,6 +68,13 @@ class TraceReader:
                     break
                 trace.messages.append(message)
         return trace
+
+    def _with_words(self, line: str) -> str:
+        match = _WORDLESS.search(line)
+        if match is None or match["group"] not in _GROUPS:
+            return line
+        text = self._formats.text_of_payload(match["group"], int(match["number"]), bytes.fromhex(match["payload"]))
+        return line[: match.start()] + text if text else line
 
     def _message(self, line: str) -> Message | None:
         for name, pattern in self._patterns:

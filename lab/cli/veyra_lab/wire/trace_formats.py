@@ -59,6 +59,16 @@ class TraceFormats:
 
         return _PLACE.sub(filled, message.text)
 
+    def text_of_payload(self, group: str, number: int, payload: bytes) -> str | None:
+        """As `text`, of the bytes of all arguments, one behind the other."""
+        message = self.message(group, number)
+        arguments = []
+        for kind in message.arguments if message else ():
+            size = _size(kind, payload)
+            arguments.append(payload[:size].hex())
+            payload = payload[size:]
+        return self.text(group, number, arguments)
+
     def add_words(self, event: Event) -> None:
         """Gives a trace message its text."""
         if event["event"] == "trace":
@@ -121,6 +131,16 @@ _TYPES: dict[str, tuple[int | None, Callable[[bytes, str], str]]] = {
     "ItemNTSTATUS": (4, _status),
     "ItemWINERROR": (4, _integer(signed=False)),
 }
+
+
+def _size(kind: str, payload: bytes) -> int:
+    """How many of the bytes an argument takes that they begin with."""
+    size = _TYPES[kind][0] if kind in _TYPES else len(payload)
+    if size is not None:
+        return size
+    width = 2 if kind == "ItemWString" else 1
+    ends = (at for at in range(0, len(payload), width) if not any(payload[at : at + width]))
+    return next(ends, len(payload)) + width
 
 
 def _argument_text(kind: str, form: str, content: bytes) -> str:
