@@ -170,8 +170,9 @@ def recorded(machine: Machine, seconds: float) -> dict[str, str] | None:
     path = machine.file(_RECORD)
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
-        if path.exists() and path.stat().st_size:
-            fields = path.read_text(encoding="ascii").split()
+        # The line's end is written last.
+        if path.exists() and (line := path.read_text(encoding="ascii")).endswith("\n"):
+            fields = line.split()
             return dict(zip(("program", "version", "module", "module_version", "code", "offset"), fields, strict=True))
         time.sleep(0.1)
     return None
