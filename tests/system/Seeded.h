@@ -10,8 +10,8 @@ namespace seeded {
 inline bool Is(DWORD place) {
     DWORD value = 0;
     DWORD size = sizeof value;
-    return RegGetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VeyraSeeded", L"Place", RRF_RT_REG_DWORD, nullptr, &value,
-                        &size) == ERROR_SUCCESS &&
+    return RegGetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VeyraSeeded", L"Place", RRF_RT_REG_DWORD, nullptr,
+                        &value, &size) == ERROR_SUCCESS &&
            value == place;
 }
 
