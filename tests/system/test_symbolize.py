@@ -29,6 +29,7 @@ _PROGRAM = f"{SERVICE}.exe"
 _TOAST_CONTROLLER = "VeyraCameraToastCntl.exe"
 _RECORDER = BUILD / "tests" / "system" / "crash_recorder.exe"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
+_TOAST_CLASS = r"HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
 _SEEDED_KEY = r"HKEY_LOCAL_MACHINE\SOFTWARE\VeyraSeeded"
 _RECORD = r"C:\crash.txt"
 _VERSION = re.search(r"VERSION (\d+\.\d+\.\d+)", (CHECKOUT / "CMakeLists.txt").read_text())[1] + ".0"  # type: ignore[index]
@@ -184,6 +185,8 @@ def crash(on: Bench, place: Place) -> dict[str, str]:
     """Goes the road until the program crashes; the record."""
     on.machine.change_registry({_SEEDED_KEY: {"Place": f"dword:{place.number:08x}"}})
     if place.stage == "/RegServer":
+        # An earlier place's -install has registered the laboratory's own, beside which the other one registers nothing.
+        on.machine.change_registry({}, removed=[_TOAST_CLASS])
         steps: list[Callable[[], object]] = [lambda: on.machine.run(rf"C:\{_TOAST_CONTROLLER}", "/RegServer")]
     else:
         steps = [lambda: on.machine.run(EXECUTABLE, "-install")]
