@@ -116,6 +116,9 @@ AccessList ReadSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor) {
 }
 
 std::optional<AccessList> ReadSecurityDescriptor(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty()) {
+        return std::nullopt;
+    }
     // A copy at an address that suits the structures inside.
     std::vector<std::uint64_t> aligned(bytes.size() / sizeof(std::uint64_t) + 1);
     std::memcpy(aligned.data(), bytes.data(), bytes.size());
