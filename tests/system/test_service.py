@@ -9,11 +9,11 @@ from concurrent.futures import ThreadPoolExecutor, TimeoutError
 from contextlib import contextmanager
 
 import pytest
-from support import BUILD, STOPPED, Bench, Shared, slow
+from support import BUILD, Bench, Shared, slow
 from veyra_lab.windows.installation import EXECUTABLE, SERVICE_CONTROLLED
 from veyra_lab.windows.machine import SERVICES_KEY, windows_path
 from veyra_lab.windows.programs import SERVICE
-from veyra_lab.wire.events import RIG, SENSOR_CLASS, TOAST
+from veyra_lab.wire.events import RIG, SENSOR_CLASS, STOPPED, TOAST
 
 # One installation sees all of them.
 SHARED = Bench
