@@ -11,6 +11,7 @@ import pytest
 from support import CHECKOUT, Run, check_refusal
 from veyra_lab import __main__ as lab
 from veyra_lab.causes import answer as answers
+from veyra_lab.causes.alike import REASONS, reason
 from veyra_lab.causes.answer import answer, row_of
 from veyra_lab.causes.event_log import Record, read_records
 from veyra_lab.causes.measure import Measured, Table, measured
@@ -584,6 +585,27 @@ def test_measures_a_scenario() -> None:
     lines = Table([one]).lines()
     assert lines[0] == "0 of 1 scenarios right: 0.0 %."
     assert lines[-1] == "| one | `mode` | `no-media` |"
+
+
+def test_a_set_needs_a_reason() -> None:
+    stopped = [_ASKED, _YES, "10 4", "22 0 4"]
+
+    def told(*rows_of: str) -> Measured:
+        found = Measured("one", ("refused",), answer(sent([*_START, *_ASK, *_DOWNLOAD, *_ASK], stopped)), "")
+        assert found.answer is not None and found.answer.causes
+        findings = [replace(each, rows=rows_of) for each in found.answer.causes if "refused" in each.rows]
+        return replace(found, answer=replace(found.answer, causes=findings))
+
+    assert told("refused").is_right
+    assert told("refused", "block-failed", "restarts-at-detach").is_right
+    assert not told("refused", "block-failed", "declined").is_right
+    assert Table([told("refused", "declined")]).lines()[-5].endswith("| – | – |")
+
+
+def test_reasons_are_of_rows_that_are_there() -> None:
+    for each, why in REASONS.items():
+        assert why
+        assert list(each) == sorted(set(each) & rows().keys())
 
 
 def test_tells_which_bundles_tell_something_else() -> None:

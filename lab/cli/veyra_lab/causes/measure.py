@@ -7,6 +7,7 @@ from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any
 
+from .alike import reason
 from .answer import Answer, answer
 from .findings import Finding
 from .sent import SentError, read_sent
@@ -40,8 +41,9 @@ class Measured:
 
     @property
     def is_right(self) -> bool:
-        """Whether all that was expected is held, and nothing else is told for a cause."""
-        return not self.missed and not self.wrong
+        """Whether all that was expected is held, by sets that have a reason, and nothing else is told for a cause."""
+        sets = map(self.set_of, self.expected)
+        return not self.missed and not self.wrong and all(len(rows) == 1 or reason(rows) for rows in sets)
 
     @property
     def is_told_by_its_bundle(self) -> bool:
@@ -129,12 +131,10 @@ class Table:
         said += ["| rows in the set that holds the expected row | expected rows |", "|---|---|"]
         sizes = Counter(len(result.set_of(row)) for result in self._results for row in result.expected)
         said += [f"| {size or 'none does'} | {count} |" for size, count in sorted(sizes.items())]
-        said += ["", "| set | expected rows in it | rows that scenarios with equal data have | no equal data shows |"]
-        said.append("|---|---|---|---|")
+        said += ["", "| set | expected rows in it | rows that scenarios with equal data have | because |", "|---|---|---|---|"]
         for rows, expected in sorted(self._sets().items()):
-            shown = self._shown(rows)
-            unshown = [name for name in rows if name not in shown and name not in expected]
-            said.append(f"| {_names(rows)} | {_counts(expected)} | {_names(sorted(shown))} | {_names(unshown)} |")
+            shown = _names(sorted(self._shown(rows)))
+            said.append(f"| {_names(rows)} | {_counts(expected)} | {shown} | {reason(rows) or '–'} |")
         wrong = [result for result in self._results if not result.is_right]
         if wrong:
             said += ["", "| not right | expected | told |", "|---|---|---|"]
