@@ -3,6 +3,8 @@
 #include "check/MachineState.h"
 
 #include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,11 @@ struct AccessList {
     std::vector<AccessEntry> entries;
 };
 
+// Reads a self-relative security descriptor, such as stands in the registry. Everything that it refers to has
+// to lie within its bytes; empty when something does not. Entries that neither allow nor refuse are passed
+// over, as are those for single properties.
+[[nodiscard]] std::optional<AccessList> ReadAccessList(std::span<const std::uint8_t> descriptor);
+
 // What somebody has to be allowed to put another program into the place of one.
 enum class Protected { File, Folder };
 
@@ -30,12 +37,12 @@ enum class Protected { File, Folder };
 // they own the thing and may change the list. Each once, in the list's order.
 [[nodiscard]] std::vector<std::string> Writers(const AccessList& list, Protected what);
 
-// Whether LocalService may read the bytes of a file, by the file's list.
-[[nodiscard]] Permission ReadPermissionOf(const AccessList& list);
-
 // Whether LocalService may launch and activate a COM server on this machine, or call it, by the list that
 // stands in the registry.
 [[nodiscard]] Permission LaunchPermissionOf(const AccessList& list);
 [[nodiscard]] Permission AccessPermissionOf(const AccessList& list);
+
+// Whether LocalService may read a file, by the file's list.
+[[nodiscard]] Permission ReadPermissionOf(const AccessList& list);
 
 }  // namespace check

@@ -55,8 +55,8 @@ std::wstring LinkOf(const ComPtr<IMFActivate>& source) {
     return link;
 }
 
-// A camera is listed in several ways; the one that answers is asked once.
-// `others` has the devices of other makers' cameras.
+// A camera is listed in several ways; the one that answers is asked once. `others` has the devices of other
+// makers' cameras.
 void Add(const ComPtr<IMFActivate>& source, CamerasState& state, std::set<std::string>& others) {
     const std::string link = Utf8(LinkOf(source));
     const std::string device = DeviceOfLink(link);

@@ -1,7 +1,10 @@
 #include "check/CheckArguments.h"
 
+#include "check/Words.h"
+
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <string_view>
 
@@ -26,35 +29,6 @@ const CommandWord* CommandOf(std::string_view word) {
     return found == kCommands.end() ? nullptr : found;
 }
 
-char Lower(char character) {
-    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
-}
-
-// Whether a name goes past files: to a device or a pipe, which a camera's link is, too.
-bool IsOfDevice(std::string_view word) {
-    std::string name(word);
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](char character) { return character == '/' ? '\\' : Lower(character); });
-    if (name.starts_with("\\\\.\\") || name.starts_with("\\??\\")) {
-        return true;
-    }
-    constexpr std::string_view kLong = "\\\\?\\";
-    if (!name.starts_with(kLong)) {
-        return false;
-    }
-    const std::string_view rest = std::string_view(name).substr(kLong.size());
-    const bool isOfDrive =
-        rest.size() > 2 && rest[0] >= 'a' && rest[0] <= 'z' && rest[1] == ':' && rest[2] == '\\';
-    return !isOfDrive && !rest.starts_with("unc\\");
-}
-
-bool EndsInCab(std::string_view word) {
-    constexpr std::string_view kEnd = ".cab";
-    return word.size() >= kEnd.size() &&
-           std::equal(kEnd.begin(), kEnd.end(), word.end() - static_cast<std::ptrdiff_t>(kEnd.size()),
-                      [](char left, char right) { return left == Lower(right); });
-}
-
 // Whatever stands there, in one line of the screen.
 std::string Quoted(std::string_view word) {
     std::string quoted = "\"";
@@ -62,6 +36,21 @@ std::string Quoted(std::string_view word) {
         quoted += static_cast<unsigned char>(character) < 0x20 ? '?' : character;
     }
     return quoted + "\"";
+}
+
+// Whether a path may mean a device or a pipe: it goes past the drives, and names none behind that.
+bool IsDeviceName(std::string path) {
+    std::replace(path.begin(), path.end(), '/', '\\');
+    if (path.starts_with("\\\\.")) {
+        return true;
+    }
+    if (!path.starts_with("\\\\?") && !path.starts_with("\\??")) {
+        return false;
+    }
+    const std::string_view rest = std::string_view(path).substr(std::min<std::size_t>(path.size(), 4));
+    const bool isDrive = rest.size() >= 3 && std::isalpha(static_cast<unsigned char>(rest[0])) != 0 &&
+                         rest.substr(1, 2) == ":\\";
+    return !isDrive && !EqualsIgnoringCase(rest.substr(0, 4), "UNC\\");
 }
 
 // The command line, word by word.
@@ -127,13 +116,16 @@ class Reader {
             arguments_.command = command->command;
             hasCommand_ = true;
         } else if (arguments_.command == Command::Rehearse && !arguments_.image && !word.empty()) {
-            if (IsOfDevice(word)) {
-                throw UsageError("an image is a file: " + Quoted(word));
+            if (IsDeviceName(word)) {
+                throw UsageError("an image is a file, which this is not: " + Quoted(word));
             }
             arguments_.image = word;
         } else if (arguments_.command == Command::Collect && arguments_.cabinet.empty()) {
-            if (IsOfDevice(word) || !EndsInCab(word)) {
+            if (word.size() < 4 || !EqualsIgnoringCase(word.substr(word.size() - 4), ".cab")) {
                 throw UsageError("the file to make ends in .cab: " + Quoted(word));
+            }
+            if (IsDeviceName(word)) {
+                throw UsageError("what is to be made is a file, which this is not: " + Quoted(word));
             }
             arguments_.cabinet = word;
         } else {

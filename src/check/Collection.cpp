@@ -20,6 +20,7 @@
 
 #include <sddl.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <iterator>
@@ -33,8 +34,6 @@ namespace {
 constexpr wchar_t kTraceFile[] = L"trace.etl";
 constexpr const char* kCabinet = "bundle.cab";
 constexpr DWORD kPathCapacity = 520;
-// Each ends a session that it finds, as one that was killed has left it: so there is one at a time.
-constexpr wchar_t kOneAtATime[] = L"Global\\VeyraCameraDfuCheck collect";
 
 // Nobody but its maker, the administrators and Windows gets at it: it may be made by an administrator in a
 // folder in which everybody makes files.
@@ -90,37 +89,47 @@ std::wstring OwnFolder() {
     return Wide(FolderOf(Utf8(path.data())));
 }
 
-// The paths of the files of a folder that a pattern fits.
+// The names of the files in a folder that a pattern means.
 std::vector<std::wstring> FilesIn(const std::wstring& folder, const wchar_t* pattern) {
-    std::vector<std::wstring> paths;
+    std::vector<std::wstring> names;
     WIN32_FIND_DATAW found{};
-    const std::wstring beginning = folder + L"\\";
-    const HANDLE search = FindFirstFileW((beginning + pattern).c_str(), &found);
+    const HANDLE search = FindFirstFileW((folder + pattern).c_str(), &found);
     if (search == INVALID_HANDLE_VALUE) {
-        return paths;
+        return names;
     }
     do {
         if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-            paths.push_back(beginning + found.cFileName);
+            names.emplace_back(found.cFileName);
         }
     } while (FindNextFileW(search, &found));
     FindClose(search);
-    return paths;
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// It lives as long as its process at the longest: a collection that was killed holds none back.
+win32::UniqueKernelHandle TakeOnly() {
+    win32::UniqueKernelHandle mutex(CreateMutexW(nullptr, FALSE, L"Global\\VeyraCameraDfuCheckCollects"));
+    const DWORD error = GetLastError();
+    if (error == ERROR_ALREADY_EXISTS || error == ERROR_ACCESS_DENIED) {
+        throw std::runtime_error("another collect is at work on this machine");
+    }
+    return mutex;
 }
 
 // Those of the package, which lie beside the program.
 TraceFormats ReadFormats() {
     TraceFormats formats;
-    const std::wstring folder = OwnFolder() + L"\\trace";
-    for (const std::wstring& path : FilesIn(folder, L"*.tmf")) {
-        formats.Read(ContentOf(path));
+    const std::wstring folder = OwnFolder() + L"\\trace\\";
+    for (const std::wstring& name : FilesIn(folder, L"*.tmf")) {
+        formats.Read(ContentOf(folder + name));
     }
     return formats;
 }
 
 }  // namespace
 
-Collection::Collection(std::string cabinet) : cabinet_(std::move(cabinet)) {
+Collection::Collection(std::string cabinet) : onlyOne_(TakeOnly()), cabinet_(std::move(cabinet)) {
     const std::wstring path = Wide(cabinet_);
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) {
         throw UsageError("there is a file already: " + cabinet_);
@@ -132,11 +141,6 @@ Collection::Collection(std::string cabinet) : cabinet_(std::move(cabinet)) {
         throw UsageError("the file cannot be written (" + Code(GetLastError()) + "): " + cabinet_);
     }
     CloseHandle(opened);
-    onlyOne_.Reset(CreateMutexW(nullptr, FALSE, kOneAtATime));
-    const DWORD mutexError = GetLastError();
-    if (!onlyOne_ || mutexError == ERROR_ALREADY_EXISTS) {
-        throw std::runtime_error("another collect is at work (" + Code(mutexError) + ")");
-    }
     folder_ = MakeFolder();
     if (folder_.empty()) {
         throw UsageError("there is no folder for temporary files (" + Code(GetLastError()) + ")");
@@ -144,58 +148,85 @@ Collection::Collection(std::string cabinet) : cabinet_(std::move(cabinet)) {
 }
 
 Collection::~Collection() {
-    for (const std::wstring& path : FilesIn(folder_, L"*")) {
-        if (!keepsCabinet_ || path != PathOf(kCabinet)) {
-            DeleteFileW(path.c_str());
+    for (const std::wstring& name : FilesIn(folder_ + L"\\", L"*")) {
+        if (!isKept_ || name != Wide(kCabinet)) {
+            DeleteFileW((folder_ + L"\\" + name).c_str());
         }
     }
     RemoveDirectoryW(folder_.c_str());
 }
 
 std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_view programVersion) {
-    if (!RecordTrace(seconds)) {
-        return "the console was closed";
+    constexpr const char* kEnded = "it was ended before it was done";
+    RecordTrace(seconds);
+    if (EndSignal::IsToGiveUp()) {
+        return kEnded;
     }
     const MachineState machine = WithoutPersons(QueryMachine());
     Add("status.json", StatusJson(machine, Judge(machine), programVersion),
         R"(what "status --json" says; accounts of persons are "another account")");
     Add("versions.txt", ListVersions(machine, programVersion), "versions of Windows, programs and drivers");
-    DWORD error = ERROR_SUCCESS;
-    const std::string records = ReadEventRecords(error);
-    if (error != ERROR_SUCCESS) {
-        LeaveOut("events.xml", std::string(records.empty() ? "no event log" : "not every event log") +
-                                   " could be read to its end (" + Code(error) + ")");
-    }
-    if (!records.empty()) {
-        Add("events.xml", records,
-            "event log records of service and toast controller, without computer and user");
-    }
-    std::array<wchar_t, kPathCapacity> windows{};
-    GetSystemWindowsDirectoryW(windows.data(), kPathCapacity);
-    const std::wstring log = std::wstring(windows.data()) + L"\\INF\\setupapi.dev.log";
-    if (FileInspector::IsFile(Utf8(log))) {
-        Add("setup.txt", VendorSections(ContentOf(log)),
-            "the device installation log's sections of this vendor's devices");
-    } else {
-        LeaveOut("setup.txt", "there is no device installation log");
-    }
+    AddEventRecords();
+    AddSetupLogs();
     const std::string list = contents_ + "contents.txt  this list\n";
     Add("contents.txt", "VeyraCameraDfuCheck " + std::string(programVersion) + "\n\n" + list, "this list");
 
+    if (EndSignal::IsToGiveUp()) {
+        return kEnded;
+    }
     std::string failure = WriteCabinet(entries_, Utf8(folder_), kCabinet);
     if (!failure.empty()) {
         return failure;
     }
     if (!CopyFileW(PathOf(kCabinet).c_str(), Wide(cabinet_).c_str(), TRUE)) {
-        const std::string why = Code(GetLastError());
-        keepsCabinet_ = true;
-        return "the cabinet could not be put in place (" + why + "); it is " + Utf8(PathOf(kCabinet));
+        const DWORD error = GetLastError();
+        isKept_ = true;
+        return "the cabinet could not be put in place (" + Code(error) + "): " + cabinet_ + "; it lies at " +
+               Utf8(PathOf(kCabinet));
     }
     WriteOutput("\n" + cabinet_ + " holds:\n" + list);
     return {};
 }
 
-bool Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
+void Collection::AddEventRecords() {
+    DWORD error = ERROR_SUCCESS;
+    const std::string records = ReadEventRecords(error);
+    if (error != ERROR_SUCCESS) {
+        LeaveOut("events.xml",
+                 (records.empty() ? "no event log could be read (" : "not all of it could be read (") +
+                     Code(error) + ")");
+    }
+    if (!records.empty()) {
+        Add("events.xml", records,
+            "event log records of service and toast controller, without computer and user");
+    }
+}
+
+// The log of today, and those of before, which have their time in their name.
+void Collection::AddSetupLogs() {
+    std::array<wchar_t, kPathCapacity> windows{};
+    GetSystemWindowsDirectoryW(windows.data(), kPathCapacity);
+    const std::wstring folder = std::wstring(windows.data()) + L"\\INF\\";
+    std::string sections;
+    bool isRead = false;
+    for (const std::wstring& name : FilesIn(folder, L"setupapi.dev*.log")) {
+        std::ifstream file = win32::OpenBinaryFile(folder + name);
+        const std::string log(std::istreambuf_iterator<char>(file), {});
+        if (!file.is_open() || file.bad()) {
+            LeaveOut("setup.txt", Utf8(name) + " could not be read");
+            continue;
+        }
+        sections += VendorSections(log);
+        isRead = true;
+    }
+    if (isRead) {
+        Add("setup.txt", sections, "the device installation logs' sections of this vendor's devices");
+    } else {
+        LeaveOut("setup.txt", "there is no device installation log that can be read");
+    }
+}
+
+void Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
     const TraceFormats formats = ReadFormats();
     std::mutex lock;
     std::string text;
@@ -210,12 +241,16 @@ bool Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
         WriteOutput("The trace is not recorded (" + Code(error) +
                     "): run this at an elevated prompt for it.\n");
         LeaveOut("trace.txt, trace.etl", "the trace was not recorded (" + Code(error) + ")");
-        return true;
+        return;
     }
     WriteOutput(seconds ? "Recording for " + std::to_string(*seconds) + " s: plug the camera in now.\n"
                         : "Recording: plug the camera in now, and press Enter when it is over.\n");
-    const bool isWanted = consoleEnd_.Wait(seconds);
+    end_.Wait(seconds);
     session.Stop();
+    if (session.ListeningError() != ERROR_SUCCESS) {
+        LeaveOut("trace.txt",
+                 "not all was told while it was recorded (" + Code(session.ListeningError()) + ")");
+    }
     const std::scoped_lock guard(lock);
     Add("trace.txt", text,
         formats.Count() == 0
@@ -225,7 +260,6 @@ bool Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
         entries_.push_back({"trace.etl", Utf8(PathOf("trace.etl"))});
         contents_ += "trace.etl     the same as Windows recorded it, for tracefmt\n";
     }
-    return isWanted;
 }
 
 void Collection::Add(const std::string& name, const std::string& content, const std::string& about) {

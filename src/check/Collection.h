@@ -1,7 +1,7 @@
 #pragma once
 
 #include "check/CabinetWriter.h"
-#include "check/ConsoleEnd.h"
+#include "check/EndSignal.h"
 #include "check/TraceFormats.h"
 #include "win32/UniqueHandle.h"
 
@@ -17,11 +17,12 @@ namespace check {
 
 // What a complaint should come with, in one cabinet file: the service's trace while it is recorded, event log
 // records, what "status" says, versions, the setup log's lines of the vendor's devices. It is made in a
-// folder of its own, which goes with the object.
+// folder of its own, which goes with the object, but for a cabinet that could not be put in its place. One at
+// a time on a machine.
 class Collection {
   public:
     // `cabinet` is the file to make, UTF-8. Throws UsageError when there is one already, or no such folder,
-    // or nothing can be written there; std::runtime_error when another collection is at work on this machine.
+    // or nothing can be written there; std::runtime_error while another one is at work.
     explicit Collection(std::string cabinet);
     ~Collection();
 
@@ -30,24 +31,26 @@ class Collection {
 
     // Records for so many seconds, or until Enter, the end of the input or Ctrl+C; tells each message on
     // standard output as it comes. Then collects the rest and writes the cabinet. What could not be had is
-    // said in the cabinet's own list of contents, and is no failure. An empty text, or what failed: the
-    // closing of the console, too, after which Windows leaves no time for more than tidying up.
+    // said in the cabinet's own list of contents, and is no failure. An empty text, or what failed; it gives
+    // up after the step at which the console closes, or Ctrl+C comes once the recording is over.
     [[nodiscard]] std::string Make(std::optional<std::uint32_t> seconds, std::string_view programVersion);
 
   private:
-    // False when the console was closed.
-    [[nodiscard]] bool RecordTrace(std::optional<std::uint32_t> seconds);
+    void RecordTrace(std::optional<std::uint32_t> seconds);
+    void AddEventRecords();
+    void AddSetupLogs();
     void Add(const std::string& name, const std::string& content, const std::string& about);
     void LeaveOut(const std::string& name, const std::string& why);
     [[nodiscard]] std::wstring PathOf(const std::string& name) const;
 
-    ConsoleEnd consoleEnd_;  // before whatever has to be tidied up
-    std::string cabinet_;
+    // Told last of all: Windows may end the process then.
+    EndSignal end_;
     win32::UniqueKernelHandle onlyOne_;
+    std::string cabinet_;
     std::wstring folder_;
+    bool isKept_ = false;  // the cabinet, and so the folder
     std::vector<CabinetEntry> entries_;
     std::string contents_;
-    bool keepsCabinet_ = false;  // it could not be put where it was wanted
 };
 
 }  // namespace check

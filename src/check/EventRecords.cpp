@@ -59,7 +59,13 @@ bool IsOurs(const std::string& xml) {
            xml.find("20C4BEF7-CA2C-40F7-9B2A-33378E54E68C") != std::string::npos;
 }
 
-// Adds what the log has to `records`; why that is not all of it.
+std::string ComputerName() {
+    std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> name{};
+    auto length = static_cast<DWORD>(name.size());
+    return GetComputerNameW(name.data(), &length) ? Utf8(name.data()) : std::string();
+}
+
+// Adds what the log has to `records`. ERROR_SUCCESS, or why that is not all of it.
 DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& records) {
     const UniqueEventHandle found(
         EvtQuery(nullptr, query.log, query.query, EvtQueryChannelPath | EvtQueryReverseDirection));
@@ -68,27 +74,21 @@ DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& r
     }
     DWORD error = ERROR_SUCCESS;
     int count = 0;
-    EVT_HANDLE next = nullptr;
-    DWORD got = 0;
     while (count < kMostRecords) {
+        EVT_HANDLE next = nullptr;
+        DWORD got = 0;
         if (!EvtNext(found.Get(), 1, &next, kPatienceMs, 0, &got) || got != 1) {
-            const DWORD end = GetLastError();
-            return end == ERROR_NO_MORE_ITEMS ? error : end;
+            const DWORD ended = GetLastError();
+            return ended == ERROR_NO_MORE_ITEMS ? error : ended;
         }
         const UniqueEventHandle event(next);
         const std::string xml = XmlOf(event.Get(), error);
         if (IsOurs(xml)) {
-            records += WithoutWord(EventWithoutPersons(xml), computer) + "\n";
+            records += EventWithoutPersons(xml, computer) + "\n";
             ++count;
         }
     }
     return error;
-}
-
-std::string ComputerName() {
-    std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> name{};
-    auto length = static_cast<DWORD>(name.size());
-    return GetComputerNameW(name.data(), &length) ? Utf8({name.data(), length}) : std::string();
 }
 
 }  // namespace
@@ -97,13 +97,13 @@ std::string ReadEventRecords(DWORD& error) {
     error = ERROR_SUCCESS;
     const std::string computer = ComputerName();
     std::string records;
-    std::size_t complete = 0;
+    bool isOneComplete = false;
     for (const LogQuery& query : kQueries) {
         const DWORD failed = ReadLog(query, computer, records);
-        complete += failed == ERROR_SUCCESS ? 1 : 0;
+        isOneComplete = isOneComplete || failed == ERROR_SUCCESS;
         error = failed == ERROR_SUCCESS ? error : failed;
     }
-    return records.empty() && complete == 0 ? std::string() : "<Events>\n" + records + "</Events>\n";
+    return records.empty() && !isOneComplete ? std::string() : "<Events>\n" + records + "</Events>\n";
 }
 
 }  // namespace check

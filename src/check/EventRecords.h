@@ -7,8 +7,8 @@
 namespace check {
 
 // What the event logs hold of the service and the toast controller, and of what Windows itself says of them,
-// as XML without persons; the newest 1000 of each log. Empty when no log could be read. `error` says why
-// there is none, or not all.
+// as XML without persons; the newest 1000 of each log. `error` says why there is none, or not all. The result
+// is empty when there is no record and no log was read to its end.
 [[nodiscard]] std::string ReadEventRecords(DWORD& error);
 
 }  // namespace check

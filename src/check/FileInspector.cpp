@@ -4,24 +4,10 @@
 #include "check/Utf8.h"
 
 #include <windows.h>
-#include <aclapi.h>
+
+#include <vector>
 
 namespace check {
-namespace {
-
-std::optional<AccessList> ListOf(const std::string& path) {
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    constexpr SECURITY_INFORMATION kWanted = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
-    if (GetNamedSecurityInfoW(Wide(path).c_str(), SE_FILE_OBJECT, kWanted, nullptr, nullptr, nullptr, nullptr,
-                              &descriptor) != ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    const AccessList list = ReadSecurityDescriptor(descriptor);
-    LocalFree(descriptor);
-    return list;
-}
-
-}  // namespace
 
 bool FileInspector::IsFile(const std::string& path) {
     const DWORD attributes = GetFileAttributesW(Wide(path).c_str());
@@ -54,21 +40,17 @@ std::string FileInspector::VersionOf(const std::string& path) {
            number(HIWORD(fixed->dwFileVersionLS)) + "." + number(LOWORD(fixed->dwFileVersionLS));
 }
 
-Writing FileInspector::WritersOf(const std::string& path, Protected what) {
-    const auto list = ListOf(path);
-    if (!list) {
-        return std::nullopt;
+WritersState FileInspector::WritersOf(const std::string& path, Protected what) {
+    WritersState writers;
+    DWORD error = ERROR_SUCCESS;
+    const auto list = ReadFileAccess(Wide(path), error);
+    writers.error = error;
+    if (list) {
+        for (const std::string& writer : Writers(*list, what)) {
+            writers.names.push_back(NameOfSid(writer));
+        }
     }
-    std::vector<std::string> names;
-    for (const std::string& writer : Writers(*list, what)) {
-        names.push_back(NameOfSid(writer));
-    }
-    return names;
-}
-
-Permission FileInspector::ReadPermissionOf(const std::string& path) {
-    const auto list = ListOf(path);
-    return list ? check::ReadPermissionOf(*list) : Permission::NotSet;
+    return writers;
 }
 
 }  // namespace check

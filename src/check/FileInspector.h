@@ -1,10 +1,10 @@
 #pragma once
 
 #include "check/AccessList.h"
+#include "check/MachineState.h"
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace check {
 
@@ -18,10 +18,8 @@ class FileInspector {
     // Of the version resource: "1.0.0.0". Empty when there is none.
     [[nodiscard]] static std::string VersionOf(const std::string& path);
     // Names of the accounts, besides Windows and the administrators, that may put another program in this
-    // one's place, or for a folder, put something beside it. Nothing when Windows does not tell.
-    [[nodiscard]] static Writing WritersOf(const std::string& path, Protected what);
-    // Whether LocalService may read what is in a file. NotSet when Windows does not tell.
-    [[nodiscard]] static Permission ReadPermissionOf(const std::string& path);
+    // one's place, or for a folder, put something beside it.
+    [[nodiscard]] static WritersState WritersOf(const std::string& path, Protected what);
 };
 
 }  // namespace check

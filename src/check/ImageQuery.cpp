@@ -2,6 +2,7 @@
 
 #include "check/FileDigest.h"
 #include "check/FileInspector.h"
+#include "check/SecurityDescriptor.h"
 #include "check/Utf8.h"
 #include "service/ImageVersion.h"
 #include "win32/SystemDirectory.h"
@@ -42,8 +43,14 @@ void Read(HANDLE file, const std::wstring& path, ImageState& state) {
 }  // namespace
 
 ImageState QueryImage() {
-    ImageState state = QueryImage(win32::SystemDirectory() + kImage);
-    state.isIn32BitFolder = !state.exists && IsIn32BitFolder();
+    const std::wstring path = win32::SystemDirectory() + kImage;
+    ImageState state = QueryImage(path);
+    if (state.exists) {
+        DWORD error = ERROR_SUCCESS;
+        const auto list = ReadFileAccess(path, error);
+        state.ofService = list ? ReadPermissionOf(*list) : Permission::Unreadable;
+    }
+    state.isIn32BitFolder = !state.exists && !state.isHidden && IsIn32BitFolder();
     return state;
 }
 
@@ -55,17 +62,19 @@ ImageState QueryImage(const std::wstring& path) {
                     nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     const DWORD error = GetLastError();
     const win32::UniqueKernelHandle file(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
-    state.exists = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES ||
-                   FileInspector::ErrorOf(state.path) != ERROR_SUCCESS;
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    state.exists = attributes != INVALID_FILE_ATTRIBUTES;
     if (!file) {
+        const bool isFolder = state.exists && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
         state.error = error;
+        state.isHidden =
+            !isFolder && (error == ERROR_ACCESS_DENIED || FileInspector::ErrorOf(state.path) != 0);
         return state;
     }
     if (GetFileType(file.Get()) != FILE_TYPE_DISK) {
         state.error = ERROR_BAD_FILE_TYPE;
         return state;
     }
-    state.forService = FileInspector::ReadPermissionOf(state.path);
     Read(file.Get(), path, state);
     return state;
 }

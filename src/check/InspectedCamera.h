@@ -20,9 +20,9 @@ class InspectedCamera final : public CameraDevice {
         return extensionUnit_;
     }
 
-    // Reads the device information block, with as many attempts and pauses as an updatable camera: up to 2.5
-    // s of pauses, and what the transfers take. The HRESULT of the last attempt; `version` is set when that
-    // is S_OK.
+    // Reads the device information block, with as many attempts and pauses as an updatable camera: up to 2 s
+    // and what the transfers of five attempts take, which Windows ends after 5 s each. The HRESULT of the
+    // last attempt; `version` is set when that is S_OK.
     [[nodiscard]] HRESULT ReadVersion(std::wstring& version) const;
 
   private:

@@ -13,6 +13,7 @@ namespace {
 constexpr std::string_view kAccount = "NT AUTHORITY\\LocalService";
 constexpr std::string_view kInteractiveUser = "Interactive User";
 constexpr std::uint32_t kNotFound = 2;
+constexpr const char* kControllerWaits = "toast-controller-waits";
 
 using Version = std::array<unsigned, 4>;
 
@@ -52,6 +53,10 @@ class Findings {
         });
         return found == list_.end() ? nullptr : &*found;
     }
+    [[nodiscard]] bool Has(std::string_view id) const {
+        return std::any_of(list_.begin(), list_.end(),
+                           [id](const Finding& finding) { return finding.id == id; });
+    }
     [[nodiscard]] const std::vector<Finding>& List() const { return list_; }
     void Append(const Findings& others) {
         list_.insert(list_.end(), others.list_.begin(), others.list_.end());
@@ -84,8 +89,8 @@ void LookAtProgram(const ServiceState& service, Findings& findings) {
         findings.Warning("service-path-unquoted", "The service's path has blanks and is not quoted.",
                          "quote it, or install into a folder without blanks");
     }
-    std::vector<std::string> writers = service.programWriters.value_or(std::vector<std::string>());
-    for (const std::string& writer : service.folderWriters.value_or(std::vector<std::string>())) {
+    std::vector<std::string> writers = service.programWriters.names;
+    for (const std::string& writer : service.folderWriters.names) {
         if (std::find(writers.begin(), writers.end(), writer) == writers.end()) {
             writers.push_back(writer);
         }
@@ -172,22 +177,26 @@ void LookAt(const UpdateModeState& mode, Findings& findings) {
 }
 
 void LookAt(const ImageState& image, Findings& findings) {
-    if (!image.exists) {
+    if (image.isHidden && image.ofService != Permission::Refused) {
+        findings.Fault(
+            "image-unknown",
+            "The firmware image cannot be looked at (" + Code(image.error) + "): " + image.path + ".",
+            "run this at an elevated prompt");
+    } else if (!image.exists && !image.isHidden) {
         findings.Fault(
             "image-missing", "There is no firmware image: " + image.path + ".",
             image.isIn32BitFolder
                 ? "one lies in SysWOW64\\drivers, where a 32-bit tool has put it: copy it with a 64-bit one"
                 : "put the image in place");
+    } else if (image.ofService == Permission::Refused) {
+        findings.Fault(
+            "image-refused",
+            "LocalService, as which the service runs, may not read the firmware image: " + image.path + ".",
+            "give it the permissions of its folder: icacls \"" + image.path + "\" /reset");
     } else if (!image.isReadable) {
         findings.Fault("image-unreadable",
                        "The firmware image cannot be read (" + Code(image.error) + "): " + image.path + ".",
-                       "put the image in place, as a file that everybody may read; or run this at an "
-                       "elevated prompt, if it is one that the service may read");
-    } else if (image.forService == Permission::Refused) {
-        findings.Fault(
-            "image-refused",
-            "The service's account, LocalService, may not read the firmware image: " + image.path + ".",
-            "copy the image into place instead of moving it, or let Users read it");
+                       "put the image in place, as a file that everybody may read");
     } else if (image.version.empty()) {
         findings.Fault(
             "image-too-short",
@@ -220,7 +229,26 @@ void LookAtPermissions(const ToastControllerState& controller, Findings& finding
     }
 }
 
-void LookAt(const ToastControllerState& controller, bool serviceRuns, Findings& findings) {
+// The toast controller runs as the logged-on user, and so nowhere while nobody is: nothing is wrong then.
+void LookAtRun(const ToastControllerState& controller, const MachineState& machine, Findings& findings) {
+    const bool runs = machine.service.isInstalled && machine.service.runState == RunState::Running;
+    if (!runs || !controller.sessions.empty()) {
+        return;
+    }
+    const char* const advice = "restart the service while somebody is logged on";
+    if (machine.isNobodyLoggedOn) {
+        findings.Note(
+            kControllerWaits,
+            "The toast controller does not run, since nobody is logged on: it is started once, with "
+            "the service.",
+            advice);
+    } else {
+        findings.Fault("toast-controller-not-running",
+                       "The toast controller does not run: it is started once, with the service.", advice);
+    }
+}
+
+void LookAt(const ToastControllerState& controller, const MachineState& machine, Findings& findings) {
     if (controller.error != 0) {
         findings.Fault(
             "toast-controller-unknown",
@@ -248,18 +276,14 @@ void LookAt(const ToastControllerState& controller, bool serviceRuns, Findings& 
             controller.isOurs ? "repair the package" : "install the toast controller anew");
         return;
     }
-    if (controller.programWriters && !controller.programWriters->empty()) {
-        findings.Warning(
-            "toast-controller-writable",
-            "The toast controller's program can be changed by " + Listed(*controller.programWriters) + ".",
-            "keep it where only administrators write");
+    if (!controller.programWriters.names.empty()) {
+        findings.Warning("toast-controller-writable",
+                         "The toast controller's program can be changed by " +
+                             Listed(controller.programWriters.names) + ".",
+                         "keep it where only administrators write");
     }
     LookAtPermissions(controller, findings);
-    if (serviceRuns && controller.sessions.empty()) {
-        findings.Fault("toast-controller-not-running",
-                       "The toast controller does not run: it is started once, with the service.",
-                       "restart the service while somebody is logged on");
-    }
+    LookAtRun(controller, machine, findings);
 }
 
 CameraStanding StandingOf(const CameraState& camera, const ImageState& image) {
@@ -309,10 +333,10 @@ void LookAt(const CameraState& camera, CameraStanding standing, Findings& findin
                            "close the programs that use it, plug it in again");
             break;
         case CameraStanding::WithoutUnit:
-            findings.Fault("camera-without-unit",
-                           "A camera of the maker has no firmware extension unit (" + Code(camera.unitError) +
-                               "): " + name + ".",
-                           "the camera's driver");
+            findings.Note("camera-without-unit",
+                          "A camera of the maker has no firmware extension unit (" + Code(camera.unitError) +
+                              "), and the service passes it over: " + name + ".",
+                          "if it is one of the family: the camera's driver");
             break;
         case CameraStanding::Newer:
             findings.Note(
@@ -344,6 +368,12 @@ void LookAt(const DfuDeviceState& device, const MachineState& machine, Findings&
     }
 }
 
+// A camera without the unit is none for the service.
+bool HasUpToDate(const Judgement& judgement) {
+    return std::find(judgement.cameras.begin(), judgement.cameras.end(), CameraStanding::UpToDate) !=
+           judgement.cameras.end();
+}
+
 std::string HeadlineOf(Verdict verdict, const MachineState& machine, const Judgement& judgement,
                        const Finding* fault) {
     switch (verdict) {
@@ -357,13 +387,16 @@ std::string HeadlineOf(Verdict verdict, const MachineState& machine, const Judge
                     return standing == CameraStanding::Older || standing == CameraStanding::Newer;
                 });
             const auto index = static_cast<std::size_t>(differs - judgement.cameras.begin());
-            return "An update would be offered: a camera has the firmware " +
-                   machine.cameras.cameras[index].version + ", the image is " + machine.image.version + ".";
+            return "An update would be offered" +
+                   std::string(
+                       judgement.wouldAsk ? "" : ", were somebody logged on and the service restarted then") +
+                   ": a camera has the firmware " + machine.cameras.cameras[index].version +
+                   ", the image is " + machine.image.version + ".";
         }
         case Verdict::UpToDate:
             break;
     }
-    return judgement.cameras.empty()
+    return !HasUpToDate(judgement)
                ? "Ready: no camera is present. One whose firmware is not " + machine.image.version +
                      " would be asked about."
                : "Up to date: the camera's firmware is the image's, " + machine.image.version + ".";
@@ -391,8 +424,7 @@ Judgement Judge(const MachineState& machine) {
                         R"(install Windows' media features, which an edition "N" lacks)");
     }
     LookAt(machine.image, ofMachine);
-    const bool runs = machine.service.isInstalled && machine.service.runState == RunState::Running;
-    LookAt(machine.toastController, runs, ofMachine);
+    LookAt(machine.toastController, machine, ofMachine);
 
     Findings ofCameras;
     for (const CameraState& camera : machine.cameras.cameras) {
@@ -424,7 +456,11 @@ Judgement Judge(const MachineState& machine) {
         judgement.verdict = Verdict::UpdateOffered;
         judgement.wouldAsk = true;
     } else {
-        judgement.stoppedBy = judgement.cameras.empty() ? "no-camera" : "versions-equal";
+        judgement.stoppedBy = HasUpToDate(judgement) ? "versions-equal" : "no-camera";
+    }
+    if (ofMachine.Has(kControllerWaits) && judgement.wouldAsk) {
+        judgement.wouldAsk = false;
+        judgement.stoppedBy = kControllerWaits;
     }
     judgement.headline = HeadlineOf(judgement.verdict, machine, judgement, fault);
     ofMachine.Append(ofCameras);

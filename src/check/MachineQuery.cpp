@@ -4,6 +4,7 @@
 #include "check/ComApartment.h"
 #include "check/DfuDeviceQuery.h"
 #include "check/ImageQuery.h"
+#include "check/LogonQuery.h"
 #include "check/ServiceQuery.h"
 #include "check/ToastControllerQuery.h"
 #include "check/UpdateModeQuery.h"
@@ -19,6 +20,7 @@ MachineState QueryMachine() {
     machine.toastController = QueryToastController();
     machine.cameras = QueryCameras();
     machine.dfuDevices = QueryDfuDevices();
+    machine.isNobodyLoggedOn = IsNobodyLoggedOn();
     return machine;
 }
 

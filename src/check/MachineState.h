@@ -23,15 +23,18 @@ enum class RunState : std::uint32_t {
     Paused = 7,
 };
 
-// Accounts, besides administrators and Windows itself; nothing when Windows does not tell.
-using Writing = std::optional<std::vector<std::string>>;
+// The accounts that may change a file or folder, besides administrators and Windows itself.
+struct WritersState {
+    std::uint32_t error = 0;  // why Windows does not tell
+    std::vector<std::string> names;
+};
 
 struct ServiceState {
     bool isInstalled = false;
     std::uint32_t error = 0;  // why that could not be told, or why its configuration was not
     bool isMarkedForDeletion = false;
     StartType startType = StartType::Manual;
-    bool isDelayed = false;  // of an automatic start
+    bool isDelayed = false;  // an automatic start that waits for the others
     RunState runState = RunState::Unknown;
     std::uint32_t processId = 0;
     std::uint32_t exitCode = 0;  // of its last run, as it reported it
@@ -43,13 +46,10 @@ struct ServiceState {
     std::uint32_t programError = 0;  // why it cannot be told whether it exists
     std::string programVersion;      // empty when the file has none
     std::string startedInstead;      // the file that Windows finds before it, since the path is not quoted
-    Writing programWriters;
-    Writing folderWriters;
+    WritersState programWriters;
+    WritersState folderWriters;
     bool hasNamesake = false;  // there is a service of the name that the uninstall monitor deletes
 };
-
-// What a security descriptor says to the service's account.
-enum class Permission { NotSet, Granted, Refused, Unreadable };
 
 struct UpdateModeState {
     bool isServiceControlled = false;
@@ -57,30 +57,34 @@ struct UpdateModeState {
     std::string text;         // what stands there
 };
 
+// What a security descriptor says to the service's account.
+enum class Permission { NotSet, Granted, Refused, Unreadable };
+
 struct ImageState {
     std::string path;
     bool exists = false;
+    bool isHidden = false;  // Windows lets whoever asks neither read it nor see whether it exists
     bool isReadable = false;
-    std::uint32_t error = 0;  // why it is not
-    std::uint64_t size = 0;   // bytes
-    std::string sha256;       // lower case
-    std::string version;      // empty when the file is too short
-    // Whether the service's account may read it; not set when Windows does not tell.
-    Permission forService = Permission::NotSet;
+    std::uint32_t error = 0;       // why it is not
+    std::uint64_t size = 0;        // bytes
+    std::string sha256;            // lower case
+    std::string version;           // empty when the file is too short
     bool isIn32BitFolder = false;  // there is one where a 32-bit tool puts it
+    // Whether the service may read it; not set for an image that lies elsewhere.
+    Permission ofService = Permission::NotSet;
 };
 
 struct ToastControllerState {
     bool isRegistered = false;
     std::uint32_t error = 0;  // why its registration could not be read
     bool isOurs = false;      // registered as the package's own
-    std::string classId;
+    std::string classId;      // under which the service looks for it
     std::string commandLine;
     std::string program;
     bool programExists = false;
     std::uint32_t programError = 0;
     std::string programVersion;
-    Writing programWriters;
+    WritersState programWriters;
     std::string appId;
     std::string runAs;
     Permission launch = Permission::NotSet;
@@ -109,7 +113,7 @@ struct CameraState {
 struct CamerasState {
     std::uint32_t mediaError = 0;  // Media Foundation did not start or does not list
     std::vector<CameraState> cameras;
-    unsigned others = 0;  // other makers' cameras, each once however it is listed
+    unsigned others = 0;  // cameras of other makers
 };
 
 struct DfuDeviceState {
@@ -133,6 +137,7 @@ struct MachineState {
     ToastControllerState toastController;
     CamerasState cameras;
     DfuDevicesState dfuDevices;
+    bool isNobodyLoggedOn = false;  // false, too, when Windows does not tell
 };
 
 }  // namespace check

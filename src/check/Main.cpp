@@ -11,6 +11,7 @@
 #include "check/WindowsProbes.h"
 #include "check/Words.h"
 
+#include <algorithm>
 #include <exception>
 #include <span>
 
@@ -49,7 +50,11 @@ int ShowRehearsal(const check::CheckArguments& arguments) {
 }
 
 void Complain(const char* what, const char* hint) {
-    check::WriteError(std::string("VeyraCameraDfuCheck: ") + what + hint + "\n");
+    std::string line = std::string("VeyraCameraDfuCheck: ") + what + hint;
+    std::replace_if(
+        line.begin(), line.end(), [](char character) { return static_cast<unsigned char>(character) < 0x20; },
+        '?');
+    check::WriteError(line + "\n");
 }
 
 int Collect(const check::CheckArguments& arguments) {

@@ -1,6 +1,8 @@
 #include "check/Probe.h"
 
 #include "check/JsonWriter.h"
+#include "check/LinkParts.h"
+#include "check/Words.h"
 
 #include <algorithm>
 
@@ -35,6 +37,45 @@ Probe Asked(unsigned contract, std::string id, std::string question, std::string
 
 Probe NotAsked(unsigned contract, std::string id, std::string question, std::string why) {
     return {contract, std::move(id), std::move(question), {}, std::move(why), ProbeOutcome::NotAsked};
+}
+
+Probe ProbeLinks(const std::vector<std::string>& links) {
+    constexpr const char* kQuestion = "the links under which Media Foundation lists USB cameras";
+    std::vector<std::string> kinds;
+    for (const std::string& link : links) {
+        if (!EqualsIgnoringCase(std::string_view(link).substr(0, 8), R"(\\?\usb#)")) {
+            continue;
+        }
+        std::string kind(CategoryOfLink(link));
+        kind += link.ends_with("\\global") ? " ...\\global" : " without \\global";
+        if (std::find(kinds.begin(), kinds.end(), kind) == kinds.end()) {
+            kinds.push_back(std::move(kind));
+        }
+    }
+    if (kinds.empty()) {
+        return NotAsked(8, "camera-links", kQuestion, "no USB camera is present");
+    }
+    std::sort(kinds.begin(), kinds.end());
+    const std::string seen = Listed(kinds);
+    const bool isExpected = seen == "video camera ...\\global" ||
+                            seen == "sensor camera ...\\global and video camera ...\\global";
+    return Asked(8, "camera-links", kQuestion, isExpected ? seen : "video camera ...\\global", seen);
+}
+
+Probe ProbeOsDescriptors(const std::vector<RememberedAnswer>& answers) {
+    constexpr const char* kQuestion = "the remembered answers to the Microsoft OS descriptor request";
+    if (answers.empty()) {
+        return NotAsked(18, "os-descriptors", kQuestion, "no camera of the family was ever plugged in here");
+    }
+    std::vector<std::string> remembered;
+    remembered.reserve(answers.size());
+    for (const RememberedAnswer& answer : answers) {
+        const bool hasOne = answer.bytes.size() == 2 && answer.bytes[0] == 1;
+        const char* const told = hasOne ? " has one" : answer.bytes.empty() ? " tells nothing" : " has none";
+        remembered.push_back(answer.device + told);
+    }
+    return NotAsked(18, "os-descriptors", kQuestion,
+                    "which answer is right, the camera alone knows; " + Listed(remembered));
 }
 
 std::string ProbesText(const std::vector<Probe>& probes) {

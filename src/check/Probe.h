@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,17 @@ struct Probe {
                           std::string seen);
 // One that was not, and why.
 [[nodiscard]] Probe NotAsked(unsigned contract, std::string id, std::string question, std::string why);
+
+// What the links of the USB cameras say of their kinds, each kind once.
+[[nodiscard]] Probe ProbeLinks(const std::vector<std::string>& links);
+
+// What Windows remembers of a device's answer to the request for the Microsoft OS descriptor ("osvc").
+struct RememberedAnswer {
+    std::string device;               // vendor, product and bcdDevice
+    std::vector<std::uint8_t> bytes;  // 1 and the vendor code where it has one; two zeros where it has none
+};
+// A note: whether a camera has the descriptor is its own business, since a driver package brings WinUSB, too.
+[[nodiscard]] Probe ProbeOsDescriptors(const std::vector<RememberedAnswer>& answers);
 
 // What "windows" says, for a person and for a program.
 [[nodiscard]] std::string ProbesText(const std::vector<Probe>& probes);

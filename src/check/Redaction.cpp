@@ -4,16 +4,12 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
-#include <utility>
 
 namespace check {
 namespace {
 
 constexpr std::string_view kHidden = "...";
 constexpr std::string_view kInteractiveUser = "Interactive User";
-// The SIDs of accounts that somebody has made: of a machine or a domain, and of a cloud's directory.
-constexpr std::array<std::string_view, 2> kSidsOfPersons{"S-1-5-21-", "S-1-12-1-"};
 constexpr std::array<std::string_view, 6> kOwnNames{"BUILTIN\\", "NT AUTHORITY\\", "NT SERVICE\\",
                                                     "Everyone",  "CREATOR ",       "LocalSystem"};
 
@@ -35,56 +31,93 @@ std::string WithoutBetween(std::string_view text, std::string_view beginning, st
     }
 }
 
-std::string WithoutSids(std::string_view text) {
-    std::string result(text);
-    for (const std::string_view beginning : kSidsOfPersons) {
-        for (std::size_t found = result.find(beginning); found != std::string::npos;
-             found = result.find(beginning, found + kHidden.size())) {
-            const std::size_t end = result.find_first_not_of("0123456789-", found + beginning.size());
-            result.replace(found, std::min(end, result.size()) - found, kHidden);
+bool IsPartOfName(char character) {
+    return character == '-' || character == '_' || (character >= '0' && character <= '9') ||
+           (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z');
+}
+
+// A computer's name that stands for itself in the text between the tags, and the user's behind it.
+std::string WithoutName(std::string_view xml, std::string_view name) {
+    std::string result;
+    bool isInTag = false;
+    for (std::size_t position = 0; position < xml.size();) {
+        const char character = xml[position];
+        const std::string_view rest = xml.substr(position);
+        const bool isName = !name.empty() && !isInTag && StartsIgnoringCase(rest, name) &&
+                            (position == 0 || !IsPartOfName(xml[position - 1])) &&
+                            (rest.size() == name.size() || !IsPartOfName(rest[name.size()]));
+        if (isName) {
+            result += kHidden;
+            position += name.size();
+            if (position < xml.size() && xml[position] == '\\') {
+                position = std::min(xml.find_first_of("/\"<>|,; \r\n", position), xml.size());
+            }
+            continue;
         }
+        isInTag = character == '<' || (isInTag && character != '>');
+        result += character;
+        ++position;
     }
     return result;
 }
 
-// Where the value of an event's named datum stands, and how long it is; nothing when there is none.
-std::optional<std::pair<std::size_t, std::size_t>> DatumIn(std::string_view xml, const std::string& name) {
+// SIDs of accounts of a computer, of a domain and of a directory in the cloud; not those that each Windows
+// has.
+std::string WithoutSids(std::string_view text) {
+    constexpr std::array<std::string_view, 2> kBeginnings{"S-1-5-21-", "S-1-12-1-"};
+    std::string result;
+    while (!text.empty()) {
+        if (std::none_of(kBeginnings.begin(), kBeginnings.end(),
+                         [text](std::string_view each) { return StartsIgnoringCase(text, each); })) {
+            result += text.front();
+            text.remove_prefix(1);
+            continue;
+        }
+        result += kHidden;
+        text.remove_prefix(std::min(text.find_first_not_of("-0123456789", 1), text.size()));
+    }
+    return result;
+}
+
+// The values of an event's data of this name. Windows quotes the name in one way or the other.
+std::string DataOf(std::string_view xml, std::string_view name) {
     for (const char quote : {'\'', '"'}) {
-        const std::string beginning = "<Data Name=" + (quote + name) + quote + ">";
-        const std::size_t found = xml.find(beginning);
-        if (found != std::string_view::npos) {
-            const std::size_t place = found + beginning.size();
-            return std::pair(place, std::min(xml.find('<', place), xml.size()) - place);
+        const std::string tag = std::string("<Data Name=") + quote + std::string(name) + quote + ">";
+        if (const std::size_t found = xml.find(tag); found != std::string_view::npos) {
+            const std::string_view value = xml.substr(found + tag.size());
+            return std::string(value.substr(0, value.find('<')));
         }
     }
-    return std::nullopt;
+    return {};
 }
 
-std::string Datum(std::string_view xml, const std::string& name) {
-    const auto datum = DatumIn(xml, name);
-    return datum ? std::string(xml.substr(datum->first, datum->second)) : std::string();
+std::string WithoutData(const std::string& xml, std::string_view name) {
+    const std::string beginning = "<Data Name=";
+    const std::string text = WithoutBetween(xml, beginning + "'" + std::string(name) + "'>", "<");
+    return WithoutBetween(text, beginning + "\"" + std::string(name) + "\">", "<");
 }
 
-void HideDatum(std::string& xml, const std::string& name, std::string_view instead) {
-    if (const auto datum = DatumIn(xml, name)) {
-        xml.replace(datum->first, datum->second, instead);
+bool IsEvent(std::string_view xml, std::string_view id) {
+    const std::size_t begin = xml.find("<EventID");
+    const std::size_t end = begin == std::string_view::npos ? begin : xml.find('>', begin);
+    return end != std::string_view::npos && xml.substr(end + 1).starts_with(std::string(id) + "<");
+}
+
+// Of a refused start, domain, name and SID of the account; of a new service, the account.
+std::string WithoutAccounts(const std::string& xml) {
+    if (IsEvent(xml, "10016")) {
+        const std::string sid = DataOf(xml, "param8");
+        const bool isOwn = sid == "S-1-5-18" || sid == "S-1-5-19" || sid == "S-1-5-20";
+        return isOwn ? xml : WithoutData(WithoutData(WithoutData(xml, "param6"), "param7"), "param8");
     }
-}
-
-bool IsOfPerson(std::string_view sid) {
-    return std::any_of(kSidsOfPersons.begin(), kSidsOfPersons.end(),
-                       [sid](std::string_view beginning) { return sid.starts_with(beginning); });
-}
-
-bool IsOfWord(char character) {
-    return (character >= '0' && character <= '9') || (character >= 'a' && character <= 'z') ||
-           (character >= 'A' && character <= 'Z') || character == '-' || character == '_';
-}
-
-void HideIn(Writing& accounts) {
-    if (accounts) {
-        std::transform(accounts->begin(), accounts->end(), accounts->begin(), WithoutPerson);
+    if (IsEvent(xml, "7045") && WithoutPerson(DataOf(xml, "AccountName")) != DataOf(xml, "AccountName")) {
+        return WithoutData(xml, "AccountName");
     }
+    return xml;
+}
+
+void HideIn(WritersState& writers) {
+    std::transform(writers.names.begin(), writers.names.end(), writers.names.begin(), WithoutPerson);
 }
 
 }  // namespace
@@ -130,36 +163,11 @@ MachineState WithoutPersons(MachineState machine) {
     return machine;
 }
 
-std::string EventWithoutPersons(std::string_view xml) {
+std::string EventWithoutPersons(std::string_view xml, std::string_view computer) {
     std::string text = WithoutBetween(xml, "<Computer>", "<");
     text = WithoutBetween(text, "UserID='", "'");
     text = WithoutBetween(text, "UserID=\"", "\"");
-    // COM's refusals name a domain, a user and a SID.
-    if (IsOfPerson(Datum(text, "param8"))) {
-        HideDatum(text, "param6", kHidden);
-        HideDatum(text, "param7", kHidden);
-    }
-    // A service that was installed names its account.
-    if (const std::string account = Datum(text, "AccountName"); !account.empty()) {
-        HideDatum(text, "AccountName", WithoutPerson(account));
-    }
-    return WithoutUserNames(WithoutSids(text));
-}
-
-std::string WithoutWord(std::string_view text, std::string_view word) {
-    std::string result;
-    while (!text.empty()) {
-        const bool begins = result.empty() || !IsOfWord(result.back());
-        const bool ends = text.size() <= word.size() || !IsOfWord(text[word.size()]);
-        if (!word.empty() && begins && ends && StartsIgnoringCase(text, word)) {
-            result += kHidden;
-            text.remove_prefix(word.size());
-        } else {
-            result += text.front();
-            text.remove_prefix(1);
-        }
-    }
-    return result;
+    return WithoutUserNames(WithoutName(WithoutSids(WithoutAccounts(text)), computer));
 }
 
 }  // namespace check

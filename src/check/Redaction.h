@@ -18,12 +18,8 @@ namespace check {
 // The same for all that a machine's state says.
 [[nodiscard]] MachineState WithoutPersons(MachineState machine);
 
-// One event's XML without the name of the computer that it is of, users' names in paths, the SIDs of persons'
-// accounts, and the accounts that COM's refusals and newly installed services name, if they are not Windows'
-// own.
-[[nodiscard]] std::string EventWithoutPersons(std::string_view xml);
-
-// A text without a word, wherever it stands by itself, in capitals or not; an empty word is nowhere.
-[[nodiscard]] std::string WithoutWord(std::string_view text, std::string_view word);
+// An event's XML without the computer's name, which may be empty, users' SIDs, users' names in paths, and the
+// account that a refused start (10016) or a new service (7045) is of, unless it is Windows' own.
+[[nodiscard]] std::string EventWithoutPersons(std::string_view xml, std::string_view computer = {});
 
 }  // namespace check

@@ -19,7 +19,7 @@ LSTATUS OpenForReading(const std::wstring& key, win32::UniqueRegistryKey& opened
 }  // namespace
 
 std::wstring RegistryReader::Value::Text() const {
-    if (type != REG_SZ && type != REG_EXPAND_SZ) {
+    if ((type != REG_SZ && type != REG_EXPAND_SZ) || data.empty()) {
         return {};
     }
     std::wstring text(data.size() / sizeof(wchar_t), L'\0');

@@ -36,13 +36,16 @@ DWORD ReadConfiguration(SC_HANDLE service, ServiceState& state) {
         return GetLastError();
     }
     state.startType = static_cast<StartType>(configuration->dwStartType);
+    SERVICE_DELAYED_AUTO_START_INFO delayed{};
+    DWORD needed = 0;
+    state.isDelayed =
+        state.startType == StartType::Automatic &&
+        QueryServiceConfig2W(service, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                             reinterpret_cast<BYTE*>(&delayed), sizeof delayed, &needed) != FALSE &&
+        delayed.fDelayedAutostart != FALSE;
     state.commandLine = Utf8(configuration->lpBinaryPathName);
     state.account = configuration->lpServiceStartName == nullptr ? "LocalSystem"
                                                                  : Utf8(configuration->lpServiceStartName);
-    SERVICE_DELAYED_AUTO_START_INFO delay{};
-    state.isDelayed = QueryServiceConfig2W(service, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
-                                           reinterpret_cast<BYTE*>(&delay), sizeof delay, &size) &&
-                      delay.fDelayedAutostart;
     return ERROR_SUCCESS;
 }
 

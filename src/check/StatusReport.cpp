@@ -39,17 +39,22 @@ class Lines {
     std::string text_;
 };
 
-std::string WritersText(const Writing& writers) {
-    return !writers           ? "not told: run this at an elevated prompt"
-           : writers->empty() ? "administrators"
-                              : "administrators, " + Listed(*writers);
+// Nothing, for a file that is not there.
+std::string WritersText(const WritersState& writers, bool isThere) {
+    if (!isThere) {
+        return {};
+    }
+    if (writers.error != 0) {
+        return "not told (" + Code(writers.error) + ")";
+    }
+    return writers.names.empty() ? "administrators" : "administrators, " + Listed(writers.names);
 }
 
-void Write(std::string_view name, const Writing& writers, JsonWriter& json) {
-    if (writers) {
-        json.Texts(name, *writers);
-    } else {
+void Write(std::string_view name, const WritersState& writers, JsonWriter& json) {
+    if (writers.error != 0) {
         json.Null(name);
+    } else {
+        json.Texts(name, writers.names);
     }
 }
 
@@ -70,8 +75,8 @@ void Write(const ServiceState& service, Lines& lines) {
                           : !service.programExists         ? "missing"
                           : service.programVersion.empty() ? "there"
                                                            : "version " + service.programVersion);
-    lines.Line("writable by", WritersText(service.programWriters));
-    lines.Line("folder writable by", WritersText(service.folderWriters));
+    lines.Line("writable by", WritersText(service.programWriters, service.programExists));
+    lines.Line("folder writable by", WritersText(service.folderWriters, service.programExists));
     lines.Line("start type", StartTypeText(service));
     lines.Line("state", Word(service.runState));
 }
@@ -85,7 +90,14 @@ void Write(const UpdateModeState& mode, Lines& lines) {
 void Write(const ImageState& image, Lines& lines) {
     lines.Section("Firmware image");
     lines.Line("path", image.path);
-    lines.Line("there", YesOrNo(image.exists));
+    lines.Line("there", image.exists     ? "yes"
+                        : image.isHidden ? "cannot be seen, " + Code(image.error)
+                                         : "no");
+    if (image.ofService != Permission::NotSet) {
+        lines.Line("service may read", image.ofService == Permission::Granted   ? "yes"
+                                       : image.ofService == Permission::Refused ? "no"
+                                                                                : "not told");
+    }
     if (image.isReadable) {
         lines.Line("size", std::to_string(image.size) + " bytes");
         lines.Line("version", image.version);
@@ -117,7 +129,7 @@ void Write(const ToastControllerState& controller, Lines& lines) {
                         : !controller.programExists  ? "no"
                         : controller.programVersion.empty() ? "yes"
                                                             : "yes, version " + controller.programVersion);
-    lines.Line("writable by", WritersText(controller.programWriters));
+    lines.Line("writable by", WritersText(controller.programWriters, controller.programExists));
     lines.Line("AppID", controller.appId);
     lines.Line("runs as", controller.runAs);
     lines.Line("launch permission", Word(controller.launch));
@@ -189,9 +201,13 @@ void Write(const ImageState& image, JsonWriter& json) {
         .Number("error", image.error)
         .Number("size", image.size)
         .Text("sha256", image.sha256)
-        .Text("version", image.version)
-        .Text("for_service", Word(image.forService))
-        .End();
+        .Text("version", image.version);
+    if (image.ofService == Permission::Granted || image.ofService == Permission::Refused) {
+        json.Truth("service_may_read", image.ofService == Permission::Granted);
+    } else {
+        json.Null("service_may_read");
+    }
+    json.End();
 }
 
 void Write(const ToastControllerState& controller, JsonWriter& json) {
@@ -293,7 +309,10 @@ std::string StatusJson(const MachineState& machine, const Judgement& judgement,
     for (std::size_t index = 0; index < machine.cameras.cameras.size(); ++index) {
         Write(machine.cameras.cameras[index], judgement.cameras[index], json);
     }
-    json.End().Number("other_cameras", machine.cameras.others).BeginList("dfu_devices");
+    json.End()
+        .Truth("nobody_logged_on", machine.isNobodyLoggedOn)
+        .Number("other_cameras", machine.cameras.others)
+        .BeginList("dfu_devices");
     for (const DfuDeviceState& device : machine.dfuDevices.devices) {
         Write(device, json);
     }

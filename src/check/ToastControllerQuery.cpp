@@ -1,9 +1,9 @@
 #include "check/ToastControllerQuery.h"
 
+#include "check/AccessList.h"
 #include "check/FileInspector.h"
 #include "check/ProgramName.h"
 #include "check/RegistryReader.h"
-#include "check/SecurityDescriptor.h"
 #include "check/Utf8.h"
 #include "check/Words.h"
 #include "prompt/IToastCntr.h"
@@ -38,9 +38,8 @@ Permission PermissionIn(const std::wstring& key, const wchar_t* name,
     if (value.error == ERROR_FILE_NOT_FOUND) {
         return Permission::NotSet;
     }
-    const auto list = value.error == ERROR_SUCCESS && value.type == REG_BINARY
-                          ? ReadSecurityDescriptor(value.data)
-                          : std::nullopt;
+    const auto list =
+        value.error == ERROR_SUCCESS && value.type == REG_BINARY ? ReadAccessList(value.data) : std::nullopt;
     return list ? permissionOf(*list) : Permission::Unreadable;
 }
 
@@ -85,8 +84,9 @@ std::vector<std::uint32_t> SessionsOf(const std::string& program) {
 
 ToastControllerState QueryToastController() {
     ToastControllerState state;
-    state.classId = Utf8(ClassId());
-    const std::wstring classKey = kClassesKey + ClassId();
+    const std::wstring classId = ClassId();
+    state.classId = Utf8(classId);
+    const std::wstring classKey = kClassesKey + classId;
     const std::string systemFile = Utf8(win32::SystemDirectory() + kExecutable);
     state.isInSystemFolder = FileInspector::IsFile(systemFile);
     const LSTATUS opened = RegistryReader::Open(classKey);
@@ -106,6 +106,8 @@ ToastControllerState QueryToastController() {
     if (state.programExists) {
         state.programVersion = FileInspector::VersionOf(state.program);
         state.programWriters = FileInspector::WritersOf(state.program, Protected::File);
+    }
+    if (state.programExists || state.programError != ERROR_SUCCESS) {
         state.sessions = SessionsOf(state.program);
     }
     ReadApplication(state);

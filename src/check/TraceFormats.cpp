@@ -101,6 +101,10 @@ std::optional<std::string> TakeArgument(const std::string& kind, Bytes& rest) {
         const auto bytes = Take(rest, 4);
         return bytes ? std::optional(std::to_string(static_cast<std::int32_t>(Value(*bytes)))) : std::nullopt;
     }
+    if (kind == "ItemShort") {
+        const auto bytes = Take(rest, 2);
+        return bytes ? std::optional(std::to_string(static_cast<std::int16_t>(Value(*bytes)))) : std::nullopt;
+    }
     const bool isLong = kind == "ItemULong" || kind == "ItemWINERROR" || kind == "ItemULongX";
     if (!isLong && kind != "ItemULongLong" && kind != "ItemULongLongX") {
         return std::nullopt;
@@ -108,6 +112,11 @@ std::optional<std::string> TakeArgument(const std::string& kind, Bytes& rest) {
     const auto bytes = Take(rest, isLong ? 4 : 8);
     if (!bytes) {
         return std::nullopt;
+    }
+    if (kind == "ItemULongLongX") {
+        const std::uint64_t value = Value(*bytes);
+        return Hex(static_cast<std::uint32_t>(value >> 32U)) +
+               Hex(static_cast<std::uint32_t>(value)).substr(2);
     }
     return kind.ends_with('X') ? Hex(static_cast<std::uint32_t>(Value(*bytes)))
                                : std::to_string(Value(*bytes));

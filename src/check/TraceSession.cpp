@@ -125,7 +125,7 @@ DWORD TraceSession::StartListening() {
     if (consumer_ == INVALID_PROCESSTRACE_HANDLE) {
         return GetLastError();
     }
-    thread_ = std::thread([this] { ProcessTrace(&consumer_, 1, nullptr, nullptr); });
+    thread_ = std::thread([this] { listeningError_ = ProcessTrace(&consumer_, 1, nullptr, nullptr); });
     return ERROR_SUCCESS;
 }
 

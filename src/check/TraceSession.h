@@ -39,6 +39,8 @@ class TraceSession {
     [[nodiscard]] DWORD Start();
     // All that was traced has been told and written when it returns. May be called again.
     void Stop();
+    // Once it was stopped: ERROR_SUCCESS, or why it was not listened to until then.
+    [[nodiscard]] DWORD ListeningError() const { return listeningError_; }
 
   private:
     static void WINAPI OnRecord(EVENT_RECORD* record);
@@ -50,6 +52,7 @@ class TraceSession {
     Listener listener_;
     TRACEHANDLE session_ = 0;
     TRACEHANDLE consumer_ = INVALID_PROCESSTRACE_HANDLE;
+    DWORD listeningError_ = ERROR_SUCCESS;  // of the thread, until it has ended
     std::thread thread_;
 };
 

@@ -3,7 +3,6 @@
 #include "camera/MediaFoundationPlatform.h"
 #include "check/ComApartment.h"
 #include "check/ControlLength.h"
-#include "check/LinkParts.h"
 #include "check/RegistryReader.h"
 #include "check/ToastControllerQuery.h"
 #include "check/Utf8.h"
@@ -12,7 +11,6 @@
 
 #include <objbase.h>
 
-#include <algorithm>
 #include <array>
 #include <string>
 
@@ -101,25 +99,12 @@ std::string LinkOf(IMFActivate& source) {
 }
 
 Probe AskLinks(const std::vector<ComPtr<IMFActivate>>& sources) {
-    constexpr const char* kQuestion = "the links under which Media Foundation lists USB cameras";
-    std::vector<std::string> kinds;
+    std::vector<std::string> links;
+    links.reserve(sources.size());
     for (const ComPtr<IMFActivate>& source : sources) {
-        const std::string link = LinkOf(*source.Get());
-        if (EqualsIgnoringCase(std::string_view(link).substr(0, 8), R"(\\?\usb#)")) {
-            std::string kind(CategoryOfLink(link));
-            kind += link.ends_with("\\global") ? " ...\\global" : " without \\global";
-            kinds.push_back(kind);
-        }
+        links.push_back(LinkOf(*source.Get()));
     }
-    std::sort(kinds.begin(), kinds.end());
-    kinds.erase(std::unique(kinds.begin(), kinds.end()), kinds.end());
-    if (kinds.empty()) {
-        return NotAsked(8, "camera-links", kQuestion, "no USB camera is present");
-    }
-    const std::string seen = Listed(kinds);
-    const bool isExpected = seen == "video camera ...\\global" ||
-                            seen == "sensor camera ...\\global and video camera ...\\global";
-    return Asked(8, "camera-links", kQuestion, isExpected ? seen : "video camera ...\\global", seen);
+    return ProbeLinks(links);
 }
 
 Probe AskControlLength(const std::vector<ComPtr<IMFActivate>>& sources) {
@@ -176,18 +161,16 @@ Probe AskSmartAppControl() {
 
 // What Windows remembers of devices' answers to the request for the Microsoft OS descriptor.
 Probe AskOsDescriptors() {
-    constexpr const char* kQuestion = "the remembered answers to the Microsoft OS descriptor request";
-    std::string seen;
-    for (const std::wstring& name :
-         RegistryReader::SubKeys(L"SYSTEM\\CurrentControlSet\\Control\\usbflags")) {
-        const std::string text = Utf8(name);
+    const std::wstring key = L"SYSTEM\\CurrentControlSet\\Control\\usbflags";
+    const std::wstring beginning = key + L"\\";
+    std::vector<RememberedAnswer> answers;
+    for (const std::wstring& name : RegistryReader::SubKeys(key)) {
+        std::string text = Utf8(name);
         if (EqualsIgnoringCase(std::string_view(text).substr(0, 7), "2F1A7E0")) {
-            seen += (seen.empty() ? "" : ", ") + text;
+            answers.push_back({std::move(text), RegistryReader::Read(beginning + name, L"osvc").data});
         }
     }
-    return NotAsked(18, "os-descriptors", kQuestion,
-                    seen.empty() ? "no camera in DFU mode was ever plugged in here"
-                                 : "which answer is right, the camera alone knows; there is one of " + seen);
+    return ProbeOsDescriptors(answers);
 }
 
 }  // namespace

@@ -58,16 +58,18 @@ TEST(CheckArguments, ARehearsalMayHaveAnImageAndABlockSize) {
     EXPECT_EQ(Refusal({"rehearse", ""}), "one word too many: \"\"");
 }
 
-// A camera in DFU mode would be opened by its link.
-TEST(CheckArguments, ADeviceIsNoImage) {
-    for (const char* name :
-         {"\\\\?\\usb#vid_2f1a&pid_7e01#1#{a5dcbf10-6530-11d2-901f-00c04fb951ed}", "\\\\.\\pipe\\x",
-          "//./C:", "\\\\?\\GLOBALROOT\\Device\\x", "\\??\\C:\\x", "\\\\?\\"}) {
-        EXPECT_EQ(Refusal({"rehearse", name}), "an image is a file: \"" + std::string(name) + "\"");
+TEST(CheckArguments, AnImageIsAFile) {
+    for (const char* device : {R"(\\?\usb#vid_2f1a&pid_7e01#1#{a5dcbf10-6530-11d2-901f-00c04fb951ed})",
+                               R"(\\.\C:\x.bin)", "//./pipe/x", R"(\\?\GLOBALROOT\Device\x)",
+                               R"(\??\usb#vid_2f1a)", "//?/usb#x", R"(\\.)", R"(\\?)"}) {
+        EXPECT_EQ(Refusal({"rehearse", device}),
+                  "an image is a file, which this is not: \"" + std::string(device) + "\"");
+        EXPECT_EQ(Refusal({"collect", std::string(device) + "\\x.cab"}),
+                  "what is to be made is a file, which this is not: \"" + std::string(device) + "\\x.cab\"");
     }
-    for (const char* name :
-         {"\\\\?\\C:\\new.bin", "\\\\?\\UNC\\server\\share\\new.bin", "\\\\server\\share\\x"}) {
-        EXPECT_EQ(ReadArguments({"rehearse", name}).image, name);
+    for (const char* file : {"a.bin", R"(C:\a.bin)", R"(\\server\share\a.bin)", R"(\\?\C:\a.bin)",
+                             R"(\\?\unc\server\share\a.bin)", R"(\a.bin)"}) {
+        EXPECT_EQ(ReadArguments({"rehearse", file}).image, file);
     }
 }
 
@@ -85,9 +87,10 @@ TEST(CheckArguments, ACollectionHasAFileAndPerhapsATime) {
     const CheckArguments arguments = ReadArguments({"collect", "a.cab", "--seconds", "60"});
     EXPECT_EQ(arguments.command, Command::Collect);
     EXPECT_EQ(arguments.cabinet, "a.cab");
-    EXPECT_EQ(ReadArguments({"collect", "A.Cab"}).cabinet, "A.Cab");
     EXPECT_EQ(arguments.seconds, 60U);
     EXPECT_FALSE(ReadArguments({"collect", "a.cab"}).seconds.has_value());
+    EXPECT_EQ(ReadArguments({"collect", "A.CAB"}).cabinet, "A.CAB");
+    EXPECT_EQ(Refusal({"collect", "cab"}), "the file to make ends in .cab: \"cab\"");
     EXPECT_EQ(Refusal({"collect"}), "collect takes the name of the file to make, which ends in .cab");
     EXPECT_EQ(Refusal({"collect", "a.zip"}), "the file to make ends in .cab: \"a.zip\"");
     EXPECT_EQ(Refusal({"collect", "a.cab", "b.cab"}), "one word too many: \"b.cab\"");

@@ -24,20 +24,17 @@ TEST(FileInspector, ReadsTheVersionOfWhatHasOne) {
     EXPECT_NE(FileInspector::VersionOf("C:\\windows\\system32\\kernel32.dll"), "");
 }
 
-TEST(FileInspector, NamesNobodyForWhatIsNotThere) {
-    EXPECT_FALSE(FileInspector::WritersOf("C:\\no such file", Protected::File).has_value());
-    EXPECT_EQ(FileInspector::ReadPermissionOf("C:\\no such file"), check::Permission::NotSet);
-}
-
-TEST(FileInspector, NamesWritersOfWhatIsThere) {
-    const ImageFile file({1, 2, 3});
-    EXPECT_TRUE(FileInspector::WritersOf(check::Utf8(file.Path()), Protected::File).has_value());
-    EXPECT_EQ(FileInspector::ReadPermissionOf(check::Utf8(file.Path())), check::Permission::Granted);
+TEST(FileInspector, TellsWhyItDoesNotTellWhoWrites) {
+    const check::WritersState writers = FileInspector::WritersOf("C:\\no such file", Protected::File);
+    EXPECT_EQ(writers.error, 2U);
+    EXPECT_TRUE(writers.names.empty());
+    EXPECT_EQ(FileInspector::WritersOf("C:\\windows", Protected::Folder).error, 0U);
 }
 
 TEST(FileInspector, WhatIsMissingIsNoError) {
     const ImageFile file({1, 2, 3});
     EXPECT_EQ(FileInspector::ErrorOf(check::Utf8(file.Path())), 0U);
+    EXPECT_EQ(FileInspector::ErrorOf("C:\\windows"), 0U);
     EXPECT_EQ(FileInspector::ErrorOf("C:\\no such file"), 0U);
     EXPECT_EQ(FileInspector::ErrorOf("C:\\no such folder\\x"), 0U);
     EXPECT_EQ(FileInspector::ErrorOf(""), 0U);

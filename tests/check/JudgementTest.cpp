@@ -188,6 +188,21 @@ INSTANTIATE_TEST_SUITE_P(
                  machine.image.isReadable = false;
                  machine.image.error = 5;
              }},
+        Case{"ImageRefusedToTheService", "image-refused",
+             [](MachineState& machine) { machine.image.ofService = Permission::Refused; }},
+        Case{"ImageRefusedToBoth", "image-refused",
+             [](MachineState& machine) {
+                 machine.image.isReadable = false;
+                 machine.image.isHidden = true;
+                 machine.image.error = 5;
+                 machine.image.ofService = Permission::Refused;
+             }},
+        Case{"ImageHidden", "image-unknown",
+             [](MachineState& machine) {
+                 machine.image = {};
+                 machine.image.isHidden = true;
+                 machine.image.error = 5;
+             }},
         Case{"ImageTooShort", "image-too-short",
              [](MachineState& machine) { machine.image.version.clear(); }},
         Case{"ToastMissing", "toast-controller-missing",
@@ -229,8 +244,6 @@ INSTANTIATE_TEST_SUITE_P(
              [](MachineState& machine) { machine.cameras.cameras.front().version = "0.0.0.0"; }},
         Case{"NotOpened", "camera-not-opened",
              [](MachineState& machine) { machine.cameras.cameras.front().openError = 0x80070005; }},
-        Case{"WithoutUnit", "camera-without-unit",
-             [](MachineState& machine) { machine.cameras.cameras.front().unitError = 0x80004005; }},
         Case{"AsCapture", "camera-listed-as-capture",
              [](MachineState& machine) {
                  machine.cameras.cameras.front().listings = {{"link", "capture"}};
@@ -263,53 +276,49 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"PathUnquoted", "service-path-unquoted",
              [](MachineState& machine) { machine.service.program = "C:\\Program Files\\x.exe"; }},
         Case{"ProgramWritable", "service-writable",
-             [](MachineState& machine) { machine.service.programWriters = {"BUILTIN\\Users"}; }},
-        Case{"ProgramNotSeen", "service-program-hidden",
+             [](MachineState& machine) { machine.service.programWriters.names = {"BUILTIN\\Users"}; }},
+        Case{"FolderWritable", "service-writable",
+             [](MachineState& machine) { machine.service.folderWriters.names = {"BUILTIN\\Users"}; }},
+        Case{"DisabledWhileItRuns", "service-disabled-while-running",
+             [](MachineState& machine) { machine.service.startType = StartType::Disabled; }},
+        Case{"ProgramHidden", "service-program-hidden",
              [](MachineState& machine) {
                  machine.service.programExists = false;
                  machine.service.programError = 5;
              }},
-        Case{"ToastNotSeen", "toast-controller-hidden",
+        Case{"ToastHidden", "toast-controller-hidden",
              [](MachineState& machine) {
                  machine.toastController.programExists = false;
                  machine.toastController.programError = 5;
              }},
-        Case{"FolderWritable", "service-writable",
-             [](MachineState& machine) { machine.service.folderWriters = {"BUILTIN\\Users"}; }},
-        Case{"DisabledWhileItRuns", "service-disabled-while-running",
-             [](MachineState& machine) { machine.service.startType = StartType::Disabled; }},
         Case{"Namesake", "service-namesake",
              [](MachineState& machine) { machine.service.hasNamesake = true; }},
         Case{"ToastWritable", "toast-controller-writable",
-             [](MachineState& machine) { machine.toastController.programWriters = {"Everyone"}; }},
+             [](MachineState& machine) { machine.toastController.programWriters.names = {"Everyone"}; }},
         Case{"ToastAccessByDefault", "toast-controller-access-default",
              [](MachineState& machine) { machine.toastController.access = Permission::NotSet; }}),
     NameOf);
 
 TEST(Judgement, WritersThatAreNotToldAreNoneOfWhomItWarns) {
     const Judgement judgement = JudgedWith([](MachineState& machine) {
-        machine.service.programWriters.reset();
-        machine.service.folderWriters.reset();
-        machine.toastController.programWriters.reset();
+        machine.service.programWriters.error = 5;
+        machine.service.folderWriters.error = 5;
+        machine.toastController.programWriters.error = 5;
     });
     EXPECT_TRUE(judgement.findings.empty());
 }
 
-TEST(Judgement, AnImageThatTheServiceMayNotReadIsAFault) {
-    for (const Permission told : {Permission::Granted, Permission::NotSet}) {
+TEST(Judgement, AnImageOfWhichItIsNotToldWhetherTheServiceMayReadItIsNoFault) {
+    for (const Permission told : {Permission::NotSet, Permission::Unreadable}) {
         EXPECT_TRUE(
-            JudgedWith([told](MachineState& machine) { machine.image.forService = told; }).findings.empty());
+            JudgedWith([told](MachineState& machine) { machine.image.ofService = told; }).findings.empty());
     }
-    const Judgement judgement =
-        JudgedWith([](MachineState& machine) { machine.image.forService = Permission::Refused; });
-    EXPECT_EQ(judgement.verdict, Verdict::NotReady);
-    EXPECT_EQ(judgement.stoppedBy, "image-refused");
 }
 
 TEST(Judgement, NamesEachWriterOnce) {
     const Judgement judgement = JudgedWith([](MachineState& machine) {
-        machine.service.programWriters = {"BUILTIN\\Users", "VM\\root"};
-        machine.service.folderWriters = {"BUILTIN\\Users", "Everyone"};
+        machine.service.programWriters.names = {"BUILTIN\\Users", "VM\\root"};
+        machine.service.folderWriters.names = {"BUILTIN\\Users", "Everyone"};
     });
     EXPECT_EQ(Find(judgement, "service-writable")->text,
               "The service's program or its folder can be changed by BUILTIN\\Users, VM\\root and Everyone.");
@@ -338,6 +347,48 @@ TEST(Judgement, AToastControllerThatDoesNotRunIsNoFaultWhileTheServiceIsStopped)
     });
     EXPECT_EQ(judgement.stoppedBy, "service-not-running");
     EXPECT_EQ(Find(judgement, "toast-controller-not-running"), nullptr);
+}
+
+TEST(Judgement, AToastControllerThatWaitsForSomebodyIsNoFault) {
+    const Judgement judgement = JudgedWith([](MachineState& machine) {
+        machine.toastController.sessions.clear();
+        machine.isNobodyLoggedOn = true;
+    });
+    EXPECT_EQ(judgement.verdict, Verdict::UpdateOffered);
+    EXPECT_FALSE(judgement.wouldAsk);
+    EXPECT_EQ(judgement.stoppedBy, "toast-controller-waits");
+    ASSERT_NE(Find(judgement, "toast-controller-waits"), nullptr);
+    EXPECT_EQ(Find(judgement, "toast-controller-waits")->severity, Severity::Note);
+    EXPECT_EQ(
+        judgement.headline,
+        "An update would be offered, were somebody logged on and the service restarted then: a camera has "
+        "the firmware 5.10.2.0, the image is 5.10.3.0.");
+}
+
+TEST(Judgement, WithNobodyLoggedOnWhatElseIsWrongStaysWrong) {
+    MachineState machine = ReadyMachine();
+    machine.isNobodyLoggedOn = true;
+    machine.toastController.sessions.clear();
+    EXPECT_EQ(Judge(machine).verdict, Verdict::UpToDate);
+    EXPECT_EQ(Judge(machine).stoppedBy, "no-camera");
+    machine.toastController.launch = Permission::Refused;
+    EXPECT_EQ(Judge(machine).stoppedBy, "toast-controller-launch");
+}
+
+TEST(Judgement, ACameraOfTheMakerWithoutTheUnitIsNoneOfTheFamily) {
+    MachineState machine = ReadyMachine();
+    machine.cameras.cameras = {CameraWith("")};
+    machine.cameras.cameras.front().unitError = 0x80004005;
+    Judgement judgement = Judge(machine);
+    EXPECT_EQ(judgement.verdict, Verdict::UpToDate);
+    EXPECT_EQ(judgement.stoppedBy, "no-camera");
+    EXPECT_EQ(judgement.headline,
+              "Ready: no camera is present. One whose firmware is not 5.10.3.0 would be asked about.");
+    ASSERT_NE(Find(judgement, "camera-without-unit"), nullptr);
+    EXPECT_EQ(Find(judgement, "camera-without-unit")->severity, Severity::Note);
+    machine.cameras.cameras.push_back(CameraWith("5.10.3.0"));
+    judgement = Judge(machine);
+    EXPECT_EQ(judgement.stoppedBy, "versions-equal");
 }
 
 TEST(Judgement, AnImageInTheFolderOf32BitProgramsIsNamed) {

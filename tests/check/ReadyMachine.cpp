@@ -14,8 +14,6 @@ MachineState ReadyMachine() {
     service.program = service.commandLine;
     service.programExists = true;
     service.programVersion = "1.0.0.0";
-    service.programWriters.emplace();
-    service.folderWriters.emplace();
     machine.updateMode.isServiceControlled = true;
     machine.updateMode.text = "Service Controlled";
     machine.image.path = "C:\\Windows\\system32\\drivers\\KV400Firmware.bin";
@@ -24,15 +22,14 @@ MachineState ReadyMachine() {
     machine.image.size = 262144;
     machine.image.sha256 = "c6400f9e80d461792ed4dac40fefc2b9023f14f3998ba06ae33ca7f559c51acf";
     machine.image.version = "5.10.3.0";
-    machine.image.forService = Permission::Granted;
+    machine.image.ofService = Permission::Granted;
     ToastControllerState& controller = machine.toastController;
     controller.isRegistered = true;
     controller.isOurs = true;
+    controller.classId = "{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}";
     controller.program = "C:\\Windows\\VeyraCameraDfu\\VeyraCameraToastCntl.exe";
     controller.commandLine = "\"" + controller.program + "\"";
-    controller.classId = "{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}";
     controller.programExists = true;
-    controller.programWriters.emplace();
     controller.appId = "{6D0F3A58-91C4-4B7E-8E25-C3A1F7094DB2}";
     controller.runAs = "Interactive User";
     controller.launch = Permission::Granted;

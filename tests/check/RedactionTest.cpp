@@ -30,24 +30,71 @@ TEST(Redaction, TakesPersonsOutOfAMachinesState) {
     machine.service.account = ".\\anna";
     machine.service.commandLine = "C:\\Users\\anna\\service.exe";
     machine.service.program = machine.service.commandLine;
-    machine.service.programWriters = {"BUILTIN\\Users", "OFFICE\\anna"};
-    machine.service.folderWriters = {"OFFICE\\anna"};
-    machine.toastController.programWriters = {"OFFICE\\anna"};
+    machine.service.programWriters.names = {"BUILTIN\\Users", "OFFICE\\anna"};
+    machine.service.folderWriters.names = {"OFFICE\\anna"};
+    machine.toastController.programWriters.names = {"OFFICE\\anna"};
     machine.toastController.program = "C:\\Users\\anna\\toast.exe";
-    machine.image.path = "C:\\Users\\anna\\image.bin";
     machine.toastController.runAs = "OFFICE\\anna";
+    machine.image.path = "C:\\Users\\anna\\image.bin";
     const MachineState without = WithoutPersons(machine);
     EXPECT_EQ(without.service.account, "another account");
     EXPECT_EQ(without.service.program, "C:\\Users\\...\\service.exe");
-    EXPECT_EQ(without.service.programWriters,
+    EXPECT_EQ(without.service.programWriters.names,
               (std::vector<std::string>{"BUILTIN\\Users", "another account"}));
-    EXPECT_EQ(without.service.folderWriters, std::vector<std::string>{"another account"});
-    EXPECT_EQ(without.toastController.programWriters, std::vector<std::string>{"another account"});
+    EXPECT_EQ(without.service.folderWriters.names, std::vector<std::string>{"another account"});
+    EXPECT_EQ(without.toastController.programWriters.names, std::vector<std::string>{"another account"});
     EXPECT_EQ(without.toastController.program, "C:\\Users\\...\\toast.exe");
-    EXPECT_EQ(without.image.path, "C:\\Users\\...\\image.bin");
     EXPECT_EQ(without.toastController.runAs, "another account");
-    EXPECT_EQ(WithoutPersons(ReadyMachine()).toastController.runAs, "Interactive User");
-    EXPECT_EQ(WithoutPersons(MachineState{}).toastController.runAs, "");
+    EXPECT_EQ(without.image.path, "C:\\Users\\...\\image.bin");
+}
+
+TEST(Redaction, KeepsWhatAToastControllerRunsAsIfThatIsNobody) {
+    MachineState machine = ReadyMachine();
+    for (const char* nobody : {"Interactive User", "interactive user", "nt authority\\localservice", ""}) {
+        machine.toastController.runAs = nobody;
+        EXPECT_EQ(WithoutPersons(machine).toastController.runAs, nobody);
+    }
+}
+
+TEST(Redaction, TakesAccountAndComputerOutOfARefusedStart) {
+    const auto refused = [](const std::string& computer, const std::string& domain, const std::string& user,
+                            const std::string& sid) {
+        return "<Event><System><Provider Name='Microsoft-Windows-DistributedCOM'/><EventID "
+               "Qualifiers='0'>10016</EventID><Computer>" +
+               computer +
+               "</Computer><Security UserID=''/></System><EventData><Data Name='param1'>application-specific"
+               "</Data><Data Name='param4'>{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}</Data><Data "
+               "Name='param6'>" +
+               domain + "</Data><Data Name='param7'>" + user + "</Data><Data Name='param8'>" + sid +
+               "</Data><Data Name='param9'>LocalHost (Using LRPC)</Data></EventData></Event>";
+    };
+    EXPECT_EQ(EventWithoutPersons(refused("PC7.office.test", "OFFICE", "anna", "S-1-5-21-1-2-3-1001"), "PC7"),
+              refused("", "", "", ""));
+    EXPECT_EQ(EventWithoutPersons(refused("PC7", "AzureAD", "Anna", "S-1-12-1-77-8-9-10"), "PC7"),
+              refused("", "", "", ""));
+    const std::string own = refused("", "NT AUTHORITY", "LOCAL SERVICE", "S-1-5-19");
+    EXPECT_EQ(EventWithoutPersons(own, "PC7"), own);
+}
+
+TEST(Redaction, TakesThePersonsAccountOutOfANewService) {
+    const auto installed = [](const std::string& account) {
+        return "<Event><System><EventID Qualifiers=\"16384\">7045</EventID></System><EventData><Data "
+               "Name=\"ServiceName\">Veyra Camera DFU service</Data><Data Name=\"AccountName\">" +
+               account + "</Data></EventData></Event>";
+    };
+    EXPECT_EQ(EventWithoutPersons(installed("OFFICE\\anna")), installed(""));
+    EXPECT_EQ(EventWithoutPersons(installed("LocalSystem")), installed("LocalSystem"));
+    EXPECT_EQ(EventWithoutPersons(installed("NT AUTHORITY\\LocalService")),
+              installed("NT AUTHORITY\\LocalService"));
+}
+
+TEST(Redaction, TakesSidsAndTheComputersNameOutOfAnyText) {
+    EXPECT_EQ(EventWithoutPersons("<Data>pc7\\anna, s-1-5-21-1-2-3-1000; S-1-5-19 on (PC7)</Data>", "PC7"),
+              "<Data>..., ...; S-1-5-19 on (...)</Data>");
+    EXPECT_EQ(EventWithoutPersons("S-1-5-21-"), "...");
+    EXPECT_EQ(EventWithoutPersons("<Data>PC70, MY-PC7 and PC7-2</Data>", "PC7"),
+              "<Data>PC70, MY-PC7 and PC7-2</Data>");
+    EXPECT_EQ(EventWithoutPersons("<Data Name='Data'>Data</Data>", "DATA"), "<Data Name='Data'>...</Data>");
 }
 
 TEST(Redaction, TakesComputerAndUserOutOfAnEvent) {
@@ -59,58 +106,6 @@ TEST(Redaction, TakesComputerAndUserOutOfAnEvent) {
         "Name='VeyraCameraDfuService'/><EventID>0</EventID><Computer></Computer><Security "
         "UserID=''/></System><Data>C:\\Users\\...\\x</Data></Event>");
     EXPECT_EQ(EventWithoutPersons("<Computer>PC"), "<Computer>");
-}
-
-namespace {
-
-// COM's refusal of a start, as Windows 11 renders it.
-std::string Refused(const std::string& domain, const std::string& user, const std::string& sid) {
-    return "<Event><System><Provider Name='Microsoft-Windows-DistributedCOM'/><EventID>10016</EventID>"
-           "<Computer></Computer><Security UserID=''/></System><EventData>"
-           "<Data Name='param1'>application-specific</Data><Data Name='param2'>Local</Data>"
-           "<Data Name='param3'>Activation</Data>"
-           "<Data Name='param4'>{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}</Data>"
-           "<Data Name='param5'>{6D0F3A58-91C4-4B7E-8E25-C3A1F7094DB2}</Data>"
-           "<Data Name='param6'>" +
-           domain + "</Data><Data Name='param7'>" + user + "</Data><Data Name='param8'>" + sid +
-           "</Data><Data Name='param9'>LocalHost (Using LRPC)</Data></EventData></Event>";
-}
-
-std::string Installed(const std::string& account) {
-    return "<Event><System><EventID>7045</EventID></System><EventData>"
-           "<Data Name=\"ServiceName\">Veyra Camera DFU service</Data><Data Name=\"AccountName\">" +
-           account + "</Data></EventData></Event>";
-}
-
-}  // namespace
-
-TEST(Redaction, TakesThePersonOutOfARefusalOfComAndKeepsWindowsOwnAccounts) {
-    EXPECT_EQ(EventWithoutPersons(Refused("OFFICE", "anna", "S-1-5-21-1-2-3-1000")),
-              Refused("...", "...", "..."));
-    EXPECT_EQ(EventWithoutPersons(Refused("AzureAD", "AnnaB", "S-1-12-1-1-2-3-4")),
-              Refused("...", "...", "..."));
-    const std::string own = Refused("NT AUTHORITY", "LOCAL SERVICE", "S-1-5-19");
-    EXPECT_EQ(EventWithoutPersons(own), own);
-}
-
-TEST(Redaction, TakesThePersonOutOfAServicesInstallation) {
-    EXPECT_EQ(EventWithoutPersons(Installed("OFFICE\\anna")), Installed("another account"));
-    EXPECT_EQ(EventWithoutPersons(Installed("NT AUTHORITY\\LocalService")),
-              Installed("NT AUTHORITY\\LocalService"));
-    EXPECT_EQ(EventWithoutPersons(Installed("LocalSystem")), Installed("LocalSystem"));
-}
-
-TEST(Redaction, TakesTheSidsOfPersonsOutWhereverTheyStand) {
-    EXPECT_EQ(EventWithoutPersons("<Data>S-1-5-21-1-2-3-500 and S-1-5-19</Data>"),
-              "<Data>... and S-1-5-19</Data>");
-    EXPECT_EQ(EventWithoutPersons("S-1-5-21-"), "...");
-}
-
-TEST(Redaction, TakesAWordOutWhereItStandsByItself) {
-    EXPECT_EQ(WithoutWord("PC-7 \\\\pc-7\\x PC-77 MYPC-7 pc-7.office", "PC-7"),
-              "... \\\\...\\x PC-77 MYPC-7 ....office");
-    EXPECT_EQ(WithoutWord("as it is", ""), "as it is");
-    EXPECT_EQ(WithoutWord("", "PC"), "");
 }
 
 TEST(SetupLog, KeepsTheSectionsOfTheVendorsDevices) {

@@ -39,14 +39,16 @@ TEST_F(RegistryReaderTest, ReadsATextWithoutATerminatorAndOneOfOddLength) {
 }
 
 TEST_F(RegistryReaderTest, FillsVariablesInWhereWindowsDoes) {
-    SetEnvironmentVariableW(L"VEYRA_TEST", L"filled in");
+    SetEnvironmentVariableW(L"VEYRA_TEST", L"filled %in%");
     const std::vector<std::uint8_t> text{'%', 0, 'V', 0, 'E', 0, 'Y', 0, 'R', 0, 'A', 0, '_', 0,
                                          'T', 0, 'E', 0, 'S', 0, 'T', 0, '%', 0, '!', 0, 0,   0};
     Set(L"expandable", REG_EXPAND_SZ, text);
     Set(L"plain", REG_SZ, text);
-    EXPECT_EQ(RegistryReader::Read(kKey, L"expandable").Expanded(), L"filled in!");
+    EXPECT_EQ(RegistryReader::Read(kKey, L"expandable").Expanded(), L"filled %in%!");
     EXPECT_EQ(RegistryReader::Read(kKey, L"expandable").Text(), L"%VEYRA_TEST%!");
     EXPECT_EQ(RegistryReader::Read(kKey, L"plain").Expanded(), L"%VEYRA_TEST%!");
+    Set(L"empty", REG_EXPAND_SZ, {});
+    EXPECT_EQ(RegistryReader::Read(kKey, L"empty").Expanded(), L"");
     EXPECT_EQ(RegistryReader::Expand(L""), L"");
     EXPECT_EQ(RegistryReader::Expand(L"%VEYRA_TEST_NONE% x"), L"%VEYRA_TEST_NONE% x");
     SetEnvironmentVariableW(L"VEYRA_TEST", nullptr);

@@ -4,7 +4,6 @@
 
 #include <sddl.h>
 
-#include <cstddef>
 #include <cstring>
 #include <vector>
 
@@ -30,7 +29,7 @@ constexpr const wchar_t* kLaunch =
 }  // namespace
 
 TEST(SecurityDescriptor, ReadsOwnerAndEntriesInTheirOrder) {
-    const auto list = ReadSecurityDescriptor(BytesOf(L"O:BAD:(D;;0x2;;;WD)(A;OICIIO;0x1f01ff;;;LS)"));
+    const auto list = ReadAccessList(BytesOf(L"O:BAD:(D;;0x2;;;WD)(A;OICIIO;0x1f01ff;;;LS)"));
     ASSERT_TRUE(list.has_value());
     EXPECT_EQ(list->owner, "S-1-5-32-544");
     EXPECT_FALSE(list->letsEverybody);
@@ -46,7 +45,7 @@ TEST(SecurityDescriptor, ReadsOwnerAndEntriesInTheirOrder) {
 }
 
 TEST(SecurityDescriptor, ThePackagesOwnLetsLocalServiceIn) {
-    const auto list = ReadSecurityDescriptor(BytesOf(kLaunch));
+    const auto list = ReadAccessList(BytesOf(kLaunch));
     ASSERT_TRUE(list.has_value());
     EXPECT_EQ(LaunchPermissionOf(*list), Permission::Granted);
     EXPECT_EQ(AccessPermissionOf(*list), Permission::Granted);
@@ -54,51 +53,23 @@ TEST(SecurityDescriptor, ThePackagesOwnLetsLocalServiceIn) {
 
 TEST(SecurityDescriptor, RefusesBytesThatAreNone) {
     const auto whole = BytesOf(kLaunch);
-    EXPECT_FALSE(ReadSecurityDescriptor(std::span<const std::uint8_t>()).has_value());
+    EXPECT_TRUE(ReadAccessList(whole).has_value());
+    EXPECT_FALSE(ReadAccessList(std::span<const std::uint8_t>()).has_value());
     for (std::size_t size = 0; size < whole.size(); ++size) {
-        EXPECT_FALSE(ReadSecurityDescriptor(std::span(whole).first(size)).has_value()) << size;
+        EXPECT_FALSE(ReadAccessList(std::span(whole).first(size)).has_value()) << size;
     }
-    EXPECT_FALSE(ReadSecurityDescriptor(std::vector<std::uint8_t>(64, 0xFF)).has_value());
-    EXPECT_FALSE(ReadSecurityDescriptor(std::vector<std::uint8_t>(64, 0)).has_value());
+    EXPECT_FALSE(ReadAccessList(std::vector<std::uint8_t>(64, 0xFF)).has_value());
+    EXPECT_FALSE(ReadAccessList(std::vector<std::uint8_t>(64, 0)).has_value());
 }
 
-TEST(SecurityDescriptor, RefusesSidsThatEndBehindItsBytes) {
-    for (const std::size_t field :
-         {offsetof(SECURITY_DESCRIPTOR_RELATIVE, Owner), offsetof(SECURITY_DESCRIPTOR_RELATIVE, Group)}) {
-        // Room enough for the longest SID, which begins just before the end.
-        std::vector<std::uint8_t> bytes(100, 0);
-        SECURITY_DESCRIPTOR_RELATIVE header{};
-        header.Revision = SECURITY_DESCRIPTOR_REVISION;
-        header.Control = SE_SELF_RELATIVE;
-        std::memcpy(bytes.data(), &header, sizeof header);
-        const auto place = static_cast<DWORD>(bytes.size() - sizeof(SID));
-        std::memcpy(bytes.data() + field, &place, sizeof place);
-        bytes[place] = SID_REVISION;
-        bytes[place + 1] = 1;
-        EXPECT_TRUE(ReadSecurityDescriptor(bytes).has_value()) << field;
-        bytes[place + 1] = SID_MAX_SUB_AUTHORITIES;
-        EXPECT_FALSE(ReadSecurityDescriptor(bytes).has_value()) << field;
-        const auto behind = static_cast<DWORD>(bytes.size() + 1);
-        std::memcpy(bytes.data() + field, &behind, sizeof behind);
-        EXPECT_FALSE(ReadSecurityDescriptor(bytes).has_value()) << field;
-    }
-}
-
-TEST(SecurityDescriptor, ReadsNoSidBeyondItsEntry) {
-    auto bytes = BytesOf(L"D:(A;;0x1;;;WD)(A;;0x1;;;LS)");
-    SECURITY_DESCRIPTOR_RELATIVE header{};
-    std::memcpy(&header, bytes.data(), sizeof header);
-    const std::size_t sid = header.Dacl + sizeof(ACL) + offsetof(ACCESS_ALLOWED_ACE, SidStart);
-    ASSERT_LT(sid + 1, bytes.size());
-    ASSERT_EQ(bytes[sid + 1], 1);
-    bytes[sid + 1] = 3;
-    // Windows refuses the list; Wine does not look at its entries.
-    const auto list = ReadSecurityDescriptor(bytes);
-    if (list) {
-        ASSERT_EQ(list->entries.size(), 2U);
-        EXPECT_EQ(list->entries[0].trustee, "");
-        EXPECT_EQ(list->entries[1].trustee, "S-1-5-19");
-    }
+TEST(SecurityDescriptor, ReadsAFilesList) {
+    DWORD error = ERROR_SUCCESS;
+    const auto list = ReadFileAccess(L"C:\\windows", error);
+    ASSERT_TRUE(list.has_value());
+    EXPECT_NE(list->owner, "");
+    EXPECT_EQ(ReadPermissionOf(*list), Permission::Granted);
+    EXPECT_FALSE(ReadFileAccess(L"C:\\no such file", error).has_value());
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
 TEST(SecurityDescriptor, NamesKnownAccountsAndTellsTheTextOfOthers) {

@@ -46,6 +46,7 @@ Update mode
 Firmware image
   path               C:\Windows\system32\drivers\KV400Firmware.bin
   there              yes
+  service may read   yes
   size               262144 bytes
   version            5.10.3.0
   SHA-256            c6400f9e80d461792ed4dac40fefc2b9023f14f3998ba06ae33ca7f559c51acf
@@ -79,31 +80,52 @@ TEST(StatusReport, SaysLittleOfWhatIsNotThere) {
     EXPECT_TRUE(Has(text, "  of the family      none is present\n"));
 }
 
-TEST(StatusReport, SaysWhatItWasNotTold) {
+TEST(StatusReport, DoesNotSayThatNobodyWritesWhereWindowsDoesNotTell) {
     MachineState machine = ReadyMachine();
-    machine.service.programWriters.reset();
-    machine.service.folderWriters = {"Everyone"};
-    machine.service.programExists = false;
-    machine.service.programError = 5;
-    machine.toastController.programExists = false;
-    machine.toastController.programError = 5;
+    machine.service.folderWriters.error = 5;
+    machine.toastController.programWriters.names = {"Everyone"};
     const std::string text = TextOf(machine);
-    EXPECT_TRUE(Has(text, "  program            cannot be seen, error 5\n"));
-    EXPECT_TRUE(Has(text, "  writable by        not told: run this at an elevated prompt\n"));
-    EXPECT_TRUE(Has(text, "  folder writable by administrators, Everyone\n"));
-    EXPECT_TRUE(Has(text, "  there              cannot be seen, error 5\n"));
+    EXPECT_TRUE(Has(text, "  writable by        administrators\n  folder writable by not told (error 5)\n"));
+    EXPECT_TRUE(Has(text, "  writable by        administrators, Everyone\n"));
     const std::string json = JsonOf(machine);
-    EXPECT_TRUE(
-        Has(json, "\"program_writers\": null,\n    \"folder_writers\": [\n      \"Everyone\"\n    ]"));
-    EXPECT_TRUE(Has(json, "\"program_exists\": false,\n    \"program_error\": 5"));
+    EXPECT_TRUE(Has(json, "\"program_writers\": [],\n    \"folder_writers\": null,\n"));
+    machine.service.programExists = false;
+    EXPECT_TRUE(Has(TextOf(machine), "  program            missing\n  writable by        -\n"));
 }
 
-TEST(StatusReport, SaysWhetherAnAutomaticStartIsDelayed) {
+TEST(StatusReport, SaysThatTheStartIsDelayed) {
     MachineState machine = ReadyMachine();
-    EXPECT_TRUE(Has(JsonOf(machine), "\"start_type\": \"automatic\",\n    \"delayed_start\": false"));
+    EXPECT_TRUE(Has(JsonOf(machine), "\"start_type\": \"automatic\",\n    \"delayed_start\": false,\n"));
     machine.service.isDelayed = true;
     EXPECT_TRUE(Has(TextOf(machine), "  start type         automatic, delayed\n"));
     EXPECT_TRUE(Has(JsonOf(machine), "\"delayed_start\": true"));
+}
+
+TEST(StatusReport, NamesTheControllersClass) {
+    EXPECT_TRUE(Has(JsonOf(ReadyMachine()), "\"class_id\": \"{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}\""));
+}
+
+TEST(StatusReport, TellsProgramsThatNobodyIsLoggedOn) {
+    MachineState machine = ReadyMachine();
+    EXPECT_TRUE(Has(JsonOf(machine), "\"nobody_logged_on\": false"));
+    machine.isNobodyLoggedOn = true;
+    EXPECT_TRUE(Has(JsonOf(machine), "\"nobody_logged_on\": true"));
+}
+
+TEST(StatusReport, SaysWhatCannotBeSeen) {
+    MachineState machine = ReadyMachine();
+    machine.service.programExists = machine.toastController.programExists = machine.image.exists = false;
+    machine.service.programError = machine.toastController.programError = machine.image.error = 5;
+    machine.image.isHidden = true;
+    machine.image.isReadable = false;
+    machine.image.ofService = Permission::Unreadable;
+    const std::string text = TextOf(machine);
+    EXPECT_TRUE(Has(text, "  program            cannot be seen, error 5\n"));
+    EXPECT_TRUE(Has(text, "  there              cannot be seen, error 5\n  service may read   not told\n"));
+    EXPECT_TRUE(Has(text, "  there              cannot be seen, error 5\n  writable by        -\n"));
+    const std::string json = JsonOf(machine);
+    EXPECT_TRUE(Has(json, "\"service_may_read\": null\n"));
+    EXPECT_TRUE(Has(json, "\"program_exists\": false,\n    \"program_error\": 5"));
 }
 
 TEST(StatusReport, SaysOfADeviceInDfuModeWhetherItOpens) {

@@ -22,6 +22,11 @@ Error, ItemLong -- 11
 {
 Version, ItemString -- 10
 }
+#typev FDUService_12 12 "%0%10!d! %11!x!" // LEVEL=4 FLAGS=1
+{
+Short, ItemShort -- 10
+Wide, ItemULongLongX -- 11
+}
 #typev FDUService_24 24 "%0%10!s! and %11!s!" // LEVEL=4 FLAGS=1
 {
 Label, ItemWString -- 10
@@ -47,7 +52,7 @@ class TraceFormatsTest : public ::testing::Test {
 }  // namespace
 
 TEST_F(TraceFormatsTest, KnowsEachMessageAndItsGroup) {
-    EXPECT_EQ(formats_.Count(), 4U);
+    EXPECT_EQ(formats_.Count(), 5U);
     EXPECT_EQ(formats_.NameOf(kGroup), "FDUService");
     EXPECT_EQ(formats_.NameOf("another"), "another");
     EXPECT_EQ(TextOf(10, {}), "Nothing to say");
@@ -58,6 +63,11 @@ TEST_F(TraceFormatsTest, PutsArgumentsIntoTheirPlaces) {
               "It failed (0x80004005) with \"-1\" // two");
     EXPECT_EQ(TextOf(23, BytesOf(std::string_view("5.10.2.0\0", 9))), "The version is 5.10.2.0");
     EXPECT_EQ(TextOf(24, {'a', 0, 'b', 0, 0, 0, 1, 1, 0, 0, 0, 0, 0, 0}), "ab and 257");
+}
+
+TEST_F(TraceFormatsTest, KnowsShortAndWideNumbers) {
+    EXPECT_EQ(TextOf(12, {0xFE, 0xFF, 8, 7, 6, 5, 4, 3, 2, 1}), "-2 0x0102030405060708");
+    EXPECT_EQ(TextOf(12, {0xFE, 0xFF, 8}), "-2 (cut short: 08)");
 }
 
 // The service sends some texts without their terminator.

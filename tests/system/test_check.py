@@ -7,7 +7,7 @@ import shutil
 import subprocess
 import tempfile
 from collections.abc import Callable, Iterator
-from concurrent.futures import ThreadPoolExecutor
+from concurrent.futures import Future, ThreadPoolExecutor
 from contextlib import contextmanager, suppress
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -19,7 +19,7 @@ from check_program import Said
 from support import BUILD, CHECKOUT, Bench, Shared, check_refusal
 from veyra_lab.windows.image import default_image, sha256, with_version
 from veyra_lab.windows.installation import EXECUTABLE, FOLDER, SERVICE_CONTROLLED, UPDATE_MODE_KEY
-from veyra_lab.windows.machine import Machine, registry_string, windows_path
+from veyra_lab.windows.machine import Machine, Outcome, registry_string, windows_path
 from veyra_lab.windows.programs import SERVICE
 from veyra_lab.wire.events import RIG, TOAST
 
@@ -28,7 +28,6 @@ _FILE_IN_PLACE = r"C:\Veyra.exe"
 _BLANKS = r"C:\Veyra Lab"
 _CLASS = r"HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
 _TOAST_PROGRAM = r"C:\windows\system32\VeyraCameraToastCntl.exe"
-_USB_DEVICES = "{a5dcbf10-6530-11d2-901f-00c04fb951ed}"
 _IMAGE = r"C:\windows\system32\drivers\KV400Firmware.bin"
 _NAMESAKE = "VeyraCameraDFU"
 _WINE_DIFFERENCES = CHECKOUT / "tests" / "system" / "windows_probes_under_wine.json"
@@ -53,6 +52,7 @@ def on(shared: Shared[Bench]) -> Iterator[Bench]:
     bench = shared.get()
     yield bench
     bench.clear()
+    bench.installation.put_image(None)
     bench.installation.put_image(default_image())
     bench.installation.set_keys(bench.peer.port, SERVICE_CONTROLLED)
     assert bench.peer.dismiss(TOAST, seconds=20)
@@ -246,7 +246,7 @@ STATES = {
         run_service, 30, "", {"camera-version-unknown", *BY_HAND}, [OLD, SILENT]
     ),
     "ready, camera without unit": State(
-        run_service, 30, "camera-without-unit", BY_HAND, [{"has_extension_unit": False}]
+        run_service, 0, "no-camera", {"camera-without-unit", *BY_HAND}, [{"has_extension_unit": False}]
     ),
     "service runs, camera in DFU mode": State(run_service, 30, "dfu-device-present", BY_HAND, [IN_DFU_MODE]),
     "service stopped, camera in DFU mode": State(
@@ -358,7 +358,7 @@ def test_describes_the_whole_machine(on: Bench) -> None:
     assert answer["image"]["sha256"] == sha256(default_image())
     assert answer["image"]["size"] == len(default_image())
     assert answer["image"]["version"] == IMAGE_VERSION
-    assert answer["image"]["for_service"] == "granted"
+    assert answer["image"]["service_may_read"] is True
     controller = answer["toast_controller"]
     assert controller["program"].lower() == _TOAST_PROGRAM.lower()
     assert controller["class_id"] == "{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}"
@@ -375,6 +375,14 @@ def test_finds_the_program_of_a_toast_controller_that_is_registered_with_a_varia
     controller = check_program.run(on, "--json").json["toast_controller"]
     assert controller["program"].lower() == r"c:\windows\system32\services.exe"
     assert controller["program_exists"] is True
+
+
+def test_an_image_that_only_its_owner_reads_stops_the_service(on: Bench) -> None:
+    """Such is one that was moved out of a user's folder. Whoever asks here may read it."""
+    image_of_one_user(on)
+    said = check_program.run(on, "--json", cameras=[OLD])
+    assert (said.status, said.json["stopped_by"]) == (20, "image-refused")
+    assert (said.json["image"]["readable"], said.json["image"]["service_may_read"]) == (True, False)
 
 
 def test_names_who_may_change_the_services_folder(on: Bench) -> None:
@@ -411,7 +419,9 @@ def test_reads_descriptors_of_a_camera_in_dfu_mode_while_the_service_is_stopped(
         (["status", "--block-size", "9"], "--block-size belongs to rehearse"),
         (["rehearse", "--block-size", "0"], "--block-size takes a number from 1 to 65535"),
         (["rehearse", r"C:\no such file.bin"], r"the image cannot be read (error 2): C:\no such file.bin"),
-        (["rehearse", rf"\\?\usb#vid_2f1a&pid_7e01#1#{_USB_DEVICES}"], r'an image is a file: "\\?\usb#vid_2f1a&pid_7e01'),
+        (["rehearse", r"\\?\usb#vid_2f1a&pid_7e01#1"], "an image is a file, which this is not"),
+        (["rehearse", "NUL"], "the image cannot be read (error 222): NUL"),
+        (["rehearse", "no\nfile"], "the image cannot be read (error 123): no?file"),
         (["rehearse", r"C:\windows"], r"the image cannot be read (error 5): C:\windows"),
     ],
 )
@@ -687,6 +697,43 @@ def test_collects_what_is_traced_while_it_records(on: Bench, tmp_path: Path) -> 
     assert "S-1-5-21" not in held["events.xml"]
 
 
+@contextmanager
+def collecting(on: Bench, cabinet: Path, seconds: int) -> Iterator[Future[Outcome]]:
+    """A collection that records while the block runs, and how it ends."""
+    on.peer.set_stage({"trace": None, "cameras": []})
+    since = on.peer.mark()
+    with ThreadPoolExecutor() as beside:
+        words = ["collect", windows_path(cabinet), "--seconds", str(seconds)]
+        running = beside.submit(on.machine.run, check_program.PROGRAM, *words)
+        on.peer.follow(lambda event: event["event"] == "trace-session", "its session", since=since, quiet=20)
+        yield running
+
+
+def test_only_one_collects_at_a_time(on: Bench, tmp_path: Path) -> None:
+    with collecting(on, tmp_path / "first.cab", seconds=6) as first:
+        words = ["collect", windows_path(tmp_path / "second.cab"), "--seconds", "1"]
+        second = on.machine.run(check_program.PROGRAM, *words)
+        assert (second.status, second.text) == (3, "VeyraCameraDfuCheck: another collect is at work on this machine\n")
+        assert first.result(timeout=60).status == 0
+    assert [path.name for path in tmp_path.iterdir()] == ["first.cab"]
+
+
+def test_keeps_a_cabinet_that_cannot_be_put_in_its_place(on: Bench, tmp_path: Path) -> None:
+    place = tmp_path / "place"
+    place.mkdir()
+    with collecting(on, place / "bundle.cab", seconds=2) as running:
+        place.rmdir()
+        outcome = running.result(timeout=60)
+    assert outcome.status == 3
+    told = re.search(r"the cabinet could not be put in place \(error 3\): .*; it lies at (.+\.cab)", outcome.text)
+    assert told
+    # Wine's folder of that name is in lower case, which the host tells apart.
+    kept = on.machine.file(told[1].replace("\\Temp\\", "\\temp\\"))
+    assert [path.name for path in kept.parent.iterdir()] == ["bundle.cab"]
+    assert "status.json" in unpacked(kept, tmp_path / "unpacked")
+    shutil.rmtree(kept.parent)
+
+
 @pytest.mark.parametrize(
     ("words", "because"),
     [
@@ -702,22 +749,6 @@ def test_refuses_to_collect_and_leaves_nothing(on: Bench, words: list[str], beca
     check_refusal((said.status, "", said.text), because)
     assert said.events == []
     assert {path for path in on.machine.file("C:\\").rglob("*")} == files
-
-
-def test_collects_one_at_a_time(on: Bench, tmp_path: Path) -> None:
-    """The second would end the first one's trace session."""
-    on.peer.set_stage({"trace": None, "cameras": []})
-    since = on.peer.mark()
-    first = [check_program.PROGRAM, "collect", windows_path(tmp_path / "first.cab"), "--seconds", "6"]
-    with ThreadPoolExecutor() as beside:
-        collecting = beside.submit(on.machine.run, *first)
-        on.peer.follow(
-            lambda event: event["event"] == "trace-session", "the first one's session", since=since, quiet=20
-        )
-        second = on.machine.run(check_program.PROGRAM, "collect", windows_path(tmp_path / "second.cab"), "--seconds", "1")
-        assert collecting.result(timeout=60).status == 0
-    check_refusal((second.status, "", second.text), "another collect is at work", status=3)
-    assert [path.name for path in tmp_path.iterdir()] == ["first.cab"]
 
 
 def test_does_not_write_over_a_file(on: Bench, tmp_path: Path) -> None:
@@ -760,6 +791,7 @@ def test_imports_nothing_but_windows_and_nothing_that_writes_or_switches() -> No
         "version.dll",
         "wevtapi.dll",
         "winusb.dll",
+        "wtsapi32.dll",  # whether somebody is logged on
     }
     functions = set().union(*found.values())
     assert found["winusb.dll"] == {

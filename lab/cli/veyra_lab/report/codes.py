@@ -58,6 +58,7 @@ _WIN32 = {
     1168: ("ERROR_NOT_FOUND", "it was not found"),
     1170: ("ERROR_SET_NOT_FOUND", "the device does not have the property that was asked for"),
     1314: ("ERROR_PRIVILEGE_NOT_HELD", "the account does not have the right that this needs"),
+    1338: ("ERROR_INVALID_SECURITY_DESCR", "the security descriptor is damaged"),
     1460: ("ERROR_TIMEOUT", "the time was up"),
     1617: ("ERROR_DEVICE_REMOVED", "the device was removed"),
     1722: ("RPC_S_SERVER_UNAVAILABLE", "the other process is not there"),
