@@ -160,8 +160,23 @@ def test_each_fault_of_the_companion_is_a_row_or_known_to_be_none() -> None:
     assert len(faults) > 25
     assert {name for name in faults if not row_of(name)} == {
         "service-unknown", "service-account", "service-program-missing", "service-program-replaced",
-        "camera-listed-as-capture", "dfu-device-present", "dfu-device-waits", "usb-devices-unknown",
+        "image-unknown", "camera-listed-as-capture", "dfu-device-present", "dfu-device-waits", "usb-devices-unknown",
     }  # fmt: skip
+    assert row_of("image-refused") == "no-image"
+
+
+def test_a_note_of_the_companion_is_no_cause_and_is_told_besides() -> None:
+    names = {"camera-without-unit": "no-media", "toast-controller-waits": "nobody-there", "service-starts-by-hand": ""}
+    findings = [{"id": name, "severity": "note", "text": f"The {name}."} for name in names]
+    told = answer(Sent(status={"findings": findings}))
+    assert (told.rows, told.faults) == ([], [])
+    assert [(each.rows, each.seen) for each in told.others] == [
+        (("no-media",), "The camera-without-unit."), (("nobody-there",), "The toast-controller-waits."),
+    ]  # fmt: skip
+    assert "seen besides: The toast-controller-waits. (row nobody-there)" in told.lines()
+    text = (CHECKOUT / "docs" / "check.md").read_text(encoding="utf-8")
+    for name in names:
+        assert re.search(rf"^\| .*`{name}`.* \| note \|", text, re.MULTILINE), name
 
 
 def test_another_makers_toast_controller_leaves_no_record_to_be_missed() -> None:

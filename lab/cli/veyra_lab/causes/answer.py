@@ -9,7 +9,7 @@ from .rows import Row, rows
 from .sent import Sent
 from .story import tell
 
-# What the companion found, and the row that it is; a name that ends with a hyphen stands for all that begin so.
+# What the companion found, and the row that it is, if any; a name that ends with a hyphen stands for all that begin so.
 _STATUS_ROWS = {
     "service-not-installed": "service-gone",
     "service-deleted": "service-gone",
@@ -18,14 +18,19 @@ _STATUS_ROWS = {
     "update-mode-": "mode",
     "media-foundation": "no-media",
     "camera-not-opened": "no-media",
-    "camera-without-unit": "no-media",
     "camera-version-unknown": "version-unknown",
     "image-": "no-image",
+    "image-unknown": "",
     "toast-controller-missing": "controller-missing",
     "toast-controller-not-running": "controller-gone",
     "toast-controller-unseen": "nobody-there",
     "toast-controller-": "controller-not-started",
     "dfu-device-not-opened": "driver-wrong",
+}
+# Its notes that are no trouble by themselves, and explain one.
+_STATUS_NOTES = {
+    "camera-without-unit": "no-media",
+    "toast-controller-waits": "nobody-there",
 }
 _MOST_TOLD = 30
 # More arrivals than a week has. Whoever complains complains about the last ones.
@@ -105,9 +110,9 @@ def answer(sent: Sent) -> Answer:
     return Answer(
         causes=[*_of_status(sent, causes), *causes],
         fine=[each for each in found if each.is_fine],
-        others=[each for each in found if each.note and not each.is_fine],
+        others=[*(each for each in found if each.note and not each.is_fine), *_notes_of_status(sent)],
         notes=notes,
-        faults=[_words(each) for each in _faults(sent) if not row_of(str(each.get("id", "")))],
+        faults=[_words(each) for each in _found(sent, "fault") if not row_of(str(each.get("id", "")))],
     )
 
 
@@ -115,7 +120,7 @@ def _of_status(sent: Sent, causes: list[Finding]) -> list[Finding]:
     """The companion's findings that the story has not told."""
     told = {name for cause in causes for name in cause.rows}
     found: list[Finding] = []
-    for each in _faults(sent):
+    for each in _found(sent, "fault"):
         row = row_of(str(each.get("id", "")))
         if row and row not in told:
             told.add(row)
@@ -123,9 +128,14 @@ def _of_status(sent: Sent, causes: list[Finding]) -> list[Finding]:
     return found
 
 
-def _faults(sent: Sent) -> list[dict[str, Any]]:
+def _notes_of_status(sent: Sent) -> list[Finding]:
+    notes = [(_STATUS_NOTES.get(str(each.get("id", ""))), each) for each in _found(sent, "note")]
+    return [Finding((row,), _line(each.get("text", each.get("id"))), note=True) for row, each in notes if row]
+
+
+def _found(sent: Sent, severity: str) -> list[dict[str, Any]]:
     found = [each for each in sent.status.get("findings", [])[:100] if isinstance(each, dict)]
-    return [each for each in found if each.get("severity") == "fault"]
+    return [each for each in found if each.get("severity") == severity]
 
 
 def _words(fault: dict[str, Any]) -> str:
