@@ -1,3 +1,4 @@
+#include "check/AccessList.h"
 #include "check/JsonWriter.h"
 #include "check/ProgramName.h"
 #include "check/Redaction.h"
@@ -13,9 +14,10 @@
 #include <vector>
 
 // The texts that the companion finds on a machine: the registry's, event records, the setup log, trace-format
-// files, and the bytes of trace messages.
+// files, the bytes of trace messages, and security descriptors.
 //
-// Input: the length of a message's bytes (u8), those, and a text, which is taken for each of them in turn.
+// Input: the length of a message's bytes (u8), those, and a text, which is taken for each of them in turn;
+// both are taken for a security descriptor, too.
 
 namespace {
 
@@ -84,6 +86,8 @@ void CheckRedaction(const std::string& text) {
     }
     Promise(!Contains(record, "S-1-5-21-") && !Contains(record, "S-1-12-1-"), "no person's SID is left");
     Promise(check::EventWithoutPersons(record) == record, "once is enough for an event");
+    const std::string nameless = check::EventWithoutPersons(text, "PC7");
+    Promise(check::EventWithoutPersons(nameless, "PC7") == nameless, "once is enough for a computer's name");
     const std::string sections = check::VendorSections(text);
     Promise(NamesNoUser(sections), "no user is named in the setup log");
     Promise(sections.empty() || Contains(Lower(text), "vid_2f1a"), "only the vendor's sections are kept");
@@ -97,6 +101,19 @@ void CheckProgramName(const std::string& text) {
             "folder and name are parts of the path");
 }
 
+// A copy of its own size, whose ends the address sanitizer guards.
+void CheckAccessList(const std::vector<std::uint8_t>& bytes) {
+    const auto list = check::ReadAccessList(bytes);
+    if (!list) {
+        return;
+    }
+    const auto isSid = [](std::string_view text) { return text.starts_with("S-1-"); };
+    Promise(list->owner.empty() || isSid(list->owner), "an owner is a SID");
+    Promise(std::all_of(list->entries.begin(), list->entries.end(),
+                        [isSid](const check::AccessEntry& entry) { return isSid(entry.trustee); }),
+            "an entry is for a SID");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -107,6 +124,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckJson(text);
     CheckRedaction(text);
     CheckProgramName(text);
+    CheckAccessList(payload);
+    CheckAccessList(rest);
     static_cast<void>(check::IsServiceControlled(rest));
     check::TraceFormats formats;
     formats.Read(text);
