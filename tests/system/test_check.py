@@ -477,6 +477,8 @@ def test_changes_nothing(on: Bench, command: str, status: int | None) -> None:
     files = files_of(on.machine)
     registry = registry_of(on.machine)
     said = check_program.run(on, command, cameras=[OLD, CURRENT, IN_DFU_MODE])
+    # One of the questions of "windows" is what a broken contract gives.
+    assert len(on.peer.breaches()) == (command == "windows")
     assert status is None or said.status == status
     check_only_reads(said)
     assert files_of(on.machine) == files
