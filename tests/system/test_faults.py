@@ -8,7 +8,7 @@ import pytest
 from support import BUILD, CHECKOUT, Shared, run_script, slow
 from veyra_lab.faults.__main__ import run
 from veyra_lab.faults.program import (
-    Campaign, Failure, Line, ProgramError, built, fields_of, last_words, lines_of, replay, trial_ids,
+    Campaign, Failure, Line, ProgramError, built, copy_of, fields_of, last_words, lines_of, replay, trial_ids,
 )  # fmt: skip
 from veyra_lab.faults.scenario import write_scenario
 from veyra_lab.faults.shipped import ShippedTrials, why_left_out
@@ -159,6 +159,14 @@ def test_a_campaign_that_takes_too_long_does_not_hold(tmp_path: Path, capsys: py
 def test_a_program_that_dies_of_telling_ids_is_told_in_one_line(leaking: Path) -> None:
     with pytest.raises(ProgramError, match="told no ids: ERROR: LeakSanitizer: detected memory leaks"):
         trial_ids(leaking, 1, "all", 0)
+
+
+def test_a_run_goes_on_with_the_program_that_it_began_with(stand_in: Path) -> None:
+    with copy_of(stand_in) as copy:
+        before = replay(copy, "good")
+        stand_in.unlink()
+        assert replay(copy, "good") == before
+    assert list(stand_in.parent.iterdir()) == []
 
 
 def test_refuses_an_id_that_the_program_does_not_know(stand_in: Path) -> None:

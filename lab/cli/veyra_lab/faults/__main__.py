@@ -21,7 +21,9 @@ from ..terminal.set_up import SetUpError
 from ..windows.machine import Machine, MachineError
 from ..windows.sole_use import sole_use
 from ..wire.events import PeerError
-from .program import Campaign, Failure, Line, ProgramError, built, fields_of, lines_of, replay, trial_ids
+from .program import (
+    Campaign, Failure, Line, ProgramError, built, copy_of, fields_of, lines_of, replay, trial_ids,
+)  # fmt: skip
 from .scenario import write_scenario
 from .shipped import ShippedTrials, why_left_out
 from .shrink import shrink
@@ -58,12 +60,12 @@ def main() -> int:
     """The exit status."""
     options = _parse()
     try:
-        program = built()
-        if options.replay is not None:
-            return _replay(program, options.replay, options.times)
-        if options.wine:
-            return _run_shipped(program, options)
-        return run(program, quick=options.quick, seed=options.seed, limit=options.limit)
+        with copy_of(built()) as program:
+            if options.replay is not None:
+                return _replay(program, options.replay, options.times)
+            if options.wine:
+                return _run_shipped(program, options)
+            return run(program, quick=options.quick, seed=options.seed, limit=options.limit)
     except BrokenPipeError:
         # Nobody reads any more, as behind `| head`. Python would complain once more at its end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())

@@ -3,10 +3,13 @@
 import json
 import os
 import re
+import shutil
 import subprocess
+import tempfile
 import threading
 from collections.abc import Callable, Iterator, Sequence
 from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -41,6 +44,13 @@ def built() -> Path:
     call_setup("packages", "test", aside=True)
     call_setup("build", PRESET, _NAME, aside=True)
     return BUILD / PRESET / _NAME
+
+
+@contextmanager
+def copy_of(program: Path) -> Iterator[Path]:
+    """A copy that is there as long as the context: a long run goes on with what it began with, whatever is built meanwhile."""
+    with tempfile.TemporaryDirectory(dir=program.parent) as folder:
+        yield Path(shutil.copy2(program, folder))
 
 
 def lines_of(text: str) -> Iterator[Line]:
