@@ -144,6 +144,20 @@ def test_takes_what_the_companion_found_as_well() -> None:
     told = answer(Sent(status={"findings": findings}))
     assert [finding.rows for finding in told.causes] == [("mode",), ("controller-not-started",)]
     assert told.faults == ["of the future"]
+    assert told.sentence.startswith("The update mode is not set: the update mode is not exactly")
+    later = answer(replace(sent([*_START, *_ASK], [_ASKED, _NO]), status={"findings": findings}))
+    assert later.sentence.startswith("The record has an answer that is no acceptance: ")
+
+
+def test_a_row_says_what_to_do_where_it_is_told_alone() -> None:
+    """It is told without the document around it."""
+    for row in rows().values():
+        assert not re.search(r"\b(?:above|below|next [a-z]+ rows)\b", row.remedy), row.name
+        assert "see below" not in row.cause, row.name
+    assert rows()["mode"].remedy == (
+        r"reg add HKLM\SYSTEM\CurrentControlSet\Services\VeyraCameraDFU /v DFUAutoMode /t REG_SZ"
+        ' /d "Service Controlled" /f'
+    )
 
 
 def test_tells_a_fault_that_is_no_row_in_the_companions_words() -> None:

@@ -61,7 +61,7 @@ HRESULT WINAPI DecrementUsageCounted(CO_MTA_USAGE_COOKIE cookie) {
     return result;
 }
 
-// In the words of the laboratory's own toast server.
+// In the words of the laboratory's own toast controller.
 PromptReports ReportsTo(Rig& rig) {
     const auto handling = [&rig](bool isHandling) { rig.HoldClock(isHandling); };
     if (!rig.Settings().recordsPrompts) {

@@ -28,7 +28,7 @@ struct ProgramEnd {
 // The full path of the server's file.
 [[nodiscard]] std::wstring ToastServerFile();
 
-// A machine on which the toast server is registered, for all tests of a suite, and a client in the
+// A machine on which the toast controller is registered, for all tests of a suite, and a client in the
 // multithreaded apartment. Each test leaves the machine without server and wire.
 class ToastServerFixture : public testing::Test {
   protected:

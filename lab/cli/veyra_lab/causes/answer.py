@@ -39,10 +39,13 @@ _MOST_ITEMS = 5000
 
 @dataclass(frozen=True)
 class Answer:
-    """`causes`: what went wrong, in the order of the story; when empty, `fine` says whether something went well.
-    `others`: what was seen besides. `faults`: what the companion found and is no row, in its own words."""
+    """`causes`: what went wrong, what the companion found before what the story tells, each in its own order; when empty,
+    `fine` says whether something went well. `complaint`: the last of the story, which is what somebody complains about;
+    without one the first that the companion found. `others`: what was seen besides. `faults`: what the companion found and
+    is no row, in its own words."""
 
     causes: list[Finding]
+    complaint: Finding | None
     fine: list[Finding]
     others: list[Finding]
     notes: list[str]
@@ -56,12 +59,12 @@ class Answer:
 
     @property
     def sentence(self) -> str:
-        """The last cause, which is what somebody complains about, in one sentence."""
-        if self.causes:
-            cause = self.causes[-1]
-            more = len(cause.rows) - 1
+        """The complaint in one sentence."""
+        if self.complaint:
+            more = len(self.complaint.rows) - 1
             others = f"; or {'one other cause' if more == 1 else f'{more} other causes'}, the same to see" if more else ""
-            return f"{_capital(cause.seen)}: {rows()[cause.rows[0]].cause}{others}."
+            cause = rows()[self.complaint.rows[0]].cause
+            return f"{_capital(self.complaint.seen.rstrip('.'))}: {cause}{others}."
         if self.faults:
             return _capital(self.faults[0])
         if self.fine:
@@ -102,13 +105,15 @@ def answer(sent: Sent) -> Answer:
         notes.append(f"of {len(items):,} arrivals, starts and stops the last {_MOST_ITEMS:,} are judged")
         items = items[-_MOST_ITEMS:]
     found = findings(items, records, sent.has_record)
-    causes = [each for each in found if not each.note and not each.is_fine]
+    told = [each for each in found if not each.note and not each.is_fine]
+    causes = [*_of_status(sent, told), *told]
     if sent.traces and not sent.has_record:
         notes.append("there is no event log: the toast controller's record tells how far a download came")
     if not sent.traces and not sent.messages:
         notes.append("there is no trace: it tells most")
     return Answer(
-        causes=[*_of_status(sent, causes), *causes],
+        causes=causes,
+        complaint=(told[-1:] or causes[:1] or [None])[0],
         fine=[each for each in found if each.is_fine],
         others=[*(each for each in found if each.note and not each.is_fine), *_notes_of_status(sent)],
         notes=notes,
