@@ -438,9 +438,17 @@ def test_an_input_is_played_as_often_as_it_is_judged(
 @pytest.mark.parametrize(
     "text",
     ["", "nonsense", "kv400.2500x1.1zz3-time", "scenario.two-cameras.0123456789", "scenario.none.0123456789", "soak.1",
-     "soak.1.0", "traits.99999.0123456789", "traits.1.0123456789", "fuzz.none.AA", "fuzz.conversation.A",
+     "soak.1.0", "soak.01.1", "traits.99999.0123456789", "traits.1.0123456789", "fuzz.none.AA", "fuzz.conversation.A",
      "fuzz.trial.file.0123456789abcdef", "stays-in-dfu-mode.2500x1"],
 )  # fmt: skip
 def test_says_in_one_line_that_an_id_cannot_be_played(text: str) -> None:
     done = run_script(str(CHECKOUT / "scripts" / "lab"), "replay", text, timeout=60)
     assert (done.returncode, done.stdout, done.stderr.count("\n")) == (2, "", 1)
+
+
+@pytest.mark.parametrize("id_", ["kv400.2500x1.1gs3-time-after", "fuzz.device_path.AAEC"])
+@pytest.mark.parametrize("option", ["--transcript", "--programs", "--machine"])
+def test_refuses_options_that_linux_would_not_look_at(run: Run, tmp_path: Path, id_: str, option: str) -> None:
+    on = ["--on", "linux"] if id_.startswith("kv400") else []
+    check_refusal(run(lambda: lab(["replay", id_, *on, option, str(tmp_path / "new")])), "executable that ships")
+    assert list(tmp_path.iterdir()) == []

@@ -91,7 +91,7 @@ def _parse() -> argparse.Namespace:
     )
     parser.add_argument("--seed", type=_number, metavar="N", help="choose the pairs that a run with this seed chose")
     parser.add_argument(
-        "--limit", type=_number, metavar="SECONDS", help="not held, too, when each of its two shares takes more processor time"
+        "--limit", type=_number, metavar="SECONDS", help="not held, too, when its two shares take more processor time, on average"
     )
     parser.add_argument("--replay", metavar="ID", help="play one trial, and write its transcript")
     parser.add_argument(
@@ -127,7 +127,7 @@ def _replay(program: Path, trial: str, times: int) -> int:
 
 
 def run(program: Path, *, quick: bool, seed: int | None = None, limit: int | None = None) -> int:
-    """The campaign, with all that it tells; the exit status. `limit` is in seconds of each share's processor time,
+    """The campaign, with all that it tells; the exit status. `limit` is in seconds of the shares' mean processor time,
     which does not depend on what else the machine does."""
     seed = random.SystemRandom().randrange(1 << 30) if seed is None else seed
     again = f"scripts/faults {'--quick ' if quick else ''}--seed {seed}"
@@ -142,7 +142,7 @@ def run(program: Path, *, quick: bool, seed: int | None = None, limit: int | Non
     _tell(program, failures)
     is_late = limit is not None and share > limit
     if is_late:
-        print(f"failed: a share took {share:.1f} s of processor time, and may take {limit}")
+        print(f"failed: a share took {share:.1f} s of processor time on average, and may take {limit}")
     return 1 if failures or is_late or not table.tried else 0
 
 

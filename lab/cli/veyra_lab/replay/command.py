@@ -68,7 +68,7 @@ def register(subparsers: Any) -> None:
     parser.add_argument("--file", type=Path, metavar="FILE", help="where a scenario is that is not one of the laboratory's")
     add_transcript(parser)
     add_places(parser)
-    parser.set_defaults(run=_run, programs=None)
+    parser.set_defaults(run=_run, programs=None, usual_machine=parser.get_default("machine"))
 
 
 def _times(text: str) -> int:
@@ -95,6 +95,8 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
         raise ValueError(f"'{id_}' is no scenario's: --file goes with one")
     if options.on == "linux" and not is_trial and kind != FUZZ:
         raise ValueError(f"'{id_}' is played on the executable that ships, and not on Linux")
+    if kind == FUZZ or options.on == "linux":
+        _refuse_what_is_for_windows(options)
     if kind == FUZZ:
         if options.on == "windows":
             raise ValueError(f"'{id_}' is an input of a program for Linux, and cannot be played on Windows")
@@ -115,6 +117,14 @@ def _player_of(options: argparse.Namespace) -> Callable[[], int]:
     if why := why_left_out(id_):
         raise ValueError(f"'{id_}' can be played on Linux only: {why}")
     return lambda: _on_windows(options, lambda: of_trial(id_))
+
+
+def _refuse_what_is_for_windows(options: argparse.Namespace) -> None:
+    """ValueError for options that a play on Linux would not look at."""
+    if options.transcript is not None:
+        raise ValueError("--transcript is of the executable that ships; on Linux the transcript goes to standard output")
+    if (options.programs, options.machine) != (None, options.usual_machine):
+        raise ValueError("--programs and --machine are for the executable that ships, and not for Linux")
 
 
 def _trial_on_linux(trial: str, times: int) -> int:

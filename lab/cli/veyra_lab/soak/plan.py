@@ -10,7 +10,7 @@ from ..scenarios.variant import StagePlan, Variant
 
 PREFIX = "soak"
 _SEED = "[0-9]{1,18}"
-_ID = re.compile(PREFIX + rf"\.({_SEED})\.([1-9][0-9]{{0,11}})(\.real-time|\.year)?")
+_ID = re.compile(PREFIX + r"\.(0|[1-9][0-9]{0,17})\.([1-9][0-9]{0,11})(\.real-time|\.year)?")
 
 _CAMERAS = 3
 _OLD_VERSION = "5.10.2.0"
