@@ -7,6 +7,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 
+from veyra_lab.terminal.set_up import SetUpError
+
 DUMP_MAGIC = b"MDMP"
 
 # "Faulting module name: x.exe, version: 1.0.0.0, time stamp: 0x...", in whatever language, with its own colons and commas.
@@ -106,8 +108,8 @@ _EXCEPTION = re.compile(r"Exception 0x([0-9a-f]+)")
 
 
 def of_dump(path: Path, programs: Path) -> list[Crash]:
-    """The threads of a dump, the one that crashed first. `programs` is where the programs lie. DumpError when lldb is
-    not there or does not take it."""
+    """The threads of a dump, the one that crashed first. `programs` is where the programs lie. DumpError when lldb
+    does not take it, SetUpError when there is none."""
     said = _lldb(path, programs)
     modules = [(int(base, 16), re.split(r"[\\/]", name)[-1]) for base, name in _lines(_MODULE, said)]
     if not modules:
@@ -135,7 +137,7 @@ def _lines(pattern: re.Pattern[str], lines: Sequence[str]) -> list[tuple[str, ..
 
 def _lldb(path: Path, programs: Path) -> list[str]:
     if not shutil.which("lldb"):
-        raise DumpError("lldb is missing: apt-get install lldb")
+        raise SetUpError("lldb is missing: apt-get install lldb")
     commands = [
         f'settings set target.exec-search-paths "{programs}"',
         r'settings set frame-format "frame ${frame.pc}\n"',

@@ -1,11 +1,12 @@
 """Tells function and line of a crash: scripts/symbolize."""
 
+import errno
 import re
 import sys
 from pathlib import Path
 
 from veyra_lab.checkout import BUILD
-from veyra_lab.terminal.parser import Parser
+from veyra_lab.terminal.parser import Parser, give_up
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
 from .crashes import DUMP_MAGIC, Crash, DumpError, Frame, of_dump, of_text
@@ -22,8 +23,10 @@ Tells where in the sources a program crashed. WHAT is
 
 The symbols have to be those of the very build that crashed: keep each release's ZIP of symbols.
 
-exit codes: 0 told, 1 nothing was found in WHAT, or not of these programs, 2 wrong usage"""
+exit codes: 0 told; 1 no place is of these programs, or a tool is missing; 2 wrong usage, WHAT tells of no crash, or the
+symbols cannot be read or are of another version"""
 
+_PROGRAM = "scripts/symbolize"
 _MEANINGS = {
     0xC0000005: "access violation",
     0xC0000094: "integer division by zero",
@@ -67,32 +70,45 @@ def told(crash: Crash, symbols: Symbols) -> tuple[list[str], bool]:
     return lines, found
 
 
+def _is_file(what: str) -> bool:
+    try:
+        return Path(what).is_file()
+    except OSError as error:
+        if error.errno != errno.ENAMETOOLONG:
+            raise
+        return False
+
+
+def _text(content: bytes) -> str:
+    # Windows' own tools write UTF-16.
+    encoding = "utf-16" if content[:2] in (b"\xff\xfe", b"\xfe\xff") else "utf-8-sig"
+    return content.decode(encoding, "replace")
+
+
 def _crashes(what: str, symbols: Symbols) -> list[Crash]:
     if what == "-":
-        return of_text(sys.stdin.read())
-    path = Path(what)
-    if not path.is_file():
+        return of_text(_text(sys.stdin.buffer.read()))
+    if not _is_file(what):
         return of_text(what)
+    path = Path(what)
     content = path.read_bytes()
     if content.startswith(DUMP_MAGIC):
         call_setup("packages", "symbolize", aside=True)
         return of_dump(path.resolve(), symbols.folder)
-    # Windows' own tools write UTF-16.
-    encoding = "utf-16" if content[:2] in (b"\xff\xfe", b"\xfe\xff") else "utf-8-sig"
-    return of_text(content.decode(encoding, "replace"))
+    return of_text(_text(content))
 
 
 def main() -> int:
-    parser = Parser(prog="scripts/symbolize", description=_DESCRIPTION)
+    parser = Parser(prog=_PROGRAM, description=_DESCRIPTION)
     parser.add_argument("what", metavar="WHAT")
     parser.add_argument(
         "--symbols", type=Path, metavar="ZIP", default=BUILD / "windows-release",
         help="a release's ZIP of symbols, or a build folder (default: build/windows-release)",
     )
     options = parser.parse_args()
-    if options.what != "-" and not Path(options.what).is_file() and not re.search(r"\+0x[0-9a-fA-F]", options.what):
-        parser.error(f"{options.what} is neither a file nor a program with an offset")
     try:
+        if options.what != "-" and not _is_file(options.what) and not re.search(r"\+0x[0-9a-fA-F]", options.what):
+            parser.error(f"{options.what} is neither a file nor a program with an offset")
         with Symbols(options.symbols) as symbols:
             crashes = _crashes(options.what, symbols)
             if not crashes:
@@ -100,12 +116,13 @@ def main() -> int:
             everything = [told(crash, symbols) for crash in crashes]
             print("\n\n".join("\n".join(lines) for lines, _ in everything))
             if not any(found for _, found in everything):
-                raise SymbolError(f"no place of {', '.join(symbols.programs())} is among them")
-    except (SymbolError, DumpError, SetUpError, OSError) as error:
-        print(f"scripts/symbolize: {error}", file=sys.stderr)
-        return 1
+                return give_up(_PROGRAM, LookupError(f"no place of {', '.join(symbols.programs())} is among them"))
+    except SetUpError as error:
+        return give_up(_PROGRAM, error)
+    except (SymbolError, DumpError, OSError) as error:
+        return give_up(_PROGRAM, error, 2)
     return 0
 
 
 if __name__ == "__main__":
-    sys.exit(status_of(main, "scripts/symbolize"))
+    sys.exit(status_of(main, _PROGRAM))

@@ -1,5 +1,6 @@
 """The symbols of a release: from an offset in a program to function and line."""
 
+import lzma
 import posixpath
 import re
 import shutil
@@ -7,11 +8,14 @@ import struct
 import subprocess
 import tempfile
 import zipfile
+import zlib
 from collections.abc import Iterable, Sequence
 from contextlib import ExitStack
 from dataclasses import dataclass
 from pathlib import Path
 from types import TracebackType
+
+from veyra_lab.terminal.set_up import SetUpError
 
 _ADDR2LINE = "x86_64-w64-mingw32-addr2line"
 # What addr2line says behind a line for which the compiler has made several pieces.
@@ -20,7 +24,7 @@ _FIXED_VERSION = b"\xbd\x04\xef\xfe\x00\x00\x01\x00"
 
 
 class SymbolError(Exception):
-    """There are no symbols, or they are not those of the program."""
+    """There are no symbols, they cannot be read, or they are not those of the program."""
 
 
 @dataclass(frozen=True)
@@ -45,13 +49,14 @@ class Symbols:
         self._folder = source
 
     def __enter__(self) -> "Symbols":
-        if self._source.is_file():
-            self._folder = Path(self._parts.enter_context(tempfile.TemporaryDirectory()))
-            self._unpack()
-        if not self.programs():
-            self._parts.close()
-            reason = "it is neither a build folder nor the ZIP of a release's symbols"
-            raise SymbolError(f"{self._source} has no symbols: {reason}")
+        with ExitStack() as parts:
+            if self._is_file():
+                self._folder = Path(parts.enter_context(tempfile.TemporaryDirectory()))
+                self._unpack()
+            if not self.programs():
+                reason = "it is neither a build folder nor the ZIP of a release's symbols"
+                raise SymbolError(f"{self._source} has no symbols: {reason}")
+            self._parts = parts.pop_all()
         return self
 
     def __exit__(
@@ -81,19 +86,23 @@ class Symbols:
         found = content.find(_FIXED_VERSION)
         if found < 0:
             return None
-        numbers = struct.unpack_from("<HHHH", content, found + len(_FIXED_VERSION))
+        try:
+            numbers = struct.unpack_from("<HHHH", content, found + len(_FIXED_VERSION))
+        except struct.error:
+            raise SymbolError(f"{program} is cut off within its version") from None
         return ".".join(str(numbers[index]) for index in (1, 0, 3, 2))
 
     def places(self, program: str, offsets: Sequence[int]) -> list[list[Place]]:
         """For each offset from the program's start the place, innermost first: a function that the compiler has put
-        into another is followed by that one. An offset that no function has gives one place without a file."""
+        into another is followed by that one. An offset that no function has gives one place without a file. SetUpError when
+        the tool that finds them is missing."""
         if not offsets:
             return []
         debug = self._folder / f"{program}.debug"
         base = image_base(debug)
         words = [f"{base + offset:#x}" for offset in offsets]
         if not shutil.which(_ADDR2LINE):
-            raise SymbolError(f"{_ADDR2LINE} is missing: apt-get install binutils-mingw-w64-x86-64")
+            raise SetUpError(f"{_ADDR2LINE} is missing: apt-get install binutils-mingw-w64-x86-64")
         answer = subprocess.run(
             [_ADDR2LINE, "--exe", debug, "--addresses", "--functions", "--inlines", "--demangle", *words],
             capture_output=True, text=True, check=False,
@@ -101,6 +110,12 @@ class Symbols:
         if answer.returncode != 0:
             raise SymbolError(f"{_ADDR2LINE} ended with {answer.returncode}: {' '.join(answer.stderr.split())}")
         return list(_read(answer.stdout.splitlines()))
+
+    def _is_file(self) -> bool:
+        try:
+            return self._source.is_file()
+        except OSError as error:
+            raise SymbolError(f"{self._source} cannot be read: {error.strerror}") from None
 
     def _unpack(self) -> None:
         try:
@@ -111,13 +126,20 @@ class Symbols:
                         (self._folder / name).write_bytes(archive.read(entry))
         except zipfile.BadZipFile:
             raise SymbolError(f"{self._source} is no ZIP and no folder") from None
+        # An entry that is encrypted, or packed in another way, is a RuntimeError.
+        except (OSError, EOFError, ValueError, RuntimeError, struct.error, zlib.error, lzma.LZMAError) as error:
+            raise SymbolError(f"{self._source} cannot be unpacked: {error}") from None
 
 
 def image_base(program: Path) -> int:
-    """The address that a 64-bit program asks for."""
-    content = program.read_bytes()[:1024]
-    (header,) = struct.unpack_from("<I", content, 0x3C)
-    (base,) = struct.unpack_from("<Q", content, header + 24 + 24)
+    """The address that a 64-bit program asks for. SymbolError when the file is none."""
+    try:
+        with program.open("rb") as file:
+            content = file.read(1024)
+        (header,) = struct.unpack_from("<I", content, 0x3C)
+        (base,) = struct.unpack_from("<Q", content, header + 24 + 24)
+    except (OSError, struct.error) as error:
+        raise SymbolError(f"{program.name} is no program: {error}") from None
     return base
 
 

@@ -318,9 +318,9 @@ def test_takes_the_symbols_of_a_release(tmp_path: Path, name: str) -> None:
     assert "src/service/KeepAlive.cpp" in told(symbols, f"{_PROGRAM}+{offset_of('KeepAlive::WorkItem'):#x}")[1]
 
 
-def check_failure(because: str, *arguments: str) -> None:
+def check_failure(because: str, *arguments: str, status: int = 2) -> None:
     done = run_script("symbolize", *arguments)
-    check_refusal((done.returncode, "", done.stderr), because, status=1)
+    check_refusal((done.returncode, "", done.stderr), because, status)
 
 
 def test_says_in_one_line_why_it_tells_nothing(tmp_path: Path) -> None:
@@ -330,9 +330,31 @@ def test_says_in_one_line_why_it_tells_nothing(tmp_path: Path) -> None:
     check_failure(f"the crash is of {_PROGRAM} 0.9.0.0, the symbols are of {_VERSION}", str(other))
     other.write_text("nothing of the kind")
     check_failure("other.txt tells of no crash", str(other))
-    check_failure("no place of VeyraCameraDfu", "ntdll.dll+0x1234")
     check_failure("has no symbols", "ntdll.dll+0x1234", "--symbols", str(tmp_path))
+    check_failure("has no symbols", "ntdll.dll+0x1234", "--symbols", "/no/such")
     check_failure("is no ZIP and no folder", "ntdll.dll+0x1234", "--symbols", str(other))
+    check_failure("File name too long", "ntdll.dll+0x1234", "--symbols", 5000 * "x")
+    # A question with an answer: it is none of these programs.
+    check_failure("no place of VeyraCameraDfu", "ntdll.dll+0x1234", status=1)
+
+
+def test_says_in_one_line_what_is_broken_in_the_symbols(tmp_path: Path) -> None:
+    symbols = tmp_path / "symbols.zip"
+    where = (f"{_PROGRAM}+0x1234", "--symbols", str(symbols))
+    with zipfile.ZipFile(symbols, "w") as archive:
+        archive.writestr(f"{_PROGRAM}.debug", b"x")
+    check_failure(f"{_PROGRAM}.debug is no program", *where)
+    with zipfile.ZipFile(symbols, "w", zipfile.ZIP_DEFLATED) as archive:
+        archive.writestr(f"{_PROGRAM}.debug", bytes(range(256)) * 9)
+    content = bytearray(symbols.read_bytes())
+    start = 30 + len(f"{_PROGRAM}.debug")
+    symbols.write_bytes(content[:start] + b"\xff" * 20 + content[start + 20 :])
+    check_failure("symbols.zip cannot be unpacked", *where)
+    # Bit 0 of the flags, in the entry itself and in the directory: it is encrypted.
+    content[6] |= 1
+    content[content.index(b"PK\1\2") + 8] |= 1
+    symbols.write_bytes(content)
+    check_failure("symbols.zip cannot be unpacked", *where)
 
 
 @slow
@@ -344,7 +366,13 @@ def test_says_in_one_line_that_a_dump_is_none(tmp_path: Path) -> None:
 
 @pytest.mark.parametrize(
     ("arguments", "reason"),
-    [((), "the following arguments are required: WHAT"), (("/no/such",), "neither a file nor a program with an offset")],
+    [
+        ((), "the following arguments are required: WHAT"),
+        (("/no/such",), "neither a file nor a program with an offset"),
+        ((5000 * "x",), "neither a file nor a program with an offset"),
+        (("ntdll.dll+0x1234", "--symbols"), "--symbols: expected one argument"),
+    ],
+    ids=["nothing", "no file", "a long word", "no ZIP"],
 )
 def test_refuses_wrong_usage_in_one_line(arguments: tuple[str, ...], reason: str) -> None:
     done = run_script("symbolize", *arguments)
