@@ -10,6 +10,7 @@ exit codes: 0 made, 1 failed, with the reason on standard error, 2 wrong usage
 """
 
 import argparse
+import errno
 import hashlib
 import os
 import re
@@ -64,6 +65,8 @@ _NAMESPACE = uuid.UUID("c1de4c0f-6a3c-4f2b-9a57-0d0b1f7c8a35")
 _WIX = "http://schemas.microsoft.com/wix/2006/wi"
 # What a source tree without a history is dated: the first day that a ZIP can express.
 _NO_DATE = 315532800
+# The last second that one can.
+_LAST_DATE = 4354819199
 _UNIX_EPOCH_AS_FILETIME = 116444736000000000
 _SUMMARY_FORMAT = uuid.UUID("f29f85e0-4ff9-1068-ab91-08002b27b3d9").bytes_le
 _SUMMARY_TIMES = (12, 13)
@@ -170,8 +173,9 @@ def source_date() -> int:
     """The sources' time, in seconds since 1970: SOURCE_DATE_EPOCH, or the commit's; 1980 without a history."""
     given = os.environ.get("SOURCE_DATE_EPOCH")
     if given is not None:
-        if not given.isdecimal():
-            raise PackageError(f"SOURCE_DATE_EPOCH is no number of seconds: {given}")
+        # Python takes no number of thousands of digits.
+        if not given.isdecimal() or len(given) > len(str(_LAST_DATE)) or int(given) > _LAST_DATE:
+            raise PackageError(f"SOURCE_DATE_EPOCH is no number of seconds up to the year 2107: {given[:40]}")
         return max(int(given), _NO_DATE)
     if (ROOT / ".git").exists() and shutil.which("git"):
         command = ["git", "-C", str(ROOT), "log", "-1", "--format=%ct"]
@@ -396,12 +400,10 @@ class Release:
                 sign(self.signing, installer)
             make_symbols(files, self.build, version, date, symbols)
             linked = linked_parts(self.build, files)
-            described = {**files, START_TYPE_TOOL: tool}
-            artifacts = (archive, installer, symbols)
-            materials.write_text(
-                sbom(SERVICE, version, date, described, artifacts, linked, distribution()), encoding="utf-8"
-            )
-        made = [*artifacts, materials, *self._manifests(version, installer)]
+            described = {**files, _TOAST_TEXT.name: _TOAST_TEXT, START_TYPE_TOOL: tool}
+            told = sbom(SERVICE, version, date, described, (archive, installer), symbols, linked, distribution())
+            materials.write_text(told, encoding="utf-8")
+        made = [archive, installer, symbols, materials, *self._manifests(version, installer)]
         sums = self.output / "SHA256SUMS"
         write_sums(made, sums)
         return [*made, sums]
@@ -439,9 +441,30 @@ def _address(text: str) -> str:
 
 def _command(text: str) -> list[str]:
     try:
-        return command_words(text)
+        words = command_words(text)
     except PackageError as error:
         raise argparse.ArgumentTypeError(str(error)) from None
+    if not shutil.which(words[0]):
+        raise argparse.ArgumentTypeError(f"the signing command {words[0]} is no program")
+    return words
+
+
+def _folder(text: str) -> Path:
+    """A folder that is there, or can be made."""
+    path = Path(text)
+    for place in (path.absolute(), *path.absolute().parents):
+        try:
+            place.lstat()
+        except (FileNotFoundError, NotADirectoryError):
+            continue
+        except OSError as error:
+            raise argparse.ArgumentTypeError(f"'{text}' cannot be a folder: {error.strerror}") from None
+        if not place.is_dir():
+            raise argparse.ArgumentTypeError(f"'{text}' cannot be made: {place} is no folder")
+        if not os.access(place, os.W_OK | os.X_OK):
+            raise argparse.ArgumentTypeError(f"'{text}' cannot be written: {os.strerror(errno.EACCES)}")
+        break
+    return path
 
 
 def _icon(text: str) -> Path:
@@ -459,7 +482,7 @@ def _icon(text: str) -> Path:
 def _options() -> argparse.Namespace:
     parser = Parser(prog="scripts/package", description=__doc__)
     parser.add_argument(
-        "--output", type=Path, metavar="FOLDER", default=ROOT / "build" / "package",
+        "--output", type=_folder, metavar="FOLDER", default=ROOT / "build" / "package",
         help="where the files go (default: build/package)",
     )
     parser.add_argument(
@@ -478,7 +501,12 @@ def _options() -> argparse.Namespace:
         "--download-address", type=_address, metavar="URL",
         help="the folder from which the installer will be fetched: makes winget's manifests, too",
     )  # fmt: skip
-    return parser.parse_args()
+    options = parser.parse_args()
+    try:
+        source_date()
+    except PackageError as error:
+        parser.error(str(error))
+    return options
 
 
 def main() -> int:

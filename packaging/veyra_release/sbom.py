@@ -25,17 +25,19 @@ def sbom(
     date: int,
     files: Mapping[str, Path],
     artifacts: Sequence[Path],
+    symbols: Path,
     linked: Linked,
     distribution: str,
 ) -> str:
-    """The document, as JSON. `files` are the package's, by their names in it; `artifacts` what is handed out; `linked`
-    names the programs' parts; `distribution` is Debian's release that they are from ("debian-12"); `date` counts from
-    1970."""
+    """The document, as JSON. `files` are the package's, by their names in it; `artifacts` what is handed out with
+    them, and `symbols` what is handed out beside; `linked` names the programs' parts; `distribution` is Debian's release
+    that they are from ("debian-12"); `date` counts from 1970."""
     described = [_file(path, source) for path, source in files.items()]
     packages = sorted({package for parts in linked.values() for package in parts})
     relations = [_relation(_DOCUMENT, "DESCRIBES", _PRODUCT)]
     relations += [_relation(_PRODUCT, "CONTAINS", _file_id(path)) for path in files]
-    relations += [_relation(_artifact_id(path), "DISTRIBUTION_ARTIFACT", _PRODUCT) for path in artifacts]
+    relations += [_relation(_artifact_id(path), "VARIANT_OF", _PRODUCT) for path in artifacts]
+    relations.append({**_relation(_artifact_id(symbols), "OTHER", _PRODUCT), "comment": "the symbols of its programs"})
     for program, parts in linked.items():
         for package, libraries in parts.items():
             relation = _relation(_file_id(program), "STATIC_LINK", _package_id(package))
@@ -66,7 +68,7 @@ def sbom(
         },
         "packages": [
             product,
-            *(_artifact(path, version) for path in artifacts),
+            *(_artifact(path, version) for path in (*artifacts, symbols)),
             *(_package(package, distribution) for package in packages),
         ],
         "files": described,
@@ -152,7 +154,7 @@ def _artifact(path: Path, version: str) -> dict[str, Any]:
 
 def _package(package: Package, distribution: str) -> dict[str, Any]:
     where = f"arch={package.architecture}&distro={distribution}"
-    locator = f"pkg:deb/debian/{package.name}@{_quoted(package.version)}?{where}"
+    locator = f"pkg:deb/debian/{_quoted(package.name)}@{_quoted(package.version)}?{where}"
     return {
         "SPDXID": _package_id(package),
         "name": package.name,
@@ -179,6 +181,6 @@ def _licence(package: Package) -> dict[str, str]:
     }
 
 
-def _quoted(version: str) -> str:
+def _quoted(text: str) -> str:
     """As a locator has it: all but letters, digits and a few signs in per cents."""
-    return re.sub(r"[^A-Za-z0-9.\-_~]", lambda found: f"%{ord(found.group()):02X}", version)
+    return re.sub(r"[^A-Za-z0-9.\-_~]", lambda found: f"%{ord(found.group()):02X}", text)

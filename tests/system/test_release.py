@@ -184,7 +184,7 @@ def test_the_bill_has_the_fields_of_its_format(release: Path) -> None:
         assert ("packageVerificationCode" in package) is package["filesAnalyzed"]
         for reference in package.get("externalRefs", []):
             assert reference["referenceCategory"] == "PACKAGE-MANAGER" and reference["referenceType"] == "purl"
-            locator = r"pkg:deb/debian/[a-z0-9.+-]+@[^?@ +]+\?arch=\w+&distro=debian-\d+"
+            locator = r"pkg:deb/debian/(?:[a-z0-9.-]|%2B)+@[^?@ +]+\?arch=\w+&distro=debian-\d+"
             assert re.fullmatch(locator, reference["referenceLocator"])
     for file in document["files"]:
         assert file["fileName"].startswith("./")
@@ -195,7 +195,8 @@ def test_the_bill_has_the_fields_of_its_format(release: Path) -> None:
     declared = {package.get("licenseDeclared") for package in document["packages"]} - {"NOASSERTION"}
     assert declared == licences
     for relation in document["relationships"]:
-        assert relation["relationshipType"] in {"DESCRIBES", "CONTAINS", "DISTRIBUTION_ARTIFACT", "STATIC_LINK"}
+        assert relation["relationshipType"] in {"DESCRIBES", "CONTAINS", "VARIANT_OF", "STATIC_LINK", "OTHER"}
+        assert relation["relationshipType"] != "OTHER" or relation["comment"]
         assert {relation["spdxElementId"], relation["relatedSpdxElement"]} <= {*known, "SPDXRef-DOCUMENT"}
 
 
@@ -206,8 +207,6 @@ def test_the_bill_has_the_digests_of_what_is_handed_out(release: Path) -> None:
         check_sums(sums[name], (release / name).read_bytes())
     with zipfile.ZipFile(release / f"{_STEM}.zip") as archive:
         held = {name.partition("/")[2]: archive.read(name) for name in archive.namelist()}
-    # It says itself how it is used by hand; the installer does it.
-    del held["VeyraCameraToastCntl.txt"]
     for name, content in held.items():
         check_sums(sums[f"./{name}"], content)
     tool = (BUILD / packaging.START_TYPE_TOOL).read_bytes()
@@ -219,6 +218,21 @@ def test_the_bill_has_the_digests_of_what_is_handed_out(release: Path) -> None:
     digests = sorted(hashlib.sha1(content).hexdigest() for content in [*held.values(), tool])
     code = hashlib.sha1("".join(digests).encode("ascii")).hexdigest()
     assert product["packageVerificationCode"] == {"packageVerificationCodeValue": code}
+
+
+def test_the_bill_tells_what_each_file_that_is_handed_out_is_to_the_product(release: Path) -> None:
+    document = bill(release)
+    known = elements(document)
+    told = {
+        known[relation["spdxElementId"]]["name"]: (relation["relationshipType"], relation.get("comment"))
+        for relation in document["relationships"]
+        if relation["relatedSpdxElement"] == "SPDXRef-Product" and relation["spdxElementId"] != "SPDXRef-DOCUMENT"
+    }
+    assert told == {
+        f"{_STEM}.zip": ("VARIANT_OF", None),
+        f"{_STEM}.msi": ("VARIANT_OF", None),
+        f"{_STEM}-symbols.zip": ("OTHER", "the symbols of its programs"),
+    }
 
 
 def check_sums(element: dict[str, Any], content: bytes) -> None:
@@ -373,6 +387,10 @@ def test_the_list_of_programs_has_an_icon_and_the_vendors_address(release: Path,
     [
         (["--sign", ""], "the signing command is empty"),
         (["--sign", "'open"], "the signing command is no command line"),
+        (["--sign", "/no/such/command -n x"], "the signing command /no/such/command is no program"),
+        (["--output", __file__], "is no folder"),
+        (["--output", f"{__file__}/deeper/still"], "is no folder"),
+        (["--output", 5000 * "x"], "cannot be a folder: File name too long"),
         (["--help-address", "ftp://x"], "is no plain http or https address"),
         (["--help-address", "https://x/'"], "is no plain http or https address"),
         (["--download-address", "here"], "is no plain http or https address"),
@@ -380,13 +398,22 @@ def test_the_list_of_programs_has_an_icon_and_the_vendors_address(release: Path,
         (["--icon", __file__], "is no icon of Windows"),
         (["more"], "unrecognized arguments: more"),
     ],
-    ids=lambda value: " ".join(value) if isinstance(value, list) else None,
+    ids=lambda value: " ".join(value)[:60] if isinstance(value, list) else None,
 )
 def test_says_in_one_line_what_it_does_not_take(
     run: Run, monkeypatch: pytest.MonkeyPatch, arguments: list[str], reason: str
 ) -> None:
     monkeypatch.setattr(packaging, "_build", lambda: pytest.fail("it has begun"))
     check_refusal(run(packaging.main, *arguments), reason)
+
+
+@pytest.mark.parametrize("date", ["abc", "", "-1", "4354819200", 5000 * "9"], ids=lambda date: date[:12] or "empty")
+def test_says_in_one_line_that_a_date_is_none(run: Run, monkeypatch: pytest.MonkeyPatch, tmp_path: Path, date: str) -> None:
+    monkeypatch.setattr(packaging, "_build", lambda: pytest.fail("it has begun"))
+    monkeypatch.setenv("SOURCE_DATE_EPOCH", date)
+    output = tmp_path / "out"
+    check_refusal(run(packaging.main, "--output", str(output)), "SOURCE_DATE_EPOCH is no number of seconds")
+    assert not output.exists()
 
 
 # The policy template.
