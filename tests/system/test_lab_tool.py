@@ -113,6 +113,7 @@ def test_explains_itself_and_each_subcommand_with_its_exit_status(run: Run) -> N
         (["report", "/proc/sys", "-o", "{target}"], "there is no trace text"),
         (["report", "{transcript}", "/does/not/exist.txt"], "cannot be read"),
         (["report", "{transcript}", "-o", "/does/not/exist/update.html"], "cannot be written"),
+        (["report", "{transcript}", "-o", 5000 * "x"], "cannot be written: File name too long"),
         (["report", "{transcript}", "-o", "{transcript}"], "what the page is made from"),
         (["run"], "names of scenarios, --all or --quick"),
         (["run", "--all", "--quick"], "names of scenarios, --all or --quick"),
@@ -123,7 +124,7 @@ def test_explains_itself_and_each_subcommand_with_its_exit_status(run: Run) -> N
         (["run", "manifestation-too-long", "--bus", "usb"], "'manifestation-too-long' is not for a real bus: virtual time"),
         (["run", "transfer-size/65535", "--bus", "usb"], "'transfer-size/65535' is not for a real bus: its blocks"),
     ],
-    ids=lambda value: " ".join(value) if isinstance(value, list) else None,
+    ids=lambda value: " ".join(value)[:80] if isinstance(value, list) else None,
 )
 def test_refuses(run: Run, transcript: Path, target: Path, arguments: list[str], because: str) -> None:
     before = transcript.read_bytes()
@@ -140,6 +141,14 @@ def test_says_what_to_do_about_a_file_that_is_no_transcript(
     transcript.write_bytes(content)
     check_refusal(run(lab.main, "report", str(transcript), "-o", str(target)), "scripts/demo --transcript")
     assert not target.exists()
+
+
+@pytest.mark.parametrize(
+    "content", [b"\xff\xfe\n", b"hello\n", b"[]\n", b'{"a":1}\n', 100_000 * b"[" + b"\n"], ids=lambda content: content[:9]
+)
+def test_the_measure_of_causes_names_the_transcript_that_it_cannot_read(run: Run, transcript: Path, content: bytes) -> None:
+    transcript.write_bytes(content)
+    check_refusal(run(lab.main, "causes", str(transcript)), f"scripts/lab causes: {transcript} cannot be read: ")
 
 
 def test_writes_the_page_and_is_quiet_in_a_pipe(transcript: Path, target: Path) -> None:

@@ -73,9 +73,8 @@ def _run(options: argparse.Namespace) -> int:
         with ExitStack() as stack:
             collect = _collecting(options, stack) if options.bundles else None
             for path in options.transcripts:
-                for result in measured(_events(path), wanted, collect):
-                    results[result.name] = result
-    except (OSError, ValueError, LookupError, MachineError, PeerError) as error:
+                results |= {result.name: result for result in _measured(path, wanted, collect)}
+    except (OSError, ValueError, MachineError, PeerError) as error:
         return give_up("scripts/lab causes", error, 1 if isinstance(error, MachineError | PeerError) else 2)
     if not results:
         why = NothingMeasured("no scenario is in it; scripts/lab run --transcript makes one")
@@ -87,6 +86,16 @@ def _run(options: argparse.Namespace) -> int:
     right = sum(result.is_right for result in results.values())
     same = not options.bundles or all(result.is_told_by_its_bundle for result in results.values())
     return 0 if right >= _ENOUGH * len(results) and same else 1
+
+
+def _measured(
+    path: Path, wanted: dict[str, tuple[str, ...]], collect: Callable[[str, Sequence[Event]], Path] | None
+) -> Iterator[Measured]:
+    """The scenarios of a transcript; ValueError names one that cannot be read."""
+    try:
+        yield from measured(_events(path), wanted, collect)
+    except (ValueError, LookupError, RecursionError) as error:
+        raise ValueError(f"{path} cannot be read: {error}") from None
 
 
 def _collecting(options: argparse.Namespace, stack: ExitStack) -> Callable[[str, Sequence[Event]], Path]:
@@ -115,5 +124,5 @@ def _events(path: Path) -> Iterator[Event]:
             if line.endswith("\n"):
                 event = json.loads(line)
                 if not isinstance(event, dict) or not isinstance(event.get("event"), str):
-                    raise ValueError(f"{path} is no transcript")
+                    raise ValueError("it is no transcript")
                 yield event

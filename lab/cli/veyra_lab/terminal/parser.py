@@ -33,8 +33,8 @@ def give_up(program: str, error: BaseException, status: int = 1) -> int:
 def writable(text: str) -> Path:
     """The argument's type of a file that is going to be written: refused now rather than minutes later."""
     path = Path(text).absolute()
-    was_there = path.exists()
     try:
+        was_there = path.exists()
         path.open("a", encoding="utf-8").close()
         if not was_there:
             path.unlink()
