@@ -14,11 +14,9 @@ from typing import IO
 from ..checkout import CHECKOUT
 
 SERVICES_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
-_CONTROL_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Control"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
 _NOTIFICATIONS_KEY = r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings"
 _ENDING_PATIENCE = 20
-_STARTING_PATIENCE_MS = 30_000
 _CRASH_FOLDER = r"C:\windows\temp\crashes"
 WINE = CHECKOUT / "scripts" / "wine"
 
@@ -107,6 +105,10 @@ class Machine:
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
         self._kill_server()
+
+    def reboot(self) -> None:
+        """Ends every process in it, and boots it anew."""
+        self._boot()
 
     def run(self, *command: str, timeout: float = 60) -> Outcome:
         """Runs a program to its end. Its output goes through a file, since whatever it starts may outlive it and would
@@ -221,17 +223,14 @@ class Machine:
         self._spawn(("wineboot", *options), subprocess.DEVNULL, 180)
 
     def _furnish(self) -> None:
-        """Adds a key that Windows has and Wine lacks, gives a service as long to come up as Windows does (Wine ends its
-        process after 10 s), and has a crashing process leave a note: Wine would start its debugger otherwise, and hide
-        the crash."""
+        """Adds a key that Windows has and Wine lacks, and has a crashing process leave a note: Wine would start its
+        debugger otherwise, and hide the crash."""
         self.file(_CRASH_FOLDER).mkdir(parents=True, exist_ok=True)
         note = rf"C:\windows\system32\cmd.exe /c echo crashed > {_CRASH_FOLDER}\process-%ld-%ld"
         self.change_registry(
             {
                 _AEDEBUG_KEY: {"Debugger": registry_string(note), "Auto": registry_string("1")},
                 _NOTIFICATIONS_KEY: {},
-                # Windows has a number here, and Wine reads a text.
-                _CONTROL_KEY: {"ServicesPipeTimeout": registry_string(str(_STARTING_PATIENCE_MS))},
             }
         )
 
