@@ -257,9 +257,21 @@ class TestSoak:
         service.resources.return_value = service.resources_once.return_value = Resources(1, 1, 1)
         service.stop.return_value = 0.1
         with redirect_stdout(io.StringIO()) as said:
-            assert soak_rounds(soak, Mock(**{"crashes.return_value": []}), seconds=0) == 1
+            assert soak_rounds(soak, Mock(**{"crashes.return_value": []})) == 1
         assert f"wrong: {BREACH}\nwrong: soak.1.1: no fault: the flash is not the image\n" in said.getvalue()
         assert said.getvalue().endswith("101 things wrong\n")
+
+    @pytest.mark.parametrize("rounds", [1, 20, 33])
+    def test_a_soak_is_played_again_by_the_number_of_its_rounds(self, rounds: int) -> None:
+        soak = Mock(tally=Tally(), last=RoundId(7, 0))
+        soak.peer.breaches.return_value = []
+        soak.round.side_effect = lambda: setattr(soak, "last", RoundId(7, soak.last.number + 1, is_real_time=True))
+        soak.service.resources.return_value = soak.service.resources_once.return_value = Resources(1, 1, 1)
+        soak.service.stop.return_value = 0.1
+        with redirect_stdout(io.StringIO()) as said:
+            assert soak_rounds(soak, Mock(**{"crashes.return_value": []}), rounds=rounds) == 0
+        assert soak.last.number == rounds
+        assert f"plays one of them, scripts/soak --rounds {rounds} --real-time --seed 7 all)\n" in said.getvalue()
 
 
 class TestTexts:

@@ -102,7 +102,11 @@ def test_tells_that_the_service_has_not_slept() -> None:
     ("arguments", "because"),
     [
         ((), "for how many MINUTES"),
-        (("5", "--year"), "either MINUTES or --year"),
+        (("5", "--year"), "one of MINUTES, --rounds and --year"),
+        (("5", "--rounds", "5"), "one of MINUTES, --rounds and --year"),
+        (("--rounds", "5", "--year"), "one of MINUTES, --rounds and --year"),
+        (("--rounds", "0"), "'0' is not a number of rounds"),
+        (("--rounds", "1" * 10), "is not a number of rounds, of at most 9 digits"),
         (("--year", "--real-time"), "a year in real time takes a year"),
         (("5", "--cameras", "3"), "--cameras goes with --year"),
         (("--year", "--cameras", "0"), "'0' is not a number of cameras"),

@@ -36,7 +36,8 @@ The service's waits are skipped unless --real-time is given.
 
 Each round has an id, soak.SEED.ROUND or soak.SEED.ROUND.year, by which scripts/lab replay plays it alone. Rounds that
 fail are told by it, and some of them made as small as they go and written as scenarios to build/faults. What is wrong
-with no single round, as growth and a slow stop, is told without one: the same seed begins the same rounds again."""
+with no single round, as growth and a slow stop, is told without one: --rounds plays all that were played again, or fewer of
+them, in one process of the service."""
 
 _WARM_UP = 20
 _MOST_TOLD = 20
@@ -49,13 +50,19 @@ def main() -> int:
     options = _parse()
     seed = random.SystemRandom().randrange(1 << 32) if options.seed is None else options.seed
     first = RoundId(seed, 1, options.real_time, options.year)
-    what = f"--year --cameras {options.cameras or ARRIVALS}" if options.year else f"{options.minutes:g}"
-    print(f"seed {seed} (scripts/soak {what} --seed {seed} begins the same), first round {first}", flush=True)
+    print(f"seed {seed} (scripts/soak {_what(options)} --seed {seed} begins the same), first round {first}", flush=True)
     try:
         with sole_use(options.machine), Machine(options.machine) as machine:
             return _soak(machine, options, seed)
     except (KeyboardInterrupt, ScenarioError, MachineError, PeerError, OSError) as error:
         return give_up("scripts/soak", error)
+
+
+def _what(options: argparse.Namespace) -> str:
+    """The options that say how long to go on."""
+    if options.year:
+        return f"--year --cameras {options.cameras or ARRIVALS}"
+    return f"{options.minutes:g}" if options.rounds is None else f"--rounds {options.rounds}"
 
 
 def _minutes(text: str) -> float:
@@ -74,6 +81,12 @@ def _seed(text: str) -> int:
     return int(text)
 
 
+def _number_of_rounds(text: str) -> int:
+    if not text.isdigit() or len(text) > 9 or not int(text):
+        raise argparse.ArgumentTypeError(f"'{text}' is not a number of rounds, of at most 9 digits")
+    return int(text)
+
+
 def _cameras(text: str) -> int:
     if not text.isdigit() or not 0 < int(text) <= MOST_ARRIVALS:
         raise argparse.ArgumentTypeError(f"'{text}' is not a number of cameras, at most {MOST_ARRIVALS}")
@@ -85,6 +98,7 @@ def _parse() -> argparse.Namespace:
     parser.add_argument(
         "minutes", nargs="?", type=_minutes, metavar="MINUTES", help="how long to go on, at most a day; not with --year"
     )
+    parser.add_argument("--rounds", type=_number_of_rounds, metavar="N", help="so many rounds instead, however long it takes")
     parser.add_argument("--year", action="store_true", help="a year of virtual time instead")
     how_many = f"with --year: how many come ({ARRIVALS}; at most {MOST_ARRIVALS})"
     parser.add_argument("--cameras", type=_cameras, metavar="N", help=how_many)
@@ -95,8 +109,9 @@ def _parse() -> argparse.Namespace:
     )
     add_places(parser)
     options = parser.parse_args()
-    if options.year == (options.minutes is not None):
-        parser.error("either MINUTES or --year" if options.year else "for how many MINUTES, or --year?")
+    given = [options.minutes is not None, options.rounds is not None, options.year].count(True)
+    if given != 1:
+        parser.error("one of MINUTES, --rounds and --year" if given else "for how many MINUTES, --rounds, or --year?")
     if options.year and options.real_time:
         parser.error("a year in real time takes a year")
     if options.cameras is not None and not options.year:
@@ -111,26 +126,26 @@ def _soak(machine: Machine, options: argparse.Namespace, seed: int) -> int:
         if options.year:
             status = run_year(Year(soak, seed, options.cameras or ARRIVALS), machine)
         else:
-            status = run(soak, machine, options.minutes * 60)
+            status = run(soak, machine, seconds=60 * (options.minutes or 0), rounds=options.rounds)
     if soak.tally.wrong:
         for line in made_small(machine, programs, soak.tally.wrong):
             print(line, flush=True)
     return status
 
 
-def run(soak: Soak, machine: Machine, seconds: float) -> int:
-    """Rounds for so long, and what came of them on the screen; the exit status."""
+def run(soak: Soak, machine: Machine, *, seconds: float = 0, rounds: int | None = None) -> int:
+    """Rounds for so long, or so many of them, and what came of them on the screen; the exit status."""
     service = soak.service
     before = after = None
     others: list[str] = []
     began = time.monotonic()
     try:
-        for _ in range(_WARM_UP):
+        for _ in range(_WARM_UP if rounds is None else min(rounds, _WARM_UP)):
             soak.round()
         soak.tally = Tally(wrong=soak.tally.wrong)
         before = service.resources()
         began = time.monotonic()
-        while time.monotonic() - began < seconds:
+        while time.monotonic() - began < seconds if rounds is None else soak.last.number < rounds:
             soak.round()
         after = service.resources_once(lambda now: not any(_growth(before, now, soak.tally)))
         others += _stop(soak)
@@ -139,7 +154,8 @@ def run(soak: Soak, machine: Machine, seconds: float) -> int:
     took = time.monotonic() - began
     others += [f"a process crashed: {note}" for note in machine.crashes()]
     _report(soak.tally, before, after, took)
-    return _verdict(soak, [*others, *_growth(before, after, soak.tally)])
+    again = f"--rounds {soak.last.number}{' --real-time' if soak.last.is_real_time else ''}"
+    return _verdict(soak, again, [*others, *_growth(before, after, soak.tally)])
 
 
 def run_year(year: Year, machine: Machine) -> int:
@@ -158,7 +174,7 @@ def run_year(year: Year, machine: Machine) -> int:
     screen.line(f"a year in {took / 60:.1f} minutes; {soak.tally.updated} cameras updated")
     screen.table(_rounds(soak.tally))
     year.report(screen)
-    return _verdict(soak, [*others, *year.complaints()])
+    return _verdict(soak, f"--year --cameras {year.arrivals}", [*others, *year.complaints()])
 
 
 def _stop(soak: Soak) -> Sequence[str]:
@@ -172,11 +188,12 @@ def _told_once(error: PeerError, soak: Soak) -> Sequence[str]:
     return [] if any(str(error) in said for said in told) else [str(error)]
 
 
-def _verdict(soak: Soak, others: Sequence[str]) -> int:
+def _verdict(soak: Soak, again: str, others: Sequence[str]) -> int:
     # The breaches first: only so many complaints are told.
     rounds = [f"{each.id}: {each.fault}: {said}" for each in soak.tally.wrong for said in each.complaints]
     wrong = [*soak.peer.breaches(), *rounds, *others]
-    print(f"rounds {soak.first} to {soak.last} (scripts/lab replay plays one of them)")
+    all_of_them = f"scripts/soak {again} --seed {soak.last.seed}"
+    print(f"rounds {soak.first} to {soak.last} (scripts/lab replay plays one of them, {all_of_them} all)")
     for complaint in wrong[:_MOST_TOLD]:
         print(f"wrong: {complaint}")
     print("nothing wrong" if not wrong else f"{len(wrong)} things wrong", flush=True)

@@ -63,6 +63,11 @@ class Year:
         self._month = 0
         self.looks: list[Look] = []
 
+    @property
+    def arrivals(self) -> int:
+        """How many cameras come behind the warming up."""
+        return len(self._times)
+
     def go(self, screen: Screen) -> None:
         """All of it, with a line for each month. PeerError when the service does not live so long."""
         self._look("start")
