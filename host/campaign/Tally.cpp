@@ -50,11 +50,7 @@ std::string InWords(const UpdateEnd& end) {
 
 void Tally::Add(const TrialPlan& plan, const TrialEnd& end) {
     ++trials_;
-    std::size_t met = 0;
-    for (const UpdateEnd& update : end.updates) {
-        met += update.faultsMet;
-    }
-    allMet_ += met == plan.faults.size() ? 1U : 0U;
+    allMet_ += end.FaultsMet() == plan.faults.size() ? 1U : 0U;
     for (const std::size_t allowance : end.allowances) {
         ++allowed_[std::string(Allowances()[allowance].name)];
     }

@@ -56,6 +56,14 @@ std::string_view NameOf(UpdateEnd::How how) {
     return "?";
 }
 
+std::size_t TrialEnd::FaultsMet() const {
+    std::size_t met = 0;
+    for (const UpdateEnd& update : updates) {
+        met += update.faultsMet;
+    }
+    return met;
+}
+
 namespace {
 
 std::string_view NameOf(const lab::FirmwareVerdict& verdict) {

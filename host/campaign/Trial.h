@@ -48,6 +48,9 @@ struct TrialEnd {
     std::vector<std::size_t> allowances = {};
     // What the service did that it must not do; empty when it did all right.
     std::string complaint = {};
+
+    // Of the plan's faults, how many struck.
+    [[nodiscard]] std::size_t FaultsMet() const;
 };
 
 // One trial: a camera is updated, with the plan's faults, as often as they want; then without any, with a

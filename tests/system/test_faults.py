@@ -454,6 +454,16 @@ def test_refuses_to_play_what_would_never_end_there(shared: Shared[ShippedTrials
         shared.get().run("stays-in-dfu-mode.2500x1")
 
 
+@pytest.mark.parametrize(
+    ("trial", "said"),
+    [("kv400.2500x1.1gs3-time-after", ""), ("kv400.2500x1.1gs99-time-after", "0 of 1 planned faults struck\n"),
+     ("kv400.2500x1.1gs3-time-after.2gs99-time", "1 of 2 planned faults struck\n")],
+)  # fmt: skip
+def test_says_when_a_fault_of_an_id_did_not_strike(trial: str, said: str) -> None:
+    played = replay(built(), trial)
+    assert (played.status, played.why, played.said) == (0, "", said)
+
+
 @slow
 def test_an_id_plays_the_same_a_thousand_times_more() -> None:
     trial = "two-banks.2500x1.1gs1-time.2fw2-pull-mid"
