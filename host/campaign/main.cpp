@@ -28,8 +28,8 @@
 //   campaign run SHARE SHARES SEED PAIRS
 //     the trials of one share; PAIRS of the KV400's pairs and none of the others', or "all"
 //   campaign ids SEED SINGLES PAIRS
-//     ids of so many trials with one fault, of all cameras together ("all" for each), and of so many with two
-//     of the KV400; none whose updates begin otherwise than ever
+//     ids of so many trials with one fault, of all cameras together ("all" for each, and for those whose
+//     updates begin otherwise than ever as well), and of so many with two of the KV400
 //   campaign replay ID [TIMES]
 //     the transcript of one trial; compared with TIMES more
 //   campaign fields ID
@@ -123,8 +123,10 @@ int TellIds(std::uint64_t seed, std::optional<std::size_t> singles, std::size_t 
     std::vector<std::string> single;
     for (const TrialSet& set : campaign.sets) {
         const bool isSingle = set.Which() == TrialSet::Faults::One;
-        if (set.Which() == TrialSet::Faults::None || set.HowItBegins() != TrialSet::Begin::AsEver) {
-            continue;  // for Linux alone
+        // Other beginnings are for Linux alone: they are told where all are, so that they can be counted.
+        const bool isTold = set.HowItBegins() == TrialSet::Begin::AsEver || (isSingle && !singles);
+        if (set.Which() == TrialSet::Faults::None || !isTold) {
+            continue;
         }
         for (std::size_t number = 0; number < set.Size(); ++number) {
             if (isSingle) {

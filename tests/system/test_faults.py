@@ -432,12 +432,20 @@ def test_a_trial_goes_the_same_way_on_the_executable_that_ships(shared: Shared[S
         ("kv400.2500x1.1gs3-time-after", ""),
         ("kv400.2500x1", ""),
         ("stays-in-dfu-mode.2500x1", "stays-in-dfu-mode is back in DFU mode after DETACH"),
-        ("kv400.2500x1.1gs3-time.2r", "no scenario says how its updates begin"),
-        ("kv400.2500x1.1s.1gs3-time", "no scenario says how its updates begin"),
+        ("kv400.2500x1.1gs3-time.2r", "no scenario lets a camera come back with its power kept"),
+        ("kv400.2500x1.1s.1gs3-time", "no scenario lets a camera come back with its power kept"),
     ],
 )
 def test_says_why_a_trial_is_for_linux_alone(trial: str, why: str) -> None:
     assert why_left_out(trial).partition(", ")[0] == why
+
+
+def test_all_single_faults_are_told_of_those_that_begin_otherwise_too() -> None:
+    every, begin_otherwise = trial_ids(built(), 1, "all", 0), "no scenario lets a camera come back with its power kept"
+    assert sum(begin_otherwise in why_left_out(trial) for trial in every) > 4000
+    sample = trial_ids(built(), 1, "40", 20)
+    assert len(sample) == 60
+    assert not any(begin_otherwise in why_left_out(trial) for trial in sample)
 
 
 @slow

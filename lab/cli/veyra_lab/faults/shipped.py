@@ -29,7 +29,8 @@ def why_left_out(trial: str) -> str:
     """Why a trial can be played on Linux only; empty when it can be played here."""
     if trial.startswith(f"{_RESTLESS}."):
         return f"{_RESTLESS} is back in DFU mode after DETACH, where the service meets it anew, for as long as anybody looks"
-    return "no scenario says how its updates begin" if _CIRCUMSTANCE.search(trial) else ""
+    is_otherwise = _CIRCUMSTANCE.search(trial)
+    return "no scenario lets a camera come back with its power kept, or an earlier error stand" if is_otherwise else ""
 
 
 @dataclass(frozen=True)
