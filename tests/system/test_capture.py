@@ -105,13 +105,14 @@ def test_wireshark_reads_it_without_a_malformed_packet(tmp_path: Path) -> None:
 
 
 def test_wireshark_knows_the_requests_by_name(tmp_path: Path) -> None:
-    """Its DFU dissector wants data in each DNLOAD, and calls the closing one malformed; everything else it reads."""
+    """Its DFU dissector reads everything; up to version 4.0 it wants data in each DNLOAD, and calls the closing one
+    malformed."""
     path = captured(good(), tmp_path / "good.pcapng")
     fields = ("-d", _SPEAKS_DFU, "-T", "fields", "-e", "usbdfu.command", "-e", "usbdfu.state", "-e", "usbdfu.length")
     told = [line for line in tshark(path, *fields, "-e", "_ws.malformed")[8:] if line[0]]
     expected = [event for event in good().events if event["event"] == "transfer"]
     assert [line[0] for line in told] == [str(int(event["setup"][3:5], 16)) for event in expected]
-    assert [(line[0], line[2]) for line in told if line[3]] == [("1", "0")]
+    assert {(line[0], line[2]) for line in told if line[3]} <= {("1", "0")}
     states = tshark(path, "-d", _SPEAKS_DFU, "-Y", "usbdfu.state", "-T", "fields", "-e", "usbdfu.state")
     assert [line[0] for line in states] == ["2", "2", "5", "5", "5", "5", "7", "8"]
 
@@ -398,7 +399,8 @@ def test_usbmon_tells_the_same(tmp_path: Path, size: int) -> None:
     path = tmp_path / "usbmon.pcapng"
     path.write_bytes(write(packets[0].link, [], packets))
     assert read_capture(path).transfers == transfers
-    assert tshark(path, "-Y", "_ws.malformed") == []
+    # From version 4.2 on its DFU dissector misses the state in an answer that never came.
+    assert tshark(path, "-Y", "_ws.malformed && usb.urb_status == 0") == []
 
 
 def test_older_drivers_put_data_into_packets_of_their_own(tmp_path: Path) -> None:

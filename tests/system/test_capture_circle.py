@@ -37,6 +37,8 @@ _EVERY_DAY = (
 )
 # Their answer to a descriptor's read is malformed itself.
 _MALFORMED = ("hostile-descriptors/b-length-0", "odd-descriptors/b-length-1", "short-descriptors/device-17-bytes")
+# A status that is cut off before its state is, too, from version 4.2 of Wireshark on.
+_MALFORMED_SINCE = ("short-status/no-state",)
 _SPEAKS_DFU = "usb.product==0x2f1a7e01,usbdfu"
 
 
@@ -110,7 +112,9 @@ def test_from_the_bus_to_a_capture_to_a_camera_and_back(
         assert str(error) == "no device was in DFU mode there"
         return
     malformed = tshark(path, "-Y", "_ws.malformed")
-    assert len(malformed) == (1 if variant.name in _MALFORMED else 0)
+    assert len(malformed) == (1 if variant.name in _MALFORMED else 0) or (
+        variant.name in _MALFORMED_SINCE and len(malformed) == 1
+    )
     check_names(path, events)
     captured = read_capture(path)
     assert [line(each) for each in captured.transfers] == [line(each) for each in transfers_of(events)]

@@ -164,12 +164,13 @@ _COMPLAINT = re.compile(
 
 class Listing:
     """What `lsusb -v` says of the camera, each line without the blanks before it and with one blank between its words.
-    The guest has no data base of names: a newer one writes [unknown] in the place of each."""
+    The guest has no data base of names: a newer one says so, and writes [unknown] in the place of each."""
 
     def __init__(self, running: Running) -> None:
         end = running.guest.system.run("lsusb", "-v", "-d", "2f1a:")
         assert end.status == 0, end.output
-        self.lines = [" ".join(line.split()) for line in end.output.splitlines()]
+        lines = [" ".join(line.split()) for line in end.output.splitlines()]
+        self.lines = [line for line in lines if line != "unable to initialize usb spec"]
 
     @property
     def complaints(self) -> list[str]:

@@ -91,16 +91,21 @@ TEST(Socket, TellsThatTheOtherSideIsGone) {
 }
 
 TEST(Channel, KeepsWhatTheSocketDoesNotTake) {
-    constexpr std::size_t kMuch = 32 * 1024 * 1024;
+    constexpr std::size_t kMuch = 8 * 1024 * 1024;
     Pair pair = Connected();
     Channel sender(std::move(pair.left));
     Channel receiver(std::move(pair.right));
-    sender.Send(Bytes(kMuch, 0x5A));
+    // Some systems take any one buffer as a whole, and nothing behind it.
+    std::size_t sent = 0;
+    for (unsigned time = 0; time < 16 && !sender.WantsToSend(); ++time) {
+        sender.Send(Bytes(kMuch, 0x5A));
+        sent += kMuch;
+    }
     EXPECT_TRUE(sender.WantsToSend());
     EXPECT_TRUE(
-        Becomes([&] { return receiver.Fill() && sender.Flush() && receiver.Received().size() == kMuch; }));
+        Becomes([&] { return receiver.Fill() && sender.Flush() && receiver.Received().size() == sent; }));
     EXPECT_FALSE(sender.WantsToSend());
-    receiver.Drop(kMuch - 1);
+    receiver.Drop(sent - 1);
     EXPECT_EQ(Bytes(receiver.Received().begin(), receiver.Received().end()), Bytes{0x5A});
 }
 
