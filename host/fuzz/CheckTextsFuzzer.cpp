@@ -58,6 +58,24 @@ bool NamesNoUser(std::string_view text) {
     return true;
 }
 
+// Whether none of the names that are longer than two letters stands there as a word.
+bool NamesNone(std::string_view text, const std::vector<std::string>& names) {
+    static constexpr std::string_view kOfNames = "-_0123456789abcdefghijklmnopqrstuvwxyz";
+    const std::string lower = Lower(text);
+    return std::none_of(names.begin(), names.end(), [&lower](const std::string& each) {
+        const std::string name = Lower(each);
+        std::size_t found = name.size() > 2 ? lower.find(name) : std::string::npos;
+        for (; found != std::string::npos; found = lower.find(name, found + 1)) {
+            const std::size_t behind = found + name.size();
+            if ((found == 0 || kOfNames.find(lower[found - 1]) == std::string_view::npos) &&
+                (behind == lower.size() || kOfNames.find(lower[behind]) == std::string_view::npos)) {
+                return true;
+            }
+        }
+        return false;
+    });
+}
+
 void CheckJson(const std::string& text) {
     const std::string quoted = check::QuotedForJson(text);
     Promise(quoted.size() >= 2 && quoted.front() == '"' && quoted.back() == '"', "a text is in quotes");
@@ -86,9 +104,14 @@ void CheckRedaction(const std::string& text) {
     }
     Promise(!Contains(record, "S-1-5-21-") && !Contains(record, "S-1-12-1-"), "no person's SID is left");
     Promise(check::EventWithoutPersons(record) == record, "once is enough for an event");
-    const std::string nameless = check::EventWithoutPersons(text, "PC7");
-    Promise(check::EventWithoutPersons(nameless, "PC7") == nameless, "once is enough for a computer's name");
-    const std::string sections = check::VendorSections(text);
+    const std::vector<std::string> names{"PC7", "pc7-of-anna", "corp.example", "C"};
+    const std::string nameless = check::EventWithoutPersons(text, names);
+    Promise(check::EventWithoutPersons(nameless, names) == nameless, "once is enough for a computer's name");
+    const std::string traceless = check::WithoutTraces(text, names);
+    Promise(check::WithoutTraces(traceless, names) == traceless, "once is enough for a computer's traces");
+    Promise(NamesNone(traceless, names), "no computer is named in a text");
+    const std::string sections = check::VendorSections(text, names);
+    Promise(NamesNone(sections, names), "no computer is named in the setup log");
     Promise(NamesNoUser(sections), "no user is named in the setup log");
     Promise(sections.empty() || Contains(Lower(text), "vid_2f1a"), "only the vendor's sections are kept");
 }

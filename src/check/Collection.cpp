@@ -1,6 +1,7 @@
 #include "check/Collection.h"
 
 #include "check/CheckArguments.h"
+#include "check/ComputerNames.h"
 #include "check/Console.h"
 #include "check/EventRecords.h"
 #include "check/FileInspector.h"
@@ -129,7 +130,8 @@ TraceFormats ReadFormats() {
 
 }  // namespace
 
-Collection::Collection(std::string cabinet) : onlyOne_(TakeOnly()), cabinet_(std::move(cabinet)) {
+Collection::Collection(std::string cabinet)
+    : onlyOne_(TakeOnly()), cabinet_(std::move(cabinet)), names_(ComputerNames()) {
     const std::wstring path = Wide(cabinet_);
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES) {
         throw UsageError("there is a file already: " + cabinet_);
@@ -162,10 +164,11 @@ std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_v
     if (EndSignal::IsToGiveUp()) {
         return kEnded;
     }
-    const MachineState machine = WithoutPersons(QueryMachine());
+    const MachineState machine = WithoutPersons(QueryMachine(), names_);
     Add("status.json", StatusJson(machine, Judge(machine), programVersion),
         R"(what "status --json" says; accounts of persons are "another account")");
-    Add("versions.txt", ListVersions(machine, programVersion), "versions of Windows, programs and drivers");
+    Add("versions.txt", WithoutTraces(ListVersions(machine, programVersion), names_),
+        "versions of Windows, programs and drivers");
     AddEventRecords();
     AddSetupLogs();
     const std::string list = contents_ + "contents.txt  this list\n";
@@ -190,7 +193,7 @@ std::string Collection::Make(std::optional<std::uint32_t> seconds, std::string_v
 
 void Collection::AddEventRecords() {
     DWORD error = ERROR_SUCCESS;
-    const std::string records = ReadEventRecords(error);
+    const std::string records = ReadEventRecords(names_, error);
     if (error != ERROR_SUCCESS) {
         LeaveOut("events.xml",
                  (records.empty() ? "no event log could be read (" : "not all of it could be read (") +
@@ -216,7 +219,7 @@ void Collection::AddSetupLogs() {
             LeaveOut("setup.txt", Utf8(name) + " could not be read");
             continue;
         }
-        sections += VendorSections(log);
+        sections += VendorSections(log, names_);
         isRead = true;
     }
     if (isRead) {
@@ -252,7 +255,7 @@ void Collection::RecordTrace(std::optional<std::uint32_t> seconds) {
                  "not all was told while it was recorded (" + Code(session.ListeningError()) + ")");
     }
     const std::scoped_lock guard(lock);
-    Add("trace.txt", text,
+    Add("trace.txt", WithoutTraces(text, names_),
         formats.Count() == 0
             ? "the service's trace, in numbers: the folder \"trace\" is not beside this program"
             : "the service's trace in words");

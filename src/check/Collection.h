@@ -47,6 +47,7 @@ class Collection {
     EndSignal end_;
     win32::UniqueKernelHandle onlyOne_;
     std::string cabinet_;
+    std::vector<std::string> names_;  // to take out of all that is collected
     std::wstring folder_;
     bool isKept_ = false;  // the cabinet, and so the folder
     std::vector<CabinetEntry> entries_;

@@ -59,14 +59,8 @@ bool IsOurs(const std::string& xml) {
            xml.find("20C4BEF7-CA2C-40F7-9B2A-33378E54E68C") != std::string::npos;
 }
 
-std::string ComputerName() {
-    std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> name{};
-    auto length = static_cast<DWORD>(name.size());
-    return GetComputerNameW(name.data(), &length) ? Utf8(name.data()) : std::string();
-}
-
 // Adds what the log has to `records`. ERROR_SUCCESS, or why that is not all of it.
-DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& records) {
+DWORD ReadLog(const LogQuery& query, const std::vector<std::string>& names, std::string& records) {
     const UniqueEventHandle found(
         EvtQuery(nullptr, query.log, query.query, EvtQueryChannelPath | EvtQueryReverseDirection));
     if (!found) {
@@ -84,7 +78,7 @@ DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& r
         const UniqueEventHandle event(next);
         const std::string xml = XmlOf(event.Get(), error);
         if (IsOurs(xml)) {
-            records += EventWithoutPersons(xml, computer) + "\n";
+            records += EventWithoutPersons(xml, names) + "\n";
             ++count;
         }
     }
@@ -93,13 +87,12 @@ DWORD ReadLog(const LogQuery& query, const std::string& computer, std::string& r
 
 }  // namespace
 
-std::string ReadEventRecords(DWORD& error) {
+std::string ReadEventRecords(const std::vector<std::string>& names, DWORD& error) {
     error = ERROR_SUCCESS;
-    const std::string computer = ComputerName();
     std::string records;
     bool isOneComplete = false;
     for (const LogQuery& query : kQueries) {
-        const DWORD failed = ReadLog(query, computer, records);
+        const DWORD failed = ReadLog(query, names, records);
         isOneComplete = isOneComplete || failed == ERROR_SUCCESS;
         error = failed == ERROR_SUCCESS ? error : failed;
     }

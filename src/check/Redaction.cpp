@@ -36,25 +36,54 @@ bool IsPartOfName(char character) {
            (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z');
 }
 
-// A computer's name that stands for itself in the text between the tags, and the user's behind it.
-std::string WithoutName(std::string_view xml, std::string_view name) {
+// Whether a name stands before an account or as a server's: "PC\anna", "\\PC\share". In C:\PC\x it does not.
+bool IsBeforeBackslash(std::string_view text, std::size_t position, std::size_t size) {
+    constexpr std::string_view kOfPath = "\\/:.";
+    const std::string_view before = text.substr(0, position);
+    return text.substr(position + size).starts_with('\\') &&
+           (before.empty() || before.ends_with("\\\\") ||
+            kOfPath.find(before.back()) == std::string_view::npos);
+}
+
+bool IsNameAt(std::string_view text, std::size_t position, std::string_view name) {
+    constexpr std::size_t kShort = 2;
+    const std::string_view rest = text.substr(position);
+    return !name.empty() && StartsIgnoringCase(rest, name) &&
+           (position == 0 || !IsPartOfName(text[position - 1])) &&
+           (rest.size() == name.size() || !IsPartOfName(rest[name.size()])) &&
+           (name.size() > kShort || IsBeforeBackslash(text, position, name.size()));
+}
+
+// The size of the longest of the names that stands for itself there; 0 when none does.
+std::size_t NameAt(std::string_view text, std::size_t position, const std::vector<std::string>& names) {
+    std::size_t longest = 0;
+    for (const std::string& name : names) {
+        if (name.size() > longest && IsNameAt(text, position, name)) {
+            longest = name.size();
+        }
+    }
+    return longest;
+}
+
+enum class Form { Plain, Xml };
+
+// The names, and the user's behind one, but not the rest of a path with a folder of that name; in XML, those
+// between the tags.
+std::string WithoutNames(std::string_view text, const std::vector<std::string>& names, Form form) {
     std::string result;
     bool isInTag = false;
-    for (std::size_t position = 0; position < xml.size();) {
-        const char character = xml[position];
-        const std::string_view rest = xml.substr(position);
-        const bool isName = !name.empty() && !isInTag && StartsIgnoringCase(rest, name) &&
-                            (position == 0 || !IsPartOfName(xml[position - 1])) &&
-                            (rest.size() == name.size() || !IsPartOfName(rest[name.size()]));
-        if (isName) {
+    for (std::size_t position = 0; position < text.size();) {
+        if (const std::size_t size = isInTag ? 0 : NameAt(text, position, names); size > 0) {
+            const bool isBeforeAccount = IsBeforeBackslash(text, position, size);
             result += kHidden;
-            position += name.size();
-            if (position < xml.size() && xml[position] == '\\') {
-                position = std::min(xml.find_first_of("/\"<>|,; \r\n", position), xml.size());
+            position += size;
+            if (isBeforeAccount) {
+                position = std::min(text.find_first_of("/\"<>|,; \r\n", position), text.size());
             }
             continue;
         }
-        isInTag = character == '<' || (isInTag && character != '>');
+        const char character = text[position];
+        isInTag = form == Form::Xml && (character == '<' || (isInTag && character != '>'));
         result += character;
         ++position;
     }
@@ -147,7 +176,11 @@ std::string WithoutPerson(const std::string& account) {
     return isOwn ? account : "another account";
 }
 
-MachineState WithoutPersons(MachineState machine) {
+std::string WithoutTraces(std::string_view text, const std::vector<std::string>& names) {
+    return WithoutUserNames(WithoutNames(WithoutSids(text), names, Form::Plain));
+}
+
+MachineState WithoutPersons(MachineState machine, const std::vector<std::string>& names) {
     ServiceState& service = machine.service;
     service.account = service.isInstalled ? WithoutPerson(service.account) : service.account;
     HideIn(service.programWriters);
@@ -156,18 +189,18 @@ MachineState WithoutPersons(MachineState machine) {
     std::string& runAs = machine.toastController.runAs;
     runAs = runAs.empty() || EqualsIgnoringCase(runAs, kInteractiveUser) ? runAs : WithoutPerson(runAs);
     for (std::string* text :
-         {&service.commandLine, &service.program, &service.startedInstead,
+         {&machine.updateMode.text, &service.commandLine, &service.program, &service.startedInstead,
           &machine.toastController.commandLine, &machine.toastController.program, &machine.image.path}) {
-        *text = WithoutUserNames(*text);
+        *text = WithoutTraces(*text, names);
     }
     return machine;
 }
 
-std::string EventWithoutPersons(std::string_view xml, std::string_view computer) {
+std::string EventWithoutPersons(std::string_view xml, const std::vector<std::string>& names) {
     std::string text = WithoutBetween(xml, "<Computer>", "<");
     text = WithoutBetween(text, "UserID='", "'");
     text = WithoutBetween(text, "UserID=\"", "\"");
-    return WithoutUserNames(WithoutName(WithoutSids(WithoutAccounts(text)), computer));
+    return WithoutUserNames(WithoutNames(WithoutSids(WithoutAccounts(text)), names, Form::Xml));
 }
 
 }  // namespace check

@@ -19,13 +19,13 @@ bool HasVendor(std::string_view text) {
 
 }  // namespace
 
-std::string VendorSections(std::string_view log) {
+std::string VendorSections(std::string_view log, const std::vector<std::string>& names) {
     std::string kept;
     std::string section;
     bool hasEnded = false;
     const auto close = [&] {
         if (HasVendor(section)) {
-            kept += WithoutUserNames(section) + "\n";
+            kept += WithoutTraces(section, names) + "\n";
         }
         section.clear();
         hasEnded = false;

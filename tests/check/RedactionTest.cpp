@@ -48,6 +48,15 @@ TEST(Redaction, TakesPersonsOutOfAMachinesState) {
     EXPECT_EQ(without.image.path, "C:\\Users\\...\\image.bin");
 }
 
+TEST(Redaction, TakesTheComputersNameOutOfAMachinesState) {
+    MachineState machine = ReadyMachine();
+    machine.service.commandLine = "\"\\\\pc7\\tools\\service.exe\" -x";
+    machine.updateMode.text = "PC7";
+    const MachineState without = WithoutPersons(machine, {"PC7"});
+    EXPECT_EQ(without.service.commandLine, "\"\\\\...\" -x");
+    EXPECT_EQ(without.updateMode.text, "...");
+}
+
 TEST(Redaction, KeepsWhatAToastControllerRunsAsIfThatIsNobody) {
     MachineState machine = ReadyMachine();
     for (const char* nobody : {"Interactive User", "interactive user", "nt authority\\localservice", ""}) {
@@ -68,12 +77,13 @@ TEST(Redaction, TakesAccountAndComputerOutOfARefusedStart) {
                domain + "</Data><Data Name='param7'>" + user + "</Data><Data Name='param8'>" + sid +
                "</Data><Data Name='param9'>LocalHost (Using LRPC)</Data></EventData></Event>";
     };
-    EXPECT_EQ(EventWithoutPersons(refused("PC7.office.test", "OFFICE", "anna", "S-1-5-21-1-2-3-1001"), "PC7"),
-              refused("", "", "", ""));
-    EXPECT_EQ(EventWithoutPersons(refused("PC7", "AzureAD", "Anna", "S-1-12-1-77-8-9-10"), "PC7"),
+    EXPECT_EQ(
+        EventWithoutPersons(refused("PC7.office.test", "OFFICE", "anna", "S-1-5-21-1-2-3-1001"), {"PC7"}),
+        refused("", "", "", ""));
+    EXPECT_EQ(EventWithoutPersons(refused("PC7", "AzureAD", "Anna", "S-1-12-1-77-8-9-10"), {"PC7"}),
               refused("", "", "", ""));
     const std::string own = refused("", "NT AUTHORITY", "LOCAL SERVICE", "S-1-5-19");
-    EXPECT_EQ(EventWithoutPersons(own, "PC7"), own);
+    EXPECT_EQ(EventWithoutPersons(own, {"PC7"}), own);
 }
 
 TEST(Redaction, TakesThePersonsAccountOutOfANewService) {
@@ -89,12 +99,40 @@ TEST(Redaction, TakesThePersonsAccountOutOfANewService) {
 }
 
 TEST(Redaction, TakesSidsAndTheComputersNameOutOfAnyText) {
-    EXPECT_EQ(EventWithoutPersons("<Data>pc7\\anna, s-1-5-21-1-2-3-1000; S-1-5-19 on (PC7)</Data>", "PC7"),
+    EXPECT_EQ(EventWithoutPersons("<Data>pc7\\anna, s-1-5-21-1-2-3-1000; S-1-5-19 on (PC7)</Data>", {"PC7"}),
               "<Data>..., ...; S-1-5-19 on (...)</Data>");
     EXPECT_EQ(EventWithoutPersons("S-1-5-21-"), "...");
-    EXPECT_EQ(EventWithoutPersons("<Data>PC70, MY-PC7 and PC7-2</Data>", "PC7"),
+    EXPECT_EQ(EventWithoutPersons("<Data>PC70, MY-PC7 and PC7-2</Data>", {"PC7"}),
               "<Data>PC70, MY-PC7 and PC7-2</Data>");
-    EXPECT_EQ(EventWithoutPersons("<Data Name='Data'>Data</Data>", "DATA"), "<Data Name='Data'>...</Data>");
+    EXPECT_EQ(EventWithoutPersons("<Data Name='Data'>Data</Data>", {"DATA"}), "<Data Name='Data'>...</Data>");
+}
+
+TEST(Redaction, TakesTheLongestOfTheComputersNamesOut) {
+    const std::vector<std::string> names{"NOTEBOOK-OF-ANN", "Notebook-of-anna-miller", "corp.example",
+                                         "Notebook-of-anna-miller.corp.example"};
+    EXPECT_EQ(EventWithoutPersons("<Data>notebook-of-anna-miller, NOTEBOOK-OF-ANN\\anna</Data>", names),
+              "<Data>..., ...</Data>");
+    EXPECT_EQ(WithoutTraces("notebook-of-anna-miller.corp.example; x.CORP.EXAMPLE; corp.example2", names),
+              "...; x....; corp.example2");
+}
+
+TEST(Redaction, TakesNamesOutOfATextWithoutTags) {
+    EXPECT_EQ(WithoutTraces("a < b, pc7\\anna: \\\\PC7\\share C:\\Users\\anna\\x S-1-5-21-1-2-3-1000 PC70",
+                            {"PC7"}),
+              "a < b, ... \\\\... C:\\Users\\...\\x ... PC70");
+    EXPECT_EQ(WithoutTraces("PC7 as it is", {""}), "PC7 as it is");
+    EXPECT_EQ(WithoutTraces("PC7 as it is"), "PC7 as it is");
+}
+
+TEST(Redaction, LetsAPathGoOnBehindAFolderThatIsCalledLikeTheComputer) {
+    EXPECT_EQ(WithoutTraces("C:\\Local\\x\\veyra.inf, ROOT/local\\y and local\\anna", {"local"}),
+              "C:\\...\\x\\veyra.inf, ROOT/...\\y and ...");
+}
+
+TEST(Redaction, TakesAShortNameOutBeforeAnAccountAndAShareAlone) {
+    EXPECT_EQ(WithoutTraces("C:\\Windows\\c\\x, a c, c\\anna and \\\\C\\share", {"C"}),
+              "C:\\Windows\\c\\x, a c, ... and \\\\...");
+    EXPECT_EQ(WithoutTraces("USB\\VID_2F1A to b, to\\anna", {"to"}), "USB\\VID_2F1A to b, ...");
 }
 
 TEST(Redaction, TakesComputerAndUserOutOfAnEvent) {
@@ -135,6 +173,22 @@ TEST(SetupLog, KeepsTheSectionsOfTheVendorsDevices) {
      cmd: "C:\Users\...\setup.exe"
 <<<  Section end 2026/11/23 10:00:01.000
 <<<  [Exit status: FAILURE(0xe0000203)]
+
+)");
+}
+
+TEST(SetupLog, NamesNeitherComputerNorPerson) {
+    EXPECT_EQ(VendorSections(R"(>>>  [Device Install - USB\VID_2F1A&PID_7E01\KV4000001]
+     cmd: \\Notebook-of-anna-miller.corp.example\tools\x.exe
+     user: NOTEBOOK-OF-ANN\anna, S-1-5-21-1-2-3-1000, S-1-5-18
+<<<  Section end on notebook-of-anna-miller
+)",
+                             {"NOTEBOOK-OF-ANN", "Notebook-of-anna-miller", "corp.example",
+                              "Notebook-of-anna-miller.corp.example"}),
+              R"(>>>  [Device Install - USB\VID_2F1A&PID_7E01\KV4000001]
+     cmd: \\...
+     user: ..., ..., S-1-5-18
+<<<  Section end on ...
 
 )");
 }
