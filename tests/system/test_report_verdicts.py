@@ -2,6 +2,7 @@
 
 import base64
 import re
+import subprocess
 from collections.abc import Iterator
 from pathlib import Path
 
@@ -307,14 +308,48 @@ def test_opens_on_the_failure(shown: Browser, tmp_path: Path) -> None:
     assert shown.value("document.querySelector('.failure').getBoundingClientRect().bottom") < 900
 
 
+_DOTS_PER_INCH = 72
+_MARGIN_MM = 12  # as in the page's style
+_INK = 0xC0  # Darker are letters and pictures, but not the frame of a card.
+
+
+def fillings(pdf: bytes, folder: Path) -> list[float]:
+    """How far down each page of a PDF its lowest ink is: 0 at the head of what may be printed on, 1 at its foot."""
+    (folder / "printed.pdf").write_bytes(pdf)
+    subprocess.run(["pdftoppm", "-r", str(_DOTS_PER_INCH), "-gray", "printed.pdf", "page"], cwd=folder, check=True, timeout=60)
+    margin = _MARGIN_MM / 25.4 * _DOTS_PER_INCH
+    found = []
+    for path in sorted(folder.glob("page-*.pgm")):
+        # Three words, each with one blank or line break behind it, and a byte for each dot.
+        _, width, height, _, dots = re.split(rb"\s", path.read_bytes(), maxsplit=4)
+        lines = [dots[start : start + int(width)] for start in range(0, int(width) * int(height), int(width))]
+        inked = [number for number, row in enumerate(lines, 1) if min(row) < _INK]
+        found.append((max(inked, default=0) - margin) / (int(height) - 2 * margin))
+    return found
+
+
 @slow
-def test_prints_light_without_half_blank_pages(shown: Browser, tmp_path: Path) -> None:
+def test_prints_light(shown: Browser, tmp_path: Path) -> None:
     """Dark on the screen or not. Without the browser's leave to print backgrounds, too."""
     shown.show(kept(scenario(stopped(3, 8), "seen 22"), tmp_path), 1300, dark=True)
     assert shown.printed("getComputedStyle(document.body).backgroundColor") == "rgb(255, 255, 255)"
     assert shown.printed("getComputedStyle(document.body).color") == "rgb(27, 31, 36)"
     assert shown.printed("getComputedStyle(document.querySelector('.sign')).printColorAdjust") == "exact"
-    assert shown.printed("getComputedStyle(document.querySelector('.card:not(.failure)')).breakInside") == "auto"
+
+
+@slow
+@pytest.mark.parametrize("name", pages())
+def test_prints_no_half_blank_page_but_the_last(shown: Browser, tmp_path: Path, name: str) -> None:
+    shown.show(kept(pages()[name], tmp_path), 1300)
     pdf = base64.b64decode(shown.pdf())
-    assert pdf.startswith(b"%PDF")
-    assert 2 <= len(re.findall(rb"/Type\s*/Page\b", pdf)) <= 5
+    filled = fillings(pdf, tmp_path)
+    assert [part for part in filled[:-1] if part < 0.5] == []
+    assert filled[-1] > 0
+    assert 2 <= len(filled) == len(re.findall(rb"/Type\s*/Page\b", pdf)) <= 5
+
+
+@slow
+def test_a_half_blank_page_is_seen(shown: Browser, tmp_path: Path) -> None:
+    shown.show(kept(good(), tmp_path), 1300)
+    shown.value("document.querySelector('main > .card').style.breakAfter = 'page'")
+    assert min(fillings(base64.b64decode(shown.pdf()), tmp_path)[:-1]) < 0.5
