@@ -17,6 +17,7 @@ from veyra_lab.faults.shrink import shrink
 from veyra_lab.faults.story import bus_lines, command_lines, read_story
 from veyra_lab.faults.table import Table
 from veyra_lab.faults.trial_id import read_id
+from veyra_lab.scenarios.errors import ScenarioError
 from veyra_lab.scenarios.files import read_scenario
 from veyra_lab.scenarios.transfer_pattern import compile_pattern, spell
 from veyra_lab.windows.machine import Machine
@@ -354,6 +355,20 @@ def test_without_a_fault_a_camera_has_to_be_updated(tmp_path: Path) -> None:
     path = write_scenario(read_id("kv400.402x1"), fields, updates, "broken: a", tmp_path)
     (scenario,) = read_scenario(path)
     assert [step["expect"] for step in scenario.steps if "expect" in step] == [{"result": "updated", "camera": 0}]
+
+
+def test_a_rule_that_is_broken_before_the_question_does_not_spare_the_update(tmp_path: Path) -> None:
+    fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": []}]}
+    updates = read_story([{"event": "update", "camera": 0, "number": 1}, command(16), broken(True, "")])
+    (scenario,) = read_scenario(write_scenario(read_id("kv400.402x1"), fields, updates, "broken: a rule", tmp_path))
+    assert scenario.steps == ({"accept": 0}, {"expect": {"result": "updated", "camera": 0}}, {"take away": 0})
+
+
+@pytest.mark.parametrize("trial", [f"{ID}.2r", "kv400.402x1.1gd0-short17.1s"])
+def test_there_is_no_scenario_of_an_update_that_begins_otherwise(tmp_path: Path, trial: str) -> None:
+    with pytest.raises(ScenarioError, match="comes? back with its power kept"):
+        write_scenario(read_id(trial), FIELDS, read_story(TRANSCRIPT), "broken: a rule", tmp_path)
+    assert list(tmp_path.iterdir()) == []
 
 
 def test_a_camera_that_counts_as_updated_has_to_have_the_image(tmp_path: Path) -> None:

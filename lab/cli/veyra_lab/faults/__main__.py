@@ -217,15 +217,20 @@ def _tell(program: Path, failures: list[Failure]) -> None:
                 print(f"cannot be made smaller: {failure.trial}: it holds when it is played alone")
                 continue
             told = read_story(lines_of(replay(program, smallest).transcript))
-            path = write_scenario(read_id(smallest), fields_of(program, smallest), told, why, _FOLDER)
-        except (ValueError, ScenarioError) as error:
+            fields = fields_of(program, smallest)
+        except ValueError as error:
             print(f"cannot be made smaller: {failure.trial}: {error}")
             continue
         if why != failure.why:
             print(f"fails otherwise alone: {failure.trial}: {why}")
         print(f"smallest: {smallest}: {why}")
         print(f"  scripts/faults --replay {smallest}")
-        print(f"  scenario: {path}")
+        try:
+            print(f"  scenario: {write_scenario(read_id(smallest), fields, told, why, _FOLDER)}")
+        except ScenarioError as error:
+            print(f"  no scenario: {error}")
+    if len(by_reason) > _MOST_SHRUNK:
+        print(f"not made smaller: those that failed for {len(by_reason) - _MOST_SHRUNK} further reasons")
 
 
 if __name__ == "__main__":

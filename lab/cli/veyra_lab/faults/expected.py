@@ -29,10 +29,15 @@ _AFTER = {
 _MISREAD = "behind-hid"
 
 
+def has_to_be_updated(update: ToldUpdate, camera: Mapping[str, Any], has_faults: bool) -> bool:
+    """Whether nothing was done to the camera that may keep it from that."""
+    return not has_faults and update.number == 1 and camera["personality"] in _UPDATED
+
+
 def mended(update: ToldUpdate, camera: Mapping[str, Any], has_faults: bool) -> dict[str, Any]:
     """What has to hold of an update in which a rule was broken: the requests up to there were right, the one that had to
     come is known, and in the end the camera has nothing that nobody has made."""
-    if not has_faults and update.number == 1 and camera["personality"] in _UPDATED:
+    if has_to_be_updated(update, camera, has_faults):
         return {"result": "updated", "camera": update.camera}
     seen = shorten(spell(event for event in update.events if event["event"] == "transfer"))
     expected: dict[str, Any] = {}

@@ -6,8 +6,9 @@ from collections.abc import Iterator, Sequence
 from pathlib import Path
 from typing import Any
 
+from ..scenarios.errors import ScenarioError
 from ..scenarios.written import write_scenario_file
-from .expected import expectation, mended
+from .expected import expectation, has_to_be_updated, mended
 from .program import Line
 from .story import ToldUpdate
 from .trial_id import TrialId
@@ -15,6 +16,7 @@ from .trial_id import TrialId
 # The service asks a camera for its version once in the campaign, and here at both of its arrivals, of each of the two
 # sources as which it is listed.
 FURTHER_READINGS = 3
+NO_SUCH_BEGINNING = "no scenario lets a camera come back with its power kept, or an earlier error stand"
 _LONGEST_NAME = 120
 # Camera and number of the update that the stage is set for.
 _FIRST = (0, 1)
@@ -23,6 +25,8 @@ _FIRST = (0, 1)
 def write_scenario(trial: TrialId, fields: Line, updates: Sequence[ToldUpdate], why: str, folder: Path) -> Path:
     """The scenario's file, named for the trial, and for what went wrong in it. `fields` and `updates` are those that the
     campaign's program tells of it. ScenarioError for a trial that no scenario can say."""
+    if trial.circumstances:
+        raise ScenarioError(NO_SUCH_BEGINNING)
     first = _faults(fields, updates[0]) if updates else []
     content = {
         "description": f"The trial {trial} of scripts/faults{': ' if why else ''}{why}.",
@@ -71,16 +75,19 @@ def _fault(fault: dict[str, Any], update: ToldUpdate) -> dict[str, Any]:
 
 def _steps(fields: Line, update: ToldUpdate) -> Iterator[Any]:
     faults = _faults(fields, update)
+    camera = fields["cameras"][update.camera]
+    is_broken = update.next is not None
     if (update.camera, update.number) != _FIRST:  # for which the stage is set
         yield {"image": _image(fields, update.number)}
         yield {"faults": {"camera": update.camera, "list": faults}}
-    if update.is_accepted:
+    # Where a broken rule kept the camera from being asked for, it has to be.
+    if update.is_accepted or (is_broken and has_to_be_updated(update, camera, bool(faults))):
         yield {"accept": update.camera}
     else:
         yield from ({"plug": update.camera}, "settle")
-    if update.next is not None:
-        yield {"expect": mended(update, fields["cameras"][update.camera], bool(faults))}
+    if is_broken:
+        yield {"expect": mended(update, camera, bool(faults))}
     elif update.how:
         size = _image(fields, update.number)["size"]
-        yield {"expect": expectation(update, fields["cameras"][update.camera], size, faults)}
+        yield {"expect": expectation(update, camera, size, faults)}
     yield {"take away": update.camera}

@@ -13,7 +13,7 @@ from ..windows.machine import Machine
 from ..windows.programs import Programs
 from ..wire.events import RIG, Event
 from .program import fields_of, lines_of, replay
-from .scenario import FURTHER_READINGS, write_scenario
+from .scenario import FURTHER_READINGS, NO_SUCH_BEGINNING, write_scenario
 from .story import ToldUpdate, bus_lines, command_lines, read_story
 from .trial_id import read_id
 
@@ -29,8 +29,7 @@ def why_left_out(trial: str) -> str:
     """Why a trial can be played on Linux only; empty when it can be played here."""
     if trial.startswith(f"{_RESTLESS}."):
         return f"{_RESTLESS} is back in DFU mode after DETACH, where the service meets it anew, for as long as anybody looks"
-    is_otherwise = _CIRCUMSTANCE.search(trial)
-    return "no scenario lets a camera come back with its power kept, or an earlier error stand" if is_otherwise else ""
+    return NO_SUCH_BEGINNING if _CIRCUMSTANCE.search(trial) else ""
 
 
 @dataclass(frozen=True)

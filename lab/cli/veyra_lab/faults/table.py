@@ -112,7 +112,8 @@ class Table:
             yield f"- left out: {forgotten} pairs with a fault at one of these steps."
         yield (
             f"- not met: in {self.tried - sum(row.met for row in self._rows.values())} trials a fault did not strike, because"
-            " another ended the update before it, kept its step from coming, or struck the same step and hid it."
+            " another ended the update before it, kept its step from coming, or struck the same step and hid it, or because"
+            " the camera has left before its step without any."
         )
         yield (
             "- left out, not counted: faults at steps that only another fault makes, as the third to the fifth attempt at the"
