@@ -4,7 +4,7 @@
 
 #include "lab/toast/ServerAction.h"
 #include "lab/toast/ServerRegistration.h"
-#include "lab/toast/ToastServer.h"
+#include "lab/toast/ToastControllerRun.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ int main() {
         case ServerAction::kUnregister:
             return ExitCode("the removal", lab::toast::UnregisterServer());
         case ServerAction::kServe:
-            return ExitCode("the server", lab::toast::RunToastServer());
+            return ExitCode("the server", lab::toast::RunToastController());
         case ServerAction::kShowUsage:
             break;
     }

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/prompt/BstrAllocations.h"
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 
 #include <functional>
 #include <optional>
@@ -12,7 +12,7 @@
 
 namespace {
 
-using test_support::FakeToastServer;
+using test_support::FakeToastController;
 using Texts = std::vector<std::wstring>;
 
 constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
@@ -20,12 +20,12 @@ constexpr HRESULT kOutOfMemory = static_cast<HRESULT>(0x8007000E);
 class CNotifyClientTest : public testing::Test {
   protected:
     // The only call that the server got.
-    [[nodiscard]] FakeToastServer::Call OnlyCall() const {
+    [[nodiscard]] FakeToastController::Call OnlyCall() const {
         EXPECT_EQ(server_.Calls().size(), 1u);
-        return server_.Calls().empty() ? FakeToastServer::Call{} : server_.Calls().front();
+        return server_.Calls().empty() ? FakeToastController::Call{} : server_.Calls().front();
     }
 
-    FakeToastServer server_;
+    FakeToastController server_;
     std::shared_ptr<IToastCntrPtr> pointer_ =
         std::make_shared<IToastCntrPtr>(reinterpret_cast<IToastCntr*>(server_.Unknown()));
     CNotifyClient client_{pointer_};
@@ -92,7 +92,7 @@ TEST_F(CNotifyClientTest, FailsWithANegativeResult) {
 TEST_F(CNotifyClientTest, KeepsItsTextsForTheCallAndFreesThemAfterwards) {
     BstrAllocations texts;
     std::vector<std::size_t> liveInCall;
-    server_.whileCalled = [&](const FakeToastServer::Call& call) {
+    server_.whileCalled = [&](const FakeToastController::Call& call) {
         liveInCall.push_back(texts.Live());
         EXPECT_GE(texts.Live(), call.texts.size());
     };
@@ -160,7 +160,7 @@ TEST_F(CNotifyClientTest, SharesTheServersPointer) {
 }
 
 TEST_F(CNotifyClientTest, CallsTheServerThatItsPointerHoldsNow) {
-    FakeToastServer other;
+    FakeToastController other;
     *pointer_ = reinterpret_cast<IToastCntr*>(other.Unknown());
     client_.NotifyProgress(L"1");
     EXPECT_TRUE(server_.Calls().empty());

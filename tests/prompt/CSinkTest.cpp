@@ -4,7 +4,7 @@
 
 #include "diagnostics/TraceProvider.h"
 #include "tests/support/DispatchCall.h"
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 #include "tests/support/Patience.h"
 #include "tests/support/TraceRecorder.h"
 
@@ -21,7 +21,7 @@
 namespace {
 
 using Microsoft::WRL::ComPtr;
-using test_support::FakeToastServer;
+using test_support::FakeToastController;
 using test_support::kPatience;
 using test_support::kWatchTime;
 using test_support::TraceRecorder;
@@ -54,7 +54,7 @@ class CSinkTest : public testing::Test {
     }
 
     TraceRecorder traces_;
-    FakeToastServer server_;
+    FakeToastController server_;
     std::atomic<int> accepted_{0};
     std::shared_ptr<CSink> sink_ = std::make_shared<CSink>([this] { ++accepted_; });
 };
@@ -151,7 +151,7 @@ TEST_F(CSinkTest, ConnectsToAConnectionPointThatCameWithAFailure) {
 }
 
 TEST_F(CSinkTest, ReleasesItsPreviousConnectionPointWhenItConnectsAgain) {
-    FakeToastServer other;
+    FakeToastController other;
     sink_->Advise(Pointer());
     sink_->Advise(std::make_shared<IToastCntrPtr>(reinterpret_cast<IToastCntr*>(other.Unknown())));
     EXPECT_EQ(server_.ConnectionPointReferences(), 0u);
@@ -183,7 +183,7 @@ TEST_F(CSinkTest, EndsNothingWhenItWasNeverConnected) {
 
 // What is given up stands there until the process ends: so does its server.
 TEST_F(CSinkTest, GivesAServerUpThatHangsAtTheEndOfTheConnection) {
-    FakeToastServer& hanging = *std::make_unique<FakeToastServer>().release();
+    FakeToastController& hanging = *std::make_unique<FakeToastController>().release();
     std::promise<void> unadvised;
     hanging.whileUnadvised = [&unadvised] {
         unadvised.set_value();

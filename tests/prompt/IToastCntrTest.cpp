@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 
 #include <array>
 #include <cstring>
 
 namespace {
 
-using test_support::FakeToastServer;
+using test_support::FakeToastController;
 using Bytes = std::array<unsigned char, 16>;
 
 Bytes InMemory(const GUID& id) {
@@ -28,7 +28,7 @@ TEST(IToastCntr, HasTheIdsThatTheServerIsRegisteredWith) {
 }
 
 TEST(IToastCntr, HasItsMethodsInTheSlotsBehindThoseOfADispatchInterface) {
-    FakeToastServer server;
+    FakeToastController server;
     auto* const controller = reinterpret_cast<IToastCntr*>(server.Unknown());
 
     EXPECT_EQ(controller->ShowUpdatePrompt(nullptr, nullptr), S_OK);
@@ -43,7 +43,7 @@ TEST(IToastCntr, HasItsMethodsInTheSlotsBehindThoseOfADispatchInterface) {
 }
 
 TEST(IToastCntr, IsADispatchInterface) {
-    FakeToastServer server;
+    FakeToastController server;
     IDispatch* const dispatch = reinterpret_cast<IToastCntr*>(server.Unknown());
     UINT count = 0;
     EXPECT_EQ(dispatch->GetTypeInfoCount(&count), E_NOTIMPL);  // the fake's answer in slots 3 to 6

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/FakeActivation.h"
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +11,7 @@
 namespace {
 
 using test_support::FakeActivation;
-using test_support::FakeToastServer;
+using test_support::FakeToastController;
 
 constexpr GUID kToastClass{0x20C4BEF7, 0xCA2C, 0x40F7, {0x9B, 0x2A, 0x33, 0x37, 0x8E, 0x54, 0xE6, 0x8C}};
 constexpr GUID kToastInterface{0x45E679A1, 0xAE15, 0x45DC, {0x85, 0x4E, 0x13, 0xD9, 0x0F, 0xD8, 0x64, 0xC5}};
@@ -19,7 +19,7 @@ constexpr GUID kUnknown{0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x0
 
 class ToastController : public testing::Test {
   protected:
-    FakeToastServer server_;
+    FakeToastController server_;
     FakeActivation activation_{server_.Unknown()};
 };
 

@@ -355,7 +355,7 @@ TEST_F(FDUServiceCameraPass, WaitsForTheAnswerThoughThePromptFailed) {
 TEST_F(FDUServiceCameraPass, MakesTheCameraPendingOnlyAfterThePrompt) {
     FakeCamera& camera = PlugCameraForUpdate();
     bool pendingDuringPrompt = true;
-    toast_.whileCalled = [&](const test_support::FakeToastServer::Call&) {
+    toast_.whileCalled = [&](const test_support::FakeToastController::Call&) {
         pendingDuringPrompt = IsPending(camera);
     };
     EXPECT_EQ(Arrive(), 0);

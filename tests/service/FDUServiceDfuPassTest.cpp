@@ -15,7 +15,7 @@
 namespace {
 
 using Texts = std::vector<std::wstring>;
-using test_support::FakeToastServer;
+using test_support::FakeToastController;
 using test_support::FakeUsbDevice;
 using test_support::kUpdateServiceGroup;
 
@@ -320,7 +320,7 @@ TEST_F(FDUServiceDfuPass, GoesOnWhenTheControllerTakesNoProgress) {
 // A report that cannot be made for want of memory ends the download, but not without a word to the user.
 TEST_F(FDUServiceDfuPass, CompletesWhenAReportRaises) {
     PlugDeviceForImage(300, 100);
-    toast_.whileCalled = [](const FakeToastServer::Call& call) {
+    toast_.whileCalled = [](const FakeToastController::Call& call) {
         if (call.texts == Texts{L"2"}) {
             throw std::bad_alloc();
         }
@@ -335,7 +335,7 @@ TEST_F(FDUServiceDfuPass, CompletesBeforeItClosesTheImageAndTheDevice) {
     PlugDeviceForImage();
     std::optional<bool> imageInUse;
     std::size_t openFiles = 0;
-    toast_.whileCalled = [&](const FakeToastServer::Call& call) {
+    toast_.whileCalled = [&](const FakeToastController::Call& call) {
         if (call.method != "NotifyComplete") {
             return;
         }

@@ -9,7 +9,7 @@
 #include "tests/support/FakeClock.h"
 #include "tests/support/FakeConfigurationManager.h"
 #include "tests/support/FakeMediaFoundation.h"
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 #include "tests/support/FakeUsbBus.h"
 #include "tests/support/ImportRedirect.h"
 #include "tests/support/OnlyOne.h"
@@ -81,7 +81,7 @@ class FDUServiceStage : public testing::Test, public test_support::OnlyOne<FDUSe
     test_support::FakeConfigurationManager devices_;
     test_support::FakeUsbBus bus_;
     test_support::FakeMediaFoundation cameras_{test_support::FakeMediaFoundation::Platform::NotStarted};
-    test_support::FakeToastServer toast_;
+    test_support::FakeToastController toast_;
     test_support::FakeActivation activation_{toast_.Unknown()};
     std::unique_ptr<FDUService> service_;
 

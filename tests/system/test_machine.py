@@ -55,7 +55,7 @@ def test_leaves_the_machine_as_it_was(tmp_path: Path) -> None:
     assert {key for key in changed if not any(own in key for own in _WINES_OWN)} == set()
 
 
-def test_leaves_no_toast_server_to_the_next_run() -> None:
+def test_leaves_no_toast_controller_to_the_next_run() -> None:
     """It would tell the laboratory that has started it what the next one waits for."""
     killed = Bench(the_machine()).__enter__()
     killed.machine.demand(EXECUTABLE, "-install")

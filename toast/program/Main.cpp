@@ -3,7 +3,7 @@
 #include <shobjidl.h>
 
 #include "toast/program/ProgramAction.h"
-#include "toast/program/ToastServer.h"
+#include "toast/program/ToastControllerRun.h"
 #include "toast/registration/Registration.h"
 
 namespace {
@@ -20,7 +20,7 @@ int ExitCodeOf(toast::ProgramAction action) {
             return static_cast<int>(toast::Unregister());
         case toast::ProgramAction::kServe:
             SetCurrentProcessExplicitAppUserModelID(kAppUserModelId);
-            return static_cast<int>(toast::RunToastServer());
+            return static_cast<int>(toast::RunToastController());
         case toast::ProgramAction::kNone:
             break;
     }

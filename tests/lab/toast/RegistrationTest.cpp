@@ -1,4 +1,4 @@
-#include "tests/lab/toast/ToastServerFixture.h"
+#include "tests/lab/toast/ToastControllerFixture.h"
 
 #include <oleauto.h>
 #include <sddl.h>
@@ -63,20 +63,20 @@ std::wstring PermissionOf(const wchar_t* name) {
     return permission;
 }
 
-class Registration : public ToastServerFixture {
+class Registration : public ToastControllerFixture {
   protected:
     void TearDown() override {
         // The next test needs it, too.
         if (!Exists(kClassKey)) {
-            EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
+            EXPECT_EQ(RunToastControllerFile(L"/RegServer").exitCode, 0u);
         }
     }
 };
 
 TEST_F(Registration, NamesTheExecutableAsTheLocalServer) {
     const std::wstring serverKey = std::wstring(kClassKey) + L"\\LocalServer32";
-    EXPECT_EQ(TextOf(serverKey), L"\"" + ToastServerFile() + L"\"");
-    EXPECT_EQ(TextOf(serverKey, L"ServerExecutable"), ToastServerFile());
+    EXPECT_EQ(TextOf(serverKey), L"\"" + ToastControllerFile() + L"\"");
+    EXPECT_EQ(TextOf(serverKey, L"ServerExecutable"), ToastControllerFile());
 }
 
 // The class only tells a client that the type library is there when the library is registered under the same
@@ -117,12 +117,12 @@ TEST_F(Registration, GivesTheInterfacesToTheAutomationMarshaller) {
 }
 
 TEST_F(Registration, MayBeRepeated) {
-    EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
+    EXPECT_EQ(RunToastControllerFile(L"/RegServer").exitCode, 0u);
     EXPECT_TRUE(Exists(kClassKey));
 }
 
 TEST_F(Registration, IsRemovedWithoutARest) {
-    const ProgramEnd end = RunToastServerFile(L"/UnregServer");
+    const ProgramEnd end = RunToastControllerFile(L"/UnregServer");
     EXPECT_EQ(end.exitCode, 0u);
     EXPECT_EQ(end.errors, "");
     for (const wchar_t* key : kKeys) {
@@ -131,19 +131,19 @@ TEST_F(Registration, IsRemovedWithoutARest) {
 }
 
 TEST_F(Registration, MayBeRemovedWhenItIsNotThere) {
-    EXPECT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
-    EXPECT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
+    EXPECT_EQ(RunToastControllerFile(L"/UnregServer").exitCode, 0u);
+    EXPECT_EQ(RunToastControllerFile(L"/UnregServer").exitCode, 0u);
 }
 
 TEST_F(Registration, IsNeededByTheServer) {
-    ASSERT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
-    const ProgramEnd end = RunToastServerFile(L"-Embedding");
+    ASSERT_EQ(RunToastControllerFile(L"/UnregServer").exitCode, 0u);
+    const ProgramEnd end = RunToastControllerFile(L"-Embedding");
     EXPECT_EQ(end.exitCode, 1u);
     EXPECT_EQ(end.errors, "VeyraCameraToastCntl: the server failed with 0x8002801D\r\n");
 }
 
 TEST_F(Registration, IsNotTouchedByAnUnknownWord) {
-    const ProgramEnd end = RunToastServerFile(L"VeyraCameraToastCntl.exe /Help");
+    const ProgramEnd end = RunToastControllerFile(L"VeyraCameraToastCntl.exe /Help");
     EXPECT_EQ(end.exitCode, 2u);
     EXPECT_EQ(end.errors, "usage: VeyraCameraToastCntl /RegServer | /UnregServer | /Embedding\r\n");
     EXPECT_TRUE(Exists(kClassKey));

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/lab/rig/contracts/ToldBreaches.h"
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 
 #include <oleauto.h>
 #include <olectl.h>
@@ -47,7 +47,7 @@ class WatchedToastControllerTest : public testing::Test {
         return breaches;
     }
 
-    test_support::FakeToastServer server_;
+    test_support::FakeToastController server_;
     ToldBreaches breaches_;
     ComLibrary library_{breaches_.Report()};
     ComPtr<IUnknown> watched_;

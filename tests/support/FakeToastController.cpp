@@ -1,4 +1,4 @@
-#include "tests/support/FakeToastServer.h"
+#include "tests/support/FakeToastController.h"
 
 #include "tests/support/DispatchCall.h"
 
@@ -21,9 +21,9 @@ std::wstring Text(BSTR text) {
 
 }  // namespace
 
-class FakeToastServer::ConnectionPoint final : public IConnectionPoint {
+class FakeToastController::ConnectionPoint final : public IConnectionPoint {
   public:
-    explicit ConnectionPoint(FakeToastServer* server) : server_(server) {}
+    explicit ConnectionPoint(FakeToastController* server) : server_(server) {}
 
     [[nodiscard]] ULONG References() const { return references_; }
 
@@ -65,13 +65,13 @@ class FakeToastServer::ConnectionPoint final : public IConnectionPoint {
     HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }
 
   private:
-    FakeToastServer* server_;
+    FakeToastController* server_;
     ULONG references_ = 0;
 };
 
-class FakeToastServer::Container final : public IConnectionPointContainer {
+class FakeToastController::Container final : public IConnectionPointContainer {
   public:
-    explicit Container(FakeToastServer* server) : server_(server) {}
+    explicit Container(FakeToastController* server) : server_(server) {}
 
     [[nodiscard]] ULONG References() const { return references_; }
 
@@ -93,11 +93,11 @@ class FakeToastServer::Container final : public IConnectionPointContainer {
     }
 
   private:
-    FakeToastServer* server_;
+    FakeToastController* server_;
     ULONG references_ = 0;
 };
 
-FakeToastServer::FakeToastServer()
+FakeToastController::FakeToastController()
     : object_{nullptr, this},
       container_(std::make_unique<Container>(this)),
       connectionPoint_(std::make_unique<ConnectionPoint>(this)) {
@@ -116,17 +116,17 @@ FakeToastServer::FakeToastServer()
     object_.slots = slots.data();
 }
 
-FakeToastServer::~FakeToastServer() {
+FakeToastController::~FakeToastController() {
     if (sink_ != nullptr) {
         sink_->Release();
     }
 }
 
-IUnknown* FakeToastServer::Unknown() {
+IUnknown* FakeToastController::Unknown() {
     return reinterpret_cast<IUnknown*>(&object_);
 }
 
-std::vector<FakeToastServer::Call> FakeToastServer::CallsOf(const std::string& method) const {
+std::vector<FakeToastController::Call> FakeToastController::CallsOf(const std::string& method) const {
     std::vector<Call> found;
     for (const Call& call : calls_) {
         if (call.method == method) {
@@ -136,15 +136,15 @@ std::vector<FakeToastServer::Call> FakeToastServer::CallsOf(const std::string& m
     return found;
 }
 
-ULONG FakeToastServer::ContainerReferences() const {
+ULONG FakeToastController::ContainerReferences() const {
     return container_->References();
 }
 
-ULONG FakeToastServer::ConnectionPointReferences() const {
+ULONG FakeToastController::ConnectionPointReferences() const {
     return connectionPoint_->References();
 }
 
-HRESULT FakeToastServer::FireUserRespond(LONG answer, VARIANT* result) {
+HRESULT FakeToastController::FireUserRespond(LONG answer, VARIANT* result) {
     IDispatch* events = nullptr;
     if (sink_ == nullptr ||
         FAILED(sink_->QueryInterface(kEventInterface, reinterpret_cast<void**>(&events)))) {
@@ -155,9 +155,9 @@ HRESULT FakeToastServer::FireUserRespond(LONG answer, VARIANT* result) {
     return status;
 }
 
-HRESULT STDMETHODCALLTYPE FakeToastServer::QueryInterface(Object* object, REFIID interfaceId,
-                                                          void** queried) {
-    FakeToastServer& server = *object->owner;
+HRESULT STDMETHODCALLTYPE FakeToastController::QueryInterface(Object* object, REFIID interfaceId,
+                                                              void** queried) {
+    FakeToastController& server = *object->owner;
     server.queries_.push_back(interfaceId);
     *queried = nullptr;
     if (IsEqualGUID(interfaceId, IID_IConnectionPointContainer)) {
@@ -180,36 +180,36 @@ HRESULT STDMETHODCALLTYPE FakeToastServer::QueryInterface(Object* object, REFIID
     return S_OK;
 }
 
-ULONG STDMETHODCALLTYPE FakeToastServer::AddRef(Object* object) {
+ULONG STDMETHODCALLTYPE FakeToastController::AddRef(Object* object) {
     return ++object->owner->references_;
 }
 
-ULONG STDMETHODCALLTYPE FakeToastServer::Release(Object* object) {
-    FakeToastServer& server = *object->owner;
+ULONG STDMETHODCALLTYPE FakeToastController::Release(Object* object) {
+    FakeToastController& server = *object->owner;
     if (--server.references_ == 0) {
         server.happenings_.emplace_back("server released");
     }
     return server.references_;
 }
 
-HRESULT STDMETHODCALLTYPE FakeToastServer::RefuseDispatch() {
+HRESULT STDMETHODCALLTYPE FakeToastController::RefuseDispatch() {
     return E_NOTIMPL;
 }
 
-HRESULT STDMETHODCALLTYPE FakeToastServer::ShowUpdatePrompt(Object* object, BSTR cameraVersion,
-                                                            BSTR imageVersion) {
+HRESULT STDMETHODCALLTYPE FakeToastController::ShowUpdatePrompt(Object* object, BSTR cameraVersion,
+                                                                BSTR imageVersion) {
     return object->owner->Record({"ShowUpdatePrompt", {Text(cameraVersion), Text(imageVersion)}});
 }
 
-HRESULT STDMETHODCALLTYPE FakeToastServer::NotifyProgress(Object* object, BSTR text) {
+HRESULT STDMETHODCALLTYPE FakeToastController::NotifyProgress(Object* object, BSTR text) {
     return object->owner->Record({"NotifyProgress", {Text(text)}});
 }
 
-HRESULT STDMETHODCALLTYPE FakeToastServer::NotifyComplete(Object* object) {
+HRESULT STDMETHODCALLTYPE FakeToastController::NotifyComplete(Object* object) {
     return object->owner->Record({"NotifyComplete", {}});
 }
 
-HRESULT FakeToastServer::Record(Call call) {
+HRESULT FakeToastController::Record(Call call) {
     calls_.push_back(call);
     if (whileCalled) {
         whileCalled(call);

@@ -17,18 +17,18 @@ namespace test_support {
 // is also the connection point container and the connection point for the one sink that connects.
 //
 // Its lifetime is the test's, whatever the references; they are only counted.
-class FakeToastServer {
+class FakeToastController {
   public:
     struct Call {
         std::string method;
         std::vector<std::wstring> texts;  // with the lengths that the BSTRs have
     };
 
-    FakeToastServer();
-    ~FakeToastServer();
+    FakeToastController();
+    ~FakeToastController();
 
-    FakeToastServer(const FakeToastServer&) = delete;
-    FakeToastServer& operator=(const FakeToastServer&) = delete;
+    FakeToastController(const FakeToastController&) = delete;
+    FakeToastController& operator=(const FakeToastController&) = delete;
 
     // Results of the methods by name, S_OK for the rest.
     std::map<std::string, HRESULT> results;
@@ -77,7 +77,7 @@ class FakeToastServer {
     // The memory of a COM object: a pointer to the table of its functions.
     struct Object {
         void* const* slots;
-        FakeToastServer* owner;
+        FakeToastController* owner;
     };
 
     static HRESULT STDMETHODCALLTYPE QueryInterface(Object* object, REFIID interfaceId, void** queried);

@@ -19,7 +19,7 @@ namespace {
 const wchar_t* const kServerKey =
     L"SOFTWARE\\Classes\\CLSID\\{20C4BEF7-CA2C-40F7-9B2A-33378E54E68C}\\LocalServer32";
 using test_support::kPatienceMs;
-const wchar_t* const kToDieEvent = L"VeyraOddToastServerDies";
+const wchar_t* const kToDieEvent = L"VeyraOddToastControllerDies";
 
 std::wstring WindowsPath(const std::string& path) {
     std::wstring file = L"Z:" + std::wstring(path.begin(), path.end());
@@ -29,7 +29,7 @@ std::wstring WindowsPath(const std::string& path) {
 
 // Runs the stand-in controller, which registers the type library that IToastCntr is marshalled by.
 void RunStandIn(const wchar_t* option) {
-    const std::wstring program = WindowsPath(VEYRA_TOAST_SERVER);
+    const std::wstring program = WindowsPath(VEYRA_TOAST_CONTROLLER);
     std::wstring commandLine = L"\"" + program + L"\" " + option;
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
@@ -49,7 +49,7 @@ win32::UniqueKernelHandle OddServerProcess() {
     const HANDLE processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     DWORD found = 0;
     for (BOOL more = Process32FirstW(processes, &entry); more; more = Process32NextW(processes, &entry)) {
-        if (lstrcmpiW(entry.szExeFile, L"odd_toast_server.exe") == 0) {
+        if (lstrcmpiW(entry.szExeFile, L"odd_toast_controller.exe") == 0) {
             found = entry.th32ProcessID;
         }
     }
@@ -59,13 +59,13 @@ win32::UniqueKernelHandle OddServerProcess() {
 }
 
 // A machine whose toast controller is a real local server, of which each test says what it is.
-class PromptServer : public testing::Test {
+class OddToastController : public testing::Test {
   protected:
-    PromptServer() {
+    OddToastController() {
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         RunStandIn(L"/RegServer");
     }
-    ~PromptServer() override {
+    ~OddToastController() override {
         server_.reset();
         CoUninitialize();
         EXPECT_EQ(ExitCode(), std::nullopt) << "the server was not let go";
@@ -78,7 +78,7 @@ class PromptServer : public testing::Test {
                   ERROR_SUCCESS);
     }
     static void RegisterOddServer(const std::wstring& oddity) {
-        Register(L"\"" + WindowsPath(VEYRA_ODD_TOAST_SERVER) + L"\" " + oddity);
+        Register(L"\"" + WindowsPath(VEYRA_ODD_TOAST_CONTROLLER) + L"\" " + oddity);
     }
 
     // What the server's process, if there is one, ends with in time; nothing when there is none.
@@ -96,25 +96,25 @@ class PromptServer : public testing::Test {
     std::shared_ptr<IToastCntrPtr> server_ = std::make_shared<IToastCntrPtr>();
 };
 
-TEST_F(PromptServer, ThatIsNotRegisteredGivesTheErrorOfTheMissingClass) {
+TEST_F(OddToastController, ThatIsNotRegisteredGivesTheErrorOfTheMissingClass) {
     RunStandIn(L"/UnregServer");
     EXPECT_EQ(CreateToastController(*server_), REGDB_E_CLASSNOTREG);
     EXPECT_EQ(server_->GetInterfacePtr(), nullptr);
 }
 
-TEST_F(PromptServer, WhoseFileIsMissingGivesAnError) {
+TEST_F(OddToastController, WhoseFileIsMissingGivesAnError) {
     Register(L"\"C:\\there is no such\\server.exe\"");
     EXPECT_LT(CreateToastController(*server_), 0);
     EXPECT_EQ(server_->GetInterfacePtr(), nullptr);
 }
 
-TEST_F(PromptServer, WithoutTheInterfaceIsRefusedAndLetGo) {
+TEST_F(OddToastController, WithoutTheInterfaceIsRefusedAndLetGo) {
     RegisterOddServer(L"without-interface");
     EXPECT_EQ(CreateToastController(*server_), E_NOINTERFACE);
     EXPECT_EQ(server_->GetInterfacePtr(), nullptr);
 }
 
-TEST_F(PromptServer, WithoutEventsEndsTheSetUpWithAnError) {
+TEST_F(OddToastController, WithoutEventsEndsTheSetUpWithAnError) {
     RegisterOddServer(L"without-events");
     ASSERT_EQ(CreateToastController(*server_), S_OK);
     CSink sink([] {});
@@ -126,7 +126,7 @@ TEST_F(PromptServer, WithoutEventsEndsTheSetUpWithAnError) {
     }
 }
 
-TEST_F(PromptServer, WithoutEventsStillTakesCalls) {
+TEST_F(OddToastController, WithoutEventsStillTakesCalls) {
     RegisterOddServer(L"without-events");
     ASSERT_EQ(CreateToastController(*server_), S_OK);
     const CNotifyClient client(server_);
@@ -135,7 +135,7 @@ TEST_F(PromptServer, WithoutEventsStillTakesCalls) {
     EXPECT_TRUE(client.NotifyProgress(L"1"));
 }
 
-TEST_F(PromptServer, ThatDiesBetweenTwoCallsFailsTheSecondAndRaisesNothing) {
+TEST_F(OddToastController, ThatDiesBetweenTwoCallsFailsTheSecondAndRaisesNothing) {
     RegisterOddServer(L"dies");
     ASSERT_EQ(CreateToastController(*server_), S_OK);
     const CNotifyClient client(server_);

@@ -1,4 +1,4 @@
-#include "tests/lab/toast/ToastServerFixture.h"
+#include "tests/lab/toast/ToastControllerFixture.h"
 
 #include <tlhelp32.h>
 
@@ -30,8 +30,8 @@ PROCESS_INFORMATION Start(const wchar_t* commandLine, HANDLE errors) {
     startup.hStdError = errors;
     std::wstring line = commandLine;
     PROCESS_INFORMATION process{};
-    if (!CreateProcessW(ToastServerFile().c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                        &startup, &process)) {
+    if (!CreateProcessW(ToastControllerFile().c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                        nullptr, &startup, &process)) {
         throw std::runtime_error("the server's file does not start: " + std::to_string(GetLastError()));
     }
     return process;
@@ -39,14 +39,14 @@ PROCESS_INFORMATION Start(const wchar_t* commandLine, HANDLE errors) {
 
 }  // namespace
 
-std::wstring ToastServerFile() {
-    const std::string path = VEYRA_TOAST_SERVER;
+std::wstring ToastControllerFile() {
+    const std::string path = VEYRA_TOAST_CONTROLLER;
     std::wstring file = L"Z:" + std::wstring(path.begin(), path.end());
     std::replace(file.begin(), file.end(), L'/', L'\\');
     return file;
 }
 
-ProgramEnd RunToastServerFile(const wchar_t* commandLine) {
+ProgramEnd RunToastControllerFile(const wchar_t* commandLine) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     UniqueKernelHandle readEnd;
     UniqueKernelHandle writeEnd;
@@ -64,19 +64,19 @@ ProgramEnd RunToastServerFile(const wchar_t* commandLine) {
     return end;
 }
 
-void ToastServerFixture::SetUpTestSuite() {
-    EXPECT_EQ(RunToastServerFile(L"/RegServer").exitCode, 0u);
+void ToastControllerFixture::SetUpTestSuite() {
+    EXPECT_EQ(RunToastControllerFile(L"/RegServer").exitCode, 0u);
 }
 
-void ToastServerFixture::TearDownTestSuite() {
-    EXPECT_EQ(RunToastServerFile(L"/UnregServer").exitCode, 0u);
+void ToastControllerFixture::TearDownTestSuite() {
+    EXPECT_EQ(RunToastControllerFile(L"/UnregServer").exitCode, 0u);
 }
 
-ToastServerFixture::ToastServerFixture() {
+ToastControllerFixture::ToastControllerFixture() {
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
 }
 
-ToastServerFixture::~ToastServerFixture() {
+ToastControllerFixture::~ToastControllerFixture() {
     wire_.reset();
     CoUninitialize();
     const UniqueKernelHandle process = ServerProcess();
@@ -88,12 +88,12 @@ ToastServerFixture::~ToastServerFixture() {
 }
 
 // An old wire takes its port out of the registry, so it has to go first.
-void ToastServerFixture::OpenWire() {
+void ToastControllerFixture::OpenWire() {
     wire_.reset();
     wire_ = std::make_unique<WirePeer>();
 }
 
-ComPtr<IToastCntr> ToastServerFixture::Activate() {
+ComPtr<IToastCntr> ToastControllerFixture::Activate() {
     ComPtr<IToastCntr> controller;
     const HRESULT result = CoCreateInstance(__uuidof(ToastCntr), nullptr, CLSCTX_LOCAL_SERVER,
                                             __uuidof(IToastCntr), &controller);
@@ -108,7 +108,7 @@ ComPtr<IToastCntr> ToastServerFixture::Activate() {
     return controller;
 }
 
-ComPtr<IConnectionPoint> ToastServerFixture::EventsOf(IToastCntr& controller) {
+ComPtr<IConnectionPoint> ToastControllerFixture::EventsOf(IToastCntr& controller) {
     ComPtr<IConnectionPointContainer> container;
     EXPECT_EQ(controller.QueryInterface(__uuidof(IConnectionPointContainer), &container), S_OK);
     ComPtr<IConnectionPoint> events;
@@ -116,7 +116,7 @@ ComPtr<IConnectionPoint> ToastServerFixture::EventsOf(IToastCntr& controller) {
     return events;
 }
 
-UniqueKernelHandle ToastServerFixture::ServerProcess() {
+UniqueKernelHandle ToastControllerFixture::ServerProcess() {
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
     DWORD found = 0;
     PROCESSENTRY32W entry{};
@@ -131,8 +131,8 @@ UniqueKernelHandle ToastServerFixture::ServerProcess() {
                       : UniqueKernelHandle(OpenProcess(PROCESS_ALL_ACCESS, FALSE, found));
 }
 
-std::optional<DWORD> ToastServerFixture::ExitCodeWithin(const UniqueKernelHandle& process,
-                                                        std::chrono::milliseconds patience) {
+std::optional<DWORD> ToastControllerFixture::ExitCodeWithin(const UniqueKernelHandle& process,
+                                                            std::chrono::milliseconds patience) {
     DWORD code = 0;
     if (WaitForSingleObject(process.Get(), static_cast<DWORD>(patience.count())) != WAIT_OBJECT_0 ||
         !GetExitCodeProcess(process.Get(), &code)) {

@@ -1,4 +1,4 @@
-#include "toast/program/ToastServer.h"
+#include "toast/program/ToastControllerRun.h"
 
 #include <gtest/gtest.h>
 #include <objbase.h>
@@ -15,9 +15,9 @@ HRESULT WINAPI NoApartment(LPVOID, DWORD) {
     return E_OUTOFMEMORY;
 }
 
-TEST(ToastServer, FailsWithoutCom) {
+TEST(ToastControllerRun, FailsWithoutCom) {
     const ImportRedirect initialise("CoInitializeEx", &NoApartment);
-    EXPECT_EQ(RunToastServer(), ServerResult::kFailed);
+    EXPECT_EQ(RunToastController(), ServerResult::kFailed);
 }
 
 HRESULT WINAPI NoLibrary(LPCOLESTR, REGKIND, ITypeLib** library) {
@@ -25,9 +25,9 @@ HRESULT WINAPI NoLibrary(LPCOLESTR, REGKIND, ITypeLib** library) {
     return TYPE_E_CANTLOADLIBRARY;
 }
 
-TEST(ToastServer, FailsWithoutItsTypeLibrary) {
+TEST(ToastControllerRun, FailsWithoutItsTypeLibrary) {
     const ImportRedirect load("LoadTypeLibEx", &NoLibrary);
-    EXPECT_EQ(RunToastServer(), ServerResult::kFailed);
+    EXPECT_EQ(RunToastController(), ServerResult::kFailed);
 }
 
 HWND WINAPI NoWindow(DWORD, LPCWSTR, LPCWSTR, DWORD, int, int, int, int, HWND, HMENU, HINSTANCE, LPVOID) {
@@ -35,18 +35,18 @@ HWND WINAPI NoWindow(DWORD, LPCWSTR, LPCWSTR, DWORD, int, int, int, int, HWND, H
     return nullptr;
 }
 
-TEST(ToastServer, FailsWithoutWindows) {
+TEST(ToastControllerRun, FailsWithoutWindows) {
     const ImportRedirect window("CreateWindowExW", &NoWindow);
-    EXPECT_EQ(RunToastServer(), ServerResult::kFailed);
+    EXPECT_EQ(RunToastController(), ServerResult::kFailed);
 }
 
 HRESULT WINAPI NoClass(REFCLSID, LPUNKNOWN, DWORD, DWORD, LPDWORD) {
     return CO_E_OBJISREG;
 }
 
-TEST(ToastServer, FailsWhenItsClassIsNotTaken) {
+TEST(ToastControllerRun, FailsWhenItsClassIsNotTaken) {
     const ImportRedirect offer("CoRegisterClassObject", &NoClass);
-    EXPECT_EQ(RunToastServer(), ServerResult::kFailed);
+    EXPECT_EQ(RunToastController(), ServerResult::kFailed);
 }
 
 }  // namespace

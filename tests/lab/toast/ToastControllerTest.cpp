@@ -1,4 +1,4 @@
-#include "tests/lab/toast/ToastServerFixture.h"
+#include "tests/lab/toast/ToastControllerFixture.h"
 
 #include <olectl.h>
 #include <oleauto.h>
@@ -48,10 +48,10 @@ json Answer(LONG code, int sinks) {
     return {{"event", "answer"}, {"code", code}, {"sinks", sinks}, {"result", 0}};
 }
 
-using ToastServer = ToastServerFixture;
+using ToastController = ToastControllerFixture;
 
 // A server that is activated while the laboratory listens.
-class ToastServerOnTheWire : public ToastServerFixture {
+class ToastControllerOnTheWire : public ToastControllerFixture {
   protected:
     void SetUp() override {
         OpenWire();
@@ -95,7 +95,7 @@ class ToastServerOnTheWire : public ToastServerFixture {
     ComPtr<IConnectionPoint> events_;
 };
 
-TEST_F(ToastServerOnTheWire, ReportsTheThreeCallsWithTheirTexts) {
+TEST_F(ToastControllerOnTheWire, ReportsTheThreeCallsWithTheirTexts) {
     EXPECT_EQ(controller_->ShowUpdatePrompt(Text(L"5.10.2.0"), Text(L"5.10.3.0")), S_OK);
     EXPECT_EQ(controller_->NotifyProgress(Text(L"start:118")), S_OK);
     EXPECT_EQ(controller_->NotifyProgress(Text(L"1")), S_OK);
@@ -106,12 +106,12 @@ TEST_F(ToastServerOnTheWire, ReportsTheThreeCallsWithTheirTexts) {
     ExpectEvent(PromptCall("NotifyComplete", json::array()));
 }
 
-TEST_F(ToastServerOnTheWire, TakesAbsentAndForeignTexts) {
+TEST_F(ToastControllerOnTheWire, TakesAbsentAndForeignTexts) {
     EXPECT_EQ(controller_->ShowUpdatePrompt(nullptr, Text(L"\u00FC\u20AC")), S_OK);
     ExpectEvent(PromptCall("ShowUpdatePrompt", {"", "\xC3\xBC\xE2\x82\xAC"}));
 }
 
-TEST_F(ToastServerOnTheWire, TakesCallsByNameThroughItsTypeLibrary) {
+TEST_F(ToastControllerOnTheWire, TakesCallsByNameThroughItsTypeLibrary) {
     wchar_t name[] = L"NotifyProgress";
     LPOLESTR names = name;
     DISPID id = 0;
@@ -127,7 +127,7 @@ TEST_F(ToastServerOnTheWire, TakesCallsByNameThroughItsTypeLibrary) {
     ExpectEvent(PromptCall("NotifyProgress", json::array({"7"})));
 }
 
-TEST_F(ToastServerOnTheWire, FiresUserRespondAtTheAdvisedSink) {
+TEST_F(ToastControllerOnTheWire, FiresUserRespondAtTheAdvisedSink) {
     RecordingSink sink;
     const DWORD cookie = Advise(sink);
     wire_->Send(Respond(1));
@@ -143,7 +143,7 @@ TEST_F(ToastServerOnTheWire, FiresUserRespondAtTheAdvisedSink) {
     Unadvise(cookie);
 }
 
-TEST_F(ToastServerOnTheWire, FiresEveryCodeInOrder) {
+TEST_F(ToastControllerOnTheWire, FiresEveryCodeInOrder) {
     RecordingSink sink;
     const DWORD cookie = Advise(sink);
     for (const LONG code : {0L, 2L, -1L, 0x7FFFFFFFL}) {
@@ -159,7 +159,7 @@ TEST_F(ToastServerOnTheWire, FiresEveryCodeInOrder) {
 }
 
 // The second sink knows IDispatch alone; the third is advised at another object of the server.
-TEST_F(ToastServerOnTheWire, FiresAtTheSinksOfAllItsObjects) {
+TEST_F(ToastControllerOnTheWire, FiresAtTheSinksOfAllItsObjects) {
     const ComPtr<IToastCntr> other = ActivateAnother();
     const ComPtr<IConnectionPoint> otherEvents = EventsOf(*other.Get());
     RecordingSink first;
@@ -179,7 +179,7 @@ TEST_F(ToastServerOnTheWire, FiresAtTheSinksOfAllItsObjects) {
 }
 
 // The service calls back while it handles the answer.
-TEST_F(ToastServerOnTheWire, TakesCallsFromInsideTheEvent) {
+TEST_F(ToastControllerOnTheWire, TakesCallsFromInsideTheEvent) {
     RecordingSink sink;
     sink.WhenCalled([&] { EXPECT_EQ(controller_->NotifyProgress(Text(L"start:0")), S_OK); });
     const DWORD cookie = Advise(sink);
@@ -190,7 +190,7 @@ TEST_F(ToastServerOnTheWire, TakesCallsFromInsideTheEvent) {
     Unadvise(cookie);
 }
 
-TEST_F(ToastServerOnTheWire, RefusesToRespondWhenNobodyListens) {
+TEST_F(ToastControllerOnTheWire, RefusesToRespondWhenNobodyListens) {
     RecordingSink sink;
     Unadvise(Advise(sink));
     wire_->Send(Respond(1));
@@ -199,7 +199,7 @@ TEST_F(ToastServerOnTheWire, RefusesToRespondWhenNobodyListens) {
     EXPECT_FALSE(sink.NextCall(0ms).has_value());
 }
 
-TEST_F(ToastServerOnTheWire, ForgetsTheSinksOfAReleasedObject) {
+TEST_F(ToastControllerOnTheWire, ForgetsTheSinksOfAReleasedObject) {
     ComPtr<IToastCntr> other = ActivateAnother();
     RecordingSink sink;
     Advise(*EventsOf(*other.Get()).Get(), sink);
@@ -209,7 +209,7 @@ TEST_F(ToastServerOnTheWire, ForgetsTheSinksOfAReleasedObject) {
     ExpectEvent(Refused("respond", "no sink is advised"));
 }
 
-TEST_F(ToastServer, RefusesASinkThatIsNoDispatch) {
+TEST_F(ToastController, RefusesASinkThatIsNoDispatch) {
     const ComPtr<IToastCntr> controller = Activate();
     const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
     RecordingSink sink(RecordingSink::Answers::kOnlyUnknown);
@@ -217,7 +217,7 @@ TEST_F(ToastServer, RefusesASinkThatIsNoDispatch) {
     EXPECT_EQ(events->Advise(&sink, &cookie), CONNECT_E_CANNOTCONNECT);
 }
 
-TEST_F(ToastServerOnTheWire, RefusesTheCookieOfAnotherObject) {
+TEST_F(ToastControllerOnTheWire, RefusesTheCookieOfAnotherObject) {
     const ComPtr<IToastCntr> other = ActivateAnother();
     RecordingSink sink;
     const DWORD cookie = Advise(sink);
@@ -226,7 +226,7 @@ TEST_F(ToastServerOnTheWire, RefusesTheCookieOfAnotherObject) {
     Unadvise(cookie);
 }
 
-TEST_F(ToastServer, HasOneConnectionPoint) {
+TEST_F(ToastController, HasOneConnectionPoint) {
     const ComPtr<IToastCntr> controller = Activate();
     ComPtr<IConnectionPointContainer> container;
     ASSERT_EQ(controller.As(&container), S_OK);
@@ -243,7 +243,7 @@ TEST_F(ToastServer, HasOneConnectionPoint) {
     EXPECT_EQ(enumerator->Skip(1), S_FALSE);
 }
 
-TEST_F(ToastServerOnTheWire, FailsTheMethodThatTheScenarioNames) {
+TEST_F(ToastControllerOnTheWire, FailsTheMethodThatTheScenarioNames) {
     wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", E_FAIL}});
     ExpectEvent(Done("fail"));
     EXPECT_EQ(controller_->NotifyProgress(Text(L"1")), E_FAIL);
@@ -255,7 +255,7 @@ TEST_F(ToastServerOnTheWire, FailsTheMethodThatTheScenarioNames) {
     EXPECT_EQ(controller_->NotifyProgress(Text(L"2")), S_OK);
 }
 
-TEST_F(ToastServerOnTheWire, RefusesCommandsItCannotCarryOut) {
+TEST_F(ToastControllerOnTheWire, RefusesCommandsItCannotCarryOut) {
     wire_->Send({{"command", "fail"}, {"method", "Shout"}, {"hresult", E_FAIL}});
     ExpectEvent(Refused("fail", "no such method"));
     wire_->Send({{"command", "fail"}, {"method", "NotifyProgress"}, {"hresult", "E_FAIL"}});
@@ -270,7 +270,7 @@ TEST_F(ToastServerOnTheWire, RefusesCommandsItCannotCarryOut) {
     ExpectEvent(Refused("", "no such command"));
 }
 
-TEST_F(ToastServerOnTheWire, DiesWhenTheScenarioWantsACrash) {
+TEST_F(ToastControllerOnTheWire, DiesWhenTheScenarioWantsACrash) {
     const win32::UniqueKernelHandle process = ServerProcess();
     ASSERT_TRUE(process);
     wire_->Send({{"command", "die"}});
@@ -280,7 +280,7 @@ TEST_F(ToastServerOnTheWire, DiesWhenTheScenarioWantsACrash) {
 }
 
 // Follows the crash: a server that was killed must not spoil the next activation.
-TEST_F(ToastServerOnTheWire, ComesBackAfterACrash) {
+TEST_F(ToastControllerOnTheWire, ComesBackAfterACrash) {
     const win32::UniqueKernelHandle process = ServerProcess();
     wire_->Send({{"command", "die"}});
     ASSERT_TRUE(ExitCodeWithin(process, 20s).has_value());
@@ -289,7 +289,7 @@ TEST_F(ToastServerOnTheWire, ComesBackAfterACrash) {
     EXPECT_EQ(controller->NotifyComplete(), S_OK);
 }
 
-TEST_F(ToastServer, LeavesAfterTheLastReleaseAndNotBefore) {
+TEST_F(ToastController, LeavesAfterTheLastReleaseAndNotBefore) {
     ComPtr<IToastCntr> controller = Activate();
     const win32::UniqueKernelHandle process = ServerProcess();
     ASSERT_TRUE(process);
@@ -299,7 +299,7 @@ TEST_F(ToastServer, LeavesAfterTheLastReleaseAndNotBefore) {
     EXPECT_EQ(ExitCodeWithin(process, 20s), 0u);
 }
 
-TEST_F(ToastServer, IsFoundByAClientThatComesStraightBack) {
+TEST_F(ToastController, IsFoundByAClientThatComesStraightBack) {
     Activate().Reset();
     const DWORD id = GetProcessId(ServerProcess().Get());
     const ComPtr<IToastCntr> controller = Activate();
@@ -309,13 +309,13 @@ TEST_F(ToastServer, IsFoundByAClientThatComesStraightBack) {
     EXPECT_EQ(controller->NotifyComplete(), S_OK);
 }
 
-TEST_F(ToastServer, StartsAgainForAClientThatComesLater) {
+TEST_F(ToastController, StartsAgainForAClientThatComesLater) {
     Activate().Reset();
     ASSERT_EQ(ExitCodeWithin(ServerProcess(), 20s), 0u);
     EXPECT_EQ(Activate()->NotifyComplete(), S_OK);
 }
 
-TEST_F(ToastServer, StaysWhileItIsLocked) {
+TEST_F(ToastController, StaysWhileItIsLocked) {
     ComPtr<IClassFactory> factory;
     ASSERT_EQ(CoGetClassObject(__uuidof(ToastCntr), CLSCTX_LOCAL_SERVER, nullptr, __uuidof(IClassFactory),
                                &factory),
@@ -332,7 +332,7 @@ TEST_F(ToastServer, StaysWhileItIsLocked) {
     EXPECT_EQ(ExitCodeWithin(process, 20s), 0u);
 }
 
-TEST_F(ToastServerOnTheWire, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt) {
+TEST_F(ToastControllerOnTheWire, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt) {
     RecordingSink sink;
     Advise(sink);
     const win32::UniqueKernelHandle process = ServerProcess();
@@ -343,7 +343,7 @@ TEST_F(ToastServerOnTheWire, LeavesWhenTheLaboratoryClosesTheWireWhoeverHoldsIt)
 
 // A sink that does not return must not keep the server: its class would stay behind. The sink is stuck until
 // the test's process ends, so what it touches lives as long.
-TEST_F(ToastServerOnTheWire, LeavesAlthoughASinkDoesNotReturn) {
+TEST_F(ToastControllerOnTheWire, LeavesAlthoughASinkDoesNotReturn) {
     const win32::UniqueKernelHandle entered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     static RecordingSink sink;
     sink.WhenCalled([event = entered.Get()] {
@@ -358,7 +358,7 @@ TEST_F(ToastServerOnTheWire, LeavesAlthoughASinkDoesNotReturn) {
     EXPECT_EQ(ExitCodeWithin(process, 20s), 0u);
 }
 
-TEST_F(ToastServer, WorksWithoutALaboratoryAndNeverAnswers) {
+TEST_F(ToastController, WorksWithoutALaboratoryAndNeverAnswers) {
     ComPtr<IToastCntr> controller = Activate();
     const ComPtr<IConnectionPoint> events = EventsOf(*controller.Get());
     RecordingSink sink;
@@ -371,7 +371,7 @@ TEST_F(ToastServer, WorksWithoutALaboratoryAndNeverAnswers) {
     EXPECT_EQ(events->Unadvise(cookie), S_OK);
 }
 
-TEST_F(ToastServerOnTheWire, HangsInACallUntilItIsReleased) {
+TEST_F(ToastControllerOnTheWire, HangsInACallUntilItIsReleased) {
     wire_->Send({{"command", "hang"}, {"method", "NotifyComplete"}, {"skip", 1}});
     ExpectEvent(Done("hang"));
     EXPECT_EQ(controller_->NotifyComplete(), S_OK);
@@ -395,7 +395,7 @@ TEST_F(ToastServerOnTheWire, HangsInACallUntilItIsReleased) {
     ExpectEvent(Refused("hang", "ms and skip are counts"));
 }
 
-TEST_F(ToastServerOnTheWire, HangsAtTheEndOfAConnection) {
+TEST_F(ToastControllerOnTheWire, HangsAtTheEndOfAConnection) {
     RecordingSink sink;
     const DWORD cookie = Advise(sink);
     wire_->Send({{"command", "hang"}, {"method", "Unadvise"}, {"ms", 300}});
@@ -406,7 +406,7 @@ TEST_F(ToastServerOnTheWire, HangsAtTheEndOfAConnection) {
 }
 
 // The port of a laboratory that is gone is as good as none.
-TEST_F(ToastServer, WorksWhenNobodyListensAtThePort) {
+TEST_F(ToastController, WorksWhenNobodyListensAtThePort) {
     const DWORD deadPort = 1;
     ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VeyraLaboratory", L"Port", REG_DWORD, &deadPort,
                               sizeof deadPort),

@@ -1,4 +1,4 @@
-#include "toast/program/ToastServer.h"
+#include "toast/program/ToastControllerRun.h"
 
 #include <windows.h>
 
@@ -56,7 +56,7 @@ ServerResult OfferClassUntilUnused(const Server& server) {
 
 }  // namespace
 
-ServerResult RunToastServer() {
+ServerResult RunToastController() {
     if (FAILED(CoInitializeEx(nullptr, COINIT_MULTITHREADED))) {
         return ServerResult::kFailed;
     }

@@ -10,6 +10,6 @@ enum class ServerResult {
 
 // Offers the class on the calling thread until it is no longer used. COM stays initialised, and a client that
 // slipped in at the end may still be calling: the process has to end next, without destroying anything.
-[[nodiscard]] ServerResult RunToastServer();
+[[nodiscard]] ServerResult RunToastController();
 
 }  // namespace toast

@@ -1,8 +1,8 @@
 // A toast controller that is not what the service expects, as a local COM server of its own:
-//   odd_toast_server without-interface | without-events | dies
+//   odd_toast_controller without-interface | without-events | dies
 // without-interface has no IToastCntr; without-events has no connection points; dies answers every call until
-// the event "VeyraOddToastServerDies" is set, and ends like a crash then, with exit code 3. Each leaves when
-// its object is released, or when nobody comes for 40 s.
+// the event "VeyraOddToastControllerDies" is set, and ends like a crash then, with exit code 3. Each leaves
+// when its object is released, or when nobody comes for 40 s.
 
 #include "prompt/IToastCntr.h"
 
@@ -22,7 +22,7 @@ enum class Oddity { WithoutInterface, WithoutEvents, Dies };
 struct Server {
     Oddity oddity;
     HANDLE isUnused = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    HANDLE isToDie = CreateEventW(nullptr, TRUE, FALSE, L"VeyraOddToastServerDies");
+    HANDLE isToDie = CreateEventW(nullptr, TRUE, FALSE, L"VeyraOddToastControllerDies");
 };
 
 class OddController final : public IToastCntr {

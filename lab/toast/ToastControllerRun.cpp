@@ -1,4 +1,4 @@
-#include "lab/toast/ToastServer.h"
+#include "lab/toast/ToastControllerRun.h"
 
 #include "lab/wire/Wire.h"
 
@@ -110,7 +110,7 @@ HRESULT Serve() {
 
 }  // namespace
 
-HRESULT RunToastServer() {
+HRESULT RunToastController() {
     const HRESULT initialised = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     if (FAILED(initialised)) {
         return initialised;

@@ -23,20 +23,20 @@ struct ProgramEnd {
 };
 
 // Runs the server's file with this whole command line (no program name before it) and waits for its end.
-[[nodiscard]] ProgramEnd RunToastServerFile(const wchar_t* commandLine);
+[[nodiscard]] ProgramEnd RunToastControllerFile(const wchar_t* commandLine);
 
 // The full path of the server's file.
-[[nodiscard]] std::wstring ToastServerFile();
+[[nodiscard]] std::wstring ToastControllerFile();
 
 // A machine on which the toast controller is registered, for all tests of a suite, and a client in the
 // multithreaded apartment. Each test leaves the machine without server and wire.
-class ToastServerFixture : public testing::Test {
+class ToastControllerFixture : public testing::Test {
   protected:
     static void SetUpTestSuite();
     static void TearDownTestSuite();
 
-    ToastServerFixture();
-    ~ToastServerFixture() override;
+    ToastControllerFixture();
+    ~ToastControllerFixture() override;
 
     // Activates the server, or throws; with a wire open its hello is taken and checked as well.
     [[nodiscard]] Microsoft::WRL::ComPtr<IToastCntr> Activate();
