@@ -7,7 +7,7 @@ from collections.abc import Sequence
 from pathlib import Path
 
 from veyra_lab.checkout import CHECKOUT
-from veyra_lab.terminal.parser import Parser, writable
+from veyra_lab.terminal.parser import Parser, give_up, readable, writable
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
 from .interruption import status_of
@@ -55,15 +55,13 @@ def _photograph(page: Path, picture: Path, folder: Path) -> None:
 def main() -> int:
     parser = Parser(prog="scripts/picture", description=_DESCRIPTION)
     parser.add_argument(
-        "--transcript", type=Path, metavar="FILE", help="of a run that was recorded (default: run the demo)"
+        "--transcript", type=readable, metavar="FILE", help="of a run that was recorded (default: run the demo)"
     )
     parser.add_argument(
         "--output", type=writable, metavar="FILE", default=CHECKOUT / "docs" / "report.png",
         help="where the picture goes (default: docs/report.png)",
     )
     options = parser.parse_args()
-    if options.transcript and not options.transcript.is_file():
-        parser.error(f"there is no transcript {options.transcript}")
     scripts = CHECKOUT / "scripts"
     try:
         call_setup("packages", "picture")
@@ -76,8 +74,7 @@ def main() -> int:
             _call([scripts / "lab", "report", transcript, "-o", page])
             _photograph(page, options.output, folder)
     except (SetUpError, PictureError, OSError) as error:
-        print(f"scripts/picture: {error}", file=sys.stderr)
-        return 1
+        return give_up("scripts/picture", error)
     print(options.output)
     return 0
 

@@ -79,10 +79,8 @@ def _run(options: argparse.Namespace) -> int:
     try:
         _check(options)
         return _read_camera(options) if options.camera else _write_capture(options)
-    except (CaptureError, ScenarioError, ValueError) as error:
+    except (CaptureError, ScenarioError, ValueError, OSError) as error:
         return give_up("scripts/lab", error, _WRONG)
-    except OSError as error:
-        return give_up("scripts/lab", CaptureError(f"{error.filename or 'a file'}: {error.strerror or error}"), _WRONG)
     except (SetUpError, MachineError, PeerError) as error:
         return give_up("scripts/lab", error)
 

@@ -25,9 +25,25 @@ class Parser(argparse.ArgumentParser):
 def give_up(program: str, error: BaseException, status: int = 1) -> int:
     """Says in one line why a program ends early; its exit status, 130 when it was interrupted."""
     interrupted = isinstance(error, KeyboardInterrupt)
-    said = "; ".join(["interrupted" if interrupted else str(error), *getattr(error, "__notes__", ())])
+    said = "; ".join(["interrupted" if interrupted else _words_of(error), *getattr(error, "__notes__", ())])
     print(f"{program}: {' '.join(said.split())}", file=sys.stderr)
     return 130 if interrupted else status
+
+
+def _words_of(error: BaseException) -> str:
+    """Of a file: its name and what is wrong, without the number."""
+    if isinstance(error, OSError) and error.strerror:
+        return f"{error.filename}: {error.strerror}" if error.filename else error.strerror
+    return str(error)
+
+
+def readable(text: str) -> Path:
+    """The argument's type of a file that is going to be read."""
+    try:
+        Path(text).open("rb").close()
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be read: {error.strerror}") from None
+    return Path(text)
 
 
 def writable(text: str) -> Path:
