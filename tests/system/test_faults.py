@@ -364,6 +364,21 @@ def test_a_rule_that_is_broken_before_the_question_does_not_spare_the_update(tmp
     assert scenario.steps == ({"accept": 0}, {"expect": {"result": "updated", "camera": 0}}, {"take away": 0})
 
 
+@pytest.mark.parametrize(
+    ("faults", "steps"),
+    [
+        ([], ({"accept": 0}, {"expect": {"result": "updated", "camera": 0}}, {"take away": 0})),
+        (FIELDS["updates"][0]["faults"],
+         ({"plug": 0}, "settle", {"expect": {"cameras": [{"firmware": ["none", "old", "image"]}]}}, {"take away": 0})),
+    ],
+)  # fmt: skip
+def test_there_is_a_scenario_of_a_trial_that_the_program_died_of(tmp_path: Path, faults: Line, steps: tuple[Line, ...]) -> None:
+    fields = {**FIELDS, "updates": [{**FIELDS["updates"][0], "faults": faults}]}
+    updates = read_story([{"event": "trial", "id": "kv400.402x1", "faults": []}, {"died": "kv400.402x1"}])
+    (scenario,) = read_scenario(write_scenario(read_id("kv400.402x1"), fields, updates, "ERROR: an overflow", tmp_path))
+    assert scenario.steps == steps
+
+
 @pytest.mark.parametrize("trial", [f"{ID}.2r", "kv400.402x1.1gd0-short17.1s"])
 def test_there_is_no_scenario_of_an_update_that_begins_otherwise(tmp_path: Path, trial: str) -> None:
     with pytest.raises(ScenarioError, match="comes? back with its power kept"):

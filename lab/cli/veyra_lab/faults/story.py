@@ -64,9 +64,12 @@ class ToldUpdate:
 
 
 def read_story(lines: Iterable[Line]) -> Sequence[ToldUpdate]:
-    """The updates of a transcript."""
+    """The updates of a transcript. Of a trial that the program has died of nothing is told: its first update was broken
+    somewhere."""
     updates: list[ToldUpdate] = []
     for line in lines:
+        if "died" in line:
+            return [ToldUpdate(0, 1, next="")]
         event = line["event"]
         if event == "update":
             updates.append(ToldUpdate(line["camera"], line["number"]))
