@@ -164,13 +164,15 @@ _COMPLAINT = re.compile(
 
 class Listing:
     """What `lsusb -v` says of the camera, each line without the blanks before it and with one blank between its words.
-    The guest has no data base of names: a newer one says so, and writes [unknown] in the place of each."""
+    The guest has no data base of names: a newer one says so, and writes [unknown] in the place of each, and (null) in the
+    place of a HID item's. The one main item without data ends a collection."""
 
     def __init__(self, running: Running) -> None:
         end = running.guest.system.run("lsusb", "-v", "-d", "2f1a:")
         assert end.status == 0, end.output
         lines = [" ".join(line.split()) for line in end.output.splitlines()]
-        self.lines = [line for line in lines if not re.fullmatch(r"unable to initialize usb \w+", line)]
+        told = [line for line in lines if not re.fullmatch(r"unable to initialize usb \w+", line)]
+        self.lines = [line.replace("(Main ): (null), data=none", "(Main ): End Collection, data=none") for line in told]
 
     @property
     def complaints(self) -> list[str]:

@@ -99,3 +99,9 @@ def test_tells_resources_while_programs_start() -> None:
             asked += 1
         assert [start.result().status for start in starts] == [0] * 40
         assert asked > 10
+
+
+def test_what_wine_says_of_a_process_that_has_ended_is_not_the_programs() -> None:
+    said = "wine client error:674: sendmsg: Socket operation on non-socket"
+    assert the_machine().run("cmd", "/c", f"echo before& echo {said}& echo behind").text.splitlines() == ["before", "behind"]
+    assert the_machine().run("cmd", "/c", f"echo a {said}").text == f"a {said}\n"

@@ -1,6 +1,7 @@
 """The Windows machine that the laboratory runs in: one Wine prefix of its own and the server that keeps it alive."""
 
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -17,6 +18,8 @@ SERVICES_KEY = r"HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services"
 _AEDEBUG_KEY = r"HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug"
 _NOTIFICATIONS_KEY = r"HKEY_CURRENT_USER\SOFTWARE\Microsoft\Windows\CurrentVersion\Notifications\Settings"
 _ENDING_PATIENCE = 20
+# A thread of Wine 10 that still asks its server when another has ended the process says so behind the program's output.
+_WINES_LAST_WORDS = re.compile(r"^wine client error:[0-9a-f]+: .*\n?", re.MULTILINE)
 _CRASH_FOLDER = r"C:\windows\temp\crashes"
 WINE = CHECKOUT / "scripts" / "wine"
 
@@ -121,7 +124,7 @@ class Machine:
             status = self._spawn((program, *arguments), output, timeout)
             output.seek(0)
             text = output.read().decode("utf-8", "replace").replace("\r\n", "\n")
-        return Outcome(status, text)
+        return Outcome(status, _WINES_LAST_WORDS.sub("", text))
 
     def processes(self, program: str) -> list[int]:
         """The host's numbers of the processes that run a program in this machine: "service.exe"."""
