@@ -28,6 +28,8 @@ _SOURCES = CHECKOUT / "host" / "fuzz"
 _OPTIONS = {"trial": ("-max_len=40", "-entropic=0")}
 _ENVIRONMENT = {"trial": {"ASAN_OPTIONS": "malloc_context_size=0:quarantine_size_mb=16"}}
 _FIXED_RUNS = 2000
+_FIXED_SEED = 1
+_SEEDS = 1 << 31  # libFuzzer takes 0 for none
 _AT_A_TIME = 2
 
 _DESCRIPTION = f"""\
@@ -37,8 +39,12 @@ Each line tells a target's executions, its coverage (edges of the code; lines of
 found; of trials, which hold several conversations each, also how many of these there were, and in how many a fault
 struck. What libFuzzer's runs learn is kept in build/host-fuzz/learnt and taken up by the next one.
 
-SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the seeds alone, with a fixed seed,
-the same each time."""
+SECONDS 0 is the short run of scripts/test --all: {_FIXED_RUNS} executions from the inputs of the checkout alone, with
+the seed {_FIXED_SEED} unless another is named: the same each time.
+
+A longer run begins by telling the seed of its choices. The same seed makes the same choices again from the same inputs,
+and what was learnt meanwhile is among these; how far a run comes in its seconds is the machine's. A find needs neither:
+its id is the input."""
 
 _CLOSING = """\
 An input that breaks a target's promises is written to build/fuzz-finds, and the exit status is then 1. It is told by its id,
@@ -76,11 +82,10 @@ class Outcome:
         return f"{int(told[-1][0]):,} conversations, {int(told[-1][1]):,} with a fault; " if told else ""
 
 
-def _command(target: str, seconds: int) -> Sequence[str]:
+def _command(target: str, seconds: int, seed: int) -> Sequence[str]:
     corpus = str(_SOURCES / "corpus" / target)
     if target == TRANSCRIPTS:
         extent = ["--seconds", str(seconds)] if seconds else ["--runs", str(_FIXED_RUNS)]
-        seed = random.randrange(1 << 15) if seconds else 1
         return [sys.executable, str(_SOURCES / "transcripts.py"), "--finds", f"{_FINDS}/{target}-", "--seed", str(seed),
                 *extent, corpus]
     # What is learnt goes into the first folder: never into the seeds, and into none that a later short run looks at.
@@ -88,16 +93,17 @@ def _command(target: str, seconds: int) -> Sequence[str]:
     if not seconds:
         shutil.rmtree(learnt, ignore_errors=True)
     learnt.mkdir(parents=True, exist_ok=True)
-    extent = [f"-max_total_time={seconds}"] if seconds else ["-seed=1", f"-runs={_FIXED_RUNS}"]
+    extent = [f"-max_total_time={seconds}"] if seconds else [f"-runs={_FIXED_RUNS}"]
     return [str(_FOLDER / "host" / "fuzz" / target), "-timeout=20", "-max_len=4096", "-print_final_stats=1",
-            f"-artifact_prefix={_FINDS}/{target}-", *_OPTIONS.get(target, ()), *extent, str(learnt), corpus]
+            f"-artifact_prefix={_FINDS}/{target}-", f"-seed={seed}", *_OPTIONS.get(target, ()), *extent,
+            str(learnt), corpus]
 
 
-def _run(target: str, seconds: int) -> Outcome:
+def _run(target: str, seconds: int, seed: int) -> Outcome:
     log = _FOLDER / f"{target}.log"
     with log.open("w", encoding="utf-8") as stream:
         done = subprocess.run(
-            _command(target, seconds),
+            _command(target, seconds, seed),
             cwd=_FOLDER,
             env=os.environ | _ENVIRONMENT.get(target, {}),
             stdin=subprocess.DEVNULL,
@@ -114,10 +120,17 @@ def _seconds(text: str) -> int:
     return int(text)
 
 
+def _seed(text: str) -> int:
+    if not re.fullmatch(r"[0-9]{1,10}", text) or not 0 < int(text) < _SEEDS:
+        raise argparse.ArgumentTypeError(f"no seed from 1 to {_SEEDS - 1}: {text}")
+    return int(text)
+
+
 def main() -> int:
     parser = Parser(prog="scripts/fuzz", description=_DESCRIPTION, epilog=_CLOSING)
     parser.add_argument("seconds", type=_seconds, metavar="SECONDS")
     parser.add_argument("target", nargs="*", metavar="TARGET", default=TARGETS)
+    parser.add_argument("--seed", type=_seed, metavar="N", help="make the choices of a run that told this seed")
     options = parser.parse_args()
     for target in options.target:
         if target not in TARGETS:
@@ -125,18 +138,21 @@ def main() -> int:
     try:
         call_setup("packages", "test")
         call_setup("build", "host-fuzz")
-        return _run_all(options.target, options.seconds)
+        return _run_all(options.target, options.seconds, options.seed)
     except SetUpError as error:
         print(f"scripts/fuzz: {error}", file=sys.stderr)
         return 1
 
 
-def _run_all(targets: Sequence[str], seconds: int) -> int:
+def _run_all(targets: Sequence[str], seconds: int, named_seed: int | None) -> int:
     """The exit status. SetUpError when what tells of a find cannot be built."""
+    seed = named_seed or (random.SystemRandom().randrange(1, _SEEDS) if seconds else _FIXED_SEED)
+    named = "" if targets == TARGETS else " " + " ".join(targets)
+    print(f"seed {seed} (scripts/fuzz {seconds}{named} --seed {seed} chooses the same)", flush=True)
     _FINDS.mkdir(parents=True, exist_ok=True)
     held = True
     with ThreadPoolExecutor(_AT_A_TIME) as pool:
-        for outcome in pool.map(lambda target: _run(target, seconds), targets):
+        for outcome in pool.map(lambda target: _run(target, seconds, seed), targets):
             print(outcome, flush=True)
             held &= outcome.held
             if found := outcome.find:

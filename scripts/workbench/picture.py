@@ -1,5 +1,6 @@
 """The README's picture: the top of a report of a real run. scripts/picture."""
 
+import argparse
 import subprocess
 import sys
 import tempfile
@@ -7,6 +8,7 @@ from collections.abc import Sequence
 from pathlib import Path
 
 from veyra_lab.checkout import CHECKOUT
+from veyra_lab.report.transcript import HOW_TO_MAKE_ONE, is_transcript
 from veyra_lab.terminal.parser import Parser, give_up, readable, writable
 from veyra_lab.terminal.set_up import SetUpError, call_setup
 
@@ -52,10 +54,17 @@ def _photograph(page: Path, picture: Path, folder: Path) -> None:
     _call(["convert", photograph, "-strip", "+dither", "-colors", str(_COLOURS), f"png8:{picture}"])
 
 
+def _transcript(text: str) -> Path:
+    path = readable(text)
+    if not is_transcript(path):
+        raise argparse.ArgumentTypeError(f"'{text}' is no transcript; {HOW_TO_MAKE_ONE}")
+    return path
+
+
 def main() -> int:
     parser = Parser(prog="scripts/picture", description=_DESCRIPTION)
     parser.add_argument(
-        "--transcript", type=readable, metavar="FILE", help="of a run that was recorded (default: run the demo)"
+        "--transcript", type=_transcript, metavar="FILE", help="of a run that was recorded (default: run the demo)"
     )
     parser.add_argument(
         "--output", type=writable, metavar="FILE", default=CHECKOUT / "docs" / "report.png",

@@ -616,10 +616,10 @@ def test_of_a_camera_that_cannot_be_written_whole_nothing_is(
         (["out.pcapng", "--scenario", "nothing-of-the-kind"], "there is no scenario 'nothing-of-the-kind'"),
         (["out.pcapng", "--scenario", "lost-answer"], "is several scenarios"),
         (["out.pcapng", "--transcript", "quiet.jsonl", "--device", "1.2"], "--device goes with --camera"),
-        (["noise", "--camera", "camera.json"], "this is no capture of the format pcapng"),
+        (["noise", "--camera", "camera.json"], "noise: this is no capture of the format pcapng"),
         (["none.pcapng", "--camera", "camera.json"], "No such file"),
-        (["empty", "--camera", "camera.json"], "this is no capture of the format pcapng"),
-        (["ethernet.pcapng", "--camera", "camera.json"], "no packet of it is of a USB bus"),
+        (["empty", "--camera", "camera.json"], "empty: this is no capture of the format pcapng"),
+        (["ethernet.pcapng", "--camera", "camera.json"], "ethernet.pcapng: no packet of it is of a USB bus"),
         (["idle.pcapng", "--camera", "camera.json"], "no device in DFU mode that was asked for anything"),
     ],
 )

@@ -2,6 +2,8 @@
 break the promises; nothing is built."""
 
 import json
+import re
+import subprocess
 import sys
 from collections.abc import Iterator
 from pathlib import Path
@@ -218,11 +220,52 @@ def test_a_find_that_cannot_be_told_for_want_of_a_build_is_told_in_one_line(
     log.write_text(f"Test unit written to {left}\n", encoding="utf-8")
     monkeypatch.setattr("workbench.fuzz._FINDS", tmp_path)
     monkeypatch.setattr("workbench.fuzz.call_setup", lambda *_: None)
-    monkeypatch.setattr("workbench.fuzz._run", lambda target, seconds: Outcome(target, log, held=False))
+    monkeypatch.setattr("workbench.fuzz._run", lambda target, *_: Outcome(target, log, held=False))
     monkeypatch.setattr("workbench.fuzz.tell_find", fail)
     status, said, errors = run(fuzz_main, "0", "device_path")
     assert (status, errors.count("\n"), "fuzz.device_path.AA" in said) == (1, 1, True)
     assert errors.startswith("scripts/fuzz: setting up failed: ")
+
+
+_SEEDED = r"seed (\d+) \(scripts/fuzz (.+) --seed \1 chooses the same\)"
+
+
+@pytest.mark.parametrize(
+    ("words", "seed", "told"),
+    [
+        (("0",), 1, "0"),
+        (("0", "device_path", "--seed", "7"), 7, "0 device_path"),
+        (("5", "device_path", "trial", "--seed", "2147483647"), 2147483647, "5 device_path trial"),
+        (("5",), None, "5"),
+    ],
+)
+def test_a_fuzz_run_begins_by_telling_the_seed_of_its_choices(
+    words: tuple[str, ...], seed: int | None, told: str, run: Run, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
+) -> None:
+    commands = []
+
+    def play(command: list[str], **_: object) -> subprocess.CompletedProcess[str]:
+        commands.append(command)
+        return subprocess.CompletedProcess(command, 0)
+
+    monkeypatch.setattr("workbench.fuzz._FOLDER", tmp_path)
+    monkeypatch.setattr("workbench.fuzz._FINDS", tmp_path / "finds")
+    monkeypatch.setattr("workbench.fuzz.call_setup", lambda *_: None)
+    monkeypatch.setattr("workbench.fuzz.subprocess.run", play)
+    status, said, _ = run(fuzz_main, *words)
+    line = re.match(_SEEDED, said)
+    assert line and (status, line[2]) == (0, told)
+    assert seed in (None, int(line[1]))
+    for command in commands:
+        given = f"-seed={line[1]}" in command or line[1] in command[command.index("--seed") + 1:]
+        assert given, command
+
+
+@pytest.mark.parametrize("seed", ["0", "2147483648", "-1", "x"])
+def test_a_seed_that_libfuzzer_does_not_take_is_refused(seed: str, run: Run) -> None:
+    status, said, errors = run(fuzz_main, "5", "--seed", seed)
+    assert (status, said, errors.count("\n")) == (2, "", 1)
+    assert f"no seed from 1 to 2147483647: {seed}" in errors or seed == "-1"
 
 
 def test_failures_of_the_campaign_are_told_with_what_they_fail_with_alone(

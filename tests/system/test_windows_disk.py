@@ -110,10 +110,11 @@ def test_missing_uefi_is_told(tmp_path: Path) -> None:
 def test_no_disk_and_no_package_are_told(run: Run, package: Path, tmp_path: Path) -> None:
     words = ("windows", "--package", str(package), "--disk")
     check_refusal(run(main, *words, str(tmp_path / "none.img")), f"there is no disk {tmp_path}/none.img")
+    check_refusal(run(main, *words, "x" * 300), "x: File name too long")
     check_refusal(run(main, *words, str(tmp_path)), f"{tmp_path} is no file: an image of a disk is wanted")
     disk = str(partitioned(tmp_path / "disk.img"))
     empty = tmp_path / "empty"
-    for folder in (empty, empty):
+    for folder in (empty, empty, tmp_path / ("x" * 300)):
         check_refusal(
             run(main, "windows", "--disk", disk, "--package", str(folder)),
             f"there is no package in {folder}: scripts/package makes one",

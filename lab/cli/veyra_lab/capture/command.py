@@ -141,8 +141,10 @@ def _play(options: argparse.Namespace) -> tuple[int, list[Event]]:
 
 
 def _read_camera(options: argparse.Namespace) -> int:
-    captured = read_capture(options.capture)
-    found = camera_of(captured, options.device)
+    try:
+        found = camera_of(read_capture(options.capture), options.device)
+    except CaptureError as error:
+        raise CaptureError(f"{options.capture}: {error}") from error
     files = write_camera(found, options.capture.name, options.camera)
     if any(path.exists() and path.samefile(options.capture) for path in files):
         raise CaptureError(f"{options.capture} would be overwritten by the image; name another scenario")

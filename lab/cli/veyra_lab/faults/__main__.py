@@ -76,7 +76,7 @@ def main() -> int:
 
 def _number(text: str) -> int:
     if not text.isdigit() or len(text) > 9:
-        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number from 0 on")
+        raise argparse.ArgumentTypeError(f"'{text}' is not a whole number from 0 on, of at most 9 digits")
     return int(text)
 
 

@@ -1,6 +1,7 @@
 """The owner's disk, which is read and never written: what is written goes to a layer over it."""
 
 import json
+import stat
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -42,9 +43,11 @@ class Disk:
 
 def image_file(path: Path) -> Path:
     """The whole path of a file that is there. Unusable when it is not."""
-    if not path.exists():
-        raise Unusable(f"there is no disk {path}")
-    if not path.is_file():
+    try:
+        mode = path.stat().st_mode
+    except OSError as error:
+        raise Unusable(f"there is no disk {path}: {error.strerror}") from None
+    if not stat.S_ISREG(mode):
         raise Unusable(f"{path} is no file: an image of a disk is wanted, not the disk itself")
     return path.resolve()
 

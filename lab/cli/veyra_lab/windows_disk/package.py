@@ -12,7 +12,10 @@ LABEL = "VEYRA"
 
 def package_files(folder: Path) -> list[str]:
     """The names of what lies in the folder. Unusable when that is nothing."""
-    names = sorted(path.name for path in folder.iterdir()) if folder.is_dir() else []
+    try:
+        names = sorted(path.name for path in folder.iterdir())
+    except OSError:
+        names = []
     if not names:
         raise Unusable(f"there is no package in {folder}: scripts/package makes one, --package names another folder")
     return names
