@@ -231,7 +231,7 @@ class TestHeld:
             def tell() -> None:
                 for threads in told:
                     rig.hear()
-                    held = {"handles": 100, "threads": threads, "private_bytes": 4096}
+                    held = {"handles": 100, "threads": threads, "private_bytes": 9 << 10, "thread_block_bytes": 1 << 10}
                     rig.say({"event": "done", "command": "resources", "ok": True, **held})
 
             telling = threading.Thread(target=tell)

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <set>
 #include <stdexcept>
 #include <vector>
 
@@ -15,15 +16,34 @@ namespace lab::rig {
 namespace {
 
 using QuerySystemInformation = NTSTATUS(NTAPI*)(ULONG kind, void* buffer, ULONG size, ULONG* length);
+using QueryInformationThread = NTSTATUS(NTAPI*)(HANDLE thread, ULONG kind, void* buffer, ULONG size,
+                                                ULONG* length);
 
+// What ntdll tells of a thread.
+struct ThreadBasics {
+    NTSTATUS exitStatus;
+    void* block;
+    HANDLE process;
+    HANDLE thread;
+    ULONG_PTR affinity;
+    LONG priority;
+    LONG basePriority;
+};
+
+constexpr ULONG kThreadBasics = 0;
 constexpr NTSTATUS kTooShort = static_cast<NTSTATUS>(0xC0000004);
 constexpr ULONG_PTR kHandleStep = 4;  // between the values of two handles
 constexpr std::size_t kMostBytes = std::size_t{64} << 20;
 
+template <typename Function>
+Function Ntdll(const char* name) {
+    return reinterpret_cast<Function>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+}
+
 // A SYSTEM_PROCESS_INFORMATION for each process.
 std::vector<std::byte> ProcessList() {
-    const auto query = reinterpret_cast<QuerySystemInformation>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    const auto query = Ntdll<QuerySystemInformation>("NtQuerySystemInformation");
     for (std::size_t size = 1 << 16; size <= kMostBytes; size *= 2) {
         std::vector<std::byte> list(size);
         const NTSTATUS status =
@@ -76,33 +96,64 @@ DWORD Handles() {
     return HandlesInTable();
 }
 
-DWORD Threads() {
+// The numbers of this process's threads.
+std::vector<DWORD> Threads() {
     const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     if (snapshot == INVALID_HANDLE_VALUE) {
         throw std::runtime_error("the system does not list the threads");
     }
-    DWORD threads = 0;
+    std::vector<DWORD> threads;
     THREADENTRY32 entry{};
     entry.dwSize = sizeof entry;
     for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry)) {
-        threads += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1U : 0U;
+        if (entry.th32OwnerProcessID == GetCurrentProcessId()) {
+            threads.push_back(entry.th32ThreadID);
+        }
     }
     CloseHandle(snapshot);
     return threads;
 }
 
-// Wine leaves the usage out of its answer.
-std::uint64_t CommittedPrivateBytes() {
+// Where the allocation begins that has the thread's block; null when the thread is gone.
+const void* AllocationOfBlock(DWORD threadId) {
+    const HANDLE thread = OpenThread(THREAD_QUERY_INFORMATION, FALSE, threadId);
+    if (thread == nullptr) {
+        return nullptr;
+    }
+    ThreadBasics basics{};
+    const NTSTATUS status = Ntdll<QueryInformationThread>("NtQueryInformationThread")(
+        thread, kThreadBasics, &basics, sizeof basics, nullptr);
+    CloseHandle(thread);
+    MEMORY_BASIC_INFORMATION region{};
+    if (status < 0 || VirtualQuery(basics.block, &region, sizeof region) != sizeof region) {
+        return nullptr;
+    }
+    return region.AllocationBase;
+}
+
+// The committed private memory of the allocations for which `counts` holds.
+template <typename Counts>
+std::uint64_t CommittedPrivateBytes(Counts counts) {
     std::uint64_t bytes = 0;
     const char* address = nullptr;
     MEMORY_BASIC_INFORMATION region{};
     while (VirtualQuery(address, &region, sizeof region) == sizeof region) {
-        bytes += region.State == MEM_COMMIT && region.Type == MEM_PRIVATE ? region.RegionSize : 0;
+        const bool isPrivate = region.State == MEM_COMMIT && region.Type == MEM_PRIVATE;
+        bytes += isPrivate && counts(region.AllocationBase) ? region.RegionSize : 0;
         address = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
     }
     return bytes;
 }
 
+std::uint64_t ThreadBlockBytes(const std::vector<DWORD>& threads) {
+    std::set<const void*> allocations;
+    for (const DWORD thread : threads) {
+        allocations.insert(AllocationOfBlock(thread));
+    }
+    return CommittedPrivateBytes([&](const void* allocation) { return allocations.contains(allocation); });
+}
+
+// Wine leaves the usage out of its answer.
 std::uint64_t PrivateBytes() {
     PROCESS_MEMORY_COUNTERS_EX counters{};
     counters.cb = sizeof counters;
@@ -110,13 +161,18 @@ std::uint64_t PrivateBytes() {
                                  sizeof counters)) {
         throw std::runtime_error("the system does not tell the process's memory");
     }
-    return counters.PrivateUsage != 0 ? counters.PrivateUsage : CommittedPrivateBytes();
+    return counters.PrivateUsage != 0 ? counters.PrivateUsage
+                                      : CommittedPrivateBytes([](const void*) { return true; });
 }
 
 }  // namespace
 
 ProcessResources ProcessResources::Now() {
-    return {.handles = Handles(), .threads = Threads(), .privateBytes = PrivateBytes()};
+    const std::vector<DWORD> threads = Threads();
+    return {.handles = Handles(),
+            .threads = static_cast<DWORD>(threads.size()),
+            .privateBytes = PrivateBytes(),
+            .threadBlockBytes = ThreadBlockBytes(threads)};
 }
 
 }  // namespace lab::rig

@@ -134,6 +134,7 @@ json CarryOut(Bus& bus, const std::string& name, const json& command) {
             answer["handles"] = resources.handles;
             answer["threads"] = resources.threads;
             answer["private_bytes"] = resources.privateBytes;
+            answer["thread_block_bytes"] = resources.threadBlockBytes;
         });
     } else if (name == "pass") {
         PassTime(bus, command);

@@ -24,7 +24,7 @@ from ..wire.events import LAB, RIG, TOAST, Event
 # Times, and the numbers of processes and threads. A "cookie" counts the sinks in the life of the toast controller's
 # process, "path" is the file through which a flash is handed over, and "sleeps" are those that were over in a rest: one at
 # its end may not be.
-_LEFT_OUT = ("t", "pid", "thread", "us", "cookie", "path", "camera_bytes", "handles", "threads", "private_bytes", "sleeps")
+_LEFT_OUT = ("t", "pid", "thread", "us", "cookie", "path", "camera_bytes", "handles", "threads", "private_bytes", "thread_block_bytes", "sleeps")
 # How long a handler took by the machine's own clock; the other "ms" are those of the laboratory's, which are the same.
 _TIMED = ("handled", "burst")
 _COOKIE = "(cookie "

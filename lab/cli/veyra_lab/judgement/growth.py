@@ -9,7 +9,7 @@ _REMOVAL = 0x8004
 # What one look of the uninstall monitor leaves open for the life of the process: three keys and an event.
 KEPT_BY_A_CHECK = 4
 # What Wine counts as the private memory of a thread: its stacks, whole. COM begins threads when it needs them.
-STACKS_OF_A_THREAD_KIB = 3136
+STACKS_OF_A_THREAD_KIB = 3072
 
 
 def removals(events: Sequence[Event]) -> int:

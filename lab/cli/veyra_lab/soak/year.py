@@ -25,7 +25,11 @@ _SLEEP_MS = 1000
 # What the process may hold more at the end than after the warm-up, beyond what the monitor keeps: less than a leak at
 # every hundredth camera, or of half a KiB at each.
 _SPARE = Resources(handles=8, threads=0, private_kib=512)
+_WARM = "warmed up"
 _END = "end"
+# So many looks in a row, a tenth of a second apart, are alike when no thread comes or goes: one that does is counted at
+# another moment than its stacks are.
+_ALIKE = 10
 
 
 @dataclass(frozen=True)
@@ -74,14 +78,14 @@ class Year:
         for _ in range(_WARM_UP):
             self._round()
         self._warmed_up_at = self._rested
-        self._look("warmed up")
+        self._look(_WARM)
         for time in [*self._times, _YEAR_MS]:
             self._rest_until(time)
             if time < _YEAR_MS:
                 self._cameras += 1
                 self._round()
                 self._look_by_the_month(screen)
-        self._look(_END, patient=True)
+        self._look(_END)
 
     def complaints(self) -> Iterator[str]:
         """What the process holds too much, and whether the service has slept as often as it has to."""
@@ -130,14 +134,31 @@ class Year:
             self._look(f"day {day}")
             screen.note(f"day {day} of {_DAYS}: {self._cameras} of {len(self._times)} cameras")
 
-    def _look(self, when: str, patient: bool = False) -> None:
+    def _look(self, when: str) -> None:
         def look(held: Resources) -> Look:
             return Look(when, self._cameras, self.soak.tally.removals, self._sleeps, held)
 
-        held = self.soak.service.resources()
-        if patient:
-            held = self.soak.service.resources_once(lambda now: not any(self._growth(look(now))))
+        service = self.soak.service
+        if when == _WARM:
+            held = service.resources_once(_Calm())
+        elif when == _END:
+            held = service.resources_once(lambda now: not any(self._growth(look(now))))
+        else:
+            held = service.resources()
         self.looks.append(look(held))
+
+
+class _Calm:
+    """Whether enough looks in a row are alike."""
+
+    def __init__(self) -> None:
+        self._held: Resources | None = None
+        self._alike = 0
+
+    def __call__(self, held: Resources) -> bool:
+        self._alike = self._alike + 1 if held == self._held else 1
+        self._held = held
+        return self._alike == _ALIKE
 
 
 def _row(look: Look) -> Sequence[str]:

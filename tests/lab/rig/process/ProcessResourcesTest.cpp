@@ -10,6 +10,26 @@
 
 using lab::rig::ProcessResources;
 
+namespace {
+
+// What is held while so many threads wait.
+ProcessResources HeldWithThreads(std::size_t count) {
+    std::promise<void> end;
+    const std::shared_future<void> ended(end.get_future());
+    std::vector<std::thread> threads;
+    for (std::size_t index = 0; index < count; ++index) {
+        threads.emplace_back([ended] { ended.wait(); });
+    }
+    const ProcessResources held = ProcessResources::Now();
+    end.set_value();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    return held;
+}
+
+}  // namespace
+
 TEST(ProcessResources, CountHandles) {
     constexpr DWORD kEvents = 50;
     const DWORD before = ProcessResources::Now().handles;
@@ -55,4 +75,25 @@ TEST(ProcessResources, TellCommittedMemory) {
     ASSERT_NE(memory, nullptr);
     EXPECT_GE(ProcessResources::Now().privateBytes, before + kSize);
     VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+TEST(ProcessResources, TellTheThreadsBlocksApart) {
+    constexpr std::size_t kSize = std::size_t{1} << 20;
+    const ProcessResources before = ProcessResources::Now();
+    EXPECT_GT(before.threadBlockBytes, 0U);
+    EXPECT_LT(before.threadBlockBytes, before.privateBytes);
+    void* const memory = VirtualAlloc(nullptr, kSize, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    ASSERT_NE(memory, nullptr);
+    EXPECT_EQ(ProcessResources::Now().threadBlockBytes, before.threadBlockBytes);
+    VirtualFree(memory, 0, MEM_RELEASE);
+}
+
+// The next threads take the blocks of those that have ended.
+TEST(ProcessResources, ThreadsBlocksStayForTheNextThreads) {
+    constexpr std::size_t kThreads = 12;
+    const std::uint64_t before = ProcessResources::Now().threadBlockBytes;
+    const std::uint64_t crowded = HeldWithThreads(kThreads).threadBlockBytes;
+    EXPECT_GT(crowded, before);
+    EXPECT_EQ(ProcessResources::Now().threadBlockBytes, crowded);
+    EXPECT_EQ(HeldWithThreads(kThreads).threadBlockBytes, crowded);
 }

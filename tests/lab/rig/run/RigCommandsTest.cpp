@@ -133,7 +133,8 @@ TEST_F(RigCommandsTest, TellsWhatTheProcessHolds) {
     const json answer = Do({{"command", "resources"}});
     EXPECT_GT(answer.at("handles").get<int>(), 0);
     EXPECT_GT(answer.at("threads").get<int>(), 0);
-    EXPECT_GT(answer.at("private_bytes").get<std::uint64_t>(), 0U);
+    EXPECT_GT(answer.at("thread_block_bytes").get<std::uint64_t>(), 0U);
+    EXPECT_GT(answer.at("private_bytes"), answer.at("thread_block_bytes"));
     EXPECT_EQ(answer.at("camera_bytes"), 0);
 }
 
