@@ -18,7 +18,7 @@ from veyra_lab.wire.events import Event
 
 _HOUR = 60 * 60
 _SECONDS = 365 * 24 * _HOUR
-_WARM_UP = 20
+_WARM_UP = 200
 
 
 class StandIn:
