@@ -29,9 +29,14 @@ BootLoader::BootLoader(const CameraSettings& settings)
 
 void BootLoader::Start() {
     ReturnToIdle();
+    busyReported_ = false;
+    isManifested_ = false;
+    waitResetReported_ = false;
     wantsReset_ = false;
     staysInDfuMode_ = false;
     hearsFromMs_ = 0;
+    uploaded_ = 0;
+    lastBlockNumber_.reset();
     if (!flash_.IsValid()) {
         Fail(DfuStatus::ErrFirmware);
     }

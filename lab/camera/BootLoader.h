@@ -31,7 +31,8 @@ class BootLoader {
 
     explicit BootLoader(const CameraSettings& settings);
 
-    // DFU mode begins: dfuIDLE, or dfuERROR with errFIRMWARE when the flash holds nothing that could run.
+    // DFU mode begins: dfuIDLE, or dfuERROR with errFIRMWARE when the flash holds nothing that could run. Of
+    // what was before, the flash alone is left, and the gaps that were counted.
     void Start();
     // Power is gone, in whatever state.
     void LosePower();

@@ -84,6 +84,21 @@ INSTANTIATE_TEST_SUITE_P(Stages, HarmlessPowerFailure,
                              return NameOf(instance.param);
                          });
 
+// The next host is told of the wait for a reset before the camera resets itself, as the one before the
+// failure was.
+TEST(VirtualCamera, PowerFailureTakesWhatTheHostWasTold) {
+    CameraSettings settings{.manifestsAtOnce = true};
+    settings.traits = TraitsOf(Personality::Kv400);
+    settings.traits->takesEmptyImage = true;
+    CameraDriver driver = InState(DfuState::ManifestWaitReset, settings);
+    driver.camera.Unplug();
+    driver.EnterDfuMode();
+    EXPECT_EQ(driver.Dnload(0, {}).end, TransferEnd::Ok);
+    const StatusReply reply = driver.GetStatus();
+    EXPECT_EQ(reply.end, TransferEnd::Ok);
+    EXPECT_EQ(reply.state, DfuState::ManifestWaitReset);
+}
+
 TEST(VirtualCamera, PulledInRunningModeComesBackRunning) {
     CameraDriver driver = Running();
     PullAndPlug(driver);
