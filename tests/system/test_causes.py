@@ -66,6 +66,19 @@ _STORIES: dict[str, tuple[list[str], list[str] | None, list[tuple[str, ...]]]] =
     ),
     "a user who declined": ([*_START, *_ASK], [_ASKED, _NO], [("declined",)]),
     "a user who did not answer": ([*_START, *_ASK], [_ASKED], [("unanswered",)]),
+    "a question that was open when the service was stopped": (
+        [*_START, *_ASK, "update 24"], [_ASKED, "3"], [("unanswered", "controller-hangs")]
+    ),
+    "a toast controller that had gone when the service was stopped": (
+        [*_START, *_ASK, "update 24"], [_ASKED], [("controller-gone",)]
+    ),
+    "a question that another took the place of, and a service that was stopped": (
+        [*_START, *_ASK, *_ASK, "update 24"], [_ASKED, "2", _ASKED, "3"],
+        [("unanswered",), ("unanswered", "controller-hangs")],
+    ),
+    "one listing that is silent, and a question without an answer": (
+        [*_START, *_ASK, "base 12"], [_ASKED], [("no-media", "unanswered")]
+    ),
     "a camera that did not switch": ([*_START, *_ASK], [_ASKED, _YES], [("not-switched",)]),
     "a camera that came back as something else": (
         [*_START, *_ASK, "base 13", "update 18"], [_ASKED, _YES], [("other-identifiers",)]
@@ -614,6 +627,46 @@ def test_measures_a_scenario() -> None:
     lines = Table([one]).lines()
     assert lines[0] == "0 of 1 scenarios right: 0.0 %."
     assert lines[-1] == "| one | `mode` | `no-media` |"
+
+
+def test_what_the_scenario_before_leaves_is_not_measured() -> None:
+    update = "{FBFBAA6B-FCBC-3745-AC1C-E104C7B6CDA1}"
+
+    texts = {10: "The update service is being set up", 24: "The update service is asked to stop"}
+
+    def traced(number: int, pid: int) -> dict[str, object]:
+        words = {"group": update, "number": number, "text": texts[number]}
+        return {"event": "trace", "t": 1.0, "source": "rig", "pid": pid, **words}
+
+    own = [traced(10, 2), traced(24, 2), traced(10, 3), traced(24, 3)]
+    begin = {"event": "scenario", "name": "one", "t": 0.0, "source": "lab"}
+    (alone,) = measured([begin, *own], {"one": ("mode",)})
+    (behind,) = measured([begin, traced(24, 1), *own], {"one": ("mode",)})
+    assert alone.data.count("update 24") == 2
+    assert behind.data == alone.data
+
+
+def test_equal_data_are_those_of_two_scenarios() -> None:
+    stopped = answer(sent([*_START, *_ASK, *_DOWNLOAD, *_ASK], [_ASKED, _YES, "10 4", "22 0 4"]))
+
+    def shown(*expected: tuple[str, ...]) -> str:
+        lines = Table([Measured("one", rows_of, stopped, "the same") for rows_of in expected]).lines()
+        (line,) = (each for each in lines if each.startswith("| `refused`, `block-failed`"))
+        return line.split(" | ")[2]
+
+    assert shown(("refused",), ("refused",)) == "–"
+    assert shown(("refused", "block-failed")) == "–"
+    assert shown(("refused", "block-failed"), ("refused", "block-failed")) == "–"
+    assert shown(("refused",), ("block-failed",)) == "`block-failed`, `refused`"
+    assert shown(("refused",), ("refused", "block-failed")) == "`block-failed`, `refused`"
+
+
+def test_scenarios_with_equal_data_are_there_for_each_set_of_the_document() -> None:
+    text = (CHECKOUT / "docs" / "causes.md").read_text(encoding="utf-8")
+    table = text.partition("| set | expected rows in it |")[2].partition("\n\n")[0].splitlines()[2:]
+    sets = {line.split(" | ")[0].removeprefix("| "): line.split(" | ")[2] for line in table}
+    assert len(sets) > 10
+    assert {rows_of: shown for rows_of, shown in sets.items() if shown.count("`") < 4} == {}
 
 
 def test_a_set_needs_a_reason() -> None:

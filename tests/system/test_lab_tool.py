@@ -148,7 +148,8 @@ def test_says_what_to_do_about_a_file_that_is_no_transcript(
 )
 def test_the_measure_of_causes_names_the_transcript_that_it_cannot_read(run: Run, transcript: Path, content: bytes) -> None:
     transcript.write_bytes(content)
-    check_refusal(run(lab.main, "causes", str(transcript)), f"scripts/lab causes: {transcript} cannot be read: ")
+    why = f"scripts/lab causes: {transcript} cannot be read: it is no transcript"
+    check_refusal(run(lab.main, "causes", str(transcript)), why)
 
 
 def test_writes_the_page_and_is_quiet_in_a_pipe(transcript: Path, target: Path) -> None:

@@ -15,8 +15,8 @@ REASONS = {
     ("block-failed", "refused", "restarts-at-detach"): (
         "which request failed is not traced, and a camera that restarts is back as one that was plugged in again"
     ),
-    ("controller-gone", "controller-hangs", "unanswered"): (
-        "until the service ends nothing more is traced, whoever it is that does not answer"
+    ("controller-hangs", "unanswered"): (
+        "until the service ends nothing more is traced, whether the user or the toast controller does not answer"
     ),
     ("does-not-stop", "end-failed", "waits-for-plug"): f"{_AWAY}, and the trace ends when the service does",
     ("driver-late", "driver-wrong"): "a camera that could not be opened once; only a second look tells them apart",
@@ -33,8 +33,8 @@ REASONS = {
     ("not-switched", "up-to-date"): (
         "of two acceptances of one camera the second finds it gone, whatever the first came to"
     ),
-    ("no-media", "up-to-date"): (
-        "a camera is listed twice; that one listing is silent is normal on some PCs, and a missing driver on others"
+    ("no-media", "unanswered"): (
+        "some PCs list a camera once; elsewhere it has gone when its other listing is silent, and its question stays open"
     ),
 }
 

@@ -119,10 +119,17 @@ def _collecting(options: argparse.Namespace, stack: ExitStack) -> Callable[[str,
 
 def _events(path: Path) -> Iterator[Event]:
     """The events of a transcript, but for a last line that is half-written."""
-    with path.open(encoding="utf-8") as file:
+    with path.open("rb") as file:
         for line in file:
-            if line.endswith("\n"):
-                event = json.loads(line)
-                if not isinstance(event, dict) or not isinstance(event.get("event"), str):
-                    raise ValueError("it is no transcript")
-                yield event
+            if line.endswith(b"\n"):
+                yield _event(line)
+
+
+def _event(line: bytes) -> Event:
+    try:
+        event = json.loads(line)
+    except (ValueError, RecursionError):
+        event = None
+    if not isinstance(event, dict) or not isinstance(event.get("event"), str):
+        raise ValueError("it is no transcript")
+    return event

@@ -6,7 +6,7 @@ from dataclasses import dataclass
 
 from .downloads import download_rows
 from .event_log import SERVICE, Record
-from .story import Answer, CameraArrival, Item, Start, Stop, UsbArrival
+from .story import Answer, CameraArrival, Item, Question, Start, Stop, UsbArrival
 
 FINE = "up-to-date"
 _TOO_LATE = 7011
@@ -108,8 +108,13 @@ class _Walk:
         if not usb:
             return Finding(("no-media", "mode"), seen, arrival.time)
         plug = [*self._plug_before(place), *self._until_usb(self._items[place + 1 :])]
-        if any(isinstance(each, CameraArrival) and each.outcome in ("equal", "different") for each in plug):
-            return Finding((FINE, "no-media"), f"{seen}, and one does at its other arrival", arrival.time)
+        told = [each for each in plug if isinstance(each, CameraArrival) and each.outcome in ("equal", "different")]
+        if told:
+            seen += ", and one does at its other arrival"
+            is_open = any(each.question is not None and each.question.answer is None for each in told)
+            if is_open and not self._begins_a_download(self._items[place + 1 :]):
+                return Finding(("no-media", "unanswered"), f"{seen}, whose question has no answer", arrival.time)
+            return Finding((FINE,), seen, arrival.time)
         return Finding(("mode",) if usb[0].outcome == "silent" else ("no-media",), seen, arrival.time)
 
     def _nobody_asked(self, place: int, arrival: CameraArrival) -> Finding:
@@ -150,13 +155,15 @@ class _Walk:
         if any(isinstance(each, CameraArrival) and each.outcome in ("silent", "unknown") for each in others):
             # The camera that went meanwhile is told there.
             return
+        question = arrival.question
+        assert question is not None
         rest = self._items[place + 1 :]
         seen = "the question has no answer in the record"
         following = next((each for each in rest if not isinstance(each, CameraArrival)), None)
         if self._begins_a_download(rest):
             yield Finding((FINE, "controller-gone"), "a download follows a question without an answer", arrival.time)
         elif isinstance(following, Stop):
-            yield Finding(("unanswered", "controller-gone", "controller-hangs"), seen, arrival.time)
+            yield self._unanswered_until_the_end(arrival, question)
         elif any(
             isinstance(each, CameraArrival) and each.outcome == "different" and not each.question for each in rest
         ):
@@ -164,6 +171,17 @@ class _Walk:
             yield Finding(("controller-gone", "unanswered"), seen, arrival.time)
         else:
             yield Finding(("unanswered",), seen, arrival.time)
+
+    @staticmethod
+    def _unanswered_until_the_end(arrival: CameraArrival, question: Question) -> Finding:
+        """Of a question after which the service was stopped."""
+        seen = "the question has no answer in the record, and the service was stopped"
+        if question.replaced:
+            return Finding(("unanswered",), f"{seen}: another question took its place", arrival.time)
+        if question.lapsed:
+            return Finding(("unanswered", "controller-hangs"), seen, arrival.time)
+        seen += ", of which the toast controller has no record"
+        return Finding(("controller-gone",), seen, arrival.time)
 
     def _begins_a_download(self, rest: Sequence[Item]) -> bool:
         first = next((each for each in rest if isinstance(each, UsbArrival)), None)

@@ -15,6 +15,9 @@ from .stand_in import event_log_records, event_log_xml, trace_text
 
 Event = dict[str, Any]
 
+# The message with which the update service begins, the first of a process but for its traced functions.
+_START = ("{FBFBAA6B-FCBC-3745-AC1C-E104C7B6CDA1}", 10)
+
 
 @dataclass(frozen=True)
 class Measured:
@@ -71,8 +74,9 @@ def measured(
 ) -> Iterator[Measured]:
     """Each scenario of a transcript whose expected rows are named. `collect` makes a bundle of its name and its events,
     which is measured as well."""
-    for name, part in _scenarios(events):
+    for name, whole in _scenarios(events):
         if name in expected:
+            part = _own(whole)
             result = _measure(name, part, expected[name])
             if collect is not None:
                 result = replace(result, bundle=_answer_to(name, collect(name, part), expected[name]))
@@ -93,6 +97,17 @@ def _scenarios(events: Iterable[Event]) -> Iterator[tuple[str, list[Event]]]:
             part.append(event)
     if name:
         yield name, part
+
+
+def _own(events: Sequence[Event]) -> Sequence[Event]:
+    """Without what the service's process of the scenario before still told while this one's was being started."""
+    first = next((place for place, event in enumerate(events) if _is_start(event)), 0)
+    pid = events[first].get("pid") if events else None
+    return [event for place, event in enumerate(events) if place >= first or event.get("pid", pid) == pid]
+
+
+def _is_start(event: Event) -> bool:
+    return event["event"] == "trace" and (event["group"], event["number"]) == _START
 
 
 def _measure(name: str, events: Sequence[Event], expected: tuple[str, ...]) -> Measured:
@@ -119,9 +134,9 @@ class Table:
 
     def __init__(self, results: Sequence[Measured]) -> None:
         self._results = results
-        self._equal: dict[str, set[str]] = {}
+        self._equal: dict[str, list[frozenset[str]]] = {}
         for result in results:
-            self._equal.setdefault(result.data, set()).update(result.expected)
+            self._equal.setdefault(result.data, []).append(frozenset(result.expected))
 
     def lines(self) -> list[str]:
         """Markdown: how many were right, and each set of more than one row."""
@@ -165,12 +180,13 @@ class Table:
         return found
 
     def _shown(self, rows: tuple[str, ...]) -> set[str]:
-        """Rows of the set that scenarios expect whose data are equal but for times to those of another row of it."""
+        """Rows of the set that a scenario expects whose data are equal but for times to those of another scenario, which
+        expects others of the set. One that expects two rows shows nothing by itself."""
         shown: set[str] = set()
         for expected in self._equal.values():
-            common = expected & set(rows)
-            if len(common) > 1:
-                shown |= common
+            of_the_set = {each & set(rows) for each in expected} - {frozenset()}
+            if len(of_the_set) > 1:
+                shown |= set().union(*of_the_set)
         return shown
 
 
