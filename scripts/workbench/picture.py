@@ -56,7 +56,11 @@ def _photograph(page: Path, picture: Path, folder: Path) -> None:
 
 def _transcript(text: str) -> Path:
     path = readable(text)
-    if not is_transcript(path):
+    try:
+        begins_as_one = is_transcript(path)
+    except OSError as error:
+        raise argparse.ArgumentTypeError(f"'{text}' cannot be read: {error.strerror}") from None
+    if not begins_as_one:
         raise argparse.ArgumentTypeError(f"'{text}' is no transcript; {HOW_TO_MAKE_ONE}")
     return path
 

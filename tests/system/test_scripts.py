@@ -82,6 +82,7 @@ def test_every_subcommand_explains_itself_and_refuses_what_it_does_not_know() ->
         (["picture", "--transcript", "/etc"], "'/etc' cannot be read: Is a directory"),
         (["picture", "--transcript", str(CHECKOUT / "README.md")], "README.md' is no transcript; scripts/demo"),
         (["picture", "--transcript", "/dev/null"], "'/dev/null' is no transcript"),
+        (["picture", "--transcript", "/proc/self/mem"], "'/proc/self/mem' cannot be read: Input/output error"),
         (["fuzz", "5", "--seed", "0"], "no seed from 1 to 2147483647: 0"),
         (["faults", "--seed", "1" * 10], "is not a whole number from 0 on, of at most 9 digits"),
         (["demo", "--camera", "x"], "unrecognized arguments: --camera x"),
